@@ -1,0 +1,148 @@
+#include "inventory.h"
+
+#include "hexFile.h"
+#include "text.h"
+
+#include <algorithm>
+#include <fstream>
+#include <stdexcept>
+
+namespace sim {
+
+namespace {
+
+struct KnownModule {
+    const char* name;
+    std::uint8_t address;
+    std::uint8_t number;
+    const char* processor; // unless the inventory says otherwise
+};
+
+constexpr KnownModule knownModules[] = {
+    {"ctrl", controlModule, controlModule, "pic32-pages"},
+    {"cy1", 0, 3, "pic24"},
+    {"cy2", 0, 4, "pic24"},
+    {"cy3", 0, 5, "pic24"},
+    {"cy4", 0, 6, "pic24"},
+    {"master", 7, 7, "pic24"},
+    {"motor", 8, 8, "pic24"},
+    {"s1", 9, 9, "pic24"},
+    {"s2", 10, 10, "pic24"},
+    {"s3", 11, 11, "pic24"},
+    {"s4", 12, 12, "pic24"},
+    {"mf1", 13, 13, "pic24"},
+    {"mf2", 14, 14, "pic24"},
+    {"mf3", 15, 15, "pic24"},
+    {"arts", 16, 50, "pic24"},
+};
+
+std::uint8_t toByte(const std::string& text, std::uint8_t max = 255) {
+    return static_cast<std::uint8_t>(toNumber(text, 10, max));
+}
+
+Bytes toSerialNumber(const std::string& text) {
+    Bytes bytes = fromHex(text);
+    if (bytes.size() != 6)
+        throw std::invalid_argument("a serial number has 12 digits: " + text);
+    return bytes;
+}
+
+// One of two words; true for the second.
+bool isSecond(const std::string& value, const char* first, const char* second) {
+    if (value != first && value != second)
+        throw std::invalid_argument("'" + value + "' is neither " + first + " nor " + second);
+    return value == second;
+}
+
+// "BYTE@ADDRESS+LENGTH", all hexadecimal, the address in the module's units; or the name of a HEX file.
+void preload(ModuleConfig& config, const std::string& value) {
+    const auto at = value.find('@');
+    const auto plus = value.find('+', at == std::string::npos ? at : at + 1);
+    if (plus == std::string::npos) {
+        preloadHexFile(value, config.processor->packsInstructions(), config.flash);
+        return;
+    }
+    const std::string_view text(value);
+    const auto byte = static_cast<std::uint8_t>(toNumber(text.substr(0, at), 16, 0xFF));
+    const std::uint32_t address = toNumber(text.substr(at + 1, plus - at - 1), 16);
+    const Bytes bytes(toNumber(text.substr(plus + 1), 16, 0x1000000), byte);
+    config.flash.preload(config.processor->cellOf(address), bytes);
+}
+
+using Setter = void (*)(ModuleConfig&, const std::string&);
+
+struct Key {
+    const char* name;
+    Setter set;
+};
+
+constexpr Key keys[] = {
+    {"kind", [](ModuleConfig& c, const std::string& v) { c.processor = &processorNamed(v); }},
+    {"link",
+     [](ModuleConfig& c, const std::string& v) { c.serialBootloader = isSecond(v, "can", "serial"); }},
+    {"absent", [](ModuleConfig& c, const std::string&) { c.present = false; }},
+    {"lost", [](ModuleConfig& c, const std::string&) { c.lost = true; }},
+    {"reply", [](ModuleConfig& c, const std::string& v) { c.shortReplies = isSecond(v, "long", "short"); }},
+    {"identity", [](ModuleConfig& c, const std::string& v) { c.shortIdentity = isSecond(v, "12", "11"); }},
+    {"hw", [](ModuleConfig& c, const std::string& v) { c.hardware = toByte(v); }},
+    {"mode", [](ModuleConfig& c, const std::string& v) { c.mode = toByte(v, 6); }},
+    {"version", [](ModuleConfig& c, const std::string& v) { c.version = Version::parse(v); }},
+    {"next", [](ModuleConfig& c, const std::string& v) { c.next = Version::parse(v); }},
+    {"serial", [](ModuleConfig& c, const std::string& v) { c.serialNumber = toSerialNumber(v); }},
+    {"ignore", [](ModuleConfig& c, const std::string& v) { c.ignoredPages.push_back(toNumber(v, 16)); }},
+    {"preload", preload},
+};
+
+ModuleConfig parseModule(const std::vector<std::string>& line) {
+    const auto known = std::find_if(std::begin(knownModules), std::end(knownModules),
+                                    [&line](const KnownModule& module) { return module.name == line[0]; });
+    if (known == std::end(knownModules))
+        throw std::invalid_argument("unknown module '" + line[0] + "'");
+    ModuleConfig config;
+    config.name = known->name;
+    config.address = known->address;
+    config.number = known->number;
+    config.processor = &processorNamed(known->processor);
+    config.serialBootloader = known->address == controlModule;
+    for (std::size_t i = 1; i < line.size(); ++i) {
+        const auto [name, value] = keyValue(line[i]);
+        const auto key = std::find_if(std::begin(keys), std::end(keys), [&name = name](const Key& candidate) {
+            return candidate.name == name;
+        });
+        if (key == std::end(keys))
+            throw std::invalid_argument("unknown key '" + name + "'");
+        key->set(config, value);
+    }
+    return config;
+}
+
+void addModule(std::vector<ModuleConfig>& modules, ModuleConfig config) {
+    for (const ModuleConfig& other : modules)
+        if (other.name == config.name)
+            throw std::invalid_argument(config.name + " stands there twice");
+    modules.push_back(std::move(config));
+}
+
+} // namespace
+
+std::vector<ModuleConfig> loadInventory(const std::string& file) {
+    std::vector<ModuleConfig> modules;
+    if (file.empty())
+        return modules;
+    std::ifstream stream(file);
+    if (!stream)
+        throw std::runtime_error("cannot read the inventory " + file);
+    unsigned number = 0;
+    for (std::string line; std::getline(stream, line);) {
+        ++number;
+        try {
+            if (const auto list = words(line); !list.empty())
+                addModule(modules, parseModule(list));
+        } catch (const std::exception& error) {
+            throw std::runtime_error(format("%s:%u: %s", file.c_str(), number, error.what()));
+        }
+    }
+    return modules;
+}
+
+} // namespace sim

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QApplication;
+class QPlainTextEdit;
+class QProgressBar;
+class QPushButton;
+class updateCore;
+
+/**
+ * The operator's full-screen window, 480 x 272: version, progress, log and three buttons. Drives the core through
+ * signals and its flags, and ends the application. Main thread.
+ */
+class UpdaterWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    /** Reads "/keldra/config/style.css" for the whole application. Owns neither of its arguments. */
+    UpdaterWindow(QApplication* application, updateCore* core);
+
+    /** Starts the update when a package is loaded and none is running. */
+    void updateStart();
+
+signals:
+    void sendLoadConfiguration(bool reload);
+    void sendStartUpdate();
+    void sendCancelUpdate();
+    void haltApplication();
+
+public slots:
+    void updateFinished(bool status);
+    void statusMessage(QString msg);
+    void updateProgress(double tick);
+    void updatePackageLoaded(unsigned char mode);
+    void rebootSystem();
+    void startButtonAction();
+    void cancelButtonAction();
+    void runAllAction();
+
+protected:
+    /** Has the package loaded as soon as the window is shown. */
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void applyStyle(QApplication* application);
+    void buildWidgets();
+    void connectCore(QApplication* application);
+    void beginUpdate();
+
+    QProgressBar* progressGui = nullptr;
+    QPlainTextEdit* statusGui = nullptr;
+    QPushButton* startBtnGui = nullptr;
+    QPushButton* cancelBtnGui = nullptr;
+    QPushButton* runAllBtnGui = nullptr;
+    updateCore* csys;
+    double curTick = 0;
+};

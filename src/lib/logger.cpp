@@ -1,0 +1,96 @@
+#include "logger.h"
+
+#include <array>
+#include <ctime>
+#include <iostream>
+
+namespace {
+
+const char* const STAGING_DIR = "/tmp/";
+constexpr int OLDEST_GENERATION = 4;
+
+const char* label(logger::LOG_TYPE type) {
+    switch (type) {
+    case logger::LOG_ERROR:
+        return "Error";
+    case logger::LOG_WARNING:
+        return "Warning";
+    default:
+        return "Notice";
+    }
+}
+
+} // namespace
+
+logger::logger(std::string logDir, std::string file, int maxSize, bool compact, bool rotate)
+    : logPath(logDir), logFile(file), maxFileSize(maxSize), compactFormat(compact), canRotate(rotate) {}
+
+logger::~logger() {
+    if (!compactFormat) {
+        log_item("Saving Log: " + logFile, LOG_NOTICE);
+    }
+    log_file_process();
+}
+
+void logger::debugMode() { debug = true; }
+
+bool logger::log_item(std::string msg, LOG_TYPE msgType) {
+    if (lockWrite) {
+        return false;
+    }
+    std::string line = get_time();
+    if (!compactFormat) {
+        line += std::string(" [") + label(msgType) + "]";
+    }
+    line += ": " + msg;
+    if (debug) {
+        std::cout << line << std::endl;
+    }
+    if (!fnts.writeFileContents(STAGING_DIR + logFile, line + "\r\n", true)) {
+        std::cout << "Could not open Log File!" << std::endl;
+        return false;
+    }
+    return true;
+}
+
+std::string logger::get_time() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::array<char, 80> text{};
+    std::strftime(text.data(), text.size(), compactFormat ? "%Y%m%d%H%M%S" : "%m-%d-%Y %H:%M:%S %z", &local);
+    return text.data();
+}
+
+bool logger::logFileExists(std::string file) { return fnts.isFile(logPath + file); }
+
+bool logger::checkSize(std::string file) { return fnts.getFileSize(logPath + file) > maxFileSize; }
+
+void logger::log_file_process() {
+    lockWrite = true;
+    const std::string staging = STAGING_DIR + logFile;
+    const std::string base = logPath + logFile;
+    if (fnts.isFile(staging) && fnts.copyFile(staging, base, false, true)) {
+        fnts.removeFile(staging);
+    }
+    if (checkSize(logFile)) {
+        if (canRotate) {
+            rotateGenerations(base);
+        }
+        fnts.removeFile(base);
+    }
+    lockWrite = false;
+}
+
+void logger::rotateGenerations(const std::string& base) {
+    const auto generation = [&base](int n) { return base + "." + std::to_string(n); };
+    if (fnts.isFile(generation(OLDEST_GENERATION))) {
+        fnts.removeFile(generation(OLDEST_GENERATION));
+    }
+    for (int n = OLDEST_GENERATION; n > 0; --n) {
+        if (fnts.isFile(generation(n - 1))) {
+            fnts.copyFile(generation(n - 1), generation(n), false, false);
+        }
+    }
+    fnts.copyFile(base, generation(0), false, false);
+}

@@ -1,0 +1,90 @@
+#include "crashReport.h"
+#include "gui/UpdaterWindow.h"
+#include "system/updateCore.h"
+
+#include <QApplication>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+bool hasArgument(int argc, char** argv, const char* argument) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], argument) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** "-qws" asks for the framebuffer, unless a platform is chosen in a way that Qt knows itself. */
+void choosePlatform(int argc, char** argv) {
+    if (hasArgument(argc, argv, "-qws") && !hasArgument(argc, argv, "-platform") &&
+        !hasArgument(argc, argv, "--platform") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "linuxfb");
+    }
+}
+
+/**
+ * The mode argument: "auto" resumes an update, "auto force" updates what is up to date, too. The loader, which
+ * the window has started, goes on from here with what was found.
+ */
+void readMode(int argc, char** argv, updateCore& core) {
+    const bool automatic = argc > 1 && std::strcmp(argv[1], "auto") == 0;
+    if (automatic) {
+        core.resumeUpdate = true;
+        core.forceUpdate = argc > 2 && std::strcmp(argv[2], "force") == 0;
+    }
+    core.startModePending = false;
+    if (automatic) {
+        sleep(1);
+    }
+}
+
+/** Runs a command whose result there is nobody left to tell. */
+void shell(const std::string& command) { [[maybe_unused]] const int status = std::system(command.c_str()); }
+
+void restartUpdater(const updateCore& core) {
+    std::string command = "K+Updater auto ";
+    if (core.forceUpdate) {
+        command += "force ";
+    }
+    shell(command + "-qws&");
+}
+
+void haltPanel(updateCore& core) {
+    core.sendHaltMsg();
+    shell("mount -o remount ro /");
+    shell("mount -o remount ro /keldra");
+    shell("rm -r /keldra/tmp/keldra_update*");
+    shell("halt&");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    installCrashReport();
+    std::cout << "Init Start ------" << std::endl;
+    auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
+    core->startModePending = true;
+    choosePlatform(argc, argv);
+    QApplication application(argc, argv);
+    auto* window = new UpdaterWindow(&application, core.get()); // the process's end takes it down
+    window->showFullScreen();
+    QApplication::setOverrideCursor(Qt::BlankCursor);
+    readMode(argc, argv, *core);
+    const int exitCode = QApplication::exec();
+    std::cout << "stopping application" << std::endl;
+    core->stop();
+    if (core->reboot) {
+        restartUpdater(*core);
+    } else {
+        haltPanel(*core);
+    }
+    core.reset(); // before the application, which its last signals would need
+    return exitCode;
+}

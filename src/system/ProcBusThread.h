@@ -1,0 +1,88 @@
+#pragma once
+
+#include "../drivers/uart.h"
+#include "../lib/crc16.h"
+#include "busProtocol.h"
+#include "shared.h"
+
+#include <QThread>
+#include <cstdint>
+#include <memory>
+
+class updateCore;
+
+/**
+ * The link to the bus processor. Its thread cuts the serial byte stream into messages, checks them and files
+ * what they say into the core's module table and bootloader record. Owned by the core.
+ *
+ * The receive loop can be terminated while it reads, nowhere else. `send` runs in the caller's thread; the
+ * system has one sender at a time (loader, update run, halt message).
+ */
+class ProcBusThread : public QThread {
+    Q_OBJECT
+
+public:
+    struct PROCBUS_MSG {
+        std::uint8_t id = 0;
+        std::uint8_t data[busProtocol::MAX_PAYLOAD] = {};
+        std::uint32_t checksum = 0; ///< as received, low byte first; unused when sending
+        std::uint8_t length = 0;    ///< bytes of `data` that count
+        std::uint8_t stage = 0;     ///< of the receive scan
+        std::uint8_t ptr = 0;       ///< of the receive scan
+    };
+
+    /** Opens and configures the core's `uartPort`; the log says how that went. Does not start the thread. */
+    explicit ProcBusThread(updateCore* sys);
+    ~ProcBusThread() override;
+
+    /** True when the port could be opened and configured. */
+    bool isInit() const { return canRun; }
+    /**
+     * Writes one frame; does nothing before a successful isInit() or for a message longer than its record. The
+     * write's result is not known: a reply, if one is due, is for the caller to wait for.
+     */
+    void send(PROCBUS_MSG msg);
+    /** Files one valid message into the core; bytes behind its length count as 0. Link thread only. */
+    void receive(PROCBUS_MSG msg);
+    void run() override;
+    /** Leaves the receive loop running, as it always has: checkStop() is what ends it. */
+    void sendStop();
+    /** Ends the thread: waits 200 ms, then terminates it and waits until it is gone. */
+    void checkStop();
+    /**
+     * Closes the port, restarts the thread and opens the port again, in this order; the new thread's first reads
+     * may find the port closed. Blocks for 20 ms or until the old thread is gone.
+     */
+    void reload_uart();
+    void setBuffSize(std::uint8_t n);
+
+signals:
+    void quitApp(); ///< never emitted
+
+private:
+    static constexpr unsigned READ_SIZE = 100;
+    static constexpr unsigned RX_SIZE = 300;
+    static constexpr unsigned TX_SIZE = 150;
+
+    bool configurePort();
+    void scanBuffer();
+    void finishFrame(PROCBUS_MSG& msg, unsigned last);
+    void fileReply(const PROCBUS_MSG& msg);
+    void fileIdentification(const PROCBUS_MSG& msg);
+    void fileStatus(const PROCBUS_MSG& msg);
+    void fileIdentity(const PROCBUS_MSG& msg);
+
+    shared<bool> haltThread = false;
+    [[maybe_unused]] unsigned last_buff_ctr = 0; // these two and lastMsg are read by nothing
+    [[maybe_unused]] unsigned last_buff_len = 0;
+    bool canRun = false;
+    [[maybe_unused]] std::uint8_t lastMsg = 0;
+    [[maybe_unused]] std::uint8_t rxBuffSize = 14; ///< set by the dialogues; the receive loop finds frames without it
+    std::uint32_t rxPtr = 0;      ///< bytes held in UARTRXBUF
+    std::unique_ptr<std::uint8_t[]> UARTREAD;
+    std::unique_ptr<std::uint8_t[]> UARTRXBUF;
+    std::unique_ptr<std::uint8_t[]> UARTTXBUF;
+    updateCore* sys;
+    uart sPort;
+    crc16 checker;
+};

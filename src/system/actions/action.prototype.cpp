@@ -1,0 +1,16 @@
+#include "action.prototype.h"
+
+bool action::needsUpdateBase(std::string compVersion, std::uint8_t hwRev, bool force) {
+    const auto& items = base->update.items;
+    if (hwRev >= items.size()) {
+        return false;
+    }
+    return force || compVersion != items[hwRev].version;
+}
+
+action::STATUS action::needsUpdateHost(bool force) {
+    if (csys->cancel) {
+        return UPERROR;
+    }
+    return needsUpdateBase(base->swVersion, base->hwRev, force) ? GOUPDATE : NOUPDATE;
+}

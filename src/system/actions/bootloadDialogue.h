@@ -1,0 +1,110 @@
+#pragma once
+
+#include "../../lib/hexfile/hexPage.h"
+#include "../ProcBusThread.h"
+#include "../updateCore.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/**
+ * The dialogue with a module's bootloader, one request and one reply at a time: what the CAN and the serial
+ * bootloader action have in common. docs/bus-protocol.md has the messages.
+ *
+ * Runs on the thread of the action that holds it and polls the core's bootloader record, which the link thread
+ * fills. Every wait ends at once when the core's `cancel` is set, with the request's failure result. Timeouts
+ * count units of 10 ms.
+ */
+class bootloadDialogue {
+public:
+    /** Status codes of a bootloader's reply, used for local failures, too. */
+    enum BLSTATUS : std::uint8_t {
+        OK = 0,
+        BADCHECKSUM = 1,
+        MISSEDPACKET = 2,
+        WRONGMODULE = 3,
+        WRITEERR = 4,
+        ERASEERR = 5,
+        IGNOREPG = 6
+    };
+
+    /** How a processor's flash is laid out and brought to the new image. */
+    struct LAYOUT {
+        struct REGION {
+            std::uint32_t start; ///< first address, in the target's units
+            std::uint32_t end;   ///< behind the last one
+            std::uint32_t blockSize; ///< page size in data bytes
+        };
+        const char* title; ///< log text that announces the update
+        std::vector<REGION> regions;
+        bool pic24Addressing; ///< addresses count 24-bit instructions
+        bool eraseAllFirst;   ///< the flash is erased as a whole before the first page
+        bool eraseEmptyPages; ///< pages without data are erased; else they are skipped
+        bool wideAddress;     ///< requests carry 32 address bits; else 16
+    };
+
+    /** `prefix` begins every log text of the dialogue. */
+    bootloadDialogue(updateCore* core, std::string prefix) : csys(core), logPrefix(prefix) {}
+
+    /** Asks the module for its last reply and waits at most 20 polls of 1 ms for it. */
+    bool sendReqStat(std::uint8_t module);
+    /**
+     * Sends a request and waits for a reply: 3 passes of `timeout` x 10 polls of 1 ms, a status request and a
+     * pause of 10 ms after each silent pass. The reply to a status request counts, too.
+     */
+    bool sendWithResponse(std::uint8_t module, ProcBusThread::PROCBUS_MSG msg, unsigned timeout);
+    /** Up to 4 tries, each with a timeout of 20; true at the first answer. */
+    bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
+    /**
+     * Asks the module into its bootloader; false when it does not answer. The core's record then tells whether
+     * it sent its identification (`blInitData`). An answer that may not be the one to this request (it came only
+     * on a status request, or from another module) is not taken for an old bootloader's: the request is repeated
+     * within its 4 tries, since an image in the wrong layout would be worse than a lost second.
+     */
+    bool enterBootloader(std::uint8_t module);
+
+    /** Announces a page. BADCHECKSUM after 4 failed tries, else the reply's status. */
+    std::uint8_t startPage(std::uint8_t module, const hexpage::MEMORY_PAGE& page, bool wideAddress);
+    /** ERASEERR after 4 failed tries, else the reply's status. */
+    std::uint8_t eraseBlock(std::uint8_t module, std::uint32_t address, std::uint8_t count, bool wideAddress);
+    std::uint8_t eraseAll(std::uint8_t module);
+    /**
+     * Sends row `row` of `data`, up to 4 tries. -1 when no try was answered, else the reply's status;
+     * MISSEDPACKET when the module kept reporting another row.
+     */
+    int sendDataRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data);
+    /** Sends all rows of `data`: the result of the first that failed, else OK. */
+    int sendRows(std::uint8_t module, const std::vector<std::uint8_t>& data);
+    /** Up to 4 tries; true only when the module confirmed that the rows it got were written. */
+    bool sendPageWrite(std::uint8_t module);
+
+    /**
+     * Reads an image. Throws nothing: false, with nothing sent, for a file that can't be read, that breaks the
+     * format, or of which the dialogue could not send every byte to where it belongs.
+     */
+    static bool readImage(const std::string& path, const LAYOUT& layout, hexpage& image);
+    /** Erases as the layout asks and programs every page. False after the log has said what failed. */
+    bool programImage(std::uint8_t module, const LAYOUT& layout, hexpage& image);
+
+    void logItem(const std::string& text, logger::LOG_TYPE type) const;
+
+private:
+    enum class PAGE_RESULT { DONE, RETRY };
+
+    bool tryRequest(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, unsigned timeout);
+    std::uint8_t requestStatus(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, BLSTATUS failure);
+    void settle();
+    bool eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, hexpage& image,
+                       hexpage::MEMORY_PAGE*& page, std::uint32_t& index);
+    bool programPage(std::uint8_t module, const LAYOUT& layout, hexpage::MEMORY_PAGE& page, std::uint32_t index,
+                     std::uint32_t total);
+    PAGE_RESULT attemptPage(std::uint8_t module, const LAYOUT& layout, const hexpage::MEMORY_PAGE& page);
+    PAGE_RESULT retry(const char* reason);
+
+    updateCore* csys;
+    std::string logPrefix;
+    bool answeredDirectly = false; ///< the last answer came before any status request
+    bool disturbed = false;        ///< a reply was late or not the one expected: stale ones may follow
+    std::uint32_t lastRow = 0;     ///< last row sent of the open page
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "action.prototype.h"
+#include "bootloadDialogue.h"
+
+/**
+ * Reprograms a bus module over CAN, through the bus processor. Timeouts, tries and failure results are those of
+ * bootloadDialogue, which conducts the dialogue.
+ */
+class canBootload : public action {
+public:
+    using BLSTATUS = bootloadDialogue::BLSTATUS;
+    using enum bootloadDialogue::BLSTATUS;
+
+    explicit canBootload(updateCore* core) : action(core), dialogue(core, "CAN: ") {}
+
+    /**
+     * Switches the module into its bootloader and compares versions. NOMODULE when it does not answer or is not
+     * on CAN. Blocks for about 3 s when there is no module.
+     */
+    STATUS needsUpdate(bool force) override;
+    /** Programs the image of the module's hardware revision. Nothing is rolled back. */
+    bool run() override;
+
+    bool sendReqStat();
+    bool sendWithResponse(ProcBusThread::PROCBUS_MSG msg, unsigned timeout);
+    bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
+    std::uint8_t send_SOH(const hexpage::MEMORY_PAGE& page);
+    std::uint8_t eraseBlock(std::uint32_t address, std::uint8_t count);
+    std::uint8_t eraseAll();
+    bool sendPageWrite();
+    int sendDataRow(std::uint32_t row, const hexpage::MEMORY_PAGE& page);
+
+private:
+    STATUS compareReported(bool force);
+    STATUS compareRecorded(bool force);
+    STATUS upToDate();
+    bool selectLayout(bootloadDialogue::LAYOUT& layout) const;
+    void resetModule();
+    bool wideAddress() const { return procType != updateCore::PIC24; }
+
+    updateCore::PROC_TYPE procType = updateCore::UNKNOWN;
+    bool pic24NewBL = false; ///< the bootloader sent its identification
+    bootloadDialogue dialogue;
+};

@@ -1,0 +1,140 @@
+#include "fileUpdate.h"
+
+#include "packageFile.h"
+
+#include <dirent.h>
+#include <iostream>
+#include <sys/stat.h>
+#include <vector>
+
+namespace {
+
+constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
+
+/** The names in a directory that are not hidden, in the file system's order; false when it can't be listed. */
+bool listVisible(const std::string& directory, std::vector<std::string>& names) {
+    DIR* dir = opendir(directory.c_str());
+    if (dir == nullptr) {
+        return false;
+    }
+    while (const dirent* entry = readdir(dir)) {
+        if (entry->d_name[0] != '.') {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    closedir(dir);
+    return true;
+}
+
+bool sameSize(const std::string& one, const std::string& other) {
+    struct stat a {};
+    struct stat b {};
+    return stat(one.c_str(), &a) == 0 && stat(other.c_str(), &b) == 0 && a.st_size == b.st_size;
+}
+
+} // namespace
+
+action::STATUS fileUpdate::needsUpdate(bool force) { return needsUpdateHost(force); }
+
+bool fileUpdate::run() {
+    functs f;
+    const updateCore::UPDATE_ITEM& entry = base->update.items[base->hwRev];
+    if (entry.item.size() <= packageFile::NO_FILE_LENGTH) {
+        return true;
+    }
+    const std::string source = packageFile::DIRECTORY + entry.item;
+    std::string destination = configInstallPath + "/" + entry.item;
+    std::cout << source << std::endl;
+    if (packageFile::leadsOutside(entry.item)) {
+        return copyFailed(destination);
+    }
+    const bool isTree = f.isDirectory(source);
+    bool copied = false;
+    if (isTree) {
+        destination = configInstallPath;
+        std::cout << "Copy Directory" << std::endl;
+        copied = copyDirectory(source, destination, f);
+    } else {
+        std::cout << "Copy File" << std::endl;
+        copied = copyOneFile(source, destination, f);
+    }
+    if (!copied) {
+        return false;
+    }
+    // A program that can't be started must not count as installed; a tree counts as it does when files fail.
+    if (!carryExecutableBits(source, destination, f) && !isTree) {
+        return false;
+    }
+    base->swVersion = entry.version;
+    return true;
+}
+
+bool fileUpdate::copyFailed(const std::string& destination) {
+    csys->log->log_item("Could not copy new file " + destination, logger::LOG_ERROR);
+    return false;
+}
+
+bool fileUpdate::copyOneFile(std::string source, std::string destination, functs& f) {
+    std::cout << "COPY SOURCE " << source << " TO DEST " << destination << std::endl;
+    if (csys->cancel) {
+        return false;
+    }
+    if (f.isFile(destination) && !f.removeFile(destination)) {
+        csys->log->log_item("Could not remove old file: " + destination, logger::LOG_ERROR);
+        return false;
+    }
+    // Only a regular file is copied (a named pipe would never end), and only a whole copy counts: a full card
+    // shows nowhere else.
+    if (!f.isFile(source) || !f.copyFile(source, destination, true) || !sameSize(source, destination)) {
+        return copyFailed(destination);
+    }
+    return true;
+}
+
+bool fileUpdate::copyDirectory(std::string source, std::string destination, functs& f) {
+    std::cout << "COPY SOURCE " << source << " TO DEST " << destination << std::endl;
+    std::vector<std::string> names;
+    if (!listVisible(source, names)) {
+        csys->log->log_item("Could not open directory: " + source, logger::LOG_ERROR);
+        return false;
+    }
+    if (!f.isDirectory(destination)) {
+        f.makeDir(destination);
+    }
+    for (const std::string& name : names) {
+        const std::string from = source + "/" + name;
+        const std::string to = destination + "/" + name;
+        if (f.isDirectory(from)) {
+            copyDirectory(from, to, f);
+        } else {
+            copyOneFile(from, to, f);
+        }
+        if (csys->cancel) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/** Gives each installed file its original's executable bits. A file that is not there was reported already. */
+bool fileUpdate::carryExecutableBits(const std::string& source, const std::string& destination, functs& f) {
+    if (f.isDirectory(source)) {
+        std::vector<std::string> names;
+        bool carried = listVisible(source, names);
+        for (const std::string& name : names) {
+            carried = carryExecutableBits(source + "/" + name, destination + "/" + name, f) && carried;
+        }
+        return carried;
+    }
+    struct stat original {};
+    struct stat installed {};
+    if (stat(source.c_str(), &original) != 0 || stat(destination.c_str(), &installed) != 0) {
+        return true;
+    }
+    const mode_t wanted = (installed.st_mode & ~EXECUTABLE) | (original.st_mode & EXECUTABLE);
+    if (wanted == installed.st_mode || chmod(destination.c_str(), wanted & ~static_cast<mode_t>(S_IFMT)) == 0) {
+        return true;
+    }
+    csys->log->log_item("Could not make executable: " + destination, logger::LOG_ERROR);
+    return false;
+}

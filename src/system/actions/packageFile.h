@@ -1,0 +1,24 @@
+#pragma once
+
+#include "../updateCore.h"
+
+#include <string>
+
+/** Where the actions find what a package brought. */
+namespace packageFile {
+
+const std::string DIRECTORY = "/keldra/tmp/keldra_update/";
+
+/** A name of at most this many characters stands for no file: the item is passed over. */
+constexpr std::string::size_type NO_FILE_LENGTH = 2;
+
+/** True when a component of the name leads out of the directory it is used in. */
+inline bool leadsOutside(const std::string& name) { return ("/" + name + "/").find("/../") != std::string::npos; }
+
+/** The image for the item's hardware revision; the bare directory when the package has none. */
+inline std::string ofItem(const updateCore::BASE_ITEM& item) {
+    const auto& items = item.update.items;
+    return DIRECTORY + (item.hwRev < items.size() ? items[item.hwRev].item : std::string());
+}
+
+} // namespace packageFile

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "../../lib/hexfile/hexRecords.h"
+#include "action.prototype.h"
+#include "bootloadDialogue.h"
+
+/**
+ * Reprograms the module on the serial bootloader, the control module, in either version of its protocol: record
+ * by record or page by page. Also the sender of system commands for those who have no item (setBase() is not
+ * needed for them). Timeouts, tries and failure results are those of bootloadDialogue.
+ */
+class serialBootload : public action {
+public:
+    using BLSTATUS = bootloadDialogue::BLSTATUS;
+    using enum bootloadDialogue::BLSTATUS;
+
+    explicit serialBootload(updateCore* core) : action(core), dialogue(core, "SerialV2: ") {}
+
+    /** As canBootload's; NOMODULE also for a module that is not on the serial bootloader. */
+    STATUS needsUpdate(bool force) override;
+    bool run() override;
+
+    bool sendReqStat();
+    bool sendWithResponse(ProcBusThread::PROCBUS_MSG msg, unsigned timeout);
+    bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
+    /** Resets a second-generation control module: up to 4 tries with a timeout of 5. */
+    bool sendResetG1();
+    std::uint8_t mem_sendSOH(const hexpage::MEMORY_PAGE& page);
+    std::uint8_t mem_eraseBlock(std::uint32_t address, std::uint8_t count, std::uint8_t module);
+    bool mem_sendPageWrite();
+    int mem_sendData(std::uint32_t row, const hexpage::MEMORY_PAGE& page);
+
+private:
+    bool run_v1(const std::string& path);
+    bool run_v2(const std::string& path);
+    bool eraseMemory();
+    bool programRecord(const hexrecords::HEX_RECORD& record);
+    bool selectLayout(bootloadDialogue::LAYOUT& layout) const;
+    void resetModule();
+    void logItem(const std::string& text, logger::LOG_TYPE type) const;
+
+    updateCore::PROC_TYPE procType = updateCore::UNKNOWN;
+    bootloadDialogue dialogue;
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "../updateCore.h"
+
+#include <cstdint>
+#include <rapidjson/reader.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+/**
+ * Reads a package's update manifest and appends one entry per file to the lists of the items that it names:
+ * docs/package.md has the layout. Accepts every well-formed text; names and values that it does not know are
+ * walked through. Loader thread.
+ */
+class updateParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, updateParser> {
+public:
+    explicit updateParser(updateCore* core);
+
+    bool Null() { return value(); }
+    bool Bool(bool) { return value(); }
+    bool Int(int) { return value(); }
+    bool Uint(unsigned) { return value(); }
+    bool Int64(std::int64_t) { return value(); }
+    bool Uint64(std::uint64_t) { return value(); }
+    bool Double(double) { return value(); }
+    bool String(const char* text, unsigned length, bool copy);
+    bool Key(const char* text, unsigned length, bool copy);
+    bool StartObject();
+    bool EndObject(unsigned) { return true; }
+    bool StartArray();
+    bool EndArray(unsigned) { return true; }
+
+private:
+    using LISTS = std::vector<updateCore::BASE_ITEM*>; ///< filled alike
+
+    bool value();
+    const LISTS* listsOfItem() const;
+    void setVersion(const LISTS& lists, const std::string& version);
+
+    struct {
+        std::string key;
+        std::string item;       ///< the last key of more than one character that opened an object
+        bool hasKey = false; ///< set by a key, cleared by a value
+        std::uint8_t index = 0; ///< entry that the next version belongs to
+        [[maybe_unused]] bool inArray = false;
+        updateCore::UPDATE_ITEM citem;
+    } cur;
+    updateCore* sys; ///< not owned
+    const std::vector<std::pair<std::string, LISTS>> itemNames;
+};

@@ -1,0 +1,70 @@
+// The part of updateCore that reads and writes the record of what is installed.
+
+#include "../lib/functs.h"
+#include "parsers/jsonText.h"
+#include "parsers/manifestParser.h"
+#include "updateCore.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <unistd.h>
+
+namespace {
+
+const char* const FILE_NAME = "/config/system.manifest";
+
+/** Forces what was written to `path`, a file or a directory, onto the card. */
+bool flush(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool flushed = fsync(fd) == 0;
+    close(fd);
+    return flushed;
+}
+
+} // namespace
+
+bool updateCore::loadSystemManifest() {
+    manifestParser parser(this);
+    const std::string text = functs().getFileContents(rootPath + FILE_NAME);
+    if (jsonText::isBlank(text)) {
+        log->log_item("No system manifest", logger::LOG_ERROR);
+        return false;
+    }
+    if (!jsonText::parse(text, parser)) {
+        log->log_item("Could not load system manifest", logger::LOG_ERROR);
+        return false;
+    }
+    return true;
+}
+
+bool updateCore::saveSystemManifest() {
+    rapidjson::StringBuffer text;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(text);
+    const auto member = [&writer](const char* key, const std::string& version) {
+        writer.Key(key);
+        writer.String(version.data(), static_cast<rapidjson::SizeType>(version.size()));
+    };
+    writer.StartObject();
+    member("kernel", core.kernel.swVersion);
+    member("rootfs", core.rootfs.swVersion);
+    member("updater", core.updater.swVersion);
+    member("gui", core.gui.swVersion);
+    member("drivers", core.drivers.swVersion);
+    writer.EndObject();
+
+    functs f;
+    const std::string path = rootPath + FILE_NAME;
+    const std::string temporary = path + ".new";
+    const std::string written = text.GetString();
+    if (!f.writeFileContents(temporary, written) || !flush(temporary) ||
+        f.getFileSize(temporary) != static_cast<std::int32_t>(written.size())) {
+        f.removeFile(temporary); // a full card: the old manifest stays
+        return false;
+    }
+    return std::rename(temporary.c_str(), path.c_str()) == 0 && flush(rootPath + "/config");
+}

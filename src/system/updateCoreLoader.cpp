@@ -1,0 +1,174 @@
+#include "updateCoreLoader.h"
+
+#include "../lib/functs.h"
+#include "ProcBusThread.h"
+#include "actions/serialBootload.h"
+#include "parsers/jsonText.h"
+#include "parsers/updateParser.h"
+#include "termination.h"
+#include "updateCore.h"
+
+#include <cryptopp/files.h>
+#include <cryptopp/filters.h>
+#include <cryptopp/hex.h>
+#include <cryptopp/sha.h>
+#include <cstdlib>
+#include <fcntl.h>
+#include <iostream>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace {
+
+const char* const STICK = "/mnt/usb";
+const std::string STICK_PACKAGE = "/mnt/usb/keldra_update.tgz";
+const std::string PACKAGE = "/keldra/tmp/keldra_update.tgz";
+const std::string UNPACKED = "/keldra/tmp/keldra_update";
+const std::string MANIFEST = "/keldra/tmp/keldra_update/update.manifest";
+const std::string CHECKSUM = ".sha";
+
+/**
+ * Stands while the package is being unpacked. When the panel loses power meanwhile, the manifest may be there
+ * already and the rest not: such a tree is never resumed. The name is among those that the next load removes.
+ */
+const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
+
+/** Forces what was unpacked onto the card. */
+void flushCard(const std::string& directory) {
+    const int fd = open(directory.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        syncfs(fd);
+        close(fd);
+    }
+}
+
+std::string sha1Of(const std::string& file) {
+    std::string digest;
+    CryptoPP::SHA1 sha1;
+    CryptoPP::FileSource(file.c_str(), true,
+                         new CryptoPP::HashFilter(
+                             sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false)));
+    return digest;
+}
+
+} // namespace
+
+void updateCoreLoad::run() {
+    termination::forbid();
+    if (!loadPackage()) {
+        emit sendUpdatePackageLoaded(1);
+        return;
+    }
+    core->log->log_item("Updater is ready to update", logger::LOG_ERROR); // so that every filter shows it
+    emit sendStatusMessage("Updater file loaded.");
+    core->loaded = true;
+    emit sendUpdatePackageLoaded(core->resumeUpdate ? 2 : 0);
+}
+
+bool updateCoreLoad::loadPackage() {
+    functs f;
+    emit sendStatusMessage("Loading Update File....");
+    if (!switchToUpdateMode()) {
+        return false;
+    }
+    awaitStartMode();
+    const bool resume = core->resumeUpdate && f.isFile(MANIFEST) && !f.isFile(UNPACKING);
+    if (!resume && !(fetchPackage() && unpackPackage())) {
+        return false;
+    }
+    return readManifest() && prepareSystem();
+}
+
+/** Says what failed, to the operator and to the log. */
+bool updateCoreLoad::fail(const char* shown, const char* logged) {
+    emit sendStatusMessage(shown);
+    core->log->log_item(logged, logger::LOG_ERROR);
+    return false;
+}
+
+bool updateCoreLoad::switchToUpdateMode() {
+    serialBootload sender(core);
+    return sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE) ||
+           fail("Could not switch system to update mode", "Could not switch system to update mode");
+}
+
+/** Waits until the program entry has read its mode argument, about as long as the window takes to appear. */
+void updateCoreLoad::awaitStartMode() {
+    while (core->startModePending && !core->cancel) {
+        core->pause(1);
+    }
+}
+
+bool updateCoreLoad::fetchPackage() {
+    functs f;
+    std::cout << "Loading new file" << std::endl;
+    // Its result does not matter: there may be nothing to remove.
+    [[maybe_unused]] const int removed = std::system("rm -r /keldra/tmp/keldra_update*");
+    if (!f.isFile(STICK_PACKAGE)) {
+        emit sendStatusMessage("No updater file or USB not connected");
+        core->log->log_item("No update file found", logger::LOG_WARNING);
+        return false;
+    }
+    f.copyFile(STICK_PACKAGE, PACKAGE, true); // a copy that failed does not validate
+    f.copyFile(STICK_PACKAGE + CHECKSUM, PACKAGE + CHECKSUM, false);
+    return validateFile(PACKAGE) || fail("Updater file corrupted!", "Update file corrupted");
+}
+
+bool updateCoreLoad::unpackPackage() {
+    functs f;
+    if (f.isDirectory(UNPACKED) && std::system("rm -r /keldra/tmp/keldra_update") != 0) {
+        return fail("Internal Error", "Could not flush temp directory");
+    }
+    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "")) {
+        return fail("Internal Error", "Could not create temp directory");
+    }
+    flushCard(UNPACKED);
+    if (std::system("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz") != 0) {
+        return fail("Internal Error", "Could not untar archieve");
+    }
+    flushCard(UNPACKED);
+    f.removeFile(UNPACKING);
+    return true;
+}
+
+bool updateCoreLoad::readManifest() {
+    if (!validateFile(MANIFEST)) {
+        return fail("Updater file corrupted!", "Updater manifest is corrupt");
+    }
+    const std::string text = functs().getFileContents(MANIFEST);
+    if (jsonText::isBlank(text)) {
+        return fail("Internal Error", "Config file is blank");
+    }
+    core->clearUpdateItems();
+    updateParser parser(core);
+    return jsonText::parse(text, parser) || fail("Internal Error", "Config file is invalid");
+}
+
+bool updateCoreLoad::prepareSystem() {
+    if (std::system("mount -o remount rw /") != 0) {
+        return fail("Internal Error", "Could not remount system");
+    }
+    umount(STICK); // the stick may be pulled now; one that is not mounted is no fault
+    core->comBus->reload_uart();
+    return true;
+}
+
+bool updateCoreLoad::validateFile(std::string file) {
+    functs f;
+    if (!f.isFile(file)) {
+        return false;
+    }
+    const std::string text = f.getFileContents(file + CHECKSUM);
+    const std::vector<std::string> words = f.split(text, ' ');
+    std::string expected = words.empty() ? text : words.front();
+    f.trim(expected);
+    f.strCase(expected, false);
+    if (expected.empty()) {
+        return false;
+    }
+    try {
+        return sha1Of(file) == expected;
+    } catch (const CryptoPP::Exception&) {
+        return false; // unreadable: not proven intact
+    }
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+#include <QThread>
+#include <string>
+
+class updateCore;
+
+/**
+ * The thread that brings a package from the USB stick onto the panel, proves it intact, unpacks it and reads its
+ * manifest into the core. Owned and started by the core. One run ends with exactly one
+ * sendUpdatePackageLoaded(); a failed step leaves what it left, and the next run clears it.
+ */
+class updateCoreLoad : public QThread {
+    Q_OBJECT
+
+public:
+    /** The core that is read and filled; set before the thread is started. Not owned. */
+    void setCore(updateCore* c) { core = c; }
+    void run() override;
+    /** True when `file` exists and its SHA-1 is the one that `file` + ".sha" names. */
+    bool validateFile(std::string file);
+
+signals:
+    void sendStatusMessage(QString msg);
+    void sendUpdatePackageLoaded(unsigned char mode); ///< 0 loaded, 1 failed, 2 loaded while resuming
+
+private:
+    bool loadPackage();
+    bool switchToUpdateMode();
+    void awaitStartMode();
+    bool fetchPackage();
+    bool unpackPackage();
+    bool readManifest();
+    bool prepareSystem();
+    bool fail(const char* shown, const char* logged);
+
+    updateCore* core = nullptr;
+};

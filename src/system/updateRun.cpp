@@ -1,0 +1,155 @@
+// The update run: the part of updateCore that its own thread executes.
+
+#include "ProcBusThread.h"
+#include "actions/canBootload.h"
+#include "actions/fileUpdate.h"
+#include "actions/kernelUpdate.h"
+#include "actions/serialBootload.h"
+#include "termination.h"
+#include "updateCore.h"
+
+#include <chrono>
+#include <cstdio>
+
+namespace {
+
+constexpr double TICK = 6.0; // progress of one item, of 100
+constexpr std::uint8_t RUN_BUFFER_SIZE = 14;
+constexpr std::uint8_t SERIAL_BUFFER_SIZE = 15;
+const char* const UPDATER_DIR = "/usr/bin/";
+const char* const SYSTEM_DIR = "/";
+
+/** The modules on the CAN bootloader, in the order in which they are visited. */
+constexpr struct {
+    const char* name;
+    updateCore::MODULE updateCore::*module;
+} CAN_MODULES[] = {
+    {"MultiFunction #1", &updateCore::mf1}, {"MultiFunction #2", &updateCore::mf2},
+    {"MultiFunction #3", &updateCore::mf3}, {"ARTS Sensor", &updateCore::arts},
+    {"Secondary #1", &updateCore::s1},      {"Secondary #2", &updateCore::s2},
+    {"Secondary #3", &updateCore::s3},      {"Secondary #4", &updateCore::s4},
+    {"Motor", &updateCore::motor},          {"Primary", &updateCore::master},
+};
+
+class stopwatch {
+public:
+    double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
+} // namespace
+
+void updateCore::run() {
+    termination::forbid();
+    gotStatusMessage("Starting Update...");
+    comBus->setBuffSize(RUN_BUFFER_SIZE);
+    comBus->reload_uart();
+    gotStatusMessage("Switching System to Bootload Mode...");
+    const stopwatch total;
+    if (!enterUpdateMode()) {
+        emit sendUpdateDone(false);
+        return;
+    }
+    if (resumeUpdate) {
+        emit incrimentProgressBar(TICK); // for the updater, done before the restart
+    } else if (!updateUpdater()) {
+        return;
+    }
+    resumeUpdate = false;
+    if (!updateEverythingElse()) {
+        return; // runUpdate has said what there was to say
+    }
+    success = true;
+    std::printf("Bootload Total Length: %0.2f\n", total.seconds());
+    std::fflush(stdout);
+    emit sendUpdateDone(true);
+}
+
+bool updateCore::enterUpdateMode() {
+    serialBootload sender(this);
+    if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
+        return true;
+    }
+    gotStatusMessage("Could not switch system to update mode");
+    log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    return false;
+}
+
+/** First stage. False when the run ends here: the updater was replaced and starts anew, or it failed. */
+bool updateCore::updateUpdater() {
+    fileUpdate files(this);
+    files.setInstallPath(UPDATER_DIR);
+    switch (runUpdate(&files, &core.updater, "Updater", forceUpdate, TICK)) {
+    case action::UPERROR:
+        std::printf("UPDATE ERROR\n");
+        std::fflush(stdout);
+        return false;
+    case action::GOUPDATE:
+        emit sendReboot();
+        return false;
+    default:
+        return true;
+    }
+}
+
+/** Every item but the updater, in the order that the modules need. False when one of them failed. */
+bool updateCore::updateEverythingElse() {
+    kernelUpdate kernelWriter(this);
+    fileUpdate files(this);
+    canBootload can(this);
+    serialBootload serial(this);
+    const auto update = [this](action* act, BASE_ITEM* item, const char* name) {
+        return runUpdate(act, item, name, forceUpdate, TICK) != action::UPERROR;
+    };
+    files.setInstallPath(SYSTEM_DIR);
+    if (!update(&kernelWriter, &core.kernel, "Kernel") || !update(&files, &core.drivers, "Drivers") ||
+        !update(&files, &core.gui, "GUI")) {
+        return false;
+    }
+    for (const auto& entry : CAN_MODULES) {
+        if (!update(&can, &(this->*entry.module).base, entry.name)) {
+            return false;
+        }
+    }
+    comBus->setBuffSize(SERIAL_BUFFER_SIZE);
+    return update(&serial, &ctrl.base, "CTRL"); // last: the others are reached through it
+}
+
+std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force, double tick) {
+    act->setBase(item);
+    const action::STATUS status = act->needsUpdate(force);
+    const auto report = [this](const std::string& text) { gotStatusMessage(QString::fromStdString(text)); };
+    report("Checking " + name + " for update");
+    switch (status) {
+    case action::NOMODULE:
+        report(name + " not found");
+        break;
+    case action::NOUPDATE:
+        report(name + " up-to-date");
+        break;
+    case action::UPERROR:
+        break;
+    case action::GOUPDATE: {
+        const auto& items = item->update.items;
+        if (items.empty()) {
+            return action::NOMODULE; // a module that the package has nothing for: passed over without a word
+        }
+        const std::string version = item->hwRev < items.size() ? items[item->hwRev].version : "";
+        report("Updating " + name + ": " + item->swVersion.get() + " -> " + version);
+        const stopwatch operation;
+        if (!act->run()) {
+            emit sendUpdateDone(false);
+            return action::UPERROR;
+        }
+        std::printf("Length of Operation: %0.2f\n", operation.seconds());
+        std::fflush(stdout);
+        break;
+    }
+    }
+    emit incrimentProgressBar(tick);
+    return status;
+}
