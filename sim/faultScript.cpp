@@ -67,11 +67,12 @@ std::string firstWord(const std::vector<std::string>& list) {
 } // namespace
 
 Fault::Fault(const std::string& text, std::uint64_t seed)
-    : text_(text), kind_(faultKind(firstWord(words(text)))), engine_(seed) {
+    : text_(firstWord(words(text))), kind_(faultKind(text_)), engine_(seed) {
     const auto list = words(text);
     for (auto word = list.begin() + 1; word != list.end(); ++word) {
         const auto [key, value] = keyValue(*word);
         set(key, value);
+        text_ += ' ' + *word;
     }
     if (nth_ != 0 && limit_ == 0)
         limit_ = 1;

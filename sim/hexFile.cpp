@@ -62,7 +62,7 @@ void preloadHexFile(const std::string& file, bool packsInstructions, Flash& flas
             continue;
         const Bytes bytes = fromHex(std::string_view(line).substr(1));
         if (bytes.size() < 5 || bytes.size() != bytes[0] + 5U)
-            throw std::runtime_error("bad record in " + file + ": " + line);
+            throw std::runtime_error(format("bad record in %s: %s", file.c_str(), line.c_str()));
         const auto data = std::span(bytes).subspan(4, bytes[0]);
         if (bytes[3] == upperAddressRecord && data.size() == 2)
             upper = static_cast<std::uint32_t>(data[0]) << 24 | static_cast<std::uint32_t>(data[1]) << 16;

@@ -68,7 +68,8 @@ std::optional<Message> Module::enterBootloader() {
 
 bool Module::hasRightLength(const Request& request) {
     const bool addressed = request.kind == RequestKind::StartPage || request.kind == RequestKind::EraseBlocks;
-    if (!addressed || request.wideAddress == config_.processor->wideAddress)
+    const bool wideAddress = config_.serialBootloader || config_.processor->wideAddress;
+    if (!addressed || request.wideAddress == wideAddress)
         return true;
     log_.add(format("%s command in the %u-byte form", nameOf(request.kind), request.wideAddress ? 8U : 6U));
     return false;

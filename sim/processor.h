@@ -16,7 +16,7 @@ struct Processor {
     const char* name;                   // in inventory files
     std::uint8_t kind;                  // bits 0-6 of the kind byte of an identification
     bool identifies;                    // enters its bootloader with an identification, not with a mere reply
-    bool wideAddress;                   // its commands carry 32-bit addresses
+    bool wideAddress;                   // its commands carry 32-bit addresses on CAN, too
     bool byRecords;                     // programmed record by record, not page by page
     bool erasesOnWrite;                 // writing a page erases it first
     std::uint32_t pageUnits;            // address units of a page

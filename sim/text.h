@@ -1,4 +1,4 @@
-// Small helpers for the text formats of the simulator.
+// What the text formats of the simulator share.
 #pragma once
 
 #include "protocol.h"

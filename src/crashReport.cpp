@@ -22,7 +22,7 @@ constexpr int MAX_FRAMES = 100;
 struct SIGNAL_TEXT {
     int signal;
     const char* line;
-    bool showsAddress; // a bus error's is left out: the cause is the access, not the place
+    bool showsAddress;              // a bus error's is left out: the cause is the access, not the place
     std::vector<const char*> codes; // of si_code, from 1
 };
 
@@ -65,7 +65,9 @@ void* programCounter(void* context) {
 #endif
 }
 
-void writeRule(std::ostream& out, int dashes) { out << std::string(static_cast<std::size_t>(dashes), '-') << "\n"; }
+void writeRule(std::ostream& out, int dashes) {
+    out << std::string(static_cast<std::size_t>(dashes), '-') << "\n";
+}
 
 void writeSignal(std::ostream& out, int signal, const siginfo_t& info, const char* address) {
     for (const SIGNAL_TEXT& text : signalTexts()) {

@@ -6,7 +6,7 @@
 void installCrashReport();
 
 /**
- * The signal handler: writes what happened and a backtrace to standard output and to "/keldra/logs/crash.dump"
- * (the latest crash only), then ends the process with status 1.
+ * The signal handler: writes what happened and a backtrace to standard output and to
+ * "/keldra/logs/crash.dump" (the latest crash only), then ends the process with status 1.
  */
 void segfault_sigaction(int signal, siginfo_t* si, void* arg);

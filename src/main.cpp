@@ -30,8 +30,8 @@ void choosePlatform(int argc, char** argv) {
 }
 
 /**
- * The mode argument: "auto" resumes an update, "auto force" updates what is up to date, too. The loader, which
- * the window has started, goes on from here with what was found.
+ * The mode argument: "auto" resumes an update, "auto force" updates what is up to date, too. The loader,
+ * which the window has started, goes on from here with what was found.
  */
 void readMode(int argc, char** argv, updateCore& core) {
     const bool automatic = argc > 1 && std::strcmp(argv[1], "auto") == 0;
@@ -46,7 +46,9 @@ void readMode(int argc, char** argv, updateCore& core) {
 }
 
 /** Runs a command whose result there is nobody left to tell. */
-void shell(const std::string& command) { [[maybe_unused]] const int status = std::system(command.c_str()); }
+void shell(const std::string& command) {
+    [[maybe_unused]] const int status = std::system(command.c_str());
+}
 
 void restartUpdater(const updateCore& core) {
     std::string command = "K+Updater auto ";

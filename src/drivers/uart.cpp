@@ -21,7 +21,9 @@ constexpr struct {
 
 } // namespace
 
-uart::~uart() { uart_close(); }
+uart::~uart() {
+    uart_close();
+}
 
 bool uart::uart_open(std::string port) {
     fd = open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
@@ -94,4 +96,6 @@ void uart::uart_close() {
     }
 }
 
-void uart::uart_flush() { tcflush(fd, TCIOFLUSH); }
+void uart::uart_flush() {
+    tcflush(fd, TCIOFLUSH);
+}

@@ -19,12 +19,13 @@ public:
     uart& operator=(const uart&) = delete;
     ~uart();
 
-    /** Opens the device for blocking access and empties both queues. A failure leaves a negative descriptor. */
+    /** Opens the device for blocking access and empties both queues. A failure leaves a negative descriptor.
+     */
     bool uart_open(std::string port);
     /**
-     * Raw 8-bit line at `baud` (one of the rates of the table in the source file); a read returns once `block`
-     * bytes are there or `timeout` tenths of a second after the last one. False, with nothing changed, when the
-     * attributes can't be read or the rate is not in the table.
+     * Raw 8-bit line at `baud` (one of the rates of the table in the source file); a read returns once
+     * `block` bytes are there or `timeout` tenths of a second after the last one. False, with nothing
+     * changed, when the attributes can't be read or the rate is not in the table.
      */
     bool uart_set_options(int baud, int block, int timeout, bool flowControl);
     /** One read(): a count, 0 or -1. May block. */

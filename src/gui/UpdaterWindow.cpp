@@ -123,7 +123,8 @@ void UpdaterWindow::connectCore(QApplication* application) {
     connect(csys, SIGNAL(sendUpdateDone(bool)), this, SLOT(updateFinished(bool)));
     connect(csys, SIGNAL(sendStatusMessage(QString)), this, SLOT(statusMessage(QString)));
     connect(csys, SIGNAL(incrimentProgressBar(double)), this, SLOT(updateProgress(double)));
-    connect(csys, SIGNAL(sendUpdatePackageLoaded(unsigned char)), this, SLOT(updatePackageLoaded(unsigned char)));
+    connect(csys, SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
+            SLOT(updatePackageLoaded(unsigned char)));
     connect(csys, SIGNAL(sendReboot()), this, SLOT(rebootSystem()));
 }
 
@@ -134,7 +135,9 @@ void UpdaterWindow::showEvent(QShowEvent* event) {
     }
 }
 
-void UpdaterWindow::statusMessage(QString msg) { statusGui->appendPlainText(msg); }
+void UpdaterWindow::statusMessage(QString msg) {
+    statusGui->appendPlainText(msg);
+}
 
 void UpdaterWindow::updateProgress(double tick) {
     curTick += tick;

@@ -9,8 +9,8 @@ class QPushButton;
 class updateCore;
 
 /**
- * The operator's full-screen window, 480 x 272: version, progress, log and three buttons. Drives the core through
- * signals and its flags, and ends the application. Main thread.
+ * The operator's full-screen window, 480 x 272: version, progress, log and three buttons. Drives the core
+ * through signals and its flags, and ends the application. Main thread.
  */
 class UpdaterWindow : public QMainWindow {
     Q_OBJECT

@@ -13,9 +13,13 @@
 
 namespace {
 
-bool isBlank(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+bool isBlank(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
 
-bool examine(const std::string& path, struct stat& info) { return stat(path.c_str(), &info) == 0; }
+bool examine(const std::string& path, struct stat& info) {
+    return stat(path.c_str(), &info) == 0;
+}
 
 struct CLOSE_DIR {
     void operator()(DIR* dir) const { closedir(dir); }
@@ -82,7 +86,9 @@ std::string& functs::rtrim(std::string& s) {
     return s;
 }
 
-std::string& functs::trim(std::string& s) { return rtrim(ltrim(s)); }
+std::string& functs::trim(std::string& s) {
+    return rtrim(ltrim(s));
+}
 
 void functs::strCase(std::string& s, bool toUpper) {
     const char first = toUpper ? 'a' : 'A';
@@ -104,7 +110,9 @@ bool functs::isFile(std::string file) {
     return examine(file, info) && S_ISREG(info.st_mode);
 }
 
-bool functs::makeDir(std::string dir) { return mkdir(dir.c_str(), 0755) == 0; }
+bool functs::makeDir(std::string dir) {
+    return mkdir(dir.c_str(), 0755) == 0;
+}
 
 std::int32_t functs::getFileSize(std::string file) {
     struct stat info {};
@@ -114,7 +122,9 @@ std::int32_t functs::getFileSize(std::string file) {
     return static_cast<std::int32_t>(std::min<off_t>(info.st_size, std::numeric_limits<std::int32_t>::max()));
 }
 
-bool functs::removeFile(std::string filename) { return std::remove(filename.c_str()) == 0; }
+bool functs::removeFile(std::string filename) {
+    return std::remove(filename.c_str()) == 0;
+}
 
 std::string functs::getFileContents(std::string fileName) {
     std::ifstream in(fileName);

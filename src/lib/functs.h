@@ -13,7 +13,8 @@
  */
 class functs {
 public:
-    /** The pieces between separators, empty ones included; an empty vector when the separator does not occur. */
+    /** The pieces between separators, empty ones included; an empty vector when the separator does not occur.
+     */
     std::vector<std::string> split(const std::string& strValue, char separator);
     /** The same for a separator of several characters; an empty one occurs nowhere. */
     std::vector<std::string> split(const std::string& strValue, std::string separator);
@@ -40,8 +41,8 @@ public:
     /** Replaces the file, or appends to it with `app`. True when it could be opened. */
     bool writeFileContents(std::string fileName, std::string content, bool app = false);
     /**
-     * Copies the content, no permissions and no times. True when both files could be opened: whether all of it
-     * arrived is for the caller to look at. `dest` is created or truncated even when `source` is missing.
+     * Copies the content, no permissions and no times. True when both files could be opened: whether all of
+     * it arrived is for the caller to look at. `dest` is created or truncated even when `source` is missing.
      */
     bool copyFile(std::string source, std::string dest, bool bin, bool app = false);
     /**
@@ -52,6 +53,7 @@ public:
     /** Copies the files of a directory, with `recursive` the whole tree. False when it can't be listed. */
     bool copyDir(std::string source, std::string dest, bool recursive);
 
-    /** Appends the shell command's standard output to `response`; true when it exited with status 0. Blocks. */
+    /** Appends the shell command's standard output to `response`; true when it exited with status 0. Blocks.
+     */
     bool runProcess(std::string cmd, std::string& response);
 };

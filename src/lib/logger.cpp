@@ -32,7 +32,9 @@ logger::~logger() {
     log_file_process();
 }
 
-void logger::debugMode() { debug = true; }
+void logger::debugMode() {
+    debug = true;
+}
 
 bool logger::log_item(std::string msg, LOG_TYPE msgType) {
     if (lockWrite) {
@@ -62,9 +64,13 @@ std::string logger::get_time() {
     return text.data();
 }
 
-bool logger::logFileExists(std::string file) { return fnts.isFile(logPath + file); }
+bool logger::logFileExists(std::string file) {
+    return fnts.isFile(logPath + file);
+}
 
-bool logger::checkSize(std::string file) { return fnts.getFileSize(logPath + file) > maxFileSize; }
+bool logger::checkSize(std::string file) {
+    return fnts.getFileSize(logPath + file) > maxFileSize;
+}
 
 void logger::log_file_process() {
     lockWrite = true;

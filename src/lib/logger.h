@@ -5,9 +5,9 @@
 #include <string>
 
 /**
- * The updater's log. Lines collect in a staging file, "/tmp/" + file name; only the destructor appends that to
- * the persistent log, directory + file name, and rotates it when it has grown over its limit. A staging file
- * left by a run that died is carried over by the next run's save.
+ * The updater's log. Lines collect in a staging file, "/tmp/" + file name; only the destructor appends that
+ * to the persistent log, directory + file name, and rotates it when it has grown over its limit. A staging
+ * file left by a run that died is carried over by the next run's save.
  *
  * Any thread may call log_item: each line is one append to the file. The destructor runs when the other
  * threads have ended.
@@ -17,9 +17,9 @@ public:
     enum LOG_TYPE { LOG_ERROR = 0, LOG_WARNING = 1, LOG_NOTICE = 2 };
 
     /**
-     * `logDir` is a plain prefix and ends with "/"; `maxSize` is the persistent log's limit in bytes; `compact`
-     * shortens the time stamp and drops the level; without `rotate` an over-size log is deleted, with it five
-     * generations are kept, ".0" the newest. No file is touched yet.
+     * `logDir` is a plain prefix and ends with "/"; `maxSize` is the persistent log's limit in bytes;
+     * `compact` shortens the time stamp and drops the level; without `rotate` an over-size log is deleted,
+     * with it five generations are kept, ".0" the newest. No file is touched yet.
      */
     logger(std::string logDir, std::string file, int maxSize, bool compact, bool rotate);
     logger(const logger&) = delete;

@@ -12,7 +12,7 @@ using namespace busProtocol;
 
 namespace {
 
-constexpr int READ_AT_ONCE = 3;         // bytes; small, so that a short reply is not held back
+constexpr int READ_AT_ONCE = 3;          // bytes; small, so that a short reply is not held back
 constexpr std::uint32_t SCAN_ABOVE = 10; // bytes buffered before frames are searched
 constexpr int VMIN_BYTES = 100;
 constexpr int VTIME_TENTHS = 1;
@@ -28,11 +28,11 @@ constexpr struct {
     updateCore::MODULE updateCore::*module;
     bool showsPresence; // the others' presence is known from message 21 alone
 } IDENTITIES[] = {
-    {3, &updateCore::cy1, false},    {4, &updateCore::cy2, false},   {5, &updateCore::cy3, false},
-    {6, &updateCore::cy4, false},    {7, &updateCore::master, false}, {8, &updateCore::motor, false},
-    {9, &updateCore::s1, false},     {10, &updateCore::s2, false},   {11, &updateCore::s3, false},
-    {12, &updateCore::s4, false},    {13, &updateCore::mf1, true},   {14, &updateCore::mf2, true},
-    {15, &updateCore::mf3, true},    {50, &updateCore::arts, true},
+    {3, &updateCore::cy1, false}, {4, &updateCore::cy2, false},    {5, &updateCore::cy3, false},
+    {6, &updateCore::cy4, false}, {7, &updateCore::master, false}, {8, &updateCore::motor, false},
+    {9, &updateCore::s1, false},  {10, &updateCore::s2, false},    {11, &updateCore::s3, false},
+    {12, &updateCore::s4, false}, {13, &updateCore::mf1, true},    {14, &updateCore::mf2, true},
+    {15, &updateCore::mf3, true}, {50, &updateCore::arts, true},
 };
 
 /** The six 4-bit fields of message 21, low half of each byte first. */
@@ -51,16 +51,18 @@ std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t th
 
 std::string serialText(const std::uint8_t* bytes) {
     char text[13];
-    std::snprintf(text, sizeof text, "%02x%02x%02x%02x%02x%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
-                  bytes[5]);
+    std::snprintf(text, sizeof text, "%02x%02x%02x%02x%02x%02x", bytes[0], bytes[1], bytes[2], bytes[3],
+                  bytes[4], bytes[5]);
     return text;
 }
 
 } // namespace
 
 ProcBusThread::ProcBusThread(updateCore* core)
-    : UARTREAD(new std::uint8_t[READ_SIZE]()), UARTRXBUF(new std::uint8_t[RX_SIZE]()),
-      UARTTXBUF(new std::uint8_t[TX_SIZE]()), sys(core) {
+    : UARTREAD(new std::uint8_t[READ_SIZE]()),
+      UARTRXBUF(new std::uint8_t[RX_SIZE]()),
+      UARTTXBUF(new std::uint8_t[TX_SIZE]()),
+      sys(core) {
     if (!sPort.uart_open(sys->uartPort)) {
         sys->log->log_item("Could not Start MicroBus: Could not open UART", logger::LOG_ERROR);
         return;
@@ -168,7 +170,8 @@ void ProcBusThread::finishFrame(PROCBUS_MSG& msg, unsigned last) {
         return;
     }
     std::printf("CRC ERR: %d %d (%x vs %x) %d %d %d - ", msg.id, msg.length, msg.checksum,
-                checker.crc16_calculate(msg.data, msg.length), UARTRXBUF[last - 1], byte, static_cast<int>(last));
+                checker.crc16_calculate(msg.data, msg.length), UARTRXBUF[last - 1], byte,
+                static_cast<int>(last));
     for (unsigned i = 0; i < msg.length; ++i) {
         std::printf("%d ", msg.data[i]);
     }
@@ -274,7 +277,9 @@ void ProcBusThread::fileIdentity(const PROCBUS_MSG& msg) {
     }
 }
 
-void ProcBusThread::sendStop() { haltThread = false; }
+void ProcBusThread::sendStop() {
+    haltThread = false;
+}
 
 void ProcBusThread::checkStop() {
     if (!wait(STOP_WAIT_MS)) {
@@ -295,4 +300,6 @@ void ProcBusThread::reload_uart() {
     }
 }
 
-void ProcBusThread::setBuffSize(std::uint8_t n) { rxBuffSize = n; }
+void ProcBusThread::setBuffSize(std::uint8_t n) {
+    rxBuffSize = n;
+}

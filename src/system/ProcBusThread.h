@@ -38,8 +38,8 @@ public:
     /** True when the port could be opened and configured. */
     bool isInit() const { return canRun; }
     /**
-     * Writes one frame; does nothing before a successful isInit() or for a message longer than its record. The
-     * write's result is not known: a reply, if one is due, is for the caller to wait for.
+     * Writes one frame; does nothing before a successful isInit() or for a message longer than its record.
+     * The write's result is not known: a reply, if one is due, is for the caller to wait for.
      */
     void send(PROCBUS_MSG msg);
     /** Files one valid message into the core; bytes behind its length count as 0. Link thread only. */
@@ -50,8 +50,8 @@ public:
     /** Ends the thread: waits 200 ms, then terminates it and waits until it is gone. */
     void checkStop();
     /**
-     * Closes the port, restarts the thread and opens the port again, in this order; the new thread's first reads
-     * may find the port closed. Blocks for 20 ms or until the old thread is gone.
+     * Closes the port, restarts the thread and opens the port again, in this order; the new thread's first
+     * reads may find the port closed. Blocks for 20 ms or until the old thread is gone.
      */
     void reload_uart();
     void setBuffSize(std::uint8_t n);
@@ -77,8 +77,9 @@ private:
     [[maybe_unused]] unsigned last_buff_len = 0;
     bool canRun = false;
     [[maybe_unused]] std::uint8_t lastMsg = 0;
-    [[maybe_unused]] std::uint8_t rxBuffSize = 14; ///< set by the dialogues; the receive loop finds frames without it
-    std::uint32_t rxPtr = 0;      ///< bytes held in UARTRXBUF
+    [[maybe_unused]] std::uint8_t rxBuffSize =
+        14;                  ///< set by the dialogues; the receive loop finds frames without it
+    std::uint32_t rxPtr = 0; ///< bytes held in UARTRXBUF
     std::unique_ptr<std::uint8_t[]> UARTREAD;
     std::unique_ptr<std::uint8_t[]> UARTRXBUF;
     std::unique_ptr<std::uint8_t[]> UARTTXBUF;

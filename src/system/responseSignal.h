@@ -3,9 +3,9 @@
 #include <semaphore.h>
 
 /**
- * Wakes the thread that waits for a module's reply as soon as the link thread has filed it. Nothing here can be
- * left locked by a thread that is terminated while it waits. A reply that was filed without a wake is found by
- * the waiting thread's next poll all the same.
+ * Wakes the thread that waits for a module's reply as soon as the link thread has filed it. Nothing here can
+ * be left locked by a thread that is terminated while it waits. A reply that was filed without a wake is
+ * found by the waiting thread's next poll all the same.
  */
 class responseSignal {
 public:

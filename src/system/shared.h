@@ -11,7 +11,8 @@
 template <class T>
 class shared {
 public:
-    constexpr shared(T initial = T{}) : value(initial) {} // NOLINT(google-explicit-constructor): like a plain T
+    constexpr shared(T initial = T{})
+        : value(initial) {} // NOLINT(google-explicit-constructor): like a plain T
     shared(const shared& other) : value(other.value.load()) {}
     shared& operator=(const shared& other) {
         value = other.value.load();

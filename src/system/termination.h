@@ -4,8 +4,8 @@
 
 /**
  * Where a worker thread may be ended by QThread::terminate(). Termination unwinds the stack, so it must never
- * strike inside a destructor, a lock or a half-made change: every worker's run() begins with forbid() and lifts
- * the ban only around its blocking read or its poll sleep.
+ * strike inside a destructor, a lock or a half-made change: every worker's run() begins with forbid() and
+ * lifts the ban only around its blocking read or its poll sleep.
  */
 class termination : private QThread {
 public:

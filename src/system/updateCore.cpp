@@ -20,12 +20,12 @@ constexpr struct {
     std::uint8_t address;
     bool resetAfterUpdate;
 } MODULES[] = {
-    {&updateCore::cy1, 0, true},    {&updateCore::cy2, 0, true},  {&updateCore::cy3, 0, true},
-    {&updateCore::cy4, 0, true}, // kept in the table, never visited
+    {&updateCore::cy1, 0, true},     {&updateCore::cy2, 0, true},  {&updateCore::cy3, 0, true},
+    {&updateCore::cy4, 0, true},     // kept in the table, never visited
     {&updateCore::master, 7, false}, // the one that goes on without a restart
-    {&updateCore::motor, 8, true},  {&updateCore::ctrl, 2, true}, {&updateCore::s1, 9, true},
-    {&updateCore::s2, 10, true},    {&updateCore::s3, 11, true},  {&updateCore::s4, 12, true},
-    {&updateCore::mf1, 13, true},   {&updateCore::mf2, 14, true}, {&updateCore::mf3, 15, true},
+    {&updateCore::motor, 8, true},   {&updateCore::ctrl, 2, true}, {&updateCore::s1, 9, true},
+    {&updateCore::s2, 10, true},     {&updateCore::s3, 11, true},  {&updateCore::s4, 12, true},
+    {&updateCore::mf1, 13, true},    {&updateCore::mf2, 14, true}, {&updateCore::mf3, 15, true},
     {&updateCore::arts, 16, true},
 };
 
@@ -54,7 +54,8 @@ updateCore::updateCore() {
     comBus->start(QThread::InheritPriority);
     load = std::make_unique<updateCoreLoad>();
     connect(load.get(), SIGNAL(sendStatusMessage(QString)), this, SLOT(gotStatusMessage(QString)));
-    connect(load.get(), SIGNAL(sendUpdatePackageLoaded(unsigned char)), this, SLOT(gotLoadDone(unsigned char)));
+    connect(load.get(), SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
+            SLOT(gotLoadDone(unsigned char)));
 }
 
 updateCore::~updateCore() {
@@ -203,4 +204,6 @@ void updateCore::gotStatusMessage(QString msg) {
     emit sendStatusMessage(msg);
 }
 
-void updateCore::gotLoadDone(unsigned char mode) { emit sendUpdatePackageLoaded(mode); }
+void updateCore::gotLoadDone(unsigned char mode) {
+    emit sendUpdatePackageLoaded(mode);
+}

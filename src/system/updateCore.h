@@ -19,9 +19,9 @@ class updateCoreLoad;
  * The updater's centre: settings, log, bus link, package loader, the table of modules and host items, and the
  * update run.
  *
- * Four threads meet here: the main thread (the slots), the update thread (run()), the loader's and the link's.
- * They share the fields below without locks: a `shared` scalar or text is written by one of them at a time. The
- * lists of a package are filled by the loader before it sets `loaded`, and only read afterwards.
+ * Four threads meet here: the main thread (the slots), the update thread (run()), the loader's and the
+ * link's. They share the fields below without locks: a `shared` scalar or text is written by one of them at a
+ * time. The lists of a package are filled by the loader before it sets `loaded`, and only read afterwards.
  */
 class updateCore : public QThread {
     Q_OBJECT
@@ -46,10 +46,10 @@ public:
 
     /** One updatable thing: a host item or a module's firmware. */
     struct BASE_ITEM {
-        sharedText swVersion;           ///< installed version: system manifest, or reported by the module
-        shared<std::uint8_t> hwRev;     ///< hardware revision: selects the entry of `update.items`
-        std::uint8_t id = 0;            ///< bus address; 0 for host items
-        shared<bool> isAccurate;        ///< the installed version is known for certain
+        sharedText swVersion;       ///< installed version: system manifest, or reported by the module
+        shared<std::uint8_t> hwRev; ///< hardware revision: selects the entry of `update.items`
+        std::uint8_t id = 0;        ///< bus address; 0 for host items
+        shared<bool> isAccurate;    ///< the installed version is known for certain
         struct {
             std::vector<UPDATE_ITEM> items; ///< what the package offers, indexed by hardware revision
             bool resetAfterUpdate = false;  ///< restart the module after programming
@@ -66,17 +66,17 @@ public:
     };
 
     /**
-     * The last reply of the module that is being bootloaded. The link thread writes it, `hasResponse` last; the
-     * thread that waits for the reply reads `hasResponse` first, so that a reply it sees is whole.
+     * The last reply of the module that is being bootloaded. The link thread writes it, `hasResponse` last;
+     * the thread that waits for the reply reads `hasResponse` first, so that a reply it sees is whole.
      */
     struct {
-        shared<std::uint8_t> status;              ///< canBootload::BLSTATUS
-        shared<std::int8_t> moduleReported = -1;  ///< bus address, -1 for none
-        shared<std::uint32_t> page;               ///< row (or page) the reply refers to; 0xFFFF for none
-        shared<bool> hasResponse;                 ///< a reply came since busResetResponse()
+        shared<std::uint8_t> status;             ///< canBootload::BLSTATUS
+        shared<std::int8_t> moduleReported = -1; ///< bus address, -1 for none
+        shared<std::uint32_t> page;              ///< row (or page) the reply refers to; 0xFFFF for none
+        shared<bool> hasResponse;                ///< a reply came since busResetResponse()
         shared<std::uint8_t> hwRev;
         sharedText swVersion;
-        shared<bool> blInitData;                  ///< an identification was received
+        shared<bool> blInitData; ///< an identification was received
         shared<bool> serialBootload;
         shared<bool> oldProtocol;
         shared<PROC_TYPE> reportedType = UNKNOWN;
@@ -108,30 +108,31 @@ public:
     std::unique_ptr<updateCoreLoad> load;
 
     /**
-     * Reads "/keldra/config/vx3.cfg", opens the log, loads the system manifest, opens the bus link and starts its
-     * thread. Throws ConfigFile::file_not_found when there is no configuration.
+     * Reads "/keldra/config/vx3.cfg", opens the log, loads the system manifest, opens the bus link and starts
+     * its thread. Throws ConfigFile::file_not_found when there is no configuration.
      */
     updateCore();
     /** Ends every thread that still runs. Saves nothing but the log. */
     ~updateCore() override;
 
     /**
-     * While this is set, a loader that has come to the point of reading `resumeUpdate` waits: the program entry
-     * sets the flag only after the window has been shown, and showing the window starts the loader.
+     * While this is set, a loader that has come to the point of reading `resumeUpdate` waits: the program
+     * entry sets the flag only after the window has been shown, and showing the window starts the loader.
      */
     shared<bool> startModePending;
 
     /** Ends every thread, then saves the system manifest. Called after the event loop has ended. */
     void stop();
-    /** Tells the bus that the panel restarts; blocks for about 3 s, since the link no longer listens by then. */
+    /** Tells the bus that the panel restarts; blocks for about 3 s, since the link no longer listens by then.
+     */
     void sendHaltMsg();
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse();
     /** Makes a filed reply known to the requesting thread. Called by the link thread. */
     void flagResponse();
     /**
-     * Waits for a reply: at most `polls` polls of 1 ms, fewer when it comes or the run is cancelled. True when
-     * there is one. The calling thread may be terminated meanwhile.
+     * Waits for a reply: at most `polls` polls of 1 ms, fewer when it comes or the run is cancelled. True
+     * when there is one. The calling thread may be terminated meanwhile.
      */
     bool awaitResponse(unsigned polls);
     /** Sleeps for less than a second. The calling thread may be terminated meanwhile. */
@@ -153,16 +154,17 @@ public:
     bool saveSystemManifest();
 
 signals:
-    void sendUpdateDone(bool status);             ///< the run ended (or was cancelled)
-    void sendStatusMessage(QString msg);          ///< a text for the operator, already logged
-    void incrimentProgressBar(double tick);       ///< an item is done
+    void sendUpdateDone(bool status);                 ///< the run ended (or was cancelled)
+    void sendStatusMessage(QString msg);              ///< a text for the operator, already logged
+    void incrimentProgressBar(double tick);           ///< an item is done
     void sendUpdatePackageLoaded(unsigned char mode); ///< 0 loaded, 1 failed, 2 loaded while resuming
-    void sendReboot();                            ///< the updater was replaced and must be started again
+    void sendReboot();                                ///< the updater was replaced and must be started again
 
 public slots:
     /** Starts the loader. Does not read the configuration file again. */
     void loadConfiguration(bool reload);
-    /** Blocks until the update thread has ended: 2 s at most for the actions to notice, then by termination. */
+    /** Blocks until the update thread has ended: 2 s at most for the actions to notice, then by termination.
+     */
     void cancelUpdate();
     void startUpdate();
     /** Logs a text and shows it. Any thread. */

@@ -7,8 +7,8 @@
 class updateCore;
 
 /**
- * The thread that brings a package from the USB stick onto the panel, proves it intact, unpacks it and reads its
- * manifest into the core. Owned and started by the core. One run ends with exactly one
+ * The thread that brings a package from the USB stick onto the panel, proves it intact, unpacks it and reads
+ * its manifest into the core. Owned and started by the core. One run ends with exactly one
  * sendUpdatePackageLoaded(); a failed step leaves what it left, and the next run clears it.
  */
 class updateCoreLoad : public QThread {

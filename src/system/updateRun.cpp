@@ -119,7 +119,8 @@ bool updateCore::updateEverythingElse() {
     return update(&serial, &ctrl.base, "CTRL"); // last: the others are reached through it
 }
 
-std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force, double tick) {
+std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force,
+                                   double tick) {
     act->setBase(item);
     const action::STATUS status = act->needsUpdate(force);
     const auto report = [this](const std::string& text) { gotStatusMessage(QString::fromStdString(text)); };

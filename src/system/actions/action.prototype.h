@@ -6,8 +6,8 @@
 #include <string>
 
 /**
- * What every update action is: it is pointed at an item, says whether the item needs an update, and brings it up
- * to date. Runs on the update thread; created and destroyed by its concrete type.
+ * What every update action is: it is pointed at an item, says whether the item needs an update, and brings it
+ * up to date. Runs on the update thread; created and destroyed by its concrete type.
  *
  * An action looks at the core's `cancel` between its steps: cancelled, it answers UPERROR or ends with false.
  */
@@ -31,9 +31,9 @@ protected:
     ~action() = default;
 
     /**
-     * The shared version test: true when the package has an image for `hwRev` and either `force` is set or that
-     * image's version differs from `compVersion` in any way. Versions are never ordered: an older one in the
-     * package is installed, too.
+     * The shared version test: true when the package has an image for `hwRev` and either `force` is set or
+     * that image's version differs from `compVersion` in any way. Versions are never ordered: an older one in
+     * the package is installed, too.
      */
     bool needsUpdateBase(std::string compVersion, std::uint8_t hwRev, bool force);
     /** needsUpdate() of a host item: its recorded version and revision decide. */

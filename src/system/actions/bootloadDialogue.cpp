@@ -17,7 +17,7 @@ constexpr unsigned PASSES = 3;          // of the wait for one reply
 constexpr unsigned STATUS_POLLS = 20;   // of 1 ms
 constexpr unsigned POLLS_PER_UNIT = 10; // a timeout counts units of 10 ms
 constexpr unsigned PAUSE_MS = 10;
-constexpr unsigned QUIET_MS = 100; // without a reply for this long, no stale one is on its way
+constexpr unsigned QUIET_MS = 100;      // without a reply for this long, no stale one is on its way
 constexpr unsigned LONGEST_SETTLE = 20; // stale replies waited for at most
 
 // Timeouts, in units of 10 ms.
@@ -77,7 +77,7 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) 
     char buffer[160];
     va_list args;
     va_start(args, text);
-    std::vsnprintf(buffer, sizeof buffer, text, args);
+    std::vsnprintf(buffer, sizeof buffer, text, args); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(args);
     return buffer;
 }
@@ -149,7 +149,8 @@ bool bootloadDialogue::enterBootloader(std::uint8_t module) {
     return answered && !csys->cancel;
 }
 
-/** After a disturbance: waits until late and doubled replies have come in, so that none is taken for the next. */
+/** After a disturbance: waits until late and doubled replies have come in, so that none is taken for the
+ * next. */
 void bootloadDialogue::settle() {
     for (unsigned n = 0; disturbed && n < LONGEST_SETTLE && !csys->cancel; ++n) {
         csys->busResetResponse();
@@ -179,7 +180,8 @@ std::uint8_t bootloadDialogue::requestStatus(std::uint8_t module, const MESSAGE&
     return failure;
 }
 
-std::uint8_t bootloadDialogue::startPage(std::uint8_t module, const hexpage::MEMORY_PAGE& page, bool wideAddress) {
+std::uint8_t bootloadDialogue::startPage(std::uint8_t module, const hexpage::MEMORY_PAGE& page,
+                                         bool wideAddress) {
     MESSAGE msg = addressedCommand(module, START_PAGE, page.startAddress, wideAddress);
     msg.data[4] = byteOf(page.dataLength, 1);
     msg.data[5] = byteOf(page.dataLength, 0);
@@ -199,7 +201,8 @@ std::uint8_t bootloadDialogue::eraseAll(std::uint8_t module) {
     return requestStatus(module, addressedCommand(module, ERASE_ALL, 0, true), ERASEERR);
 }
 
-int bootloadDialogue::sendDataRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data) {
+int bootloadDialogue::sendDataRow(std::uint8_t module, std::uint32_t row,
+                                  const std::vector<std::uint8_t>& data) {
     const MESSAGE msg = dataRow(row, data);
     bool answered = false;
     lastRow = row;
@@ -234,7 +237,8 @@ bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
     disturbed = disturbed || ambiguous;
     settle();
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (tryRequest(module, msg, WRITE_TIMEOUT) && record.status == OK && (answeredDirectly || !ambiguous)) {
+        if (tryRequest(module, msg, WRITE_TIMEOUT) && record.status == OK &&
+            (answeredDirectly || !ambiguous)) {
             return true;
         }
     }
@@ -253,7 +257,8 @@ bool bootloadDialogue::readImage(const std::string& path, const LAYOUT& layout, 
         image.addRegion(region.start, region.end, region.blockSize);
     }
     try {
-        return image.parse(path, false) && image.walkReachesAllData() && isAddressable(image, layout.wideAddress);
+        return image.parse(path, false) && image.walkReachesAllData() &&
+               isAddressable(image, layout.wideAddress);
     } catch (const std::out_of_range&) {
         return false; // a record that announces more bytes than its line holds
     }
@@ -314,8 +319,9 @@ bool bootloadDialogue::programPage(std::uint8_t module, const LAYOUT& layout, he
                                    std::uint32_t index, std::uint32_t total) {
     page.dataLength = static_cast<std::uint32_t>(page.data.size());
     for (unsigned n = 0; n < TRIES; ++n) {
-        logItem(format("Working on Address# 0x%x (%d/%d) LEN: %lu", page.startAddress, static_cast<int>(index),
-                       static_cast<int>(total), static_cast<unsigned long>(page.dataLength)),
+        logItem(format("Working on Address# 0x%x (%d/%d) LEN: %lu", page.startAddress,
+                       static_cast<int>(index), static_cast<int>(total),
+                       static_cast<unsigned long>(page.dataLength)),
                 logger::LOG_NOTICE);
         if (attemptPage(module, layout, page) == PAGE_RESULT::DONE) {
             return true;

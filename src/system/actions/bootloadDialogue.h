@@ -12,9 +12,9 @@
  * The dialogue with a module's bootloader, one request and one reply at a time: what the CAN and the serial
  * bootloader action have in common. docs/bus-protocol.md has the messages.
  *
- * Runs on the thread of the action that holds it and polls the core's bootloader record, which the link thread
- * fills. Every wait ends at once when the core's `cancel` is set, with the request's failure result. Timeouts
- * count units of 10 ms.
+ * Runs on the thread of the action that holds it and polls the core's bootloader record, which the link
+ * thread fills. Every wait ends at once when the core's `cancel` is set, with the request's failure result.
+ * Timeouts count units of 10 ms.
  */
 class bootloadDialogue {
 public:
@@ -32,8 +32,8 @@ public:
     /** How a processor's flash is laid out and brought to the new image. */
     struct LAYOUT {
         struct REGION {
-            std::uint32_t start; ///< first address, in the target's units
-            std::uint32_t end;   ///< behind the last one
+            std::uint32_t start;     ///< first address, in the target's units
+            std::uint32_t end;       ///< behind the last one
             std::uint32_t blockSize; ///< page size in data bytes
         };
         const char* title; ///< log text that announces the update
@@ -57,10 +57,11 @@ public:
     /** Up to 4 tries, each with a timeout of 20; true at the first answer. */
     bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
     /**
-     * Asks the module into its bootloader; false when it does not answer. The core's record then tells whether
-     * it sent its identification (`blInitData`). An answer that may not be the one to this request (it came only
-     * on a status request, or from another module) is not taken for an old bootloader's: the request is repeated
-     * within its 4 tries, since an image in the wrong layout would be worse than a lost second.
+     * Asks the module into its bootloader; false when it does not answer. The core's record then tells
+     * whether it sent its identification (`blInitData`). An answer that may not be the one to this request
+     * (it came only on a status request, or from another module) is not taken for an old bootloader's: the
+     * request is repeated within its 4 tries, since an image in the wrong layout would be worse than a lost
+     * second.
      */
     bool enterBootloader(std::uint8_t module);
 
@@ -80,8 +81,8 @@ public:
     bool sendPageWrite(std::uint8_t module);
 
     /**
-     * Reads an image. Throws nothing: false, with nothing sent, for a file that can't be read, that breaks the
-     * format, or of which the dialogue could not send every byte to where it belongs.
+     * Reads an image. Throws nothing: false, with nothing sent, for a file that can't be read, that breaks
+     * the format, or of which the dialogue could not send every byte to where it belongs.
      */
     static bool readImage(const std::string& path, const LAYOUT& layout, hexpage& image);
     /** Erases as the layout asks and programs every page. False after the log has said what failed. */
@@ -95,10 +96,10 @@ private:
     bool tryRequest(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, unsigned timeout);
     std::uint8_t requestStatus(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, BLSTATUS failure);
     void settle();
-    bool eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, hexpage& image,
-                       hexpage::MEMORY_PAGE*& page, std::uint32_t& index);
-    bool programPage(std::uint8_t module, const LAYOUT& layout, hexpage::MEMORY_PAGE& page, std::uint32_t index,
-                     std::uint32_t total);
+    bool eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, hexpage& image, hexpage::MEMORY_PAGE*& page,
+                       std::uint32_t& index);
+    bool programPage(std::uint8_t module, const LAYOUT& layout, hexpage::MEMORY_PAGE& page,
+                     std::uint32_t index, std::uint32_t total);
     PAGE_RESULT attemptPage(std::uint8_t module, const LAYOUT& layout, const hexpage::MEMORY_PAGE& page);
     PAGE_RESULT retry(const char* reason);
 

@@ -14,7 +14,9 @@ constexpr std::uint8_t OLD_BOOTLOADER_SIZE = 12;
 
 } // namespace
 
-bool canBootload::sendReqStat() { return dialogue.sendReqStat(base->id); }
+bool canBootload::sendReqStat() {
+    return dialogue.sendReqStat(base->id);
+}
 
 bool canBootload::sendWithResponse(ProcBusThread::PROCBUS_MSG msg, unsigned timeout) {
     return dialogue.sendWithResponse(base->id, msg, timeout);
@@ -32,9 +34,13 @@ std::uint8_t canBootload::eraseBlock(std::uint32_t address, std::uint8_t count) 
     return dialogue.eraseBlock(base->id, address, count, wideAddress());
 }
 
-std::uint8_t canBootload::eraseAll() { return dialogue.eraseAll(base->id); }
+std::uint8_t canBootload::eraseAll() {
+    return dialogue.eraseAll(base->id);
+}
 
-bool canBootload::sendPageWrite() { return dialogue.sendPageWrite(base->id); }
+bool canBootload::sendPageWrite() {
+    return dialogue.sendPageWrite(base->id);
+}
 
 int canBootload::sendDataRow(std::uint32_t row, const hexpage::MEMORY_PAGE& page) {
     return dialogue.sendDataRow(base->id, row, page.data);
@@ -113,7 +119,8 @@ bool canBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
         layout = flashLayouts::stm32("STM32 Update ", procType == updateCore::STM32F4);
         return true;
     case updateCore::PIC24:
-        layout = pic24NewBL ? flashLayouts::pic24New("PIC New ", wideAddress()) : flashLayouts::pic24Old("PIC Old ");
+        layout = pic24NewBL ? flashLayouts::pic24New("PIC New ", wideAddress())
+                            : flashLayouts::pic24Old("PIC Old ");
         return true;
     default:
         return false;

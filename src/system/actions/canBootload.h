@@ -4,8 +4,8 @@
 #include "bootloadDialogue.h"
 
 /**
- * Reprograms a bus module over CAN, through the bus processor. Timeouts, tries and failure results are those of
- * bootloadDialogue, which conducts the dialogue.
+ * Reprograms a bus module over CAN, through the bus processor. Timeouts, tries and failure results are those
+ * of bootloadDialogue, which conducts the dialogue.
  */
 class canBootload : public action {
 public:
@@ -15,8 +15,8 @@ public:
     explicit canBootload(updateCore* core) : action(core), dialogue(core, "CAN: ") {}
 
     /**
-     * Switches the module into its bootloader and compares versions. NOMODULE when it does not answer or is not
-     * on CAN. Blocks for about 3 s when there is no module.
+     * Switches the module into its bootloader and compares versions. NOMODULE when it does not answer or is
+     * not on CAN. Blocks for about 3 s when there is no module.
      */
     STATUS needsUpdate(bool force) override;
     /** Programs the image of the module's hardware revision. Nothing is rolled back. */

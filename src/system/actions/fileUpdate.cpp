@@ -11,7 +11,8 @@ namespace {
 
 constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
 
-/** The names in a directory that are not hidden, in the file system's order; false when it can't be listed. */
+/** The names in a directory that are not hidden, in the file system's order; false when it can't be listed.
+ */
 bool listVisible(const std::string& directory, std::vector<std::string>& names) {
     DIR* dir = opendir(directory.c_str());
     if (dir == nullptr) {
@@ -34,7 +35,9 @@ bool sameSize(const std::string& one, const std::string& other) {
 
 } // namespace
 
-action::STATUS fileUpdate::needsUpdate(bool force) { return needsUpdateHost(force); }
+action::STATUS fileUpdate::needsUpdate(bool force) {
+    return needsUpdateHost(force);
+}
 
 bool fileUpdate::run() {
     functs f;
@@ -116,7 +119,8 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     return true;
 }
 
-/** Gives each installed file its original's executable bits. A file that is not there was reported already. */
+/** Gives each installed file its original's executable bits. A file that is not there was reported already.
+ */
 bool fileUpdate::carryExecutableBits(const std::string& source, const std::string& destination, functs& f) {
     if (f.isDirectory(source)) {
         std::vector<std::string> names;
@@ -132,7 +136,8 @@ bool fileUpdate::carryExecutableBits(const std::string& source, const std::strin
         return true;
     }
     const mode_t wanted = (installed.st_mode & ~EXECUTABLE) | (original.st_mode & EXECUTABLE);
-    if (wanted == installed.st_mode || chmod(destination.c_str(), wanted & ~static_cast<mode_t>(S_IFMT)) == 0) {
+    if (wanted == installed.st_mode ||
+        chmod(destination.c_str(), wanted & ~static_cast<mode_t>(S_IFMT)) == 0) {
         return true;
     }
     csys->log->log_item("Could not make executable: " + destination, logger::LOG_ERROR);

@@ -4,8 +4,8 @@
 #include "action.prototype.h"
 
 /**
- * Installs a file or the contents of a directory from the unpacked package. Each old file is removed before the
- * new one is written; hidden files and directories of the package are left out.
+ * Installs a file or the contents of a directory from the unpacked package. Each old file is removed before
+ * the new one is written; hidden files and directories of the package are left out.
  */
 class fileUpdate : public action {
 public:
@@ -15,10 +15,10 @@ public:
 
     STATUS needsUpdate(bool force) override;
     /**
-     * Copies, then carries the executable bits (only those) over, so that an installed program can be started.
-     * A single file that fails in either fails the item. In a directory only the top directory's failure does;
-     * what fails deeper in the tree is logged and the walk goes on. A name of 2 characters or fewer stands for
-     * no file and is done at once.
+     * Copies, then carries the executable bits (only those) over, so that an installed program can be
+     * started. A single file that fails in either fails the item. In a directory only the top directory's
+     * failure does; what fails deeper in the tree is logged and the walk goes on. A name of 2 characters or
+     * fewer stands for no file and is done at once.
      */
     bool run() override;
     bool copyOneFile(std::string source, std::string destination, functs& f);

@@ -9,9 +9,9 @@
 namespace flashLayouts {
 
 /**
- * Flash from its start at 0x08000000 (the memory map of the STM32 reference manuals) up to the 8 KiB at the top of
- * 256 KiB that the modules keep their settings in; 2048 bytes is the page of the F0 and F3. An F4 has far larger
- * sectors: its bootloader erases everything at once and takes pages of the same size.
+ * Flash from its start at 0x08000000 (the memory map of the STM32 reference manuals) up to the 8 KiB at the
+ * top of 256 KiB that the modules keep their settings in; 2048 bytes is the page of the F0 and F3. An F4 has
+ * far larger sectors: its bootloader erases everything at once and takes pages of the same size.
  */
 inline bootloadDialogue::LAYOUT stm32(const char* title, bool isF4) {
     return {title, {{0x08000000, 0x0803E000, 2048}}, false, isF4, isF4, true};
@@ -31,8 +31,8 @@ inline bootloadDialogue::LAYOUT pic24Old(const char* title) {
 }
 
 /**
- * Program flash at its physical address, 0x1D000000 in the PIC32 memory map, for 512 KiB parts; 4096 bytes is their
- * erase page.
+ * Program flash at its physical address, 0x1D000000 in the PIC32 memory map, for 512 KiB parts; 4096 bytes is
+ * their erase page.
  */
 inline bootloadDialogue::LAYOUT pic32(const char* title) {
     return {title, {{0x1D000000, 0x1D080000, 4096}}, false, false, false, true};

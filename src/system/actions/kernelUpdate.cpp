@@ -21,7 +21,9 @@ bool writeImage(const std::string& name) {
 
 } // namespace
 
-action::STATUS kernelUpdate::needsUpdate(bool force) { return needsUpdateHost(force); }
+action::STATUS kernelUpdate::needsUpdate(bool force) {
+    return needsUpdateHost(force);
+}
 
 bool kernelUpdate::run() {
     if (csys->cancel) {

@@ -8,8 +8,8 @@ public:
     using action::action;
     STATUS needsUpdate(bool force) override;
     /**
-     * Blocks while `dd` runs. A name of 2 characters or fewer stands for no image and is done at once; one that
-     * a shell or the file system could take for more than a name fails as a failing `dd` does.
+     * Blocks while `dd` runs. A name of 2 characters or fewer stands for no image and is done at once; one
+     * that a shell or the file system could take for more than a name fails as a failing `dd` does.
      */
     bool run() override;
 };

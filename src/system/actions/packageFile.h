@@ -13,7 +13,9 @@ const std::string DIRECTORY = "/keldra/tmp/keldra_update/";
 constexpr std::string::size_type NO_FILE_LENGTH = 2;
 
 /** True when a component of the name leads out of the directory it is used in. */
-inline bool leadsOutside(const std::string& name) { return ("/" + name + "/").find("/../") != std::string::npos; }
+inline bool leadsOutside(const std::string& name) {
+    return ("/" + name + "/").find("/../") != std::string::npos;
+}
 
 /** The image for the item's hardware revision; the bare directory when the package has none. */
 inline std::string ofItem(const updateCore::BASE_ITEM& item) {

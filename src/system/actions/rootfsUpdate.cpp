@@ -1,6 +1,8 @@
 #include "rootfsUpdate.h"
 
-action::STATUS rootfsUpdate::needsUpdate(bool force) { return needsUpdateHost(force); }
+action::STATUS rootfsUpdate::needsUpdate(bool force) {
+    return needsUpdateHost(force);
+}
 
 bool rootfsUpdate::run() {
     base->swVersion = base->update.items[base->hwRev].version;

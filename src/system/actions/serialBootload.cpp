@@ -29,7 +29,9 @@ void serialBootload::logItem(const std::string& text, logger::LOG_TYPE type) con
     csys->log->log_item("Serial: " + text, type);
 }
 
-bool serialBootload::sendReqStat() { return dialogue.sendReqStat(base->id); }
+bool serialBootload::sendReqStat() {
+    return dialogue.sendReqStat(base->id);
+}
 
 bool serialBootload::sendWithResponse(ProcBusThread::PROCBUS_MSG msg, unsigned timeout) {
     // Without an item, silence is followed up at the module that the message addresses.
@@ -61,7 +63,9 @@ std::uint8_t serialBootload::mem_eraseBlock(std::uint32_t address, std::uint8_t 
     return dialogue.eraseBlock(module, address, count, true);
 }
 
-bool serialBootload::mem_sendPageWrite() { return dialogue.sendPageWrite(base->id); }
+bool serialBootload::mem_sendPageWrite() {
+    return dialogue.sendPageWrite(base->id);
+}
 
 int serialBootload::mem_sendData(std::uint32_t row, const hexpage::MEMORY_PAGE& page) {
     return dialogue.sendDataRow(base->id, row, page.data);
@@ -158,7 +162,8 @@ bool serialBootload::programRecord(const hexrecords::HEX_RECORD& record) {
         if (dialogue.sendRows(base->id, bytes) == OK && mem_sendPageWrite()) {
             return true;
         }
-        logItem(csys->bootloader.hasResponse ? "Could not write page to memory" : "No response from Write Command",
+        logItem(csys->bootloader.hasResponse ? "Could not write page to memory"
+                                             : "No response from Write Command",
                 logger::LOG_WARNING);
     }
     logItem("Program retry count exceeded...Exiting...", logger::LOG_ERROR);

@@ -5,9 +5,9 @@
 #include "bootloadDialogue.h"
 
 /**
- * Reprograms the module on the serial bootloader, the control module, in either version of its protocol: record
- * by record or page by page. Also the sender of system commands for those who have no item (setBase() is not
- * needed for them). Timeouts, tries and failure results are those of bootloadDialogue.
+ * Reprograms the module on the serial bootloader, the control module, in either version of its protocol:
+ * record by record or page by page. Also the sender of system commands for those who have no item (setBase()
+ * is not needed for them). Timeouts, tries and failure results are those of bootloadDialogue.
  */
 class serialBootload : public action {
 public:

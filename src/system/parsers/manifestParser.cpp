@@ -18,8 +18,8 @@ bool manifestParser::String(const char* text, unsigned length, bool) {
         const char* key;
         updateCore::BASE_ITEM& item;
     } items[] = {
-        {"kernel", sys->core.kernel},   {"rootfs", sys->core.rootfs},   {"updater", sys->core.updater},
-        {"gui", sys->core.gui},         {"drivers", sys->core.drivers},
+        {"kernel", sys->core.kernel}, {"rootfs", sys->core.rootfs},   {"updater", sys->core.updater},
+        {"gui", sys->core.gui},       {"drivers", sys->core.drivers},
     };
     for (const auto& entry : items) {
         if (cur.key == entry.key) {

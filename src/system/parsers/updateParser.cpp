@@ -1,19 +1,20 @@
 #include "updateParser.h"
 
 updateParser::updateParser(updateCore* core)
-    : sys(core), itemNames{
-                     {"kernel", {&sys->core.kernel}},
-                     {"rootfs", {&sys->core.rootfs}},
-                     {"updater", {&sys->core.updater}},
-                     {"gui", {&sys->core.gui}},
-                     {"drivers", {&sys->core.drivers}},
-                     {"ctrl", {&sys->ctrl.base}},
-                     {"master", {&sys->master.base}},
-                     {"motor", {&sys->motor.base}},
-                     {"slave", {&sys->s1.base, &sys->s2.base, &sys->s3.base, &sys->s4.base}},
-                     {"mf", {&sys->mf1.base, &sys->mf2.base, &sys->mf3.base}},
-                     {"arts", {&sys->arts.base}},
-                 } {}
+    : sys(core),
+      itemNames{
+          {"kernel", {&sys->core.kernel}},
+          {"rootfs", {&sys->core.rootfs}},
+          {"updater", {&sys->core.updater}},
+          {"gui", {&sys->core.gui}},
+          {"drivers", {&sys->core.drivers}},
+          {"ctrl", {&sys->ctrl.base}},
+          {"master", {&sys->master.base}},
+          {"motor", {&sys->motor.base}},
+          {"slave", {&sys->s1.base, &sys->s2.base, &sys->s3.base, &sys->s4.base}},
+          {"mf", {&sys->mf1.base, &sys->mf2.base, &sys->mf3.base}},
+          {"arts", {&sys->arts.base}},
+      } {}
 
 bool updateParser::value() {
     cur.hasKey = false;

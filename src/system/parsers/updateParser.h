@@ -41,7 +41,7 @@ private:
     struct {
         std::string key;
         std::string item;       ///< the last key of more than one character that opened an object
-        bool hasKey = false; ///< set by a key, cleared by a value
+        bool hasKey = false;    ///< set by a key, cleared by a value
         std::uint8_t index = 0; ///< entry that the next version belongs to
         [[maybe_unused]] bool inArray = false;
         updateCore::UPDATE_ITEM citem;
