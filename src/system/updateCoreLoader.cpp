@@ -45,7 +45,7 @@ void flushCard(const std::string& directory) {
 std::string sha1Of(const std::string& file) {
     std::string digest;
     CryptoPP::SHA1 sha1;
-    CryptoPP::FileSource(
+    const CryptoPP::FileSource source(
         file.c_str(), true,
         new CryptoPP::HashFilter(sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false)));
     return digest;

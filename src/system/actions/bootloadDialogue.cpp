@@ -1,11 +1,8 @@
 #include "bootloadDialogue.h"
 
-#include "../../lib/functs.h"
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <stdexcept>
 
 using namespace busProtocol;
 using MESSAGE = ProcBusThread::PROCBUS_MSG;
@@ -26,7 +23,6 @@ constexpr unsigned PAGE_TIMEOUT = 5; // start of page, erase and data rows
 constexpr unsigned WRITE_TIMEOUT = 10;
 
 constexpr std::uint8_t COMMAND_BUFFER_SIZE = 15;
-constexpr std::uint32_t NARROW_ADDRESSES = 0x10000;
 
 MESSAGE command(std::uint8_t module, COMMAND code) {
     MESSAGE msg;
@@ -80,16 +76,6 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) 
     std::vsnprintf(buffer, sizeof buffer, text, args); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(args);
     return buffer;
-}
-
-/** True when every page's address fits into the requests. */
-bool isAddressable(hexpage& image, bool wide) {
-    bool fits = true;
-    image.resetIterator();
-    while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        fits = fits && (wide || page->endAddress < NARROW_ADDRESSES);
-    }
-    return fits;
 }
 
 } // namespace
@@ -243,25 +229,6 @@ bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
         }
     }
     return false;
-}
-
-bool bootloadDialogue::readImage(const std::string& path, const LAYOUT& layout, hexpage& image) {
-    if (!functs().isFile(path)) {
-        return false;
-    }
-    image.clear();
-    if (layout.pic24Addressing) {
-        image.setPIC24();
-    }
-    for (const LAYOUT::REGION& region : layout.regions) {
-        image.addRegion(region.start, region.end, region.blockSize);
-    }
-    try {
-        return image.parse(path, false) && image.walkReachesAllData() &&
-               isAddressable(image, layout.wideAddress);
-    } catch (const std::out_of_range&) {
-        return false; // a record that announces more bytes than its line holds
-    }
 }
 
 bool bootloadDialogue::programImage(std::uint8_t module, const LAYOUT& layout, hexpage& image) {

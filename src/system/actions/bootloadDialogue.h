@@ -3,6 +3,7 @@
 #include "../../lib/hexfile/hexPage.h"
 #include "../ProcBusThread.h"
 #include "../updateCore.h"
+#include "flashLayouts.h"
 
 #include <cstdint>
 #include <string>
@@ -29,20 +30,7 @@ public:
         IGNOREPG = 6
     };
 
-    /** How a processor's flash is laid out and brought to the new image. */
-    struct LAYOUT {
-        struct REGION {
-            std::uint32_t start;     ///< first address, in the target's units
-            std::uint32_t end;       ///< behind the last one
-            std::uint32_t blockSize; ///< page size in data bytes
-        };
-        const char* title; ///< log text that announces the update
-        std::vector<REGION> regions;
-        bool pic24Addressing; ///< addresses count 24-bit instructions
-        bool eraseAllFirst;   ///< the flash is erased as a whole before the first page
-        bool eraseEmptyPages; ///< pages without data are erased; else they are skipped
-        bool wideAddress;     ///< requests carry 32 address bits; else 16
-    };
+    using LAYOUT = flashLayouts::LAYOUT;
 
     /** `prefix` begins every log text of the dialogue. */
     bootloadDialogue(updateCore* core, std::string prefix) : csys(core), logPrefix(prefix) {}
@@ -80,11 +68,6 @@ public:
     /** Up to 4 tries; true only when the module confirmed that the rows it got were written. */
     bool sendPageWrite(std::uint8_t module);
 
-    /**
-     * Reads an image. Throws nothing: false, with nothing sent, for a file that can't be read, that breaks
-     * the format, or of which the dialogue could not send every byte to where it belongs.
-     */
-    static bool readImage(const std::string& path, const LAYOUT& layout, hexpage& image);
     /** Erases as the layout asks and programs every page. False after the log has said what failed. */
     bool programImage(std::uint8_t module, const LAYOUT& layout, hexpage& image);
 

@@ -137,7 +137,7 @@ bool canBootload::run() {
     }
     dialogue.logItem(layout.title + path, logger::LOG_NOTICE);
     hexpage image;
-    if (!bootloadDialogue::readImage(path, layout, image)) {
+    if (!flashLayouts::readImage(path, layout, image)) {
         dialogue.logItem("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }

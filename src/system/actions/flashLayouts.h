@@ -1,19 +1,48 @@
 #pragma once
 
-#include "bootloadDialogue.h"
+#include "../../lib/hexfile/hexPage.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
 
 /**
- * The flash layouts of the processors that the panel programs page by page. Addresses are the target's own:
- * bytes, or units of half an instruction on a PIC24.
+ * The flash layouts of the processors that the panel programs page by page, and how an image is read for one.
+ * Addresses are the target's own: bytes, or units of half an instruction on a PIC24. Needs nothing of the
+ * running panel, so that programs on a desk can judge an image as the panel does.
  */
 namespace flashLayouts {
+
+/** How a processor's flash is laid out and brought to the new image. */
+struct LAYOUT {
+    struct REGION {
+        std::uint32_t start;     ///< first address, in the target's units
+        std::uint32_t end;       ///< behind the last one
+        std::uint32_t blockSize; ///< page size in data bytes
+    };
+    const char* title; ///< log text that announces the update
+    std::vector<REGION> regions;
+    bool pic24Addressing; ///< addresses count 24-bit instructions
+    bool eraseAllFirst;   ///< the flash is erased as a whole before the first page
+    bool eraseEmptyPages; ///< pages without data are erased; else they are skipped
+    bool wideAddress;     ///< requests carry 32 address bits; else 16
+};
+
+/** Behind the last address that a request with 16 address bits can name. */
+constexpr std::uint32_t NARROW_ADDRESSES = 0x10000;
+
+/**
+ * Reads an image. Throws nothing: false for a file that can't be read, that breaks the format, or of which
+ * the bootloader dialogue could not send every byte to where it belongs.
+ */
+bool readImage(const std::string& path, const LAYOUT& layout, hexpage& image);
 
 /**
  * Flash from its start at 0x08000000 (the memory map of the STM32 reference manuals) up to the 8 KiB at the
  * top of 256 KiB that the modules keep their settings in; 2048 bytes is the page of the F0 and F3. An F4 has
  * far larger sectors: its bootloader erases everything at once and takes pages of the same size.
  */
-inline bootloadDialogue::LAYOUT stm32(const char* title, bool isF4) {
+inline LAYOUT stm32(const char* title, bool isF4) {
     return {title, {{0x08000000, 0x0803E000, 2048}}, false, isF4, isF4, true};
 }
 
@@ -21,12 +50,12 @@ inline bootloadDialogue::LAYOUT stm32(const char* title, bool isF4) {
  * 0x600 data bytes are 512 instructions of 3 bytes, one erase block. The range from 0x400 to 0x1000 is the
  * bootloader's; 0x7FFFFE is the end of a PIC24's user memory (its data sheets' program memory map).
  */
-inline bootloadDialogue::LAYOUT pic24New(const char* title, bool wideAddress) {
+inline LAYOUT pic24New(const char* title, bool wideAddress) {
     return {title, {{0, 0x400, 0x600}, {0x1000, 0x7FFFFE, 0x600}}, true, false, true, wideAddress};
 }
 
 /** The old bootloader takes the addresses as the HEX file has them and finds its own blocks. */
-inline bootloadDialogue::LAYOUT pic24Old(const char* title) {
+inline LAYOUT pic24Old(const char* title) {
     return {title, {{0, 0x7FFFFE, 0x600}}, false, false, false, false};
 }
 
@@ -34,7 +63,7 @@ inline bootloadDialogue::LAYOUT pic24Old(const char* title) {
  * Program flash at its physical address, 0x1D000000 in the PIC32 memory map, for 512 KiB parts; 4096 bytes is
  * their erase page.
  */
-inline bootloadDialogue::LAYOUT pic32(const char* title) {
+inline LAYOUT pic32(const char* title) {
     return {title, {{0x1D000000, 0x1D080000, 4096}}, false, false, false, true};
 }
 

@@ -196,7 +196,7 @@ bool serialBootload::run_v2(const std::string& path) {
         return false;
     }
     hexpage image;
-    if (!bootloadDialogue::readImage(path, layout, image)) {
+    if (!flashLayouts::readImage(path, layout, image)) {
         dialogue.logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
