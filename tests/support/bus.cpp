@@ -1,0 +1,171 @@
+#include "bus.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <ostream>
+#include <poll.h>
+#include <pty.h>
+#include <sstream>
+#include <stdexcept>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t OVERHEAD = 10;
+constexpr std::uint8_t SYSTEM_COMMAND = 16;
+constexpr std::uint8_t CONTROL_MODULE = 2;
+
+std::uint16_t crcOf(const Bytes& payload) {
+    unsigned crc = 0xFFFF;
+    for (const std::uint8_t byte : payload) {
+        crc ^= static_cast<unsigned>(byte) << 8;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc & 0x8000) != 0 ? (crc << 1) ^ 0x1021 : crc << 1;
+        }
+    }
+    return static_cast<std::uint16_t>(crc);
+}
+
+} // namespace
+
+std::ostream& operator<<(std::ostream& out, const Frame& frame) {
+    out << "message " << int{frame.id} << ":";
+    char text[4];
+    for (const std::uint8_t byte : frame.payload) {
+        std::snprintf(text, sizeof text, " %02X", byte);
+        out << text;
+    }
+    return out;
+}
+
+Bytes hex(const std::string& text) {
+    Bytes bytes;
+    std::istringstream words(text);
+    for (unsigned byte = 0; words >> std::hex >> byte;) {
+        bytes.push_back(static_cast<std::uint8_t>(byte));
+    }
+    return bytes;
+}
+
+Bytes encode(const Frame& frame) {
+    const std::uint16_t crc = crcOf(frame.payload);
+    Bytes bytes = {'K', '+', 'M', 'B', frame.id, static_cast<std::uint8_t>(frame.payload.size())};
+    bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
+    bytes.push_back(static_cast<std::uint8_t>(crc & 0xFF));
+    bytes.push_back(static_cast<std::uint8_t>(crc >> 8));
+    bytes.push_back(0x0D);
+    bytes.push_back(0x0A);
+    return bytes;
+}
+
+Frame reply(std::uint8_t status, std::uint16_t row, std::uint8_t module) {
+    return {3, {status, static_cast<std::uint8_t>(row & 0xFF), static_cast<std::uint8_t>(row >> 8), module}};
+}
+
+Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& version, std::uint8_t hwRev) {
+    unsigned first = 0;
+    unsigned second = 0;
+    unsigned third = 0;
+    if (std::sscanf(version.c_str(), "%u.%u.%u", &first, &second, &third) != 3) {
+        throw std::invalid_argument(version);
+    }
+    return {6,
+            {hwRev, static_cast<std::uint8_t>(third), static_cast<std::uint8_t>(second),
+             static_cast<std::uint8_t>(first), kind, module}};
+}
+
+Bus::Bus() {
+    char name[64];
+    if (openpty(&master, &slave, name, nullptr, nullptr) != 0 || pipe(wake) != 0) {
+        throw std::runtime_error("no pseudo terminal");
+    }
+    for (const int fd : {master, slave, wake[0], wake[1]}) {
+        fcntl(fd, F_SETFD, FD_CLOEXEC);
+    }
+    slavePath = name;
+    termios raw{};
+    tcgetattr(slave, &raw);
+    cfmakeraw(&raw);
+    tcsetattr(slave, TCSANOW, &raw);
+    listener = std::thread([this] { listen(); });
+}
+
+Bus::~Bus() {
+    close(wake[1]);
+    listener.join();
+    for (const int fd : {master, slave, wake[0]}) {
+        close(fd);
+    }
+}
+
+void Bus::feed(const Bytes& bytes) {
+    if (write(master, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        throw std::runtime_error("the line is full");
+    }
+}
+
+void Bus::autoAnswer(Rule rule) {
+    const std::lock_guard<std::mutex> held(guard);
+    answerTo = std::move(rule);
+}
+
+Bytes Bus::sentBytes() {
+    const std::lock_guard<std::mutex> held(guard);
+    return line;
+}
+
+std::vector<Frame> Bus::sent() {
+    const std::lock_guard<std::mutex> held(guard);
+    return frames;
+}
+
+bool Bus::awaitSent(std::size_t count, int seconds) {
+    std::unique_lock<std::mutex> held(guard);
+    return changed.wait_for(held, std::chrono::seconds(seconds), [&] { return frames.size() >= count; });
+}
+
+void Bus::listen() {
+    pollfd ends[] = {{master, POLLIN, 0}, {wake[0], POLLIN, 0}};
+    std::uint8_t chunk[256];
+    while (poll(ends, 2, -1) >= 0 && ends[1].revents == 0) {
+        const ssize_t count = read(master, chunk, sizeof chunk);
+        if (count > 0) {
+            const std::lock_guard<std::mutex> held(guard);
+            line.insert(line.end(), chunk, chunk + count);
+            takeFrames();
+        }
+    }
+}
+
+void Bus::takeFrames() {
+    while (line.size() >= parsed + OVERHEAD && line.size() >= parsed + OVERHEAD + line[parsed + 5]) {
+        const auto start = line.begin() + static_cast<std::ptrdiff_t>(parsed);
+        const Frame frame{start[4], Bytes(start + 6, start + 6 + start[5])};
+        const Bytes whole = encode(frame);
+        if (!std::equal(whole.begin(), whole.end(), start)) {
+            ++parsed; // noise, or the rest of a frame that was discarded
+            continue;
+        }
+        parsed += whole.size();
+        frames.push_back(frame);
+        changed.notify_all();
+        for (const Frame& message : answerTo ? answerTo(frame) : std::vector<Frame>()) {
+            feed(message);
+        }
+    }
+}
+
+std::vector<Frame> Bus::noModules(const Frame& request) {
+    if (request.id != SYSTEM_COMMAND) {
+        return {};
+    }
+    const std::uint8_t module = request.payload[0];
+    if (request.payload[1] != ENTER_BOOTLOADER) {
+        return {reply(0, 0, module)};
+    }
+    const std::uint8_t other = module == CONTROL_MODULE ? 0 : ON_SERIAL_BOOTLOADER;
+    return {identification(module, static_cast<std::uint8_t>(1 + other), "1.0.0")};
+}

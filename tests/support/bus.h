@@ -1,0 +1,91 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Bytes = std::vector<std::uint8_t>;
+
+/** What one frame says. */
+struct Frame {
+    std::uint8_t id = 0;
+    Bytes payload;
+
+    bool operator==(const Frame&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const Frame& frame);
+
+/** The frame's bytes on the line. Encoder and CRC are the tests' own. */
+Bytes encode(const Frame& frame);
+/** "4B 2B" as bytes. */
+Bytes hex(const std::string& text);
+
+// Messages to the panel.
+Frame reply(std::uint8_t status, std::uint16_t row, std::uint8_t module);
+/** `kind` is the processor; `version` "1.2.3" travels third number first. */
+Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& version, std::uint8_t hwRev = 0);
+
+// Requests of the panel.
+const Frame ENTER_UPDATE_MODE{16, {2, 0x37}};
+const Frame RESTART_SYSTEM{16, {2, 0x21}};
+constexpr std::uint8_t ENTER_BOOTLOADER = ',';
+constexpr std::uint8_t ON_SERIAL_BOOTLOADER = 0x80; ///< added to an identification's kind
+
+/**
+ * Plays the bus processor on a pseudo terminal. A thread of its own takes in what the panel sends at once (a
+ * panel that sends again discards what has not been taken) and answers by the rule that was set; without one
+ * the bus is silent.
+ */
+class Bus {
+public:
+    using Rule = std::function<std::vector<Frame>(const Frame& request)>;
+
+    Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    ~Bus();
+
+    const std::string& port() const { return slavePath; }
+    /** Descriptor of the panel's end, for a program that inherits it. */
+    int panelEnd() const { return slave; }
+
+    void feed(const Frame& frame) { feed(encode(frame)); }
+    void feed(const Bytes& bytes);
+    /** A bootloader's reply (message 3). */
+    void answer(std::uint8_t status, std::uint16_t row, std::uint8_t module) { feed(reply(status, row, module)); }
+    /** From now on each request is answered with the frames that the rule returns (on the bus's thread). */
+    void autoAnswer(Rule rule);
+
+    /** All bytes and all frames that the panel has sent so far. */
+    Bytes sentBytes();
+    std::vector<Frame> sent();
+    /** Waits until `count` frames were sent; false after `seconds` without them. */
+    bool awaitSent(std::size_t count, int seconds = 20);
+
+    /**
+     * A bus that answers at once: system commands with status 0, and a module asked into its bootloader with
+     * an identification that says it sits on the other bootloader. The update run finds no module at all.
+     */
+    static std::vector<Frame> noModules(const Frame& request);
+
+private:
+    void listen();
+    void takeFrames();
+
+    int master = -1;
+    int slave = -1; ///< kept open, so that the line survives a panel that closes its port
+    int wake[2] = {-1, -1};
+    std::string slavePath;
+    std::mutex guard;
+    std::condition_variable changed;
+    Rule answerTo;
+    Bytes line;
+    std::size_t parsed = 0; ///< bytes of `line` that `frames` covers
+    std::vector<Frame> frames;
+    std::thread listener;
+};
