@@ -84,12 +84,7 @@ void writeSignal(std::ostream& out, int signal, const siginfo_t& info, const cha
     out << "Found Unexpected Signal " << info.si_signo << "\nCode: " << info.si_code << "\n";
 }
 
-void writeBacktrace(std::ostream& out, void* faultingFrame) {
-    void* frames[MAX_FRAMES];
-    const int count = backtrace(frames, MAX_FRAMES);
-    if (count > 1) {
-        frames[1] = faultingFrame; // in place of the kernel's signal trampoline
-    }
+void writeBacktrace(std::ostream& out, void* const* frames, int count) {
     char** symbols = backtrace_symbols(frames, count);
     if (symbols == nullptr) {
         return;
@@ -117,6 +112,9 @@ void writeHeadings(std::ostream& out) {
 
 void segfault_sigaction(int signal, siginfo_t* si, void* arg) {
     void* const counter = programCounter(arg);
+    void* frames[MAX_FRAMES];
+    const int count = backtrace(frames, MAX_FRAMES);
+    frames[1] = counter; // frame 0 is this handler, frame 1 the kernel's way into it
     char address[60];
     std::snprintf(address, sizeof address, "Address: %p from %p -- ", si->si_addr, counter);
     std::ostringstream report;
@@ -124,7 +122,7 @@ void segfault_sigaction(int signal, siginfo_t* si, void* arg) {
     report << "Detected Segmentation Fault in K+Main.  Program will Exit.\n";
     writeRule(report, 48);
     writeSignal(report, signal, *si, address);
-    writeBacktrace(report, counter);
+    writeBacktrace(report, frames, count);
     writeHeadings(report);
     std::cout << report.str() << std::endl;
     functs().writeFileContents(DUMP_FILE, report.str());
