@@ -8,7 +8,7 @@ firmware_flat() {
     head -c $(($3)) /dev/urandom >"$first"
     if (($# > 3)); then
         head -c $(($5)) /dev/urandom >"$second"
-        options=(--add-section ".second=$second" --set-section-flags .second=alloc,load,contents
+        options=(--add-section ".second=$second" --set-section-flags ".second=alloc,load,contents"
             --change-section-address ".second=$4")
     fi
     objcopy -I binary -O ihex --change-section-address ".data=$2" "${options[@]}" "$first" "$file"
@@ -55,22 +55,20 @@ firmware_pic24() {
 }
 
 firmware_start() {
-    objdump -h "$1" 2>/dev/null | awk '$2 ~ /^\.sec/ { print $5; exit }'
-}
-
-# firmware_equal IMAGE DUMP: true when both hold the same bytes at the same addresses. What neither has counts as
-# erased. Both are read by objcopy, which shares no code with who wrote the flash.
-firmware_equal() {
-    local file result=0
-    for file in "$1" "$2"; do
-        objcopy -I ihex -O binary --gap-fill 0xFF "$file" "$file.bin" || return 1
-    done
-    [[ $(firmware_start "$1") == "$(firmware_start "$2")" ]] && cmp -s "$1.bin" "$2.bin" || result=1
-    rm -f "$1.bin" "$2.bin"
-    return $result
+    objdump -h "$1" | awk '$2 ~ /^\.sec/ { print $4; exit }'
 }
 
 # firmware_size IMAGE: bytes of data that its records hold.
 firmware_size() {
-    objdump -h "$1" | awk '$2 ~ /^\.sec/ { print "0x" $3 }' | { local sum=0 n; while read -r n; do ((sum += n)); done; echo $sum; }
+    tr -d '\r' <"$1" | awk '/^:......00/ { digits += length($1) - 11 } END { print digits / 2 }'
+}
+
+# firmware_equal IMAGE DUMP: true when both hold the same bytes at the same addresses. What neither has counts as
+# erased. Both are read by objcopy, which shares no code with whatever wrote the flash.
+firmware_equal() {
+    local file
+    for file in "$1" "$2"; do
+        objcopy -I ihex -O binary --gap-fill 0xFF "$file" "$file.bin" 2>/dev/null || return 1
+    done
+    [[ $(firmware_start "$1") == "$(firmware_start "$2")" ]] && cmp -s "$1.bin" "$2.bin"
 }

@@ -51,6 +51,7 @@ panel_configure() {
 panel_start_bus() {
     local simulator=$1
     shift
+    : >"$PANEL/bus.txt"
     "$simulator" --link "$PANEL/port" "$@" >"$PANEL/bus.txt" 2>&1 &
     panel_bus_pid=$!
     panel_until 5 grep -q -e '->' "$PANEL/bus.txt" || return 1
@@ -65,7 +66,8 @@ panel_stop_bus() {
 
 # panel_open_display: an X server of the panel's size that nobody sees.
 panel_open_display() {
-    Xvfb -displayfd 3 -screen 0 480x272x24 -nolisten tcp 3>"$PANEL/display.txt" 2>"$PANEL/xvfb.txt" &
+    : >"$PANEL/display.txt"
+    Xvfb -displayfd 3 -noreset -screen 0 480x272x24 -nolisten tcp 3>"$PANEL/display.txt" 2>"$PANEL/xvfb.txt" &
     panel_display_pid=$!
     panel_until 10 test -s "$PANEL/display.txt" || return 1
     PANEL_DISPLAY=:$(<"$PANEL/display.txt")
@@ -153,14 +155,15 @@ panel_said_or_down() {
     panel_said "$@" || ! panel_is_up
 }
 
-# panel_press BUTTON SECONDS TEXT: clicks start, all or cancel until the panel says the text. A click on a button
-# that is not enabled yet does nothing, so it is repeated.
+# panel_press BUTTON SECONDS TEXT [COUNT]: clicks start, all or cancel until panel_said. A click on a button that
+# is not enabled yet does nothing, so it is repeated.
 panel_press() {
-    local deadline=$((SECONDS + $2))
-    until panel_said "$3"; do
+    local button=$1 deadline=$((SECONDS + $2))
+    shift 2
+    until panel_said "$@"; do
         ((SECONDS <= deadline)) && panel_is_up || return 1
-        panel_click "$1"
-        panel_until 1 panel_said "$3" || true
+        panel_click "$button"
+        panel_until 1 panel_said "$@" || true
     done
 }
 
@@ -181,6 +184,20 @@ panel_wait_for_halt() {
 
 panel_is_down() {
     ! panel_is_up
+}
+
+# panel_signal SIGNAL: sends a signal to the updater that runs on the panel; 1 if there is none.
+panel_signal() {
+    local found=1 pid children waiting=("$PANEL_PID")
+    while ((${#waiting[@]})); do
+        pid=${waiting[0]}
+        read -ra children <"/proc/$pid/task/$pid/children" || true
+        waiting=("${waiting[@]:1}" "${children[@]}")
+        if [[ $(<"/proc/$pid/comm") == K+Updater ]]; then
+            kill -s "$1" "$pid" && found=0
+        fi
+    done 2>/dev/null
+    return $found
 }
 
 panel_end() {

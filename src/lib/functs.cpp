@@ -17,6 +17,8 @@ bool isBlank(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
+constexpr std::size_t COPY_BYTES = 0x10000; // read and written at once
+
 bool examine(const std::string& path, struct stat& info) {
     return stat(path.c_str(), &info) == 0;
 }
@@ -150,7 +152,10 @@ bool functs::writeFileContents(std::string fileName, std::string content, bool a
 
 bool functs::copyFile(std::string source, std::string dest, bool bin, bool app) {
     const std::ios::openmode binary = bin ? std::ios::binary : std::ios::openmode{};
-    std::ifstream in(source, std::ios::in | binary);
+    std::vector<char> room(COPY_BYTES + 1); // of which the stream leaves one byte unused
+    std::ifstream in;
+    in.rdbuf()->pubsetbuf(room.data(), static_cast<std::streamsize>(room.size()));
+    in.open(source, std::ios::in | binary);
     std::ofstream out(dest, (app ? std::ios::app : std::ios::trunc) | binary);
     if (!in || !out) {
         return false;

@@ -104,18 +104,20 @@ void ProcBusThread::run() {
         // With a port that never opened this spins, but each round is a place to be terminated at.
         const int count =
             termination::allowDuring([this] { return sPort.uart_read(UARTREAD.get(), READ_AT_ONCE); });
-        if (count <= 0) {
-            continue;
+        if (count > 0) {
+            take(UARTREAD.get(), static_cast<std::uint32_t>(count));
         }
-        const auto received = static_cast<std::uint32_t>(count);
-        if (rxPtr + received > RX_SIZE) {
-            rxPtr = 0;
-        }
-        std::copy_n(UARTREAD.get(), received, UARTRXBUF.get() + rxPtr);
-        rxPtr += received;
-        if (rxPtr > SCAN_ABOVE) {
-            scanBuffer();
-        }
+    }
+}
+
+void ProcBusThread::take(const std::uint8_t* bytes, std::uint32_t count) {
+    if (rxPtr + count > RX_SIZE) {
+        rxPtr = 0;
+    }
+    std::copy_n(bytes, count, UARTRXBUF.get() + rxPtr);
+    rxPtr += count;
+    if (rxPtr > SCAN_ABOVE) {
+        scanBuffer();
     }
 }
 

@@ -44,6 +44,8 @@ public:
     void send(PROCBUS_MSG msg);
     /** Files one valid message into the core; bytes behind its length count as 0. Link thread only. */
     void receive(PROCBUS_MSG msg);
+    /** Takes in up to 100 bytes that were read; files every message that is complete by then. Link thread. */
+    void take(const std::uint8_t* bytes, std::uint32_t count);
     void run() override;
     /** Leaves the receive loop running, as it always has: checkStop() is what ends it. */
     void sendStop();

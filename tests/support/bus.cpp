@@ -52,12 +52,14 @@ Bytes hex(const std::string& text) {
 
 Bytes encode(const Frame& frame) {
     const std::uint16_t crc = crcOf(frame.payload);
-    Bytes bytes = {'K', '+', 'M', 'B', frame.id, static_cast<std::uint8_t>(frame.payload.size())};
-    bytes.insert(bytes.end(), frame.payload.begin(), frame.payload.end());
-    bytes.push_back(static_cast<std::uint8_t>(crc & 0xFF));
-    bytes.push_back(static_cast<std::uint8_t>(crc >> 8));
-    bytes.push_back(0x0D);
-    bytes.push_back(0x0A);
+    Bytes bytes(frame.payload.size() + OVERHEAD);
+    auto out = std::copy_n("K+MB", 4, bytes.begin());
+    *out++ = frame.id;
+    *out++ = static_cast<std::uint8_t>(frame.payload.size());
+    out = std::copy(frame.payload.begin(), frame.payload.end(), out);
+    *out++ = static_cast<std::uint8_t>(crc & 0xFF);
+    *out++ = static_cast<std::uint8_t>(crc >> 8);
+    std::copy_n("\r\n", 2, out);
     return bytes;
 }
 

@@ -14,8 +14,9 @@ constexpr unsigned PASSES = 3;          // of the wait for one reply
 constexpr unsigned STATUS_POLLS = 20;   // of 1 ms
 constexpr unsigned POLLS_PER_UNIT = 10; // a timeout counts units of 10 ms
 constexpr unsigned PAUSE_MS = 10;
-constexpr unsigned QUIET_MS = 100;      // without a reply for this long, no stale one is on its way
-constexpr unsigned LONGEST_SETTLE = 20; // stale replies waited for at most
+
+constexpr std::chrono::milliseconds QUIET{100};   // a doubled reply has come within this
+constexpr std::chrono::seconds LONGEST_SETTLE{2}; // for a line that never falls quiet
 
 // Timeouts, in units of 10 ms.
 constexpr unsigned COMMAND_TIMEOUT = 20;
@@ -23,6 +24,7 @@ constexpr unsigned PAGE_TIMEOUT = 5; // start of page, erase and data rows
 constexpr unsigned WRITE_TIMEOUT = 10;
 
 constexpr std::uint8_t COMMAND_BUFFER_SIZE = 15;
+constexpr std::uint32_t NO_ROW = 0xFFFF; // in the record: no reply has come, or an identification only
 
 MESSAGE command(std::uint8_t module, COMMAND code) {
     MESSAGE msg;
@@ -69,6 +71,11 @@ MESSAGE dataRow(std::uint32_t row, const std::vector<std::uint8_t>& data) {
     return msg;
 }
 
+/** Neither the reply to such a row nor that to a status request after it can carry row 0. */
+bool isLaterRow(const MESSAGE& msg) {
+    return msg.id == DATA_ROW_WIDE || (msg.id == DATA_ROW && msg.data[0] > 1);
+}
+
 __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) {
     char buffer[160];
     va_list args;
@@ -91,6 +98,7 @@ bool bootloadDialogue::sendReqStat(std::uint8_t module) {
 }
 
 bool bootloadDialogue::sendWithResponse(std::uint8_t module, MESSAGE msg, unsigned timeout) {
+    const auto latest = isLaterRow(msg) ? QUIET : LATEST;
     csys->busResetResponse();
     csys->comBus->send(msg);
     answeredDirectly = true;
@@ -99,7 +107,7 @@ bool bootloadDialogue::sendWithResponse(std::uint8_t module, MESSAGE msg, unsign
             return true;
         }
         answeredDirectly = false;
-        disturbed = true;
+        expectStale(latest);
         sendReqStat(module);
         csys->pause(PAUSE_MS);
     }
@@ -110,6 +118,7 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
     csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
         if (sendWithResponse(module, systemCommand(module, arg), COMMAND_TIMEOUT)) {
+            expectStale(QUIET); // the next request goes to another module
             return true;
         }
     }
@@ -117,41 +126,62 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
 }
 
 bool bootloadDialogue::enterBootloader(std::uint8_t module) {
-    const auto& record = csys->bootloader;
-    bool answered = false;
+    auto& record = csys->bootloader;
+    bool mayBeOld = false;
     csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
     settle();
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
+        const bool quiet = isQuiet();
+        record.blInitData = false;
         if (!sendWithResponse(module, systemCommand(module, ENTER_BOOTLOADER), COMMAND_TIMEOUT)) {
             continue;
         }
-        answered = true;
-        const bool fromModule = record.moduleReported == static_cast<std::int8_t>(module);
-        const bool namesNone = record.moduleReported == -1;
-        if (record.blInitData ? fromModule : answeredDirectly && (fromModule || namesNone)) {
+        if (record.page != NO_ROW) {
+            record.blInitData = false; // beside a reply: who sent which is not known
+        }
+        const bool isOld = !record.blInitData && isFrom(module) && record.page == 0 && record.status == OK;
+        mayBeOld = mayBeOld || isOld;
+        if (record.blInitData ? isFrom(module) : isOld && quiet && answeredDirectly) {
             return true;
         }
+        settle();
     }
-    return answered && !csys->cancel;
+    return (record.blInitData || mayBeOld) && !csys->cancel;
 }
 
-/** After a disturbance: waits until late and doubled replies have come in, so that none is taken for the
- * next. */
+void bootloadDialogue::expectStale(std::chrono::milliseconds wait) {
+    quietAt = std::max(quietAt, clock::now() + wait);
+}
+
+/** Lets the replies pass that may still come to earlier requests, so that none is taken for the next one's.
+ */
 void bootloadDialogue::settle() {
-    for (unsigned n = 0; disturbed && n < LONGEST_SETTLE && !csys->cancel; ++n) {
+    const auto limit = clock::now() + LONGEST_SETTLE;
+    while (!isQuiet() && clock::now() < limit && !csys->cancel) {
+        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(quietAt - clock::now());
         csys->busResetResponse();
-        disturbed = csys->awaitResponse(QUIET_MS);
+        if (csys->awaitResponse(static_cast<unsigned>(rest.count()))) {
+            expectStale(QUIET);
+        }
     }
-    disturbed = false;
 }
 
-/** One try of a page's request, which succeeds when it is answered for row 0. */
+/** Whether the reply is the module's, as far as it tells. */
+bool bootloadDialogue::isFrom(std::uint8_t module) const {
+    const std::int8_t reported = csys->bootloader.moduleReported;
+    return reported == -1 || reported == static_cast<std::int8_t>(module);
+}
+
+/** One try of a page's request, which succeeds when the module answers for row 0. */
 bool bootloadDialogue::tryRequest(std::uint8_t module, const MESSAGE& msg, unsigned timeout) {
     if (!sendWithResponse(module, msg, timeout)) {
         return false;
     }
-    disturbed = disturbed || csys->bootloader.page != 0;
-    return csys->bootloader.page == 0;
+    const bool answered = isFrom(module) && csys->bootloader.page == 0;
+    if (!answered) {
+        expectStale(QUIET);
+    }
+    return answered;
 }
 
 /** Up to 4 tries; `failure` when none succeeded, else the reply's status. */
@@ -166,44 +196,77 @@ std::uint8_t bootloadDialogue::requestStatus(std::uint8_t module, const MESSAGE&
     return failure;
 }
 
+/**
+ * The same for requests whose effect nothing later checks: each try on a quiet line, and an answer that came
+ * only on a status request does not count, since it may repeat the reply to the request before.
+ */
+std::uint8_t bootloadDialogue::confirmedStatus(std::uint8_t module, const MESSAGE& msg, BLSTATUS failure) {
+    expectStale(QUIET);
+    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
+        settle();
+        if (tryRequest(module, msg, PAGE_TIMEOUT) && answeredDirectly) {
+            const std::uint8_t status = csys->bootloader.status;
+            csys->pause(PAUSE_MS);
+            return status;
+        }
+    }
+    return failure;
+}
+
 std::uint8_t bootloadDialogue::startPage(std::uint8_t module, const hexpage::MEMORY_PAGE& page,
                                          bool wideAddress) {
     MESSAGE msg = addressedCommand(module, START_PAGE, page.startAddress, wideAddress);
     msg.data[4] = byteOf(page.dataLength, 1);
     msg.data[5] = byteOf(page.dataLength, 0);
-    return requestStatus(module, msg, BADCHECKSUM);
+    const bool quiet = isQuiet();
+    std::uint8_t status = requestStatus(module, msg, BADCHECKSUM);
+    if (status == IGNOREPG && !(quiet && answeredDirectly)) {
+        status = confirmedStatus(module, msg, BADCHECKSUM); // it may have been said of the page before
+    }
+    if (status == IGNOREPG) {
+        expectStale(QUIET);
+        settle();
+    }
+    return status;
 }
 
 std::uint8_t bootloadDialogue::eraseBlock(std::uint8_t module, std::uint32_t address, std::uint8_t count,
                                           bool wideAddress) {
     MESSAGE msg = addressedCommand(module, ERASE_BLOCKS, address, wideAddress);
     msg.data[4] = count;
-    settle();
-    return requestStatus(module, msg, ERASEERR);
+    return confirmedStatus(module, msg, ERASEERR);
 }
 
 std::uint8_t bootloadDialogue::eraseAll(std::uint8_t module) {
-    settle();
-    return requestStatus(module, addressedCommand(module, ERASE_ALL, 0, true), ERASEERR);
+    return confirmedStatus(module, addressedCommand(module, ERASE_ALL, 0, true), ERASEERR);
 }
 
 int bootloadDialogue::sendDataRow(std::uint8_t module, std::uint32_t row,
                                   const std::vector<std::uint8_t>& data) {
+    return sendRow(module, row, data, false);
+}
+
+/** `confirmed`: as confirmedStatus() does it. */
+int bootloadDialogue::sendRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data,
+                              bool confirmed) {
     const MESSAGE msg = dataRow(row, data);
     bool answered = false;
     lastRow = row;
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
+        if (confirmed) {
+            settle();
+        }
         if (!sendWithResponse(module, msg, PAGE_TIMEOUT)) {
             std::printf("No response\n");
             continue;
         }
         answered = true;
-        if (csys->bootloader.page == row) {
+        const std::uint32_t reported = csys->bootloader.page;
+        if (reported == row && isFrom(module) && (answeredDirectly || !confirmed)) {
             return csys->bootloader.status;
         }
-        disturbed = true;
-        std::printf("expecting row %d, got row%d\n", static_cast<int>(row),
-                    static_cast<int>(csys->bootloader.page));
+        expectStale(QUIET);
+        std::printf("expecting row %d, got row%d\n", static_cast<int>(row), static_cast<int>(reported));
     }
     return answered ? MISSEDPACKET : -1;
 }
@@ -216,14 +279,25 @@ int bootloadDialogue::sendRows(std::uint8_t module, const std::vector<std::uint8
     return status;
 }
 
+int bootloadDialogue::sendRecord(std::uint8_t module, const std::vector<std::uint8_t>& bytes) {
+    if (bytes.size() <= rowOffset(1)) {
+        expectStale(QUIET);
+    }
+    int status = sendRow(module, 0, bytes, true);
+    for (std::uint32_t row = 1; rowOffset(row) < bytes.size() && status == OK; ++row) {
+        status = sendDataRow(module, row, bytes);
+    }
+    return status;
+}
+
 bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
-    const auto& record = csys->bootloader;
-    const MESSAGE msg = command(module, WRITE_PAGE);
     const bool ambiguous = lastRow == 0; // a reply to the only row looks like one to the page write
-    disturbed = disturbed || ambiguous;
-    settle();
+    if (ambiguous) {
+        expectStale(QUIET);
+    }
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (tryRequest(module, msg, WRITE_TIMEOUT) && record.status == OK &&
+        settle();
+        if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && csys->bootloader.status == OK &&
             (answeredDirectly || !ambiguous)) {
             return true;
         }

@@ -5,6 +5,7 @@
 #include "../updateCore.h"
 #include "flashLayouts.h"
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -47,9 +48,9 @@ public:
     /**
      * Asks the module into its bootloader; false when it does not answer. The core's record then tells
      * whether it sent its identification (`blInitData`). An answer that may not be the one to this request
-     * (it came only on a status request, or from another module) is not taken for an old bootloader's: the
-     * request is repeated within its 4 tries, since an image in the wrong layout would be worse than a lost
-     * second.
+     * (it came only on a status request, or while late replies may come) is not taken for an old
+     * bootloader's: the request is repeated within its 4 tries, since an image in the wrong layout would be
+     * worse than a lost second.
      */
     bool enterBootloader(std::uint8_t module);
 
@@ -65,6 +66,11 @@ public:
     int sendDataRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data);
     /** Sends all rows of `data`: the result of the first that failed, else OK. */
     int sendRows(std::uint8_t module, const std::vector<std::uint8_t>& data);
+    /**
+     * The same for rows without a start of page, which row 0 opens: that it did is made sure of, since a
+     * module without open rows would answer the page write with the result of the one before.
+     */
+    int sendRecord(std::uint8_t module, const std::vector<std::uint8_t>& bytes);
     /** Up to 4 tries; true only when the module confirmed that the rows it got were written. */
     bool sendPageWrite(std::uint8_t module);
 
@@ -76,8 +82,18 @@ public:
 private:
     enum class PAGE_RESULT { DONE, RETRY };
 
+    using clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds LATEST{500}; ///< a reply is at most this late, or lost
+
     bool tryRequest(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, unsigned timeout);
     std::uint8_t requestStatus(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, BLSTATUS failure);
+    std::uint8_t confirmedStatus(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg,
+                                 BLSTATUS failure);
+    int sendRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data,
+                bool confirmed);
+    bool isFrom(std::uint8_t module) const;
+    void expectStale(std::chrono::milliseconds wait);
+    bool isQuiet() const { return clock::now() >= quietAt; }
     void settle();
     bool eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, hexpage& image, hexpage::MEMORY_PAGE*& page,
                        std::uint32_t& index);
@@ -88,7 +104,7 @@ private:
 
     updateCore* csys;
     std::string logPrefix;
-    bool answeredDirectly = false; ///< the last answer came before any status request
-    bool disturbed = false;        ///< a reply was late or not the one expected: stale ones may follow
-    std::uint32_t lastRow = 0;     ///< last row sent of the open page
+    bool answeredDirectly = false;                     ///< the last answer came before any status request
+    clock::time_point quietAt = clock::now() + LATEST; ///< until then earlier requests may be answered
+    std::uint32_t lastRow = 0;                         ///< last row sent of the open page
 };

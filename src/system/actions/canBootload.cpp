@@ -70,7 +70,7 @@ action::STATUS canBootload::needsUpdate(bool force) {
 /** The bootloader identified itself: its own words decide. */
 action::STATUS canBootload::compareReported(bool force) {
     const auto& record = csys->bootloader;
-    std::printf("%d %d\n", base->id, record.moduleReported.operator std::int8_t());
+    std::printf("%d %d\n", base->id, static_cast<int>(record.moduleReported));
     if (record.serialBootload || record.moduleReported != static_cast<std::int8_t>(base->id)) {
         std::printf("No module\n");
         return NOMODULE;

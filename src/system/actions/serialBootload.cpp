@@ -86,7 +86,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         logItem("Could not switch to bootload mode", logger::LOG_WARNING);
         return NOMODULE;
     }
-    if (!record.serialBootload) { // set by an identification alone, so there is one from here on
+    if (!record.blInitData || !record.serialBootload) {
         std::printf("BL responding is not SERIAL\n");
         return NOMODULE;
     }
@@ -159,7 +159,7 @@ bool serialBootload::eraseMemory() {
 bool serialBootload::programRecord(const hexrecords::HEX_RECORD& record) {
     const std::vector<std::uint8_t> bytes = binaryForm(record);
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (dialogue.sendRows(base->id, bytes) == OK && mem_sendPageWrite()) {
+        if (dialogue.sendRecord(base->id, bytes) == OK && mem_sendPageWrite()) {
             return true;
         }
         logItem(csys->bootloader.hasResponse ? "Could not write page to memory"

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/** The measurements. Each is one run of the program: it does its work once and reports what that took. */
+namespace bench {
+
+using ARGUMENTS = std::vector<std::string>;
+
+/** Seconds since some fixed moment, on a clock that never steps. */
+double now();
+/** Prints a result, one number a line, on what was standard output before the updater's own texts were muted.
+ */
+void report(double value);
+/** Most memory that this process has had resident so far, in MB. */
+double peakMemory();
+
+// Each throws std::runtime_error when what it is to measure did not succeed.
+
+/** COMMAND...: seconds from starting the command to its end. */
+void timeCommand(const ARGUMENTS& arguments);
+/** IMAGE: seconds to parse it into pages. */
+void parseHex(const ARGUMENTS& arguments);
+/** updater, table or boost: MB/s of the CRC over 1 MB. */
+void checkCrc(const ARGUMENTS& arguments);
+/** SOURCE DESTINATION: seconds of functs::copyFile. */
+void copyFile(const ARGUMENTS& arguments);
+/** FILE: seconds to prove it intact, and the bytes read meanwhile for each byte of the file. */
+void checkPackage(const ARGUMENTS& arguments);
+
+// These need a panel's paths: tests/in-sandbox.
+
+/**
+ * SIMULATOR IMAGE KIND MODULES BAUD TRACE: flashes an image into so many modules of a kind. Reports the
+ * seconds and the peak memory.
+ */
+void flash(const ARGUMENTS& arguments);
+/** updater or bare: share of a core, in %, that taking in a line of 921600 baud without gaps costs. */
+void receiveShare(const ARGUMENTS& arguments);
+/** updater or bare: MB/s that can be taken in. */
+void receiveRate(const ARGUMENTS& arguments);
+/** SIMULATOR PACKAGE: seconds from starting the loader to its mode byte, then those of tar and sha1sum alone.
+ */
+void loadPackage(const ARGUMENTS& arguments);
+/** STARTED updater|bare: seconds from STARTED (since 1970) to the first painted window, and the peak memory.
+ */
+void paintWindow(const ARGUMENTS& arguments);
+/** SIMULATOR PACKAGE: seconds and peak memory of a whole update with the window. */
+void updatePanel(const ARGUMENTS& arguments);
+
+} // namespace bench

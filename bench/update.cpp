@@ -1,0 +1,131 @@
+#include "bench.h"
+#include "panel.h"
+
+#include "gui/UpdaterWindow.h"
+#include "system/updateCore.h"
+#include "system/updateCoreLoader.h"
+
+#include <QApplication>
+#include <QEvent>
+#include <QTimer>
+#include <chrono>
+#include <functional>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace {
+
+constexpr unsigned BAUD = 115200;
+
+double secondsSince1970() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+/** Calls `painted` once, when the window has been painted for the first time. */
+class PAINT_WATCH : public QObject {
+public:
+    PAINT_WATCH(QWidget* window, std::function<void()> painted) : call(std::move(painted)) {
+        window->installEventFilter(this);
+    }
+    bool eventFilter(QObject* window, QEvent* event) override {
+        if (event->type() == QEvent::Paint) {
+            window->removeEventFilter(this);
+            QTimer::singleShot(0, this, call); // behind the painting that begins here
+        }
+        return false;
+    }
+
+private:
+    std::function<void()> call;
+};
+
+void putOntoStick(const std::string& package) {
+    bench::shell("cp " + package + " " + package + ".sha /mnt/usb");
+}
+
+/** A bus on which every module answers, so that no time goes into waiting for one that is not there. */
+std::unique_ptr<bench::SIMULATOR> startBus(const std::string& program) {
+    bench::shell("for name in s1 s2 s3 s4 mf1 mf2 mf3 arts motor master ctrl; do echo $name kind=stm32f3; "
+                 "done >/tmp/inventory");
+    bench::configure(bench::SIMULATOR::PORT, BAUD);
+    return std::make_unique<bench::SIMULATOR>(program, "--inventory /tmp/inventory");
+}
+
+} // namespace
+
+void bench::loadPackage(const ARGUMENTS& arguments) {
+    const auto bus = startBus(arguments.at(0));
+    putOntoStick(arguments.at(1));
+    double start = now();
+    shell("cd /mnt/usb && sha1sum keldra_update.tgz >/dev/null && mkdir /tmp/bare && "
+          "tar -C /tmp/bare -zxpf keldra_update.tgz");
+    const double bare = now() - start;
+    shell("rm -r /tmp/bare");
+    updateCore core;
+    unsigned char mode = 1;
+    QObject::connect(
+        core.load.get(), &updateCoreLoad::sendUpdatePackageLoaded, core.load.get(),
+        [&mode](unsigned char ended) { mode = ended; }, Qt::DirectConnection);
+    start = now();
+    core.loadConfiguration(false);
+    core.load->wait();
+    report(now() - start);
+    report(bare);
+    if (mode != 0) {
+        throw std::runtime_error("not loaded");
+    }
+}
+
+void bench::paintWindow(const ARGUMENTS& arguments) {
+    const double started = std::stod(arguments.at(0));
+    int count = 1;
+    char name[] = "K+Updater";
+    char* words[] = {name, nullptr};
+    const auto painted = [started] {
+        report(secondsSince1970() - started);
+        report(peakMemory());
+        _exit(0);
+    };
+    if (arguments.at(1) == "bare") {
+        QApplication application(count, words);
+        QWidget window;
+        const PAINT_WATCH watch(&window, painted);
+        window.showFullScreen();
+        QApplication::exec();
+    }
+    const TERMINAL line;
+    configure(line.name(), BAUD);
+    updateCore core;
+    QApplication application(count, words);
+    UpdaterWindow window(&application, &core);
+    const PAINT_WATCH watch(&window, painted);
+    window.showFullScreen();
+    QApplication::exec();
+}
+
+void bench::updatePanel(const ARGUMENTS& arguments) {
+    const auto bus = startBus(arguments.at(0));
+    putOntoStick(arguments.at(1));
+    int count = 1;
+    char name[] = "K+Updater";
+    char* words[] = {name, nullptr};
+    bool success = false;
+    const double start = now();
+    updateCore core;
+    QApplication application(count, words);
+    UpdaterWindow window(&application, &core);
+    QObject::connect(&core, &updateCore::sendUpdatePackageLoaded, &window, &UpdaterWindow::updateStart,
+                     Qt::QueuedConnection);
+    QObject::connect(&core, &updateCore::sendUpdateDone, &window, [&success](bool status) {
+        success = status;
+        QApplication::quit();
+    });
+    window.showFullScreen();
+    QApplication::exec();
+    core.wait();
+    report(now() - start);
+    report(peakMemory());
+    if (!success) {
+        throw std::runtime_error("the update failed");
+    }
+}

@@ -1,0 +1,61 @@
+# What is installed, and the two Debian packages made of it by cpack: the updater for the panel, and the tools for the
+# desk. Files of the panel have absolute paths: stage them with DESTDIR, or with cpack, which does.
+include(GNUInstallDirs)
+
+install(TARGETS K+Updater DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT updater)
+install(FILES ${PROJECT_SOURCE_DIR}/config/vx3.cfg ${PROJECT_SOURCE_DIR}/config/style.css
+        DESTINATION /keldra/config COMPONENT updater)
+install(DIRECTORY DESTINATION /keldra/logs COMPONENT updater)
+install(DIRECTORY DESTINATION /keldra/tmp COMPONENT updater)
+install(TARGETS bus-trace DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT package-tool)
+
+set(staged ${CMAKE_CURRENT_BINARY_DIR}/packaging)
+string(TIMESTAMP packaging_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+foreach(component updater package-tool)
+  set(package_name keldra-${component})
+  if(component STREQUAL package-tool)
+    set(package_name keldra-package-tools)
+  endif()
+  set(folder ${staged}/${package_name})
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${folder}/changelog)
+  execute_process(COMMAND gzip -9nf ${folder}/changelog COMMAND_ERROR_IS_FATAL ANY)
+  install(FILES ${folder}/changelog.gz ${CMAKE_CURRENT_LIST_DIR}/copyright
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package_name} COMPONENT ${component})
+  string(TOUPPER ${component} key)
+  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${package_name})
+  set(CPACK_DEBIAN_${key}_FILE_NAME DEB-DEFAULT)
+endforeach()
+
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+        RENAME keldra-updater COMPONENT updater)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL updater package-tool)
+set(CPACK_PACKAGE_CONTACT "Keldra+ Development <updater@keldra.org>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_COMPONENT_UPDATER_DESCRIPTION "${PROJECT_DESCRIPTION}
+ It checks the update package on a USB stick, compares each item with what is
+ installed, and brings kernel, programs, drivers and the firmware of the modules
+ on the bus up to date.")
+set(CPACK_DEBIAN_UPDATER_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_UPDATER_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/conffiles)
+set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS "fonts-dejavu-core, tar") # and the libraries, see below
+
+set(CPACK_COMPONENT_PACKAGE-TOOL_DESCRIPTION "Tools for update packages of the Keldra+ control panel
+ keldra-package makes, checks and explains update packages; bus-trace shows what
+ was recorded on a panel's bus.")
+set(CPACK_DEBIAN_PACKAGE-TOOL_PACKAGE_SECTION devel)
+
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/cross-dependencies.cmake)
+  set(CPACK_KELDRA_PROGRAMS ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+else()
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+include(CPack)

@@ -1,0 +1,186 @@
+#include "firmware.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr std::uint8_t ERASED = 0xFF;
+constexpr std::uint32_t BANK = 0x10000; // reach of a record's 16-bit address
+constexpr std::uint8_t DATA = 0;
+constexpr std::uint8_t END = 1;
+constexpr std::uint8_t UPPER_ADDRESS = 4;
+
+const Kind KINDS[] = {
+    // name          regions             page    packed whole  gaps   records
+    {"pic24", {0, 0x2000}, 0x800, true, false, true, false},
+    {"pic24-old", {0}, 0x600, false, false, false, false},
+    {"stm32f0", {0x08000000}, 0x800, false, false, false, false},
+    {"stm32f3", {0x08000000}, 0x800, false, false, false, false},
+    {"stm32f4", {0x08000000}, 0x800, false, true, true, false},
+    {"pic32-pages", {0x1D000000}, 0x1000, false, false, false, false},
+    {"pic32-records", {0x1D00F800}, 0x1000, false, true, false, true},
+};
+
+std::uint32_t draw(std::mt19937_64& random, std::uint32_t from, std::uint32_t to) {
+    return from + static_cast<std::uint32_t>(random() % (to - from + 1));
+}
+
+/** Bytes in a used page: all, some, or a single row. */
+std::uint32_t drawLength(const Kind& kind, std::mt19937_64& random) {
+    const std::uint32_t grain = kind.packed ? 4 : 1;
+    switch (draw(random, 0, 3)) {
+    case 0:
+        return kind.pageBytes;
+    case 1:
+        return draw(random, 1, 7 / grain) * grain;
+    default:
+        return draw(random, 1, 800 / grain) * grain;
+    }
+}
+
+std::string record(std::uint8_t type, std::uint16_t address, const std::vector<std::uint8_t>& data) {
+    std::vector<std::uint8_t> bytes = {static_cast<std::uint8_t>(data.size()),
+                                       static_cast<std::uint8_t>(address >> 8),
+                                       static_cast<std::uint8_t>(address & 0xFF), type};
+    bytes.insert(bytes.end(), data.begin(), data.end());
+    unsigned sum = 0;
+    std::string text = ":";
+    char digits[3];
+    const auto add = [&](unsigned byte) {
+        sum += byte;
+        std::snprintf(digits, sizeof digits, "%02X", byte & 0xFF);
+        text += digits;
+    };
+    std::for_each(bytes.begin(), bytes.end(), add);
+    add(0x100 - sum % 0x100);
+    return text + "\n";
+}
+
+std::uint8_t at(const Memory& memory, std::uint32_t address) {
+    const auto byte = memory.find(address);
+    return byte == memory.end() ? ERASED : byte->second;
+}
+
+} // namespace
+
+const Kind& kindNamed(const std::string& name) {
+    return *std::find_if(std::begin(KINDS), std::end(KINDS),
+                         [&](const Kind& kind) { return kind.name == name; });
+}
+
+Memory makeImage(const Kind& kind, std::mt19937_64& random) {
+    Memory image;
+    std::uint32_t page = kind.regions.front();
+    for (std::uint32_t n = draw(random, 2, 3); n > 0; --n) {
+        const std::uint32_t length = drawLength(kind, random);
+        for (std::uint32_t i = 0; i < length; ++i) {
+            image[page + i] =
+                kind.packed && i % 4 == 3 ? std::uint8_t{0} : static_cast<std::uint8_t>(random());
+        }
+        const bool leavesRegion = page < kind.regions.back();
+        page = leavesRegion ? kind.regions.back() : page + kind.pageBytes;
+        page += draw(random, 0, 2) * kind.pageBytes;
+    }
+    return image;
+}
+
+std::vector<std::uint32_t> usedPages(const Kind& kind, const Memory& image) {
+    std::vector<std::uint32_t> pages;
+    for (const auto& [address, byte] : image) {
+        const std::uint32_t page = address - (address - kind.regions.front()) % kind.pageBytes;
+        if (pages.empty() || pages.back() != page) {
+            pages.push_back(page);
+        }
+    }
+    return pages;
+}
+
+std::string hexFile(const Kind& kind, const Memory& image, std::mt19937_64& random) {
+    std::string text;
+    std::uint32_t bank = 0;
+    for (auto byte = image.begin(); byte != image.end();) {
+        const std::uint32_t address = byte->first;
+        const std::size_t most = kind.byRecords && random() % 8 == 0 ? 1 + random() % 4 : 16;
+        std::vector<std::uint8_t> data;
+        for (std::uint32_t next = address; byte != image.end() && byte->first == next && data.size() < most &&
+                                           next / BANK == address / BANK;
+             ++byte, ++next) {
+            data.push_back(byte->second);
+        }
+        if (address / BANK != bank) {
+            bank = address / BANK;
+            text += record(UPPER_ADDRESS, 0,
+                           {static_cast<std::uint8_t>(bank >> 8), static_cast<std::uint8_t>(bank & 0xFF)});
+        }
+        text += record(DATA, static_cast<std::uint16_t>(address % BANK), data);
+    }
+    return text + record(END, 0, {});
+}
+
+Memory readHexFile(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    Memory memory;
+    std::uint32_t bank = 0;
+    for (std::string line; std::getline(in, line);) {
+        std::vector<unsigned> bytes;
+        unsigned sum = 0;
+        for (std::size_t i = 1; i + 1 < line.size(); i += 2) {
+            bytes.push_back(static_cast<unsigned>(std::stoul(line.substr(i, 2), nullptr, 16)));
+            sum += bytes.back();
+        }
+        if (bytes.size() < 5 || bytes.size() != bytes[0] + 5 || sum % 0x100 != 0) {
+            throw std::runtime_error("bad record in " + path + ": " + line);
+        }
+        if (bytes[3] == UPPER_ADDRESS) {
+            bank = bytes[4] << 8 | bytes[5];
+        }
+        for (std::uint32_t i = 0; bytes[3] == DATA && i < bytes[0]; ++i) {
+            memory[bank * BANK + (bytes[1] << 8 | bytes[2]) + i] = static_cast<std::uint8_t>(bytes[4 + i]);
+        }
+    }
+    return memory;
+}
+
+Memory flashAfter(const Kind& kind, const Memory& image, const std::set<std::uint32_t>& ignoredPages) {
+    Memory flash;
+    const std::uint32_t start = kind.regions.front();
+    const auto pages = usedPages(kind, image);
+    // The last byte of a full page is none of the flash on a packed kind, and opens another page.
+    const std::uint32_t end =
+        pages.back() +
+        (kind.packed && image.count(pages.back() + kind.pageBytes - 1) > 0 ? kind.pageBytes : 0);
+    for (std::uint32_t page = start; page < start + OLD_BYTES; page += kind.pageBytes) {
+        const bool used = std::count(pages.begin(), pages.end(), page) > 0;
+        const bool outside = kind.regions.size() > 1 && page > start && page < kind.regions.back();
+        const bool isGap = !used && !outside && page <= end;
+        const bool ignored = ignoredPages.count(page) > 0;
+        for (std::uint32_t i = page; i < std::min(page + kind.pageBytes, start + OLD_BYTES); ++i) {
+            if ((ignored && !kind.erasedWhole) || !(kind.erasedWhole || used || (isGap && kind.gapsErased))) {
+                flash[i] = OLD;
+            } else if (const auto byte = image.find(i); !ignored && byte != image.end()) {
+                flash[i] = byte->second;
+            }
+        }
+    }
+    return flash;
+}
+
+std::string difference(const Kind& kind, const Memory& flash, const Memory& expected) {
+    Memory all = flash;
+    all.insert(expected.begin(), expected.end());
+    for (const auto& [address, byte] : all) {
+        if (!(kind.packed && address % 4 == 3) && at(flash, address) != at(expected, address)) {
+            char text[80];
+            std::snprintf(text, sizeof text, "%08X holds %02X, not %02X", address, at(flash, address),
+                          at(expected, address));
+            return text;
+        }
+    }
+    return {};
+}

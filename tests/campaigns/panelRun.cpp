@@ -1,0 +1,298 @@
+#include "panelRun.h"
+
+#include "system/updateCore.h"
+
+#include <QCoreApplication>
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <spawn.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const PACKAGE = "/keldra/tmp/keldra_update/";
+const char* const VERSION = "2.0.0";
+constexpr unsigned long LONGEST_RUN_MS = 280'000;
+constexpr unsigned BETWEEN_STARTS = 5; // seconds
+
+const struct {
+    const char* name;
+    const char* shown;
+    std::uint8_t address;
+    updateCore::MODULE updateCore::*module;
+} MODULES[] = {
+    {"mf1", "MultiFunction #1", 13, &updateCore::mf1},
+    {"mf2", "MultiFunction #2", 14, &updateCore::mf2},
+    {"mf3", "MultiFunction #3", 15, &updateCore::mf3},
+    {"arts", "ARTS Sensor", 16, &updateCore::arts},
+    {"s1", "Secondary #1", 9, &updateCore::s1},
+    {"s2", "Secondary #2", 10, &updateCore::s2},
+    {"s3", "Secondary #3", 11, &updateCore::s3},
+    {"s4", "Secondary #4", 12, &updateCore::s4},
+    {"motor", "Motor", 8, &updateCore::motor},
+    {"master", "Primary", 7, &updateCore::master},
+    {"ctrl", "CTRL", 2, &updateCore::ctrl},
+};
+
+const auto& moduleNamed(const std::string& name) {
+    return *std::find_if(std::begin(MODULES), std::end(MODULES),
+                         [&](const auto& entry) { return entry.name == name; });
+}
+
+/** What only a module that did not answer, or refused, explains. */
+const char* const REASONS[] = {"Could not erase range", "Page retry count exceeded",
+                               "Mem Erase Tries Exceeded", "Program retry count exceeded",
+                               "Could not switch system to update mode"};
+
+/** What the panel may do against the protocol only when it was led to by a fault. */
+const char* const CONSEQUENCES[] = {
+    "without an open page", "was to come", "write page before any page", "announced with",
+    "without being erased", "bad record",  "bytes outside a frame",      "damaged frame"};
+
+bool containsOneOf(const std::string& text, const auto& parts) {
+    return std::any_of(std::begin(parts), std::end(parts),
+                       [&](const char* part) { return text.find(part) != std::string::npos; });
+}
+
+std::string contents(const std::string& path) {
+    std::ifstream in(path);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void put(const std::string& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+/** The simulator's process; it ends with this object. */
+class Simulator {
+public:
+    Simulator(const Plan& plan, const std::string& program) {
+        std::vector<std::string> words = {program,
+                                          "--link",
+                                          "/tmp/ttyKB",
+                                          "--inventory",
+                                          "/tmp/modules",
+                                          "--report",
+                                          "/tmp/report.txt",
+                                          "--dump",
+                                          "/tmp/dump",
+                                          "--trace",
+                                          "/tmp/trace.txt",
+                                          "--seed",
+                                          std::to_string(plan.seed)};
+        for (const std::string& fault : plan.faults) {
+            words.insert(words.end(), {"--fault", fault});
+        }
+        std::vector<char*> arguments;
+        for (std::string& word : words) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        if (posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
+            throw std::runtime_error("cannot start " + program);
+        }
+        for (int n = 0; !fs::exists("/tmp/ttyKB"); ++n) {
+            if (n > 2000) {
+                throw std::runtime_error("the simulator made no port");
+            }
+            usleep(5000);
+        }
+    }
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+    ~Simulator() { stop(); }
+
+    void stop() {
+        if (process != 0) {
+            kill(process, SIGTERM);
+            waitpid(process, nullptr, 0);
+            process = 0;
+        }
+    }
+
+private:
+    pid_t process = 0;
+};
+
+std::string inventoryOf(const Plan& plan) {
+    std::ostringstream text;
+    for (const Target& target : plan.targets) {
+        const Kind& kind = *target.kind;
+        const std::uint32_t flashBytes = kind.packed ? OLD_BYTES / 4 * 3 : OLD_BYTES;
+        text << target.name << " kind=" << kind.name << " version=1.0.0 next=" << VERSION << std::hex
+             << std::uppercase << " preload=" << unsigned{OLD} << '@' << kind.unit(kind.regions.front())
+             << '+' << flashBytes << std::dec << ' ' << target.inventory;
+        if (!target.ignored.empty()) {
+            text << " ignore=" << target.ignored;
+        }
+        text << '\n';
+    }
+    for (const std::string& name : plan.upToDate) {
+        text << name << " version=" << VERSION << '\n';
+    }
+    return text.str();
+}
+
+class Run {
+public:
+    Run(Plan requested, const std::string& program) : plan(std::move(requested)) {
+        fs::create_directories(PACKAGE);
+        put("/keldra/config/vx3.cfg", "up_mbus = /tmp/ttyKB\nub_mbus = 115200\ndir = /keldra\nlog_max_size = "
+                                      "10000000\nEndConfigFile\n");
+        std::mt19937_64 random(plan.seed);
+        for (Target& target : plan.targets) {
+            target.image = makeImage(*target.kind, random);
+            put(PACKAGE + target.name + ".hex", hexFile(*target.kind, target.image, random));
+        }
+        put("/tmp/modules", inventoryOf(plan));
+        simulator = std::make_unique<Simulator>(plan, program);
+        core = std::make_unique<updateCore>();
+        offerPackage();
+        QObject::connect(
+            core.get(), &updateCore::sendStatusMessage, core.get(),
+            [this](const QString& text) { shown.push_back(text.toStdString()); }, Qt::DirectConnection);
+        QObject::connect(
+            core.get(), &updateCore::sendUpdateDone, core.get(),
+            [this](bool success) { done = success ? 1 : 0; }, Qt::DirectConnection);
+    }
+
+    Result execute() {
+        for (int n = 1; done != 1 && n <= plan.starts; ++n) {
+            if (n > 1) {
+                sleep(BETWEEN_STARTS);
+            }
+            shown.clear();
+            done = -1;
+            core->startUpdate();
+            if (!core->wait(LONGEST_RUN_MS)) {
+                return {Outcome::WRONG, "no end after " + std::to_string(LONGEST_RUN_MS / 1000) + " s"};
+            }
+        }
+        simulator->stop();
+        return judge();
+    }
+
+private:
+    void offerPackage() {
+        for (const Target& target : plan.targets) {
+            auto& base = ((*core).*moduleNamed(target.name).module).base;
+            base.update.items.assign(3, {target.name + ".hex", VERSION}); // whatever its hardware revision
+        }
+        for (const std::string& name : plan.upToDate) {
+            ((*core).*moduleNamed(name).module).base.update.items = {{"none", VERSION}};
+        }
+        core->loaded = true;
+    }
+
+    Result judge() const {
+        const std::string log = contents("/tmp/update.log");
+        if (done < 0) {
+            return {Outcome::WRONG, "the run ended without a word"};
+        }
+        if (done == 0 && !containsOneOf(log, REASONS)) {
+            return {Outcome::WRONG, "failed without a reason"};
+        }
+        bool missing = false;
+        for (const Target& target : plan.targets) {
+            const std::string name = moduleNamed(target.name).shown;
+            if (says(name + " not found")) {
+                missing = true;
+            } else if (isFinished(name)) {
+                if (const std::string fault = flashFault(target); !fault.empty()) {
+                    return {Outcome::WRONG, target.name + ": " + fault};
+                }
+            } else if (done == 1) {
+                return {Outcome::WRONG, target.name + " was passed over"};
+            }
+        }
+        if (const std::string fault = protocolFault(); !fault.empty()) {
+            return {Outcome::WRONG, fault};
+        }
+        if (done == 0) {
+            return {Outcome::FAILED, shown.back()};
+        }
+        return missing ? Result{Outcome::MISSING, ""} : Result{Outcome::EQUAL, ""};
+    }
+
+    bool says(const std::string& text) const { return std::count(shown.begin(), shown.end(), text) > 0; }
+
+    /** The panel went on behind this module as if it were right. */
+    bool isFinished(const std::string& name) const {
+        const auto last = std::find(shown.begin(), shown.end(), "Checking " + name + " for update");
+        const bool failedHere = done == 0 && std::distance(last, shown.end()) <= 2;
+        return last != shown.end() && !failedHere;
+    }
+
+    std::string flashFault(const Target& target) const {
+        std::set<std::uint32_t> ignored = ignoredByFault(target);
+        if (!target.ignored.empty()) {
+            const auto page = static_cast<std::uint32_t>(std::stoul(target.ignored, nullptr, 16));
+            ignored.insert(target.kind->packed ? page * 2 : page);
+        }
+        return difference(*target.kind, readHexFile("/tmp/dump/" + target.name + ".hex"),
+                          flashAfter(*target.kind, target.image, ignored));
+    }
+
+    /** Pages that a fault, by the simulator's own account, made the bootloader ignore. */
+    static std::set<std::uint32_t> ignoredByFault(const Target& target) {
+        std::set<std::uint32_t> pages;
+        std::ifstream trace("/tmp/trace.txt");
+        std::string start; // the latest start of page
+        for (std::string line; std::getline(trace, line);) {
+            if (line.find(" start module=") != std::string::npos) {
+                start = line;
+            }
+            if (line.find("! fault ignore-page") != std::string::npos &&
+                start.find("module=" + std::to_string(addressOf(target.name)) + " ") != std::string::npos) {
+                const auto unit = std::stoul(start.substr(start.find("address=") + 8), nullptr, 16);
+                pages.insert(static_cast<std::uint32_t>(target.kind->packed ? unit * 2 : unit));
+            }
+        }
+        return pages;
+    }
+
+    std::string protocolFault() const {
+        std::istringstream report(contents("/tmp/report.txt"));
+        std::vector<std::string> faults;
+        bool injected = false;
+        for (std::string line; std::getline(report, line);) {
+            if (line.find("  protocol ") == 0) {
+                faults.push_back(line.substr(2));
+            }
+            injected =
+                injected || (line.find("injected count=") == 0 && line.find("count=0 ") == std::string::npos);
+        }
+        for (const std::string& fault : faults) {
+            if (!injected || !containsOneOf(fault, CONSEQUENCES)) {
+                return fault;
+            }
+        }
+        return {};
+    }
+
+    Plan plan;
+    std::unique_ptr<Simulator> simulator;
+    std::unique_ptr<updateCore> core;
+    std::vector<std::string> shown; ///< of the latest run; written by its thread, read when it has ended
+    int done = -1;                  ///< -1: nothing was said; likewise
+};
+
+} // namespace
+
+std::uint8_t addressOf(const std::string& module) {
+    return moduleNamed(module).address;
+}
+
+Result runPanel(const Plan& plan, const std::string& simulator) {
+    return Run(plan, simulator).execute();
+}

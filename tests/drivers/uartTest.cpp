@@ -1,0 +1,109 @@
+#include "drivers/uart.h"
+
+#include "support/panel.h"
+
+#include <fcntl.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+/** A line whose far end nobody reads unless the test does. */
+class uartTest : public testing::Test {
+protected:
+    uartTest() {
+        char name[64];
+        if (openpty(&farEnd, &nearEnd, name, nullptr, nullptr) == 0) {
+            port = name;
+        }
+    }
+    ~uartTest() override {
+        close(farEnd);
+        close(nearEnd);
+    }
+    termios settings() const {
+        termios now{};
+        tcgetattr(nearEnd, &now);
+        return now;
+    }
+    std::string received() const {
+        char text[64];
+        const ssize_t count = read(farEnd, text, sizeof text);
+        return {text, static_cast<std::size_t>(count)};
+    }
+    int farEnd = -1;
+    int nearEnd = -1;
+    std::string port;
+    uart line;
+};
+
+TEST_F(uartTest, EveryRateOfTheTableIsSet) {
+    ASSERT_TRUE(line.uart_open(port));
+    const struct {
+        int baud;
+        speed_t speed;
+    } rows[] = {{50, B50},         {75, B75},         {110, B110},       {134, B134},       {150, B150},
+                {200, B200},       {300, B300},       {600, B600},       {1200, B1200},     {1800, B1800},
+                {2400, B2400},     {4800, B4800},     {9600, B9600},     {19200, B19200},   {38400, B38400},
+                {57600, B57600},   {115200, B115200}, {230400, B230400}, {460800, B460800}, {576000, B576000},
+                {921600, B921600}, {0, B0}};
+    for (const auto& row : rows) {
+        EXPECT_TRUE(line.uart_set_options(row.baud, 100, 1, false)) << row.baud;
+        const termios now = settings();
+        EXPECT_EQ(cfgetospeed(&now), row.speed) << row.baud;
+    }
+}
+
+TEST_F(uartTest, AnUnknownRateChangesNothing) {
+    ASSERT_TRUE(line.uart_open(port));
+    ASSERT_TRUE(line.uart_set_options(9600, 5, 7, false));
+    for (const int baud : {500000, 115201, -1}) {
+        EXPECT_FALSE(line.uart_set_options(baud, 100, 1, true)) << baud;
+    }
+    const termios now = settings();
+    EXPECT_EQ(cfgetospeed(&now), B9600);
+    EXPECT_EQ(now.c_cc[VMIN], 5);
+    EXPECT_EQ(now.c_cc[VTIME], 7);
+    EXPECT_EQ(now.c_cflag & CRTSCTS, 0U);
+}
+
+TEST_F(uartTest, TheLineIsRaw) {
+    ASSERT_TRUE(line.uart_open(port));
+    EXPECT_EQ(fcntl(nearEnd, F_GETFL) & O_NONBLOCK, 0);
+    ASSERT_TRUE(line.uart_set_options(115200, 100, 1, true));
+    const termios now = settings();
+    EXPECT_NE(now.c_cflag & CRTSCTS, 0U);
+    EXPECT_EQ(now.c_cflag & (CLOCAL | CREAD | CS8 | HUPCL), static_cast<tcflag_t>(CLOCAL | CREAD | CS8));
+    EXPECT_EQ(now.c_oflag, 0U);
+    EXPECT_EQ(now.c_lflag, 0U);
+    EXPECT_EQ(now.c_iflag & (IXON | IXANY | ICRNL), 0U);
+    EXPECT_EQ(now.c_cc[VMIN], 100);
+    EXPECT_EQ(now.c_cc[VTIME], 1);
+    ASSERT_EQ(write(farEnd, "\x03\r\x11", 3), 3);
+    char text[10];
+    EXPECT_EQ(line.uart_read(text, 3), 3);
+    EXPECT_EQ(std::string(text, 3), "\x03\r\x11");
+}
+
+TEST_F(uartTest, ABinaryWriteDiscardsWhatHasNotLeft) {
+    ASSERT_TRUE(line.uart_open(port) && line.uart_set_options(115200, 100, 1, false));
+    char first[] = "first";
+    char second[] = "second";
+    EXPECT_TRUE(line.uart_write(first, 5) && line.uart_write(second, 6));
+    EXPECT_EQ(received(), "second");
+    EXPECT_TRUE(line.uart_write(std::string("kept ")) && line.uart_write(std::string("whole")));
+    EXPECT_EQ(received(), "kept whole");
+}
+
+TEST_F(uartTest, ResultsOfABrokenPort) {
+    char byte = 0;
+    EXPECT_FALSE(line.uart_open("/dev/none"));
+    EXPECT_EQ(line.uart_read(&byte, 1), -1);
+    EXPECT_FALSE(line.uart_write(&byte, 1) || line.uart_write(std::string("a")));
+    ASSERT_TRUE(line.uart_open("/dev/full"));
+    EXPECT_FALSE(line.uart_set_options(115200, 100, 1, false)); // no line
+    EXPECT_TRUE(line.uart_write(&byte, 1) && line.uart_write(std::string("a"))); // a failed write counts as done
+}
+
+} // namespace

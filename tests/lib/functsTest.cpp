@@ -1,0 +1,186 @@
+#include "lib/functs.h"
+
+#include "support/panel.h"
+
+#include <filesystem>
+#include <limits>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string HERE = "/tmp/functs/";
+
+class functsTest : public testing::Test {
+protected:
+    functsTest() { fs::create_directory(HERE); }
+    ~functsTest() override { fs::remove_all(HERE); }
+    functs f;
+};
+
+TEST_F(functsTest, SplitGivesEveryPieceOrNone) {
+    const struct {
+        const char* name;
+        std::string text;
+        std::string separator;
+        Texts pieces;
+    } rows[] = {
+        {"no separator", "abc", ",", {}},
+        {"empty text", "", ",", {}},
+        {"two", "a,b", ",", {"a", "b"}},
+        {"leading", ",a", ",", {"", "a"}},
+        {"trailing", "a,b,", ",", {"a", "b", ""}},
+        {"separators only", ",,", ",", {"", "", ""}},
+        {"long separator", "a, b,c, ", ", ", {"a", "b,c", ""}},
+        {"overlapping matches", "aaa", "aa", {"", "a"}},
+        {"empty separator", "abc", "", {}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(f.split(row.text, row.separator), row.pieces) << row.name;
+        if (row.separator.size() == 1) {
+            EXPECT_EQ(f.split(row.text, row.separator[0]), row.pieces) << row.name;
+        }
+    }
+}
+
+TEST_F(functsTest, JoinClosesEveryElement) {
+    EXPECT_EQ(f.join({"a", "b"}, ','), "a,b,");
+    EXPECT_EQ(f.join({"x"}, '.'), "x.");
+    EXPECT_EQ(f.join({}, ','), "");
+}
+
+TEST_F(functsTest, TextsAreTrimmedAndTheirCaseChangedInPlace) {
+    EXPECT_EQ(f.strip_characters("a--b-", '-'), "ab");
+    std::string text = " \t\v\r\n\fa b\n ";
+    EXPECT_EQ(&f.ltrim(text), &text);
+    EXPECT_EQ(text, "a b\n ");
+    EXPECT_EQ(f.rtrim(text), "a b");
+    std::string blank = " \n";
+    EXPECT_EQ(f.trim(blank), "");
+    std::string mixed = "MiXeD-9@[`{\xC4\xE4";
+    f.strCase(mixed, true);
+    EXPECT_EQ(mixed, "MIXED-9@[`{\xC4\xE4");
+    f.strCase(mixed, false);
+    EXPECT_EQ(mixed, "mixed-9@[`{\xC4\xE4");
+}
+
+TEST_F(functsTest, KindsOfPath) {
+    put(HERE + "file", "12345");
+    fs::create_symlink(HERE, HERE + "link");
+    EXPECT_TRUE(f.isDirectory(HERE) && f.isDirectory(HERE + "link") && !f.isFile(HERE));
+    EXPECT_TRUE(f.isFile(HERE + "file") && !f.isDirectory(HERE + "file"));
+    EXPECT_FALSE(f.isFile("/dev/null") || f.isFile(HERE + "none") || f.isDirectory(HERE + "none"));
+    EXPECT_EQ(f.getFileSize(HERE + "file"), 5);
+    EXPECT_EQ(f.getFileSize(HERE + "none"), 0);
+    EXPECT_TRUE(shell("truncate -s 5G " + HERE + "big"));
+    EXPECT_EQ(f.getFileSize(HERE + "big"), std::numeric_limits<std::int32_t>::max());
+}
+
+TEST_F(functsTest, DirectoriesAreMadeOneLevelAtATime) {
+    umask(0);
+    EXPECT_TRUE(f.makeDir(HERE + "one"));
+    EXPECT_EQ(fs::status(HERE + "one").permissions(), static_cast<fs::perms>(0755));
+    EXPECT_FALSE(f.makeDir(HERE + "one"));
+    EXPECT_FALSE(f.makeDir(HERE + "two/three"));
+    put(HERE + "one/file", "");
+    EXPECT_FALSE(f.removeFile(HERE + "one"));
+    EXPECT_TRUE(f.removeFile(HERE + "one/file") && f.removeFile(HERE + "one"));
+    umask(022);
+}
+
+TEST_F(functsTest, ContentsEndWithANewline) {
+    const struct {
+        std::string content;
+        std::string read;
+    } rows[] = {{"", ""}, {"a", "a\n"}, {"a\r\n\nb", "a\r\n\nb\n"}, {"a\n", "a\n"}, {"\n", "\n"}};
+    for (const auto& row : rows) {
+        put(HERE + "file", row.content);
+        EXPECT_EQ(f.getFileContents(HERE + "file"), row.read);
+    }
+    EXPECT_EQ(f.getFileContents(HERE + "none"), "");
+    EXPECT_EQ(f.getFileContents(HERE), ""); // a directory
+}
+
+TEST_F(functsTest, WritesReplaceOrAppend) {
+    EXPECT_TRUE(f.writeFileContents(HERE + "file", "long text"));
+    EXPECT_TRUE(f.writeFileContents(HERE + "file", "a"));
+    EXPECT_TRUE(f.writeFileContents(HERE + "file", "b", true));
+    EXPECT_TRUE(f.writeFileContents(HERE + "new", "c", true));
+    EXPECT_EQ(contents(HERE + "file") + contents(HERE + "new"), "abc");
+    EXPECT_FALSE(f.writeFileContents(HERE + "none/file", "a"));
+}
+
+TEST_F(functsTest, CopiesReplaceOrAppend) {
+    const std::string binary("a\0\r\n\xFF", 5);
+    put(HERE + "source", binary, 0755);
+    put(HERE + "dest", "old");
+    EXPECT_TRUE(f.copyFile(HERE + "source", HERE + "dest", false, true));
+    EXPECT_EQ(contents(HERE + "dest"), "old" + binary);
+    EXPECT_TRUE(f.copyFile(HERE + "source", HERE + "dest", true));
+    EXPECT_EQ(contents(HERE + "dest"), binary);
+    EXPECT_EQ(fs::status(HERE + "dest").permissions(), static_cast<fs::perms>(0644));
+    put(HERE + "empty", "");
+    EXPECT_TRUE(f.copyFile(HERE + "empty", HERE + "dest", true));
+    EXPECT_EQ(contents(HERE + "dest"), "");
+}
+
+TEST_F(functsTest, CopyOfAMissingSourceFailsButTruncates) {
+    put(HERE + "dest", "old");
+    EXPECT_FALSE(f.copyFile(HERE + "none", HERE + "dest", true, true));
+    EXPECT_EQ(contents(HERE + "dest"), "old");
+    EXPECT_FALSE(f.copyFile(HERE + "none", HERE + "dest", true));
+    EXPECT_EQ(contents(HERE + "dest"), "");
+    EXPECT_FALSE(f.copyFile(HERE + "dest", HERE + "none/dest", true));
+}
+
+TEST_F(functsTest, RemovesADirectoryAsItsFlagsSay) {
+    const struct {
+        const char* name;
+        bool recursive;
+        bool leaveTop;
+        Texts left;
+    } rows[] = {
+        {"files only", false, false, {"tree", "tree/full", "tree/full/file"}},
+        {"files only, top kept", false, true, {"tree", "tree/full", "tree/full/file"}},
+        {"emptied", true, true, {"tree"}},
+        {"everything", true, false, {}},
+    };
+    put(HERE + "outside", "");
+    for (const auto& row : rows) {
+        put(HERE + "tree/full/file", "");
+        put(HERE + "tree/.hidden", "");
+        fs::create_directories(HERE + "tree/empty");
+        fs::create_symlink("/tmp/functs", HERE + "tree/link");
+        EXPECT_TRUE(f.rmDir(HERE + "tree", row.recursive, row.leaveTop)) << row.name;
+        Texts left;
+        for (const auto& entry : fs::recursive_directory_iterator(HERE)) {
+            left.push_back(entry.path().lexically_relative(HERE));
+        }
+        std::erase(left, "outside"); // a link to a directory is removed, never followed
+        EXPECT_EQ(left, row.left) << row.name;
+        EXPECT_TRUE(fs::exists(HERE + "outside")) << row.name;
+    }
+    EXPECT_FALSE(f.rmDir(HERE + "tree", true, false));
+}
+
+TEST_F(functsTest, CopiesADirectory) {
+    put(HERE + "a/file", "1");
+    put(HERE + "a/sub/.hidden", "2");
+    EXPECT_TRUE(f.copyDir(HERE + "a", HERE + "b", true));
+    EXPECT_EQ(contents(HERE + "b/file") + contents(HERE + "b/sub/.hidden"), "12");
+    EXPECT_TRUE(f.copyDir(HERE + "a", HERE + "c", false));
+    EXPECT_EQ(contents(HERE + "c/file"), "1");
+    EXPECT_FALSE(fs::exists(HERE + "c/sub/.hidden"));
+    EXPECT_FALSE(f.copyDir(HERE + "none", HERE + "d", true));
+}
+
+TEST_F(functsTest, RunsACommandAndCollectsItsOutput) {
+    std::string out = "before ";
+    EXPECT_TRUE(f.runProcess("echo hi; echo unseen >&2", out));
+    EXPECT_EQ(out, "before hi\n");
+    EXPECT_FALSE(f.runProcess("printf %0200d 7; exit 3", out));
+    EXPECT_EQ(out.size(), 10U + 200U); // more than one chunk
+}
+
+} // namespace

@@ -1,0 +1,153 @@
+// The program's entry. Most tests run it, renamed, in a process of its own that presses its buttons itself.
+
+#include "support/panel.h"
+
+#include <QApplication>
+#include <QPushButton>
+#include <QTimer>
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+/** Presses the buttons named in PRESS ("One,Other") whenever they can be pressed. */
+void pressButtons() {
+    const QStringList names = qEnvironmentVariable("PRESS").split(',');
+    auto* timer = new QTimer(QCoreApplication::instance());
+    QObject::connect(timer, &QTimer::timeout, [names] {
+        for (QWidget* widget : QApplication::allWidgets()) {
+            auto* button = qobject_cast<QPushButton*>(widget);
+            if (button != nullptr && button->isEnabled() && names.contains(button->text())) {
+                button->click();
+            }
+        }
+    });
+    if (qEnvironmentVariableIsSet("PRESS")) {
+        timer->start(10);
+    }
+}
+Q_COREAPP_STARTUP_FUNCTION(pressButtons)
+
+class mainTest : public Panel {
+protected:
+    mainTest() {
+        configuration += "debug = 1\n"; // the log on standard output, too
+        bus.autoAnswer(Bus::noModules);
+        put("/keldra/config/system.manifest", R"({"kernel":"2.0","updater":"1.0"})");
+    }
+    /** A package of a kernel that is up to date and an updater that is not and records how it is started. */
+    void offerPackage() {
+        pack("kernel.img", "image");
+        pack("K+Updater", "#!/bin/sh\necho K+Updater $* > /tmp/restarted\n", 0755);
+        packOntoStick(R"({"kernel":{"f":"kernel.img","v":"2.0"},"updater":{"f":"K+Updater","v":"2.0"}})");
+    }
+    void leaveUnpacked() {
+        offerPackage();
+        shell("mkdir /keldra/tmp/keldra_update; cp -r /tmp/package/. /keldra/tmp/keldra_update");
+    }
+    /** Runs the program until it ends by itself; its exit status. */
+    int run(const std::string& arguments, const std::string& press) {
+        configure();
+        const int status = std::system(("PRESS='" + press + "' " EMULATOR TESTS " --updater " + arguments + " > /tmp/out").c_str());
+        out = contents("/tmp/out");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    bool said(const std::string& text) const { return holds({out}, text); }
+    /** The restart runs in the background. */
+    static std::string restarted() {
+        awaitThat([] { return !contents("/tmp/restarted").empty(); });
+        return contents("/tmp/restarted");
+    }
+    std::string out;
+};
+
+TEST_F(mainTest, ResumesAndHalts) {
+    leaveUnpacked();
+    for (const char* program : {"mount", "halt"}) {
+        standIn(program, "echo " + std::string(program) + " $* >> /tmp/commands");
+    }
+    EXPECT_EQ(run("auto", "Close"), 0);
+    EXPECT_EQ(out.substr(0, 19), "Init Start ------\nI");
+    EXPECT_FALSE(said("Loading new file") || said("Checking Updater"));
+    EXPECT_TRUE(said("Kernel up-to-date") && said("stopping application\n"));
+    ASSERT_TRUE(awaitThat([] { return holds({contents("/tmp/commands")}, "halt"); }));
+    EXPECT_EQ(contents("/tmp/commands"),
+              "mount -o remount rw /\nmount -o remount ro /\nmount -o remount ro /keldra\nhalt\n");
+    const std::vector<Frame> sent = bus.sent();
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), RESTART_SYSTEM), 4); // the link has stopped listening by then
+    EXPECT_FALSE(shell("ls /keldra/tmp/keldra_update*"));
+}
+
+TEST_F(mainTest, AutoForceUpdatesWhatIsUpToDate) {
+    leaveUnpacked();
+    EXPECT_EQ(run("auto force", "Close"), 0);
+    EXPECT_FALSE(said("Loading new file") || said("Checking Updater"));
+    EXPECT_TRUE(said("Updating Kernel: 2.0 -> 2.0"));
+}
+
+TEST_F(mainTest, WithoutAutoANewUpdaterIsStartedInIt) {
+    for (const char* arguments : {"", "force", "Auto force"}) {
+        put("/keldra/config/system.manifest", R"({"updater":"1.0"})");
+        shell("rm -f /tmp/restarted /usr/bin/K+Updater");
+        leaveUnpacked(); // and not resumed
+        EXPECT_EQ(run(arguments, "Run Update"), 0);
+        EXPECT_TRUE(said("Loading new file") && said("Updating Updater: 1.0 -> 2.0")) << arguments;
+        EXPECT_EQ(restarted(), "K+Updater auto -qws\n") << arguments;
+    }
+    EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, R"("updater":"2.0")"));
+}
+
+TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
+    put("/keldra/config/system.manifest", R"({"updater":"2.0"})");
+    offerPackage();
+    EXPECT_EQ(run("", "ALL"), 0);
+    EXPECT_TRUE(said("Updating Updater: 2.0 -> 2.0"));
+    EXPECT_EQ(restarted(), "K+Updater auto force -qws\n");
+}
+
+TEST_F(mainTest, CanBeClosedWithoutASerialPort) {
+    configuration += "up_mbus = /dev/none\n";
+    EXPECT_EQ(run("", "Cancel"), 0);
+    EXPECT_TRUE(said("Could not Start MicroBus: Could not open UART"));
+}
+
+/** Starts of the program itself, ten at a time, each on a bus of its own that answers at once. */
+TEST_F(mainTest, AutoNeverLosesItsResumeFlag) {
+    constexpr int AT_ONCE = 10;
+    constexpr int LINE = 9; // descriptor of the serial line in each process
+    const char* const wanted = std::getenv("KELDRA_STARTS"); // 100 for the whole campaign
+    leaveUnpacked();
+    configuration += "up_mbus = /proc/self/fd/" + std::to_string(LINE) + "\n";
+    configure();
+    for (int starts = wanted != nullptr ? std::atoi(wanted) : AT_ONCE; starts > 0; starts -= AT_ONCE) {
+        std::vector<std::unique_ptr<Bus>> lines;
+        std::map<pid_t, std::string> outputs;
+        for (int n = 0; n < AT_ONCE; ++n) {
+            lines.push_back(std::make_unique<Bus>());
+            lines.back()->autoAnswer(Bus::noModules);
+            const std::string output = "/tmp/out" + std::to_string(n);
+            put(output, "");
+            const pid_t child = fork();
+            if (child == 0) {
+                dup2(lines.back()->panelEnd(), LINE);
+                dup2(open(output.c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+                execl("/bin/sh", "sh", "-c", "exec " EMULATOR UPDATER " auto", nullptr);
+                _exit(1);
+            }
+            outputs[child] = output;
+        }
+        for (const auto& [child, output] : outputs) {
+            EXPECT_TRUE(awaitThat([&] { return holds({contents(output)}, "Starting Update..."); }))
+                << contents(output);
+            EXPECT_FALSE(holds({contents(output)}, "Loading new file"));
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
+    }
+}
+
+} // namespace

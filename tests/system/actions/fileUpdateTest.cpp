@@ -1,0 +1,168 @@
+#include "system/actions/fileUpdate.h"
+
+#include "support/panel.h"
+
+#include <filesystem>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string SOURCE = "/keldra/tmp/keldra_update/";
+const std::string TARGET = "/tmp/target";
+
+class fileUpdateTest : public Panel {
+protected:
+    fileUpdateTest() {
+        fs::remove_all(TARGET);
+        fs::create_directory(TARGET);
+        start();
+        errors();
+    }
+    bool install(const std::string& name, const std::string& where = TARGET) {
+        core->core.gui.update.items = {{name, "2.0"}};
+        core->core.gui.swVersion = std::string("1.0");
+        fileUpdate files(core.get());
+        files.setInstallPath(where);
+        files.setBase(&core->core.gui);
+        return files.run();
+    }
+    bool recorded() const { return core->core.gui.swVersion.get() == "2.0"; }
+    /** The errors logged since the last call. */
+    Texts errors() {
+        Texts log = logged();
+        std::erase_if(log, [](const std::string& line) { return line.rfind("[Error]", 0) != 0; });
+        put("/tmp/update.log", "");
+        return log;
+    }
+    static unsigned mode(const std::string& path) { return static_cast<unsigned>(fs::status(path).permissions()); }
+};
+
+TEST_F(fileUpdateTest, InstallsOneFile) {
+    unpacked("sub/K+Main", "new", 0755);
+    put(TARGET + "/sub/K+Main", "the old one", 0600);
+    fs::create_hard_link(TARGET + "/sub/K+Main", TARGET + "/hold");
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(install("sub/K+Main"));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              SOURCE + "sub/K+Main\nCopy File\nCOPY SOURCE " + SOURCE + "sub/K+Main TO DEST " + TARGET +
+                  "/sub/K+Main\n");
+    EXPECT_TRUE(recorded());
+    EXPECT_EQ(contents(TARGET + "/sub/K+Main"), "new");
+    EXPECT_EQ(contents(TARGET + "/hold"), "the old one"); // removed first, not written over: it may be running
+}
+
+TEST_F(fileUpdateTest, InstallsTheVisiblePartOfATree) {
+    unpacked("gui/one/two/file", "1");
+    unpacked("gui/.hidden/file", "2");
+    unpacked("gui/one/.hidden", "3");
+    put(TARGET + "/one/kept", "4");
+    EXPECT_TRUE(install("gui"));
+    EXPECT_TRUE(recorded());
+    Texts files;
+    for (const auto& entry : fs::recursive_directory_iterator(TARGET)) {
+        files.push_back(entry.path().lexically_relative(TARGET));
+    }
+    std::sort(files.begin(), files.end());
+    EXPECT_EQ(files, (Texts{"one", "one/kept", "one/two", "one/two/file"}));
+    EXPECT_EQ(mode(TARGET + "/one/two"), 0755U);
+}
+
+TEST_F(fileUpdateTest, CarriesTheExecutableBitsAndNoOthers) {
+    const struct {
+        unsigned original;
+        unsigned installed;
+    } rows[] = {{0755, 0755}, {0700, 0744}, {0444, 0644}, {04777, 0755}, {0645, 0645}};
+    for (const auto& row : rows) {
+        unpacked("program", "x", row.original);
+        EXPECT_TRUE(install("program"));
+        EXPECT_EQ(mode(TARGET + "/program"), row.installed) << std::oct << row.original;
+    }
+    unpacked("tree/bin/program", "x", 0711);
+    EXPECT_TRUE(install("tree"));
+    EXPECT_EQ(mode(TARGET + "/bin/program"), 0755U);
+}
+
+TEST_F(fileUpdateTest, AShortNameStandsForNoFile) {
+    unpacked("ab", "new");
+    EXPECT_TRUE(install("ab"));
+    EXPECT_FALSE(recorded() || fs::exists(TARGET + "/ab"));
+}
+
+TEST_F(fileUpdateTest, RefusesNamesThatLeadOutside) {
+    put("/keldra/tmp/outside", "x");
+    for (const std::string name : {"../outside", "a/../../outside", "a/..", "../../tmp"}) {
+        EXPECT_FALSE(install(name, TARGET + "/a")) << name;
+        EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file " + TARGET + "/a/" + name});
+    }
+    EXPECT_TRUE(fs::is_empty(TARGET));
+    unpacked("a..b", "x");
+    EXPECT_TRUE(install("a..b"));
+}
+
+TEST_F(fileUpdateTest, FailuresOfASingleFile) {
+    EXPECT_FALSE(install("missing"));
+    EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file " + TARGET + "/missing"});
+    unpacked("file", "new");
+    EXPECT_FALSE(install("file", "/tmp/none"));
+    EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file /tmp/none/file"});
+    put(TARGET + "/file", "old");
+    fs::permissions(TARGET, fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_FALSE(install("file"));
+    EXPECT_EQ(errors(), Texts{"[Error]: Could not remove old file: " + TARGET + "/file"});
+    EXPECT_EQ(contents(TARGET + "/file"), "old");
+    EXPECT_FALSE(recorded());
+    fs::permissions(TARGET, fs::perms::owner_all);
+}
+
+TEST_F(fileUpdateTest, ATreeGoesOnBehindAFailure) {
+    unpacked("gui/a/file", "1");
+    unpacked("gui/b/file", "2");
+    unpacked("gui/c/file", "3");
+    put(TARGET + "/a", "a file where a directory should be");
+    fs::permissions(SOURCE + "gui/b", fs::perms::none);
+    EXPECT_TRUE(install("gui"));
+    EXPECT_TRUE(recorded());
+    Texts log = errors();
+    std::sort(log.begin(), log.end());
+    EXPECT_EQ(log, (Texts{"[Error]: Could not copy new file " + TARGET + "/a/file",
+                          "[Error]: Could not open directory: " + SOURCE + "gui/b"}));
+    EXPECT_EQ(contents(TARGET + "/c/file"), "3");
+    fs::permissions(SOURCE + "gui", fs::perms::none);
+    EXPECT_FALSE(install("gui/c") || recorded()); // to stat() it is no directory
+    fs::permissions(SOURCE + "gui", fs::perms::owner_exec);
+    EXPECT_FALSE(install("gui") || recorded());
+    EXPECT_EQ(errors().back(), "[Error]: Could not open directory: " + SOURCE + "gui");
+    shell("chmod -R 755 " + SOURCE);
+}
+
+TEST_F(fileUpdateTest, AFullCardIsNoticed) {
+    unpacked("file", std::string(100'000, 'x'));
+    ASSERT_EQ(mount("full", TARGET.c_str(), "tmpfs", 0, "size=16k"), 0);
+    EXPECT_FALSE(install("file"));
+    EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file " + TARGET + "/file"});
+    EXPECT_FALSE(recorded());
+    EXPECT_EQ(umount(TARGET.c_str()), 0);
+}
+
+TEST_F(fileUpdateTest, OddPackagesDoNotHang) {
+    unpacked("gui/file", "1");
+    ASSERT_EQ(mkfifo((SOURCE + "gui/pipe").c_str(), 0644), 0);
+    fs::create_symlink("/dev/zero", SOURCE + "gui/endless");
+    fs::create_symlink(".", SOURCE + "gui/loop");
+    fs::create_symlink("..", SOURCE + "gui/up");
+    EXPECT_TRUE(install("gui"));
+    EXPECT_EQ(contents(TARGET + "/file"), "1");
+    EXPECT_FALSE(install("gui/pipe") || install("gui/endless"));
+}
+
+TEST_F(fileUpdateTest, StopsWhenCancelled) {
+    unpacked("gui/file", "1");
+    core->cancel = true;
+    EXPECT_FALSE(install("gui") || install("gui/file") || recorded());
+    EXPECT_FALSE(fs::exists(TARGET + "/file"));
+}
+
+} // namespace

@@ -1,0 +1,90 @@
+#include "system/parsers/updateParser.h"
+
+#include "support/panel.h"
+#include "system/parsers/jsonText.h"
+
+namespace {
+
+class updateParserTest : public Panel {
+protected:
+    updateParserTest() { start(); }
+
+    /** The lists that the text fills, as "kernel: file=version ...; ". */
+    std::string parse(const std::string& text) {
+        core->clearUpdateItems();
+        updateParser parser(core.get());
+        accepted = jsonText::parse(text, parser);
+        const std::pair<const char*, const updateCore::BASE_ITEM*> items[] = {
+            {"kernel", &core->core.kernel}, {"rootfs", &core->core.rootfs},   {"updater", &core->core.updater},
+            {"gui", &core->core.gui},       {"drivers", &core->core.drivers}, {"ctrl", &core->ctrl.base},
+            {"master", &core->master.base}, {"motor", &core->motor.base},     {"arts", &core->arts.base},
+            {"s1", &core->s1.base},         {"s2", &core->s2.base},           {"s3", &core->s3.base},
+            {"s4", &core->s4.base},         {"mf1", &core->mf1.base},         {"mf2", &core->mf2.base},
+            {"mf3", &core->mf3.base},       {"cy1", &core->cy1.base},
+        };
+        std::string lists;
+        for (const auto& [name, item] : items) {
+            for (const updateCore::UPDATE_ITEM& entry : item->update.items) {
+                const bool first = &entry == &item->update.items.front();
+                lists += (first ? std::string(name) + ": " : "") + entry.item + "=" + entry.version + " ";
+            }
+        }
+        return lists;
+    }
+    bool accepted = false;
+};
+
+TEST_F(updateParserTest, FillsTheLists) {
+    const struct {
+        const char* name;
+        const char* text;
+        const char* lists;
+    } rows[] = {
+        {"single", R"({"kernel":{"f":"a","v":"1"}})", "kernel: a=1 "},
+        {"by position", R"({"gui":{"f":["a","b"],"v":["1","2"]}})", "gui: a=1 b=2 "},
+        {"host items", R"({"rootfs":{"f":"r"},"updater":{"f":"u"},"drivers":{"f":"d"}})",
+         "rootfs: r= updater: u= drivers: d= "},
+        {"single modules",
+         R"({"ctrl":{"f":"c","v":"1"},"master":{"f":"p"},"motor":{"f":"m"},"arts":{"f":"a"}})",
+         "ctrl: c=1 master: p= motor: m= arts: a= "},
+        {"slave is four", R"({"slave":{"f":["a","b"],"v":["1","2"]}})",
+         "s1: a=1 b=2 s2: a=1 b=2 s3: a=1 b=2 s4: a=1 b=2 "},
+        {"mf is three", R"({"mf":{"f":"a","v":"1"}})", "mf1: a=1 mf2: a=1 mf3: a=1 "},
+        {"more versions than files", R"({"gui":{"f":"a","v":["1","2"]}})", "gui: a=1 "},
+        {"more versions than files, kernel", R"({"kernel":{"f":"a","v":["1","2","3"]}})", "kernel: a=1 "},
+        {"versions before files", R"({"gui":{"v":"1","f":"a"}})", "gui: a= "},
+        {"numbers are no versions", R"({"gui":{"f":["a","b"],"v":[1.5,"2"]}})", "gui: a=2 b= "},
+        {"twice", R"({"gui":{"f":"a","v":"1"},"x":{},"gui":{"f":"b","v":"2"}})", "gui: a=2 b= "},
+        {"unknown items", R"({"cy1":{"f":"a"},"mf1":{"f":"a"},"Kernel":{"f":"a"},"kernel ":{"f":"a"}})", ""},
+        {"unknown keys", R"({"gui":{"f":"a","x":"b","ff":"c","v":"1"}})", "gui: a=1 "},
+        {"one letter opens no item", R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})", "gui: a=1 "},
+        {"an item at any depth", R"({"x":{"yy":[{"gui":{"f":"a"}}]},"f":"b"})", "gui: a= b= "},
+        {"no item yet", R"({"f":"a","v":"1"})", ""},
+        {"every other value", R"({"gui":{"f":[null,true,-1,99999999999,"a"],"v":null}})", "gui: a= "},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(parse(row.text), row.lists) << row.name;
+        EXPECT_TRUE(accepted) << row.name;
+    }
+}
+
+TEST_F(updateParserTest, WhatStandsBeforeAnErrorStays) {
+    EXPECT_EQ(parse(R"({"gui":{"f":"a","v":)"), "gui: a= ");
+    EXPECT_FALSE(accepted);
+}
+
+TEST_F(updateParserTest, PositionsWrapAt256) {
+    std::string files;
+    std::string versions;
+    for (int n = 0; n < 257; ++n) {
+        files += (n == 0 ? "\"" : ",\"") + std::to_string(n) + "\"";
+        versions += (n == 0 ? "\"v" : ",\"v") + std::to_string(n) + "\"";
+    }
+    parse("{\"gui\":{\"f\":[" + files + "],\"v\":[" + versions + "]}}");
+    ASSERT_EQ(core->core.gui.update.items.size(), 257U);
+    EXPECT_EQ(core->core.gui.update.items[0].version, "v256");
+    EXPECT_EQ(core->core.gui.update.items[255].version, "v255");
+    EXPECT_EQ(core->core.gui.update.items[256].version, "");
+}
+
+} // namespace

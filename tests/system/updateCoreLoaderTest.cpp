@@ -1,0 +1,209 @@
+#include "system/updateCoreLoader.h"
+
+#include "support/panel.h"
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string MANIFEST = R"({"kernel":{"f":"kernel.img","v":"2.0"}})";
+const Texts LOADED = {"Loading Update File....", "Updater file loaded."};
+
+class updateCoreLoaderTest : public Panel {
+protected:
+    /** An unpacked package, as an earlier start has left it. */
+    void leaveUnpacked(const std::string& manifest) {
+        unpacked("update.manifest", manifest);
+        shell("cd /keldra/tmp/keldra_update && sha1sum update.manifest > update.manifest.sha");
+    }
+    std::string kernelVersion() const {
+        const auto& items = core->core.kernel.update.items;
+        return items.empty() ? "" : items[0].version;
+    }
+};
+
+TEST_F(updateCoreLoaderTest, LoadsAPackage) {
+    pack("kernel.img", "image", 0755);
+    packOntoStick(MANIFEST);
+    put("/keldra/tmp/keldra_update/left.over", "");
+    put("/keldra/tmp/keldra_update.old", "");
+    start();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(load(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Loading new file\n");
+    EXPECT_EQ(shown(), LOADED);
+    EXPECT_EQ(logged().back(), "[Notice]: Updater file loaded.");
+    EXPECT_EQ(logged()[logged().size() - 2], "[Error]: Updater is ready to update");
+    EXPECT_TRUE(core->loaded);
+    EXPECT_EQ(kernelVersion(), "2.0");
+    EXPECT_EQ(bus.sent(), std::vector<Frame>{ENTER_UPDATE_MODE});
+    EXPECT_EQ(contents("/keldra/tmp/keldra_update/kernel.img"), "image");
+    EXPECT_EQ(fs::status("/keldra/tmp/keldra_update/kernel.img").permissions(), static_cast<fs::perms>(0755));
+    EXPECT_FALSE(fs::exists("/keldra/tmp/keldra_update/left.over") || fs::exists("/keldra/tmp/keldra_update.old"));
+    EXPECT_FALSE(fs::exists("/mnt/usb/keldra_update.tgz")); // the stick may be pulled
+    bus.answer(0, 77, 7);
+    EXPECT_TRUE(awaitThat([this] { return core->bootloader.page == 77U; })); // the port is open again
+}
+
+TEST_F(updateCoreLoaderTest, EveryFailureIsShownLoggedAndReported) {
+    const struct {
+        std::string manifest;
+        const char* spoil;   ///< in the tree, before it is packed
+        const char* sabotage; ///< afterwards
+        const char* standIn; ///< program that fails
+        const char* shown;
+        const char* logged;
+    } rows[] = {
+        {MANIFEST, ":", "rm /mnt/usb/*", nullptr, "No updater file or USB not connected",
+         "[Warning]: No update file found"},
+        {MANIFEST, ":", "echo >> /mnt/usb/keldra_update.tgz", nullptr, "Updater file corrupted!",
+         "[Error]: Update file corrupted"},
+        {MANIFEST, ":", "rm /mnt/usb/*.sha", nullptr, "Updater file corrupted!", "[Error]: Update file corrupted"},
+        {MANIFEST, ":", "mkdir /keldra/tmp/keldra_update", "rm", "Internal Error",
+         "[Error]: Could not flush temp directory"},
+        {MANIFEST, ":", "touch /keldra/tmp/keldra_update", "rm", "Internal Error",
+         "[Error]: Could not create temp directory"},
+        {MANIFEST, ":", "cd /mnt/usb; echo x > keldra_update.tgz; sha1sum keldra_update.tgz > keldra_update.tgz.sha",
+         nullptr, "Internal Error", "[Error]: Could not untar archieve"},
+        {MANIFEST, "echo >> update.manifest", ":", nullptr, "Updater file corrupted!",
+         "[Error]: Updater manifest is corrupt"},
+        {MANIFEST, "rm update.manifest", ":", nullptr, "Updater file corrupted!",
+         "[Error]: Updater manifest is corrupt"},
+        {R"({"a":12})", ":", ":", nullptr, "Internal Error", "[Error]: Config file is blank"},
+        {R"({"kernel":)", ":", ":", nullptr, "Internal Error", "[Error]: Config file is invalid"},
+        {MANIFEST + "}", ":", ":", nullptr, "Internal Error", "[Error]: Config file is invalid"},
+        {MANIFEST, ":", ":", "mount", "Internal Error", "[Error]: Could not remount system"},
+    };
+    start();
+    for (const auto& row : rows) {
+        shell("rm -rf /keldra/tmp/* /mnt/usb/* /tmp/package");
+        packOntoStick(row.manifest, row.spoil);
+        EXPECT_TRUE(shell(row.sabotage));
+        if (row.standIn != nullptr) {
+            standIn(row.standIn, "exit 1");
+        }
+        events.clear();
+        EXPECT_EQ(load(), 1) << row.logged;
+        EXPECT_EQ(shown(), (Texts{"Loading Update File....", row.shown})) << row.logged;
+        const Texts log = logged();
+        EXPECT_EQ(std::count(log.begin(), log.end(), row.logged), 1) << row.logged;
+        EXPECT_FALSE(core->loaded) << row.logged;
+        endStandIns();
+        put("/tmp/update.log", "");
+    }
+    EXPECT_EQ(kernelVersion(), "2.0"); // the last failure came after the manifest
+}
+
+TEST_F(updateCoreLoaderTest, ASilentBusEndsTheLoad) {
+    packOntoStick(MANIFEST);
+    start();
+    core->loadConfiguration(false);
+    settle();
+    EXPECT_EQ(events, (Texts{"Loading Update File....", "Could not switch system to update mode", "loaded 1"}));
+    EXPECT_TRUE(holds(logged(), "[Error]: Could not switch system to update mode"));
+    EXPECT_TRUE(fs::exists("/mnt/usb/keldra_update.tgz"));
+}
+
+TEST_F(updateCoreLoaderTest, TenCharactersAreNotBlank) {
+    packOntoStick(R"({"a":123})");
+    start();
+    EXPECT_EQ(load(), 0);
+}
+
+TEST_F(updateCoreLoaderTest, ResumesFromWhatIsUnpacked) {
+    leaveUnpacked(MANIFEST);
+    start();
+    core->resumeUpdate = true;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(load(), 2); // no stick is needed
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(shown(), LOADED);
+    EXPECT_EQ(kernelVersion(), "2.0");
+}
+
+TEST_F(updateCoreLoaderTest, WithNothingUnpackedAResumeLoadsThePackage) {
+    packOntoStick(MANIFEST);
+    start();
+    core->resumeUpdate = true;
+    EXPECT_EQ(load(), 2);
+}
+
+TEST_F(updateCoreLoaderTest, AnInterruptedUnpackIsNeverResumed) {
+    pack("kernel.img", "image");
+    packOntoStick(MANIFEST);
+    standIn("tar", "/opt/host-bin/tar \"$@\"; exit 1"); // as when it was cut short
+    start();
+    core->resumeUpdate = true;
+    EXPECT_EQ(load(), 1);
+    EXPECT_TRUE(fs::exists("/keldra/tmp/keldra_update/update.manifest"));
+    endStandIns();
+    shell("rm /keldra/tmp/keldra_update/kernel.img");
+    EXPECT_EQ(load(), 2);
+    EXPECT_EQ(contents("/keldra/tmp/keldra_update/kernel.img"), "image"); // unpacked anew
+}
+
+TEST_F(updateCoreLoaderTest, WaitsForTheStartMode) {
+    leaveUnpacked(MANIFEST);
+    bus.autoAnswer(Bus::noModules);
+    start();
+    core->startModePending = true;
+    core->loadConfiguration(false);
+    ASSERT_TRUE(awaitThat([this] { return core->bootloader.hasResponse.operator bool(); }));
+    core->resumeUpdate = true; // as the program entry does when the window is there
+    core->startModePending = false;
+    settle();
+    EXPECT_EQ(events.back(), "loaded 2");
+}
+
+TEST_F(updateCoreLoaderTest, TwoPackagesNeverMix) {
+    packOntoStick(R"({"kernel":{"f":"kernel.img","v":"1.0"},"gui":{"f":"gui","v":"1.0"},"mf":{"f":"a"}})");
+    start();
+    EXPECT_EQ(load(), 0);
+    packOntoStick(MANIFEST);
+    EXPECT_EQ(load(), 0);
+    EXPECT_EQ(kernelVersion(), "2.0");
+    EXPECT_EQ(core->core.kernel.update.items.size(), 1U);
+    EXPECT_TRUE(core->core.gui.update.items.empty() && core->mf3.base.update.items.empty());
+}
+
+TEST_F(updateCoreLoaderTest, ChecksumFiles) {
+    const std::string digest = "a9993e364706816aba3e25717850c26c9cd0d89d"; // of "abc"
+    std::string upper = digest;
+    functs().strCase(upper, true);
+    const struct {
+        const char* name;
+        std::string text;
+        bool valid;
+    } rows[] = {
+        {"bare", digest, true},
+        {"with a newline", digest + "\n", true},
+        {"CRLF", digest + "\r\n", true},
+        {"of the checksum tools", digest + "  file\n", true},
+        {"upper case", upper + "  FILE\n", true},
+        {"white space in front", "\n\t" + digest, true},
+        {"blank in front", " " + digest, false}, // the first word is empty
+        {"something behind", digest + "x", false},
+        {"tab behind", digest + "\tfile", false},
+        {"cut off", digest.substr(0, 39), false},
+        {"another", "b" + digest.substr(1), false},
+        {"empty", "", false},
+        {"white space", " \n", false},
+    };
+    updateCoreLoad loader;
+    put("/tmp/file", "abc");
+    for (const auto& row : rows) {
+        put("/tmp/file.sha", row.text);
+        EXPECT_EQ(loader.validateFile("/tmp/file"), row.valid) << row.name;
+    }
+    put("/tmp/none.sha", digest);
+    EXPECT_FALSE(loader.validateFile("/tmp/none") || loader.validateFile("/tmp"));
+    put("/tmp/file.sha", digest);
+    fs::permissions("/tmp/file", fs::perms::none);
+    EXPECT_FALSE(loader.validateFile("/tmp/file"));
+    fs::remove("/tmp/file.sha");
+    EXPECT_FALSE(loader.validateFile("/tmp/file"));
+}
+
+} // namespace

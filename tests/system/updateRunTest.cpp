@@ -1,0 +1,207 @@
+#include "support/panel.h"
+#include "system/actions/action.prototype.h"
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const Texts BEGIN = {"Starting Update...", "Switching System to Bootload Mode..."};
+const char* const MODULES[] = {"MultiFunction #1", "MultiFunction #2", "MultiFunction #3", "ARTS Sensor",
+                               "Secondary #1",     "Secondary #2",     "Secondary #3",     "Secondary #4",
+                               "Motor",            "Primary",          "CTRL"};
+
+void add(Texts& events, const Texts& more) {
+    events.insert(events.end(), more.begin(), more.end());
+}
+Texts checked(const std::string& name, const std::string& result) {
+    return {"Checking " + name + " for update", name + " " + result, "tick 6"};
+}
+
+class updateRunTest : public Panel {
+protected:
+    updateRunTest() {
+        start();
+        bus.autoAnswer(Bus::noModules);
+    }
+    void offer(updateCore::BASE_ITEM& item, const std::string& name, const std::string& text, unsigned mode = 0644) {
+        unpacked(name, text, mode);
+        item.swVersion = std::string("1.0");
+        item.update.items = {{name, "2.0"}};
+    }
+    /** What the run tells about the modules when none is there, and its end. */
+    static Texts noModulesAndDone() {
+        Texts expected;
+        for (const char* name : MODULES) {
+            add(expected, checked(name, "not found"));
+        }
+        expected.emplace_back("done 1");
+        return expected;
+    }
+};
+
+TEST_F(updateRunTest, VisitsEverythingInOrder) {
+    offer(core->core.kernel, "kernel.img", "image");
+    offer(core->core.gui, "gui/tmp/gui.file", "gui");
+    core->core.gui.update.items[0].item = "gui";
+    offer(core->core.rootfs, "rootfs", "never visited");
+    testing::internal::CaptureStdout();
+    update();
+    const std::string out = testing::internal::GetCapturedStdout();
+    Texts expected = BEGIN;
+    add(expected, checked("Updater", "up-to-date"));
+    add(expected, {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"});
+    add(expected, checked("Drivers", "up-to-date"));
+    add(expected, {"Checking GUI for update", "Updating GUI: 1.0 -> 2.0", "tick 6"});
+    add(expected, noModulesAndDone());
+    EXPECT_EQ(events, expected);
+    for (const std::string& text : shown()) {
+        EXPECT_TRUE(holds(logged(), "[Notice]: " + text)) << text;
+    }
+    EXPECT_TRUE(core->success);
+    EXPECT_EQ(contents("/dev/mmcblk0p1"), "image");
+    EXPECT_EQ(contents("/tmp/gui.file"), "gui");
+    EXPECT_EQ(core->core.rootfs.swVersion.get(), "1.0");
+    EXPECT_TRUE(holds({out}, "Length of Operation: 0.") && holds({out}, "Bootload Total Length: "));
+    std::vector<int> asked; // into their bootloaders
+    for (const Frame& frame : bus.sent()) {
+        if (frame.id == 16 && frame.payload[1] == ENTER_BOOTLOADER && (asked.empty() || asked.back() != frame.payload[0])) {
+            asked.push_back(frame.payload[0]);
+        }
+    }
+    EXPECT_EQ(asked, (std::vector<int>{13, 14, 15, 16, 9, 10, 11, 12, 8, 7, 2}));
+}
+
+TEST_F(updateRunTest, ANewUpdaterEndsTheFirstStage) {
+    offer(core->core.updater, "K+Updater", "program", 0755);
+    update();
+    Texts expected = BEGIN;
+    add(expected, {"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "tick 6", "reboot"});
+    EXPECT_EQ(events, expected);
+    EXPECT_EQ(contents("/usr/bin/K+Updater"), "program");
+    EXPECT_EQ(access("/usr/bin/K+Updater", X_OK), 0);
+    EXPECT_FALSE(core->success);
+
+    events.clear(); // the second stage counts it and goes on
+    core->resumeUpdate = true;
+    core->core.updater.swVersion = std::string("1.0");
+    update();
+    expected = BEGIN;
+    expected.emplace_back("tick 6");
+    for (const char* name : {"Kernel", "Drivers", "GUI"}) {
+        add(expected, checked(name, "up-to-date"));
+    }
+    add(expected, noModulesAndDone());
+    EXPECT_EQ(events, expected);
+    EXPECT_FALSE(core->resumeUpdate);
+}
+
+TEST_F(updateRunTest, AFailedSelfUpdateSaysSoOnStandardOutputOnly) {
+    offer(core->core.updater, "K+Updater", "");
+    core->core.updater.update.items[0].item = "missing";
+    testing::internal::CaptureStdout();
+    update();
+    EXPECT_TRUE(holds({testing::internal::GetCapturedStdout()}, "UPDATE ERROR\n"));
+    Texts expected = BEGIN;
+    add(expected, {"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "done 0"});
+    EXPECT_EQ(events, expected);
+}
+
+TEST_F(updateRunTest, AFailedItemEndsTheRun) {
+    offer(core->core.kernel, "kernel.img", "image");
+    offer(core->core.drivers, "drivers/file", "");
+    standIn("dd", "exit 1");
+    core->success = true; // of an earlier run
+    update();
+    Texts expected = BEGIN;
+    add(expected, checked("Updater", "up-to-date"));
+    add(expected, {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "done 0"});
+    EXPECT_EQ(events, expected);
+    EXPECT_TRUE(holds(logged(), "[Error]: DD command failed: kernel.img"));
+}
+
+TEST_F(updateRunTest, WithoutAnswerToTheUpdateModeItFails) {
+    bus.autoAnswer({});
+    update();
+    Texts expected = BEGIN;
+    add(expected, {"Could not switch system to update mode", "done 0"});
+    EXPECT_EQ(events, expected);
+    EXPECT_TRUE(holds(logged(), "[Error]: Could not switch system to update mode"));
+}
+
+TEST_F(updateRunTest, EveryAnswerOfAnAction) {
+    struct : action {
+        using action::action;
+        STATUS needsUpdate(bool force) override { return force ? GOUPDATE : answer; }
+        bool run() override { return works; }
+        STATUS answer = NOUPDATE;
+        bool works = true;
+    } item{core.get()};
+    const struct {
+        const char* name;
+        action::STATUS answer;
+        bool works;
+        std::size_t images;
+        int result;
+        Texts events;
+    } rows[] = {
+        {"absent", action::NOMODULE, true, 1, action::NOMODULE, checked("X", "not found")},
+        {"equal", action::NOUPDATE, true, 1, action::NOUPDATE, checked("X", "up-to-date")},
+        {"check failed", action::UPERROR, true, 1, action::UPERROR, {"Checking X for update", "tick 6"}},
+        {"updated", action::GOUPDATE, true, 1, action::GOUPDATE,
+         {"Checking X for update", "Updating X: 1.0 -> 2.0", "tick 6"}},
+        {"failed", action::GOUPDATE, false, 1, action::UPERROR,
+         {"Checking X for update", "Updating X: 1.0 -> 2.0", "done 0"}},
+        {"nothing in the package", action::GOUPDATE, true, 0, action::NOMODULE, {"Checking X for update"}},
+    };
+    for (const auto& row : rows) {
+        events.clear();
+        updateCore::BASE_ITEM base;
+        base.swVersion = std::string("1.0");
+        base.update.items.assign(row.images, {"file", "2.0"});
+        item.answer = row.answer;
+        item.works = row.works;
+        EXPECT_EQ(core->runUpdate(&item, &base, "X", false, 6.0), row.result) << row.name;
+        settle();
+        EXPECT_EQ(events, row.events) << row.name;
+    }
+}
+
+TEST_F(updateRunTest, ACancelledRunEndsAndCanBeStartedAgain) {
+    bus.autoAnswer([](const Frame& request) { // the modules stay silent
+        return request == ENTER_UPDATE_MODE ? Bus::noModules(request) : std::vector<Frame>();
+    });
+    core->startUpdate();
+    ASSERT_TRUE(bus.awaitSent(2)); // the first module is being asked
+    core->cancelUpdate();
+    EXPECT_FALSE(core->isRunning());
+    settle();
+    EXPECT_TRUE(holds(events, "Canceled") && holds(events, "done 0"));
+    EXPECT_FALSE(holds(events, "MultiFunction #2") || holds(events, "done 1"));
+    EXPECT_FALSE(core->success);
+
+    events.clear();
+    bus.autoAnswer(Bus::noModules);
+    update();
+    EXPECT_EQ(events.back(), "done 1");
+}
+
+TEST_F(updateRunTest, ACancelWaitsForTheShellsCommand) {
+    offer(core->core.kernel, "kernel.img", "image");
+    standIn("dd", "echo > /tmp/started; sleep 2.5; echo > /tmp/finished");
+    core->startUpdate();
+    ASSERT_TRUE(awaitThat([] { return fs::exists("/tmp/started"); }));
+    core->cancelUpdate(); // by the operator's button; the thread is terminated after 2 s
+    EXPECT_TRUE(fs::exists("/tmp/finished"));
+    EXPECT_EQ(processes("dd") + processes("sleep"), 0);
+    EXPECT_FALSE(core->isRunning());
+    endStandIns();
+    settle();
+    core->core.kernel.swVersion = std::string("1.0");
+    update();
+    EXPECT_EQ(events.back(), "done 1");
+    EXPECT_EQ(contents("/dev/mmcblk0p1"), "image");
+}
+
+} // namespace

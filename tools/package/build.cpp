@@ -1,0 +1,87 @@
+#include "build.h"
+
+#include "digest.h"
+#include "package.h"
+#include "progress.h"
+#include "tarball.h"
+
+#include <algorithm>
+#include <set>
+
+namespace package {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Names = std::set<std::string>; // sorted by bytes, whatever the locale
+
+void addTree(const fs::path& root, const std::string& name, Names& names) {
+    names.insert(name);
+    const fs::path path = root / name;
+    if (fs::is_symlink(path) || !fs::is_directory(path))
+        return;
+    for (const fs::directory_entry& entry : fs::directory_iterator(path))
+        addTree(root, name + "/" + entry.path().filename().string(), names);
+}
+
+// The named files with the directories that lead to them. A name that the checks refuse may be there when
+// building is forced; one that leads outside is never packed.
+Names namesOf(const Package& package) {
+    Names names;
+    for (const Item& item : package.items()) {
+        for (const Entry& entry : item.entries) {
+            const fs::path file = fs::path(entry.file).lexically_normal();
+            if (file.is_absolute() || file.empty() || *file.begin() == ".." ||
+                !fs::exists(package.root() / file))
+                continue;
+            for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
+                names.insert(parent.string());
+            addTree(package.root(), file.string(), names);
+        }
+    }
+    return names;
+}
+
+std::uint64_t sizeOf(const std::vector<Member>& members) {
+    std::uint64_t size = 0;
+    for (const Member& member : members) {
+        if (member.source.empty())
+            size += member.text.size();
+        else if (fs::is_regular_file(fs::symlink_status(member.source)))
+            size += fs::file_size(member.source);
+    }
+    return size;
+}
+
+} // namespace
+
+bool buildPackage(const BuildOptions& options, Findings& findings) {
+    if (!fs::exists(options.source / DESCRIPTION))
+        throw Failure((options.source / DESCRIPTION).string() + ": no such file");
+    const Package package(options.source, findings);
+    checkContents(package, {}, findings);
+    if (findings.errors() != 0 && !options.force)
+        return false;
+
+    const std::string manifest = writeManifest(package.items());
+    const std::string manifestSha = digestText(sha1OfText(manifest), MANIFEST);
+    std::vector<Member> members;
+    for (const std::string& name : namesOf(package))
+        members.push_back({name, package.root() / name, {}});
+    // The manifest last: where it is, everything is.
+    members.push_back({MANIFEST + ".sha", {}, manifestSha});
+    members.push_back({MANIFEST, {}, manifest});
+
+    fs::create_directories(options.target);
+    const fs::path archive = options.target / ARCHIVE;
+    fs::remove(archive.string() + ".sha");
+    ProgressBar bar("packing", sizeOf(members));
+    pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
+    writeFile(options.target / MANIFEST, manifest);
+    writeFile(options.target / (MANIFEST + ".sha"), manifestSha);
+    writeFile(archive.string() + ".sha", digestText(sha1OfFile(archive), ARCHIVE));
+    return true;
+}
+
+} // namespace package

@@ -1,0 +1,20 @@
+// Makes the package that a description asks for.
+#pragma once
+
+#include "finding.h"
+
+#include <filesystem>
+
+namespace package {
+
+struct BuildOptions {
+    std::filesystem::path source; // directory with package.json
+    std::filesystem::path target; // directory, made when missing
+    bool force = false;           // build what the checks refuse
+};
+
+// Writes update.manifest, keldra_update.tgz and the digests of both. False when the findings forbid it.
+// Throws Failure; nothing with a valid digest is left in the target then.
+bool buildPackage(const BuildOptions& options, Findings& findings);
+
+} // namespace package

@@ -1,0 +1,140 @@
+#include "busModel.h"
+
+#include "files.h"
+#include "lib/hexfile/hexRecords.h"
+#include "system/busProtocol.h"
+
+#include <algorithm>
+
+namespace package {
+
+namespace {
+
+using namespace busProtocol;
+
+constexpr double BITS_PER_BYTE = 10;
+constexpr double PAUSE = 0.010;          // behind a start of page, an erase and a written page
+constexpr double OVERHEAD = 0.000150;    // measured: from the end of a reply to the start of the next request
+constexpr double UNANSWERED = 0.240;     // 200 polls, a status request with 20 more, a pause
+constexpr unsigned UNANSWERED_ASKS = 12; // 4 tries of 3 passes
+constexpr std::size_t RECORD_OVERHEAD = 5;
+
+constexpr std::size_t addressedRequest(bool wide) {
+    return wide ? 8 : 6;
+}
+
+} // namespace
+
+void BusCost::exchange(std::size_t request, std::size_t reply) {
+    wireBytes_ += request + reply + 2 * FRAME_OVERHEAD;
+    messages += 2;
+    ++exchanges_;
+}
+
+void BusCost::absentModule() {
+    messages += 2 * UNANSWERED_ASKS;
+    wait(UNANSWERED * UNANSWERED_ASKS);
+}
+
+void BusCost::wait(double seconds) {
+    pauses_ += seconds;
+}
+
+void BusCost::sendRows(std::size_t bytes) {
+    for (std::uint32_t row = 0; rowOffset(row) < bytes; ++row) {
+        const std::size_t data = std::min<std::size_t>(rowOffset(row + 1), bytes) - rowOffset(row);
+        exchange(data + (row < FIRST_WIDE_ROW ? 1 : 2), REPLY);
+    }
+    if (bytes <= ROW_BYTES)
+        wait(QUIET); // the reply to the only row looks like the one to the page write
+}
+
+void BusCost::writePage() {
+    exchange(2, REPLY);
+    ++pages;
+}
+
+void BusCost::program(const hexpage::MEMORY_PAGE& page, bool wideAddress) {
+    exchange(addressedRequest(wideAddress), REPLY);
+    wait(PAUSE);
+    sendRows(page.data.size());
+    writePage();
+    wait(PAUSE);
+    dataBytes += static_cast<std::uint32_t>(page.data.size());
+}
+
+void BusCost::programRecord(std::size_t bytes) {
+    if (bytes + RECORD_OVERHEAD <= ROW_BYTES)
+        wait(QUIET); // and like the one to the record before
+    sendRows(bytes + RECORD_OVERHEAD);
+    writePage();
+    dataBytes += static_cast<std::uint32_t>(bytes);
+}
+
+void BusCost::eraseBlocks(bool wideAddress) {
+    wait(QUIET);
+    exchange(addressedRequest(wideAddress), REPLY);
+    wait(PAUSE);
+    ++erases;
+}
+
+void BusCost::eraseAll() {
+    eraseBlocks(true);
+}
+
+BusCost& BusCost::operator+=(const BusCost& other) {
+    messages += other.messages;
+    pages += other.pages;
+    erases += other.erases;
+    dataBytes += other.dataBytes;
+    wireBytes_ += other.wireBytes_;
+    exchanges_ += other.exchanges_;
+    pauses_ += other.pauses_;
+    return *this;
+}
+
+double BusCost::seconds(unsigned baud) const {
+    return static_cast<double>(wireBytes_) * BITS_PER_BYTE / baud + exchanges_ * OVERHEAD + pauses_;
+}
+
+namespace {
+
+BusCost costOfRecords(const std::filesystem::path& path) {
+    BusCost cost;
+    hexrecords image(path.string());
+    if (!image.getFileOK() || image.getTotal() == 0)
+        throw Failure(path.filename().string() + ": refused by the panel's reader");
+    cost.eraseAll();
+    while (const hexrecords::HEX_RECORD* record = image.getNextRecord())
+        cost.programRecord(record->data.size());
+    return cost;
+}
+
+} // namespace
+
+BusCost costOfImage(const std::filesystem::path& path, const Processor& processor, bool serial) {
+    if (processor.records)
+        return costOfRecords(path);
+    const flashLayouts::LAYOUT layout = processor.layout(serial);
+    hexpage image;
+    if (!readByPanel(path, layout, image))
+        throw Failure(path.filename().string() + ": refused by the panel's reader");
+    BusCost cost;
+    if (layout.eraseAllFirst)
+        cost.eraseAll();
+    bool erasing = false; // adjoining empty pages are one request
+    std::uint32_t next = 0;
+    image.resetIterator();
+    while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
+        const bool empty = page->data.empty();
+        if (!empty)
+            cost.program(*page, layout.wideAddress);
+        else if (layout.eraseEmptyPages && !(erasing && page->startAddress == next))
+            cost.eraseBlocks(layout.wideAddress);
+        erasing = empty;
+        next = page->endAddress + 1;
+    }
+    return cost;
+}
+
+} // namespace package

@@ -1,0 +1,37 @@
+// File access of the tool. Failures throw Failure, whose text is for the person at the keyboard.
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+namespace package {
+
+// The work can't be done: nothing to do with the quality of a package.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::string readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, const std::string& content);
+
+// 40 lower-case digits.
+std::string sha1OfFile(const std::filesystem::path& path);
+std::string sha1OfText(const std::string& text);
+
+// A directory that lives as long as this object.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace package

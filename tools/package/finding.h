@@ -1,0 +1,45 @@
+// What a check found out, in one form for people and for programs.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace package {
+
+enum class Severity { Warning, Error };
+
+// Where it is. Line and column count from 1; 0 stands for the file as a whole, or the line as a whole.
+struct Place {
+    std::string file;
+    unsigned line = 0;
+    unsigned column = 0;
+};
+
+// A kind of fault: what the panel does with it and what mends it. faults.h has them all.
+struct Fault {
+    const char* id; // stable: programs may look for it
+    Severity severity;
+    const char* panel;
+    const char* remedy;
+};
+
+struct Finding {
+    const Fault* fault;
+    Place place;
+    std::string text;
+};
+
+class Findings {
+public:
+    void add(const Fault& fault, Place place, std::string text);
+
+    const std::vector<Finding>& all() const { return findings_; }
+    std::size_t errors() const;
+    std::size_t warnings() const { return findings_.size() - errors(); }
+
+private:
+    std::vector<Finding> findings_;
+};
+
+} // namespace package

@@ -1,0 +1,224 @@
+#include "hexCheck.h"
+
+#include "faults.h"
+#include "text.h"
+
+#include <algorithm>
+
+namespace package {
+
+using flashLayouts::LAYOUT;
+
+namespace {
+
+struct Bounds {
+    std::uint64_t start;
+    std::uint64_t end;
+};
+
+Bounds boundsOf(const LAYOUT& layout, const LAYOUT::REGION& region) {
+    const std::uint64_t scale = bytesPerAddress(layout);
+    return {region.start * scale, region.end * scale};
+}
+
+unsigned shown(std::uint64_t address) {
+    return static_cast<unsigned>(address);
+}
+
+// The checks of one image for one processor's flash.
+class FlashCheck {
+public:
+    FlashCheck(const HexFile& file, const std::string& name, const LAYOUT& layout, Findings& findings)
+        : file_(file), name_(name), layout_(layout), findings_(findings) {}
+
+    void outside();
+    void gaps();
+    void addresses();
+    void instructions();
+    void firstRegion();
+    void eraseRuns(hexpage& image);
+
+private:
+    void report(const Fault& fault, unsigned line, const std::string& text) {
+        findings_.add(fault, {name_, line}, text);
+    }
+    bool isInside(std::uint64_t address) const {
+        return std::any_of(layout_.regions.begin(), layout_.regions.end(), [&](const LAYOUT::REGION& region) {
+            const Bounds bounds = boundsOf(layout_, region);
+            return address >= bounds.start && address < bounds.end;
+        });
+    }
+
+    const HexFile& file_;
+    const std::string& name_;
+    const LAYOUT& layout_;
+    Findings& findings_;
+};
+
+// One finding for each stretch of bytes that no region takes.
+void FlashCheck::outside() {
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    unsigned line = 0;
+    const auto flush = [&] {
+        if (start != end)
+            report(faults::hexOutside, line,
+                   format("0x%X to 0x%X (%u bytes) lies in no flash region", shown(start), shown(end - 1),
+                          shown(end - start)));
+        start = end;
+    };
+    for (const HexData& record : file_.records()) {
+        for (std::size_t i = 0; i < record.bytes.size(); ++i) {
+            const std::uint64_t address = record.address + i;
+            if (isInside(address))
+                continue;
+            if (address != end || start == end) {
+                flush();
+                start = address;
+                line = record.line;
+            }
+            end = address + 1;
+        }
+    }
+    flush();
+}
+
+void FlashCheck::gaps() {
+    for (const LAYOUT::REGION& region : layout_.regions) {
+        for (const Gap& gap : findGaps(file_, layout_, region))
+            report(faults::hexGap, gap.line,
+                   format("no data from 0x%X to 0x%X (%u bytes), but behind it in the same page",
+                          shown(gap.start), shown(gap.end - 1), shown(gap.end - gap.start)));
+    }
+}
+
+// Requests with 16 address bits can't name every page.
+void FlashCheck::addresses() {
+    if (layout_.wideAddress)
+        return;
+    for (const LAYOUT::REGION& region : layout_.regions) {
+        const Bounds bounds = boundsOf(layout_, region);
+        const std::uint64_t page = fileBytesPerPage(layout_, region.blockSize);
+        const std::uint64_t reach = std::uint64_t{flashLayouts::NARROW_ADDRESSES} * bytesPerAddress(layout_);
+        for (const HexData& record : file_.records()) {
+            const std::uint64_t last = record.address + record.bytes.size() - 1;
+            if (last < bounds.start || last >= bounds.end)
+                continue;
+            const std::uint64_t pageEnd = bounds.start + ((last - bounds.start) / page + 1) * page;
+            if (pageEnd > reach) {
+                report(faults::hexTooLarge, record.line,
+                       format("0x%X lies behind the last page that the module's requests can name",
+                              shown(last)));
+                return;
+            }
+        }
+    }
+}
+
+// A PIC24's fourth bytes are found by counting from the record's start.
+void FlashCheck::instructions() {
+    if (!layout_.pic24Addressing)
+        return;
+    for (const HexData& record : file_.records()) {
+        if (record.address % 4 != 0 || record.bytes.size() % 4 != 0) {
+            report(faults::hexAlignment, record.line,
+                   format("%u bytes at 0x%X: no whole instructions", shown(record.bytes.size()),
+                          shown(record.address)));
+            continue;
+        }
+        for (std::size_t i = 3; i < record.bytes.size(); i += 4) {
+            if (record.bytes[i] != 0) {
+                report(faults::hexPhantom, record.line,
+                       format("%02X at 0x%X, where an instruction's fourth byte is 00", record.bytes[i],
+                              shown(record.address + i)));
+                break;
+            }
+        }
+    }
+}
+
+void FlashCheck::firstRegion() {
+    const Bounds first = boundsOf(layout_, layout_.regions.front());
+    bool inFirst = false;
+    bool inOther = false;
+    for (const HexData& record : file_.records()) {
+        const bool inside = record.address >= first.start && record.address < first.end;
+        inFirst = inFirst || inside;
+        inOther = inOther || (!inside && isInside(record.address));
+    }
+    if (inOther && !inFirst)
+        report(faults::hexFirstRegion, 0,
+               format("no data from 0x%X to 0x%X, but in the regions behind it", shown(first.start),
+                      shown(first.end - 1)));
+    if (!inOther && !inFirst)
+        report(faults::hexEmpty, 0, "no data for the module's flash");
+}
+
+// The number of pages to erase travels in one byte.
+void FlashCheck::eraseRuns(hexpage& image) {
+    constexpr unsigned LONGEST = 256;
+    if (!layout_.eraseEmptyPages)
+        return;
+    unsigned run = 0;
+    image.resetIterator();
+    while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
+        run = page->data.empty() ? run + 1 : 0;
+        if (run == LONGEST + 1)
+            report(faults::hexEraseRun, 0,
+                   format("more than %u empty pages in a row, up to 0x%X", LONGEST, page->startAddress));
+    }
+}
+
+} // namespace
+
+std::vector<Gap> findGaps(const HexFile& file, const LAYOUT& layout, const LAYOUT::REGION& region) {
+    const Bounds bounds = boundsOf(layout, region);
+    const std::uint64_t page = fileBytesPerPage(layout, region.blockSize);
+    std::vector<Gap> gaps;
+    std::uint64_t end = bounds.start; // of the data before
+    for (const auto& [spanStart, span] : file.spans()) {
+        const std::uint64_t start = std::max(spanStart, bounds.start);
+        if (start >= std::min(span.end, bounds.end))
+            continue;
+        const std::uint64_t pageStart = bounds.start + (start - bounds.start) / page * page;
+        if (start > std::max(end, pageStart))
+            gaps.push_back({std::max(end, pageStart), start, span.line});
+        end = span.end;
+    }
+    return gaps;
+}
+
+void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
+              bool serial, Findings& findings) {
+    const std::size_t before = findings.all().size();
+    const HexFile file(path, name, findings);
+    if (!file.firstAddress()) {
+        findings.add(faults::hexEmpty, {name}, "no data");
+        return;
+    }
+    if (processor == nullptr)
+        processor = &guessProcessor(*file.firstAddress());
+    if (!serial && !processor->onCan)
+        findings.add(faults::processorUnsupported, {name},
+                     std::string("an image for ") + processor->name + ", and the module is on CAN");
+    if (processor->records) {
+        if (file.hasCarriageReturns())
+            findings.add(faults::hexLineEnds, {name}, "lines end with a carriage return");
+        return;
+    }
+    const LAYOUT layout = processor->layout(serial);
+    FlashCheck check(file, name, layout, findings);
+    check.outside();
+    check.gaps();
+    check.addresses();
+    check.instructions();
+    check.firstRegion();
+    if (findings.all().size() != before)
+        return; // the rest follows from what was found
+    hexpage image;
+    if (!readByPanel(path, layout, image))
+        findings.add(faults::hexRefused, {name}, "the panel's reader refuses the image");
+    check.eraseRuns(image);
+}
+
+} // namespace package

@@ -1,0 +1,104 @@
+#include "inventory.h"
+
+#include "files.h"
+#include "items.h"
+#include "json.h"
+#include "text.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace package {
+
+namespace {
+
+constexpr unsigned LAST_REVISION = 250; // the panel takes a higher one for 0
+
+// Throws with a place in the file.
+class JsonFile {
+public:
+    explicit JsonFile(const std::filesystem::path& path) : name_(path.string()) {
+        const JsonError error = parseJson(readFile(path), root_);
+        if (!error.text.empty())
+            fail(error.position, error.text);
+        if (!root_.isObject())
+            fail(root_.position, "no object");
+    }
+    const JsonValue& root() const { return root_; }
+    [[noreturn]] void fail(const JsonPosition& at, const std::string& text) const {
+        throw Failure(format("%s:%u:%u: %s", name_.c_str(), at.line, at.column, text.c_str()));
+    }
+
+private:
+    std::string name_;
+    JsonValue root_;
+};
+
+std::uint8_t revisionOf(const JsonFile& file, const JsonValue& value) {
+    unsigned number = 0;
+    const char* const end = value.text.data() + value.text.size();
+    const auto result = std::from_chars(value.text.data(), end, number);
+    if (result.ec != std::errc() || result.ptr != end || number > 255)
+        file.fail(value.position, "\"" + value.text + "\" is no hardware revision from 0 to 255");
+    return number > LAST_REVISION ? std::uint8_t{0} : static_cast<std::uint8_t>(number);
+}
+
+void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value, Module& module) {
+    if (!value.isText() && key.text != "hw" && key.text != "lost")
+        file.fail(value.position, "the value of \"" + key.text + "\" is not a text");
+    if (key.text == "kind") {
+        module.processor = findProcessor(value.text);
+        if (module.processor == nullptr)
+            file.fail(value.position, "\"" + value.text + "\" is no kind of processor");
+    } else if (key.text == "link") {
+        if (value.text != "can" && value.text != "serial")
+            file.fail(value.position, "a link is \"can\" or \"serial\"");
+        module.serial = value.text == "serial";
+    } else if (key.text == "hw") {
+        module.hardware = revisionOf(file, value);
+    } else if (key.text == "version") {
+        module.version = value.text;
+        module.knownVersion = true;
+    } else if (key.text == "lost") {
+        module.silent = value.text == "true";
+    } else {
+        file.fail(key.position, "\"" + key.text + "\" is none of kind, link, hw, version and lost");
+    }
+}
+
+std::map<std::string, Module> readModules(const std::filesystem::path& path) {
+    const JsonFile file(path);
+    std::map<std::string, Module> modules;
+    for (const auto& [key, body] : file.root().members) {
+        const auto stop = std::find_if(visitingOrder().begin(), visitingOrder().end(), [&](const Stop& each) {
+            return each.module != nullptr && each.module == key.text;
+        });
+        if (stop == visitingOrder().end())
+            file.fail(key.position, "there is no module \"" + key.text + "\"");
+        if (!body.isObject())
+            file.fail(body.position, "\"" + key.text + "\" is no object");
+        Module& module = modules[key.text];
+        module.serial = findItem(stop->item)->serial;
+        for (const auto& [name, value] : body.members)
+            setField(file, name, value, module);
+    }
+    return modules;
+}
+
+} // namespace
+
+Inventory readInventory(const std::filesystem::path& installed, const std::filesystem::path& modules) {
+    Inventory inventory;
+    if (!installed.empty()) {
+        const JsonFile file(installed);
+        for (const auto& [key, value] : file.root().members) {
+            if (value.isText())
+                inventory.installed[key.text] = value.text;
+        }
+    }
+    if (!modules.empty())
+        inventory.modules = readModules(modules);
+    return inventory;
+}
+
+} // namespace package

@@ -1,0 +1,37 @@
+// What a package can bring: the items by the names that manifests use, and the order in which the panel
+// visits the things that they update.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace package {
+
+enum class Content {
+    Image,    // written to a device as it is
+    Files,    // a file or a directory's contents, copied
+    Recorded, // nothing installed
+    Firmware, // a HEX image for each hardware revision
+};
+
+struct ItemKind {
+    const char* name;
+    Content content;
+    bool serial; // its module is on the serial bootloader
+};
+
+// Null for an unknown name.
+const ItemKind* findItem(const std::string& name);
+
+// One stop of the panel's update run.
+struct Stop {
+    const char* shown;  // as the panel names it
+    const char* item;   // in manifests
+    const char* module; // in inventories; null for the panel's own items
+    bool resetAfter;    // the module is restarted after its check
+};
+
+const std::vector<Stop>& visitingOrder();
+
+} // namespace package

@@ -1,0 +1,120 @@
+#include "json.h"
+
+#include <algorithm>
+#include <rapidjson/error/en.h>
+#include <rapidjson/reader.h>
+
+namespace package {
+
+namespace {
+
+constexpr std::size_t DEEPEST = 32;
+
+JsonPosition positionOf(const std::string& text, std::size_t offset) {
+    const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
+    const auto lines = std::count(text.begin(), end, '\n');
+    const std::size_t lineStart = offset == 0 ? 0 : text.rfind('\n', offset - 1) + 1;
+    return {static_cast<unsigned>(lines) + 1, static_cast<unsigned>(offset - lineStart) + 1};
+}
+
+// The reader works on a copy of a plain StringStream while it reads a token; of this one it does not, so that
+// Tell() is where it has got to.
+struct Source : rapidjson::StringStream {
+    using rapidjson::StringStream::GenericStringStream;
+};
+
+// Builds the tree. The reader reports a token once it has read it, so each start is looked for backwards.
+class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> {
+public:
+    Builder(const std::string& text, const Source& stream, JsonValue& root)
+        : text_(text), stream_(stream), root_(root) {}
+
+    bool Default() {
+        const std::size_t start = startOfWord();
+        return put(JsonValue::Type::Other, start, text_.substr(start, stream_.Tell() - start));
+    }
+    bool String(const char* text, unsigned length, bool) {
+        return put(JsonValue::Type::Text, startOfString(), std::string(text, length));
+    }
+    bool Key(const char* text, unsigned length, bool) {
+        JsonValue key;
+        key.type = JsonValue::Type::Text;
+        key.position = positionOf(text_, startOfString());
+        key.text.assign(text, length);
+        open_.back()->members.emplace_back(std::move(key), JsonValue());
+        return true;
+    }
+    bool StartObject() { return open(JsonValue::Type::Object); }
+    bool StartArray() { return open(JsonValue::Type::Array); }
+    bool EndObject(unsigned) { return close(); }
+    bool EndArray(unsigned) { return close(); }
+
+private:
+    JsonValue& slot() {
+        if (open_.empty())
+            return root_;
+        JsonValue& parent = *open_.back();
+        return parent.isObject() ? parent.members.back().second : parent.elements.emplace_back();
+    }
+    bool put(JsonValue::Type type, std::size_t offset, std::string text = {}) {
+        JsonValue& value = slot();
+        value.type = type;
+        value.position = positionOf(text_, offset);
+        value.text = std::move(text);
+        return true;
+    }
+    bool open(JsonValue::Type type) {
+        if (open_.size() == DEEPEST)
+            return false;
+        JsonValue& value = slot();
+        value.type = type;
+        value.position = positionOf(text_, stream_.Tell() - 1);
+        open_.push_back(&value);
+        return true;
+    }
+    bool close() {
+        open_.pop_back();
+        return true;
+    }
+    std::size_t startOfWord() const {
+        const std::size_t end = stream_.Tell() - 1;
+        const std::size_t before = text_.find_last_of(" \t\r\n,:[{", end);
+        return before == std::string::npos ? 0 : before + 1;
+    }
+    std::size_t startOfString() const {
+        std::size_t quote = text_.rfind('"', stream_.Tell() - 2);
+        while (quote > 0 && text_[quote - 1] == '\\')
+            quote = text_.rfind('"', quote - 1);
+        return quote;
+    }
+
+    const std::string& text_;
+    const Source& stream_;
+    JsonValue& root_;
+    std::vector<JsonValue*> open_; // an element stays where it is while it is open: its parent does not grow
+};
+
+} // namespace
+
+const JsonValue* JsonValue::find(const std::string& key) const {
+    const auto found = std::find_if(members.begin(), members.end(),
+                                    [&](const Member& each) { return each.first.text == key; });
+    return found == members.end() ? nullptr : &found->second;
+}
+
+JsonError parseJson(const std::string& text, JsonValue& root) {
+    const std::size_t nul = text.find('\0');
+    if (nul != std::string::npos)
+        return {"a NUL character", positionOf(text, nul)};
+    Source stream(text.c_str());
+    rapidjson::Reader reader;
+    Builder builder(text, stream, root);
+    const rapidjson::ParseResult result = reader.Parse<rapidjson::kParseIterativeFlag>(stream, builder);
+    if (!result.IsError())
+        return {};
+    const bool deep = result.Code() == rapidjson::kParseErrorTermination;
+    return {deep ? "nested too deeply" : rapidjson::GetParseError_En(result.Code()),
+            positionOf(text, result.Offset())};
+}
+
+} // namespace package

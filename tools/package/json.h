@@ -1,0 +1,40 @@
+// JSON with the place of every value, so that a fault can be shown where it stands.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace package {
+
+struct JsonPosition {
+    unsigned line = 0;
+    unsigned column = 0;
+};
+
+struct JsonValue {
+    enum class Type { Text, Other, Object, Array };
+    using Member = std::pair<JsonValue, JsonValue>; // the key is a Text
+
+    Type type = Type::Other; // Other: a number, boolean or null
+    JsonPosition position;
+    std::string text;            // of a Text; of an Other as it is written
+    std::vector<Member> members; // of an Object, in their order, repeated keys included
+    std::vector<JsonValue> elements;
+
+    bool isText() const { return type == Type::Text; }
+    bool isObject() const { return type == Type::Object; }
+    bool isArray() const { return type == Type::Array; }
+    // The first member of that name, or null.
+    const JsonValue* find(const std::string& key) const;
+};
+
+struct JsonError {
+    std::string text; // empty: none
+    JsonPosition position;
+};
+
+// Accepts and refuses what the panel's reader does; besides, nesting deeper than 32 levels is an error.
+JsonError parseJson(const std::string& text, JsonValue& root);
+
+} // namespace package

@@ -1,0 +1,100 @@
+#include "build.h"
+#include "hexCheck.h"
+#include "options.h"
+#include "plan.h"
+#include "report.h"
+#include "show.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <unistd.h>
+
+namespace {
+
+using namespace package;
+
+enum Status { FINE = 0, WARNINGS = 1, ERRORS = 2 };
+
+void print(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+}
+
+bool isHex(const std::filesystem::path& path) {
+    const std::string extension = path.extension().string();
+    return extension == ".hex" || extension == ".HEX";
+}
+
+int build(const Options& options) {
+    Findings findings;
+    const bool built = buildPackage(options.build, findings);
+    if (!findings.all().empty())
+        print(findingsText(findings));
+    if (!built)
+        throw Failure("nothing was built (--force builds all the same)");
+    print("built " + (options.build.target / ARCHIVE).string() + "\n");
+    return FINE;
+}
+
+int check(const Options& options) {
+    Findings findings;
+    if (isHex(options.path)) {
+        const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
+        checkHex(options.path, options.path.filename().string(), options.processor, serial, findings);
+    } else {
+        const Package package(options.path, findings);
+        checkContents(package, options.choice, findings);
+    }
+    print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
+    if (findings.errors() != 0)
+        return ERRORS;
+    return options.strict && findings.warnings() != 0 ? WARNINGS : FINE;
+}
+
+int plan(const Options& options) {
+    Findings findings;
+    const Package package(options.path, findings);
+    if (package.items().empty())
+        throw Failure(options.path.string() + ": nothing in it to plan with (keldra-package check says why)");
+    const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force);
+    print(options.json ? planJson(plan, options.baud) : planText(plan, options.baud));
+    return plan.steps.back().decision == Decision::NotReached || plan.steps.back().decision == Decision::Fails
+               ? ERRORS
+               : FINE;
+}
+
+int show(const Options& options) {
+    const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
+    const bool colours = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+    print(drawImage(options.path, options.processor, serial, colours));
+    return FINE;
+}
+
+int run(const Options& options) {
+    switch (options.command) {
+    case Command::Build:
+        return build(options);
+    case Command::Check:
+        return check(options);
+    case Command::Plan:
+        return plan(options);
+    case Command::Show:
+        return show(options);
+    }
+    return ERRORS;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int status = FINE;
+    const auto options = parseOptions(argc, argv, status);
+    if (!options)
+        return status;
+    try {
+        return run(*options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "keldra-package: %s\n", error.what());
+        return ERRORS;
+    }
+}

@@ -1,0 +1,222 @@
+#include "manifest.h"
+
+#include "faults.h"
+#include "json.h"
+
+#include <algorithm>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+namespace package {
+
+namespace {
+
+constexpr std::size_t BLANK = 9; // so many characters hold nothing, the line end that the panel adds included
+
+// What both readers share: the text, where findings go, and how a place in the text is told.
+class Reader {
+public:
+    Reader(const std::string& name, Findings& findings) : name_(name), findings_(findings) {}
+
+    bool parse(const std::string& text, JsonValue& root) {
+        const JsonError error = parseJson(text, root);
+        if (!error.text.empty()) {
+            findings_.add(faults::jsonSyntax, {name_, error.position.line, error.position.column},
+                          error.text);
+            return false;
+        }
+        if (!root.isObject())
+            report(faults::itemForm, root, "the text is no object of items");
+        return root.isObject();
+    }
+    void report(const Fault& fault, const JsonValue& at, const std::string& text) {
+        findings_.add(fault, place(at), text);
+    }
+    Place place(const JsonValue& value) const { return {name_, value.position.line, value.position.column}; }
+
+    // The item that a key opens; null when there is none of that name.
+    Item* openItem(const JsonValue& key, Items& items) {
+        const ItemKind* kind = package::findItem(key.text);
+        if (kind == nullptr) {
+            report(faults::itemUnknown, key, "there is no item \"" + key.text + "\"");
+            return nullptr;
+        }
+        const auto known =
+            std::find_if(items.begin(), items.end(), [&](const Item& each) { return each.kind == kind; });
+        if (known != items.end()) {
+            report(faults::itemTwice, key, "\"" + key.text + "\" a second time");
+            return &*known;
+        }
+        return &items.emplace_back(Item{kind, place(key), {}});
+    }
+
+private:
+    const std::string& name_;
+    Findings& findings_;
+};
+
+// The texts of "f" or "v": one, or a list of them. What is no text is reported and left out.
+std::vector<const JsonValue*> textsOf(const JsonValue& value, const std::string& what, Reader& reader) {
+    std::vector<const JsonValue*> texts;
+    const auto take = [&](const JsonValue& each) {
+        if (each.isText())
+            texts.push_back(&each);
+        else
+            reader.report(faults::valueNotText, each, "a " + what + " that is not a text");
+    };
+    if (!value.isArray())
+        take(value);
+    for (const JsonValue& each : value.elements)
+        take(each);
+    return texts;
+}
+
+void setVersions(Item& item, const JsonValue& value, bool hadFiles, Reader& reader) {
+    const auto versions = textsOf(value, "version", reader);
+    const std::size_t given = value.isArray() ? value.elements.size() : 1;
+    for (std::size_t i = 0; i < std::min(versions.size(), item.entries.size()); ++i) {
+        item.entries[i].version = versions[i]->text;
+        item.entries[i].versionPlace = reader.place(*versions[i]);
+    }
+    if (hadFiles && given != item.entries.size())
+        reader.report(faults::unpaired, value,
+                      std::to_string(item.entries.size()) + " files, " + std::to_string(given) + " versions");
+}
+
+void readItem(const JsonValue& body, Item& item, Reader& reader) {
+    bool files = false;
+    bool versions = false;
+    for (const auto& [key, value] : body.members) {
+        if (key.text != "f" && key.text != "v") {
+            reader.report(faults::keyUnknown, key, "\"" + key.text + "\" is neither \"f\" nor \"v\"");
+            continue;
+        }
+        bool& seen = key.text == "f" ? files : versions;
+        if (seen)
+            reader.report(faults::keyTwice, key, "\"" + key.text + "\" a second time");
+        seen = true;
+        if (key.text == "v") {
+            if (!files)
+                reader.report(faults::versionsFirst, key, "\"v\" stands before \"f\"");
+            setVersions(item, value, files, reader);
+            continue;
+        }
+        for (const JsonValue* file : textsOf(value, "file name", reader))
+            item.entries.push_back({file->text, reader.place(*file), {}, {}, {}});
+    }
+    if (files && !versions)
+        reader.report(faults::unpaired, body, "no \"v\"");
+}
+
+// One revision of a description.
+void readEntry(const JsonValue& value, Item& item, Reader& reader) {
+    Entry entry;
+    entry.filePlace = entry.versionPlace = reader.place(value);
+    if (!value.isObject()) {
+        reader.report(faults::itemForm, value, "no object with \"file\" and \"version\"");
+        return;
+    }
+    for (const auto& [key, field] : value.members) {
+        std::string* target = key.text == "file"        ? &entry.file
+                              : key.text == "version"   ? &entry.version
+                              : key.text == "processor" ? &entry.processor
+                                                        : nullptr;
+        if (target == nullptr) {
+            reader.report(faults::keyUnknown, key,
+                          "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"");
+            continue;
+        }
+        if (!field.isText()) {
+            reader.report(faults::valueNotText, field, "\"" + key.text + "\" is not a text");
+            return;
+        }
+        *target = field.text;
+        (target == &entry.version ? entry.versionPlace : entry.filePlace) = reader.place(field);
+    }
+    for (const char* key : {"file", "version"}) {
+        if (value.find(key) == nullptr) {
+            reader.report(faults::unpaired, value, std::string("no \"") + key + "\"");
+            return;
+        }
+    }
+    item.entries.push_back(entry);
+}
+
+} // namespace
+
+const Item* findItem(const Items& items, const std::string& name) {
+    const auto found =
+        std::find_if(items.begin(), items.end(), [&](const Item& each) { return each.kind->name == name; });
+    return found == items.end() ? nullptr : &*found;
+}
+
+Items readManifest(const std::string& text, const std::string& name, Findings& findings) {
+    Items items;
+    Reader reader(name, findings);
+    JsonValue root;
+    const bool closed = !text.empty() && text.back() == '\n';
+    if (text.size() + (closed ? 0 : 1) <= BLANK) {
+        findings.add(faults::manifestBlank, {name}, "the manifest holds nothing");
+        return items;
+    }
+    if (!reader.parse(text, root))
+        return items;
+    for (const auto& [key, body] : root.members) {
+        Item* item = reader.openItem(key, items);
+        if (item == nullptr)
+            continue;
+        if (body.isObject())
+            readItem(body, *item, reader);
+        else
+            reader.report(faults::itemForm, body, "\"" + key.text + "\" is no object with \"f\" and \"v\"");
+    }
+    return items;
+}
+
+Items readDescription(const std::string& text, const std::string& name, Findings& findings) {
+    Items items;
+    Reader reader(name, findings);
+    JsonValue root;
+    if (!reader.parse(text, root))
+        return items;
+    for (const auto& [key, list] : root.members) {
+        Item* item = reader.openItem(key, items);
+        if (item == nullptr)
+            continue;
+        if (!list.isArray() || list.elements.empty())
+            reader.report(faults::itemForm, list, "\"" + key.text + "\" is no list with a file in it");
+        for (const JsonValue& value : list.elements)
+            readEntry(value, *item, reader);
+    }
+    return items;
+}
+
+std::string writeManifest(const Items& items) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+    writer.SetIndent(' ', 2);
+    writer.SetFormatOptions(rapidjson::kFormatSingleLineArray);
+    const auto text = [&](const std::string& value) {
+        writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
+    };
+    writer.StartObject();
+    for (const Item& item : items) {
+        writer.Key(item.kind->name);
+        writer.StartObject();
+        writer.Key("f"); // the panel pairs versions with the files that it has read by then
+        writer.StartArray();
+        for (const Entry& entry : item.entries)
+            text(entry.file);
+        writer.EndArray();
+        writer.Key("v");
+        writer.StartArray();
+        for (const Entry& entry : item.entries)
+            text(entry.version);
+        writer.EndArray();
+        writer.EndObject();
+    }
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+}
+
+} // namespace package

@@ -1,0 +1,70 @@
+#include "package.h"
+
+#include "digest.h"
+#include "faults.h"
+#include "tarball.h"
+
+#include <algorithm>
+
+namespace package {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The last two entries, so that an interrupted unpacking leaves no manifest.
+void checkOrder(const std::vector<std::string>& names, Findings& findings) {
+    const auto manifest = std::find(names.begin(), names.end(), MANIFEST);
+    const bool early = std::any_of(manifest, names.end(), [](const std::string& each) {
+        return each != MANIFEST && each != MANIFEST + ".sha";
+    });
+    if (early)
+        findings.add(faults::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
+}
+
+} // namespace
+
+Package::Package(const fs::path& path, Findings& findings) {
+    if (!fs::exists(path))
+        throw Failure(path.string() + ": no such file or directory");
+    const bool isDirectory = fs::is_directory(path);
+    root_ = fs::canonical(isDirectory ? path : fs::absolute(path).parent_path());
+    const fs::path name = path.filename();
+    if (isDirectory ? fs::exists(path / DESCRIPTION) : name == DESCRIPTION)
+        openDescription(findings);
+    else if (isDirectory && fs::exists(path / ARCHIVE))
+        openArchive(path / ARCHIVE, findings);
+    else if (isDirectory ? fs::exists(path / MANIFEST) : name == MANIFEST)
+        openTree(findings);
+    else if (!isDirectory)
+        openArchive(path, findings);
+    else
+        throw Failure(path.string() + ": holds no " + ARCHIVE + ", " + MANIFEST + " or " + DESCRIPTION);
+}
+
+void Package::openArchive(const fs::path& archive, Findings& findings) {
+    const std::string name = archive.filename().string();
+    if (name != ARCHIVE)
+        findings.add(faults::packageName, {name}, "the archive's name is " + name);
+    checkDigest(archive, name, findings);
+    unpacked_ = std::make_unique<TemporaryDirectory>();
+    root_ = unpacked_->path();
+    const std::size_t before = findings.all().size();
+    checkOrder(unpack(archive, root_, findings), findings);
+    if (fs::exists(root_ / MANIFEST))
+        openTree(findings);
+    else if (findings.all().size() == before)
+        findings.add(faults::manifestMissing, {MANIFEST}, "the archive holds no manifest");
+}
+
+void Package::openTree(Findings& findings) {
+    checkDigest(root_ / MANIFEST, MANIFEST, findings);
+    items_ = readManifest(readFile(root_ / MANIFEST), MANIFEST, findings);
+}
+
+void Package::openDescription(Findings& findings) {
+    described_ = true;
+    items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings);
+}
+
+} // namespace package

@@ -1,0 +1,49 @@
+// A package in any of the forms that it has on its way: described, packed, unpacked.
+#pragma once
+
+#include "files.h"
+#include "manifest.h"
+#include "processors.h"
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace package {
+
+// The fixed names of a package's parts.
+inline const std::string ARCHIVE = "keldra_update.tgz";
+inline const std::string MANIFEST = "update.manifest";
+inline const std::string DESCRIPTION = "package.json";
+
+// Processors by item name and hardware revision.
+using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
+
+class Package {
+public:
+    // Opens an archive, a directory with one in it, an unpacked package or a directory with a description;
+    // a description or manifest may also be named itself. Reports what is wrong down to the manifest. Throws
+    // Failure when there is nothing of that kind.
+    Package(const std::filesystem::path& path, Findings& findings);
+
+    const std::filesystem::path& root() const { return root_; } // the files lie here
+    const Items& items() const { return items_; }
+    bool isDescribed() const { return described_; } // the directory may hold what is not for the package
+
+private:
+    void openArchive(const std::filesystem::path& archive, Findings& findings);
+    void openTree(Findings& findings);
+    void openDescription(Findings& findings);
+
+    std::unique_ptr<TemporaryDirectory> unpacked_;
+    std::filesystem::path root_;
+    Items items_;
+    bool described_ = false;
+};
+
+// Checks names, versions, files and firmware of what a package brings.
+void checkContents(const Package& package, const ProcessorChoice& choice, Findings& findings);
+
+} // namespace package

@@ -1,0 +1,182 @@
+#include "plan.h"
+
+#include "hexCheck.h"
+
+#include <utility>
+
+namespace package {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::uint64_t sizeOf(const fs::path& path) {
+    if (!fs::is_directory(path))
+        return fs::file_size(path);
+    std::uint64_t size = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path))
+        size += entry.is_regular_file() ? entry.file_size() : 0;
+    return size;
+}
+
+class Planner {
+public:
+    Planner(const Package& package, const Inventory& inventory, bool force)
+        : package_(package), inventory_(inventory), force_(force) {}
+
+    Step visit(const Stop& stop);
+
+private:
+    const std::vector<Entry>& entriesOf(const Stop& stop) const {
+        static const std::vector<Entry> none;
+        const Item* item = findItem(package_.items(), stop.item);
+        return item != nullptr ? item->entries : none;
+    }
+    Module moduleOf(const Stop& stop) const;
+    bool compare(Step& step, const std::vector<Entry>& entries);
+    void visitHost(Step& step);
+    void visitModule(Step& step, Module module);
+    void useEntry(Step& step, const Entry& entry);
+    void programModule(Step& step, const Module& module);
+    static void fail(Step& step, const std::string& reason) {
+        step.decision = Decision::Fails;
+        step.reason = reason;
+    }
+
+    const Package& package_;
+    const Inventory& inventory_;
+    const bool force_;
+    double quietAfter_ = LATEST; // on CAN
+};
+
+Step Planner::visit(const Stop& stop) {
+    Step step;
+    step.stop = &stop;
+    if (stop.module == nullptr)
+        visitHost(step);
+    else
+        visitModule(step, moduleOf(stop));
+    return step;
+}
+
+// The version test that all items share; true for an update.
+bool Planner::compare(Step& step, const std::vector<Entry>& entries) {
+    if (step.revision >= entries.size()) {
+        step.decision = Decision::NoImage;
+        return false;
+    }
+    step.to = entries[step.revision].version;
+    step.decision = force_ || step.from != step.to ? Decision::Update : Decision::UpToDate;
+    return step.decision == Decision::Update;
+}
+
+void Planner::useEntry(Step& step, const Entry& entry) {
+    const fs::path path = package_.root() / entry.file;
+    step.file = entry.file;
+    if (fs::exists(path) && !entry.file.empty())
+        step.bytes = sizeOf(path);
+    else
+        fail(step, "\"" + entry.file + "\" is not in the package");
+}
+
+void Planner::visitHost(Step& step) {
+    const auto known = inventory_.installed.find(step.stop->item);
+    if (known != inventory_.installed.end())
+        step.from = known->second;
+    const std::vector<Entry>& entries = entriesOf(*step.stop);
+    if (compare(step, entries))
+        useEntry(step, entries[step.revision]);
+}
+
+// Without an inventory: present, of hardware revision 0 and unknown version, if there is something for it.
+Module Planner::moduleOf(const Stop& stop) const {
+    Module module;
+    module.serial = findItem(stop.item)->serial;
+    const std::vector<Entry>& entries = entriesOf(stop);
+    module.silent = entries.empty();
+    module.processor = entries.empty() ? nullptr : findProcessor(entries.front().processor);
+    if (inventory_.modules) {
+        const auto known = inventory_.modules->find(stop.module);
+        module.silent = known == inventory_.modules->end();
+        if (!module.silent)
+            module = known->second;
+    }
+    return module;
+}
+
+void Planner::visitModule(Step& step, Module module) {
+    const std::vector<Entry>& entries = entriesOf(*step.stop);
+    const bool serialItem = findItem(step.stop->item)->serial;
+    if (!serialItem) // the serial bootloader has a dialogue of its own, in which nothing happened yet
+        step.bus.wait(std::exchange(quietAfter_, 0));
+    if (module.silent) {
+        step.decision = Decision::NotFound;
+        step.bus.absentModule();
+        quietAfter_ = LATEST;
+        return;
+    }
+    const bool identifies = module.processor == nullptr || module.processor->identifies;
+    step.bus.enterBootloader(identifies);
+    if (module.serial != serialItem || (serialItem && !identifies)) {
+        step.decision = Decision::NotFound;
+        return;
+    }
+    step.from = module.version;
+    step.revision = module.hardware;
+    if (!identifies && !module.knownVersion) {
+        step.revision = 0; // never recognised: programmed whatever it has
+        step.decision = entries.empty() ? Decision::NotOffered : Decision::Update;
+        step.to = entries.empty() ? "" : entries[0].version;
+    } else {
+        compare(step, entries);
+    }
+    if (step.decision == Decision::Update) {
+        useEntry(step, entries[step.revision]);
+        if (step.decision == Decision::Update)
+            programModule(step, module);
+    }
+    if (step.stop->resetAfter && step.decision != Decision::Fails && step.decision != Decision::NotOffered) {
+        step.bus.systemCommand();
+        quietAfter_ = QUIET;
+    }
+}
+
+void Planner::programModule(Step& step, const Module& module) {
+    const fs::path path = package_.root() / step.file;
+    const Processor* processor = module.processor;
+    try {
+        if (processor == nullptr) {
+            Findings ignored;
+            processor = &guessProcessor(HexFile(path, step.file, ignored).firstAddress().value_or(0));
+        }
+        if (!module.serial && !processor->onCan)
+            fail(step, std::string("unsupported processor ") + processor->name);
+        else
+            step.bus += costOfImage(path, *processor, module.serial);
+    } catch (const Failure& failure) {
+        fail(step, failure.what());
+    }
+}
+
+} // namespace
+
+Plan makePlan(const Package& package, const Inventory& inventory, bool force) {
+    Plan plan;
+    Planner planner(package, inventory, force);
+    plan.bus.systemCommand(); // the whole system into update mode
+    bool failed = false;
+    for (const Stop& stop : visitingOrder()) {
+        if (failed) {
+            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, 0, {}});
+            continue;
+        }
+        const Step& step = plan.steps.emplace_back(planner.visit(stop));
+        failed = step.decision == Decision::Fails;
+        plan.restarts =
+            plan.restarts || (stop.item == std::string("updater") && step.decision == Decision::Update);
+        plan.bus += step.bus;
+    }
+    return plan;
+}
+
+} // namespace package

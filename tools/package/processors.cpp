@@ -1,0 +1,92 @@
+#include "processors.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace package {
+
+namespace {
+
+using flashLayouts::LAYOUT;
+
+// Standard output leads nowhere while this object lives.
+class Silence {
+public:
+    Silence() {
+        std::fflush(stdout);
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(nowhere, STDOUT_FILENO);
+        close(nowhere);
+    }
+    ~Silence() {
+        std::fflush(stdout);
+        dup2(kept_, STDOUT_FILENO);
+        close(kept_);
+    }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+private:
+    int kept_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+};
+
+LAYOUT stm32(bool) {
+    return flashLayouts::stm32("", false);
+}
+
+LAYOUT stm32f4(bool) {
+    return flashLayouts::stm32("", true);
+}
+
+LAYOUT pic24(bool serial) {
+    return flashLayouts::pic24New("", serial);
+}
+
+LAYOUT pic24Old(bool) {
+    return flashLayouts::pic24Old("");
+}
+
+LAYOUT pic32(bool) {
+    return flashLayouts::pic32("");
+}
+
+} // namespace
+
+const std::vector<Processor>& processors() {
+    static const std::vector<Processor> all = {
+        // records, identifies, onCan
+        {"pic24", false, true, true, pic24},         {"pic24-old", false, false, true, pic24Old},
+        {"pic32-records", true, true, false, pic32}, {"pic32-pages", false, true, false, pic32},
+        {"stm32f0", false, true, true, stm32},       {"stm32f3", false, true, true, stm32},
+        {"stm32f4", false, true, true, stm32f4},
+    };
+    return all;
+}
+
+const Processor* findProcessor(const std::string& name) {
+    const auto found = std::find_if(processors().begin(), processors().end(),
+                                    [&](const Processor& each) { return each.name == name; });
+    return found == processors().end() ? nullptr : &*found;
+}
+
+const Processor& guessProcessor(std::uint32_t firstAddress) {
+    const auto isFlashOf = [&](const char* name) {
+        const LAYOUT layout = findProcessor(name)->layout(true);
+        const LAYOUT::REGION& flash = layout.regions.front();
+        return firstAddress >= flash.start && firstAddress < flash.end;
+    };
+    for (const char* name : {"stm32f0", "pic32-pages"}) {
+        if (isFlashOf(name))
+            return *findProcessor(name);
+    }
+    return *findProcessor("pic24");
+}
+
+bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
+    const Silence silence;
+    return flashLayouts::readImage(path.string(), layout, image);
+}
+
+} // namespace package

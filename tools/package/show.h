@@ -1,0 +1,16 @@
+// Draws an image's place in a module's flash.
+#pragma once
+
+#include "processors.h"
+
+#include <filesystem>
+#include <string>
+
+namespace package {
+
+// The regions with a map of their pages: # used, - empty, ! with a gap. With `colours` for a terminal. Throws
+// Failure for an image that the panel's reader refuses.
+std::string drawImage(const std::filesystem::path& path, const Processor* processor, bool serial,
+                      bool colours);
+
+} // namespace package

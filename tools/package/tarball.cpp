@@ -1,0 +1,191 @@
+#include "tarball.h"
+
+#include "faults.h"
+#include "files.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <fstream>
+#include <memory>
+#include <sys/stat.h>
+
+namespace package {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t BLOCK = 0x10000;
+constexpr time_t PACKED_AT = 946684800; // 2000-01-01: tar finds the epoch itself implausible
+
+struct Free {
+    void operator()(archive* each) const { archive_free(each); }
+    void operator()(archive_entry* each) const { archive_entry_free(each); }
+};
+using Reader = std::unique_ptr<archive, Free>;
+using EntryPointer = std::unique_ptr<archive_entry, Free>;
+
+bool leadsOutside(const std::string& name) {
+    return name.starts_with('/') || ("/" + name + "/").find("/../") != std::string::npos;
+}
+
+// What is wrong with an entry; empty when nothing is.
+std::string objection(archive_entry* entry) {
+    const char* link = archive_entry_symlink(entry);
+    const char* hardLink = archive_entry_hardlink(entry);
+    const mode_t type = archive_entry_filetype(entry);
+    if (leadsOutside(archive_entry_pathname(entry)))
+        return "the name leads out of the package";
+    if (hardLink != nullptr)
+        return leadsOutside(hardLink) ? "the link leads out of the package" : "";
+    if (type == AE_IFLNK && link != nullptr && link[0] == '/')
+        return "the link leads out of the package";
+    return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
+}
+
+void copyData(archive* from, archive* to) {
+    const void* block = nullptr;
+    std::size_t size = 0;
+    la_int64_t offset = 0;
+    int status = ARCHIVE_OK;
+    while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
+        if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
+            throw Failure(std::string("unpacking: ") + archive_error_string(to));
+    }
+    if (status != ARCHIVE_EOF)
+        throw Failure(""); // the caller reports what the archive says
+}
+
+void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory) {
+    const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
+    archive_entry_set_perm(entry, (archive_entry_perm(entry) & 0777) | (isDirectory ? 0700 : 0600));
+    const std::string target = (directory / archive_entry_pathname(entry)).string();
+    if (const char* hardLink = archive_entry_hardlink(entry))
+        archive_entry_set_hardlink(entry, (directory / hardLink).c_str());
+    archive_entry_set_pathname(entry, target.c_str());
+    if (archive_write_header(disk, entry) < ARCHIVE_WARN)
+        throw Failure(std::string("unpacking: ") + archive_error_string(disk));
+    if (archive_entry_size(entry) > 0)
+        copyData(in, disk);
+    if (archive_write_finish_entry(disk) < ARCHIVE_WARN)
+        throw Failure(std::string("unpacking: ") + archive_error_string(disk));
+}
+
+std::string plainName(std::string name) {
+    if (name.starts_with("./"))
+        name.erase(0, 2);
+    return name;
+}
+
+// Fills in the entry's type, mode and size; false for what can't be packed.
+bool describe(const Member& member, archive_entry* entry) {
+    struct stat info {};
+    info.st_mode = S_IFREG;
+    info.st_size = static_cast<off_t>(member.text.size());
+    if (!member.source.empty() && lstat(member.source.c_str(), &info) != 0)
+        throw Failure(member.source.string() + ": can't be read");
+    archive_entry_set_pathname(entry, member.name.c_str());
+    archive_entry_set_mtime(entry, PACKED_AT, 0);
+    archive_entry_set_uid(entry, 0);
+    archive_entry_set_gid(entry, 0);
+    const bool executable = S_ISDIR(info.st_mode) || (info.st_mode & 0111) != 0;
+    archive_entry_set_perm(entry, executable ? 0755 : 0644);
+    archive_entry_set_filetype(entry, info.st_mode & S_IFMT);
+    if (S_ISREG(info.st_mode))
+        archive_entry_set_size(entry, info.st_size);
+    else if (S_ISLNK(info.st_mode))
+        archive_entry_set_symlink(entry, fs::read_symlink(member.source).c_str());
+    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode) || S_ISLNK(info.st_mode);
+}
+
+class Packer {
+public:
+    Packer(const fs::path& path, const Progress& progress) : path_(path), progress_(progress) {
+        archive_write_add_filter_gzip(out_.get());
+        archive_write_set_format_pax_restricted(out_.get());
+        archive_write_set_options(out_.get(), "gzip:!timestamp,gzip:compression-level=9");
+        check(archive_write_open_filename(out_.get(), path.c_str()));
+    }
+    void add(const Member& member) {
+        const EntryPointer entry(archive_entry_new());
+        if (!describe(member, entry.get()))
+            return;
+        check(archive_write_header(out_.get(), entry.get()));
+        if (member.source.empty())
+            write(member.text.data(), member.text.size());
+        else if (archive_entry_filetype(entry.get()) == AE_IFREG)
+            addFile(member.source);
+    }
+    void close() { check(archive_write_close(out_.get())); }
+
+private:
+    void addFile(const fs::path& source) {
+        std::ifstream in(source, std::ios::binary);
+        std::string block(BLOCK, '\0');
+        while (in) {
+            in.read(block.data(), BLOCK);
+            write(block.data(), static_cast<std::size_t>(in.gcount()));
+        }
+        if (!in.eof())
+            throw Failure(source.string() + ": can't be read");
+    }
+    void write(const char* data, std::size_t size) {
+        if (size > 0 && archive_write_data(out_.get(), data, size) < 0)
+            check(ARCHIVE_FATAL);
+        packed_ += size;
+        progress_(packed_);
+    }
+    void check(int status) const {
+        if (status < ARCHIVE_OK)
+            throw Failure(path_.string() + ": " + archive_error_string(out_.get()));
+    }
+
+    Reader out_{archive_write_new()};
+    const fs::path& path_;
+    const Progress& progress_;
+    std::uint64_t packed_ = 0;
+};
+
+} // namespace
+
+std::vector<std::string> unpack(const fs::path& path, const fs::path& directory, Findings& findings) {
+    const Reader in(archive_read_new());
+    const Reader disk(archive_write_disk_new());
+    archive_read_support_filter_gzip(in.get());
+    archive_read_support_format_tar(in.get());
+    archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
+                                                   ARCHIVE_EXTRACT_SECURE_SYMLINKS);
+    std::vector<std::string> names;
+    readFile(path); // says why it can't be read, if so
+    archive_entry* entry = nullptr;
+    int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
+    while (status >= ARCHIVE_WARN && (status = archive_read_next_header(in.get(), &entry)) >= ARCHIVE_WARN &&
+           status != ARCHIVE_EOF) {
+        const std::string name = plainName(archive_entry_pathname(entry));
+        names.push_back(name);
+        const std::string fault = objection(entry);
+        if (!fault.empty()) {
+            findings.add(faults::archiveEntry, {name}, fault);
+            continue;
+        }
+        try {
+            unpackEntry(in.get(), entry, disk.get(), directory);
+        } catch (const Failure&) {
+            if (archive_errno(in.get()) == 0)
+                throw;
+            status = ARCHIVE_FATAL;
+        }
+    }
+    if (status != ARCHIVE_EOF)
+        findings.add(faults::archiveBroken, {path.filename().string()}, archive_error_string(in.get()));
+    return names;
+}
+
+void pack(const std::vector<Member>& members, const fs::path& archive, const Progress& progress) {
+    Packer packer(archive, progress);
+    for (const Member& member : members)
+        packer.add(member);
+    packer.close();
+}
+
+} // namespace package

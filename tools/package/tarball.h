@@ -1,0 +1,33 @@
+// Package archives: tar compressed by gzip.
+#pragma once
+
+#include "finding.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace package {
+
+// Unpacks into a directory, permissions included. What the panel would not take is reported and left out.
+// Returns the names in their order. Throws Failure when the archive or the directory can't be accessed.
+std::vector<std::string> unpack(const std::filesystem::path& archive, const std::filesystem::path& directory,
+                                Findings& findings);
+
+// Something to be packed: a file, directory or link of the disk, or a text.
+struct Member {
+    std::string name;             // in the archive
+    std::filesystem::path source; // empty: `text` is the content
+    std::string text;
+};
+
+// Called with the number of bytes packed so far.
+using Progress = std::function<void(std::uint64_t)>;
+
+// The same members give the same bytes: owner, times and permissions (but for the executable bits) are fixed.
+// Throws Failure, with nothing of use left in the file.
+void pack(const std::vector<Member>& members, const std::filesystem::path& archive, const Progress& progress);
+
+} // namespace package

@@ -1,0 +1,101 @@
+#include "recording.h"
+
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+namespace trace {
+
+namespace {
+
+// "12.345678", as a time since the start of the recording.
+sim::TimePoint toTime(const std::string& text) {
+    const auto point = text.find('.');
+    if (point == std::string::npos || text.size() != point + 7)
+        throw std::invalid_argument("not a time: " + text);
+    return sim::TimePoint(std::chrono::seconds(sim::toNumber(text.substr(0, point))) +
+                          std::chrono::microseconds(sim::toNumber(text.substr(point + 1))));
+}
+
+Entry toEntry(const std::string& line) {
+    std::istringstream words(line);
+    std::string time, mark, rest;
+    words >> time >> mark >> std::ws;
+    Entry entry{toTime(time), mark == "<" ? Direction::ToPanel : Direction::FromPanel, {}, {}};
+    if (mark == "!") {
+        std::getline(words, entry.event);
+    } else if ((mark == "<" || mark == ">") && words >> rest) {
+        entry.bytes = sim::fromHex(rest);
+    } else {
+        throw std::invalid_argument("not a line of a trace: " + line);
+    }
+    return entry;
+}
+
+bool isTrace(const std::string& content) {
+    const auto blank = content.find(' ');
+    return blank != std::string::npos && content.find_first_not_of("0123456789.") == blank &&
+           content.find_first_of("<>!", blank) == blank + 1;
+}
+
+// Each side has messages of its own.
+Direction directionOf(const sim::Frame& frame) {
+    if (frame.kind == sim::Frame::Kind::Noise)
+        return Direction::Unknown;
+    switch (frame.message.id) {
+    case sim::id::command:
+    case sim::id::row:
+    case sim::id::highRow:
+    case sim::id::systemCommand:
+        return Direction::FromPanel;
+    case sim::id::reply:
+    case sim::id::serialReply:
+    case sim::id::identification:
+    case sim::id::moduleStatus:
+    case sim::id::moduleIdentity:
+        return Direction::ToPanel;
+    default:
+        return Direction::Unknown;
+    }
+}
+
+} // namespace
+
+Recording read(std::istream& in) {
+    const std::string content{std::istreambuf_iterator<char>(in), {}};
+    Recording recording;
+    recording.timed = isTrace(content);
+    if (!recording.timed) {
+        recording.entries.push_back({{}, {}, sim::Bytes(content.begin(), content.end()), {}});
+        return recording;
+    }
+    for (std::size_t start = 0, end = 0; (end = content.find('\n', start)) != std::string::npos;
+         start = end + 1)
+        recording.entries.push_back(toEntry(content.substr(start, end - start)));
+    return recording;
+}
+
+std::vector<Piece> cut(const Recording& recording) {
+    std::vector<Piece> pieces;
+    for (const Entry& entry : recording.entries) {
+        if (!entry.event.empty()) {
+            pieces.push_back({entry.when, entry.direction, {}, entry.event});
+            continue;
+        }
+        sim::Decoder decoder;
+        std::vector<sim::Frame> frames;
+        const auto take = [&frames](std::vector<sim::Frame> found) {
+            std::move(found.begin(), found.end(), std::back_inserter(frames));
+        };
+        for (const std::uint8_t byte : entry.bytes)
+            take(decoder.feed(byte, entry.when));
+        take(decoder.flush());
+        for (sim::Frame& frame : frames) {
+            const Direction direction = recording.timed ? entry.direction : directionOf(frame);
+            pieces.push_back({entry.when, direction, std::move(frame), {}});
+        }
+    }
+    return pieces;
+}
+
+} // namespace trace
