@@ -20,7 +20,7 @@ double peakMemory();
 
 /** COMMAND...: seconds from starting the command to its end. */
 void timeCommand(const ARGUMENTS& arguments);
-/** IMAGE: seconds to parse it into pages. */
+/** IMAGE...: seconds to parse them into pages, one after the other. */
 void parseHex(const ARGUMENTS& arguments);
 /** updater, table or boost: MB/s of the CRC over 1 MB. */
 void checkCrc(const ARGUMENTS& arguments);

@@ -72,12 +72,13 @@ void bench::timeCommand(const ARGUMENTS& arguments) {
 }
 
 void bench::parseHex(const ARGUMENTS& arguments) {
-    hexpage image;
-    image.addRegion(0x08000000, 0x10000000, 2048);
     const double start = now();
-    require(image.parse(arguments.at(0), false), "cannot read the image");
+    for (const std::string& file : arguments) {
+        hexpage image;
+        image.addRegion(0x08000000, 0x10000000, 2048);
+        require(image.parse(file, false) && image.walkReachesAllData(), "cannot read the image");
+    }
     report(now() - start);
-    require(image.droppedBytes() == 0 && image.walkReachesAllData(), "the image does not fit");
 }
 
 void bench::checkCrc(const ARGUMENTS& arguments) {

@@ -35,20 +35,23 @@ set(CPACK_COMPONENTS_ALL updater package-tool)
 set(CPACK_PACKAGE_CONTACT "Keldra+ Development <updater@keldra.org>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/compress-manuals.cmake)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+
 set(CPACK_COMPONENT_UPDATER_DESCRIPTION "${PROJECT_DESCRIPTION}
- It checks the update package on a USB stick, compares each item with what is
- installed, and brings kernel, programs, drivers and the firmware of the modules
- on the bus up to date.")
+It checks the update package on a USB stick, compares each item with what is
+installed, and brings kernel, programs, drivers and the firmware of the
+modules on the bus up to date.")
 set(CPACK_DEBIAN_UPDATER_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_UPDATER_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/conffiles)
-set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS "fonts-dejavu-core, tar") # and the libraries, see below
+set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS fonts-dejavu-core) # and the libraries, see below
 
 set(CPACK_COMPONENT_PACKAGE-TOOL_DESCRIPTION "Tools for update packages of the Keldra+ control panel
- keldra-package makes, checks and explains update packages; bus-trace shows what
- was recorded on a panel's bus.")
+keldra-package makes, checks and explains update packages; bus-trace shows
+what was recorded on the bus of a panel.")
 set(CPACK_DEBIAN_PACKAGE-TOOL_PACKAGE_SECTION devel)
 
 if(CMAKE_CROSSCOMPILING)
@@ -59,3 +62,9 @@ else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
 include(CPack)
+
+if(KELDRA_TESTS AND NOT CMAKE_CROSSCOMPILING)
+  add_test(NAME packages
+    COMMAND ${CMAKE_CURRENT_LIST_DIR}/installs ${CMAKE_BINARY_DIR} ${staged}/test)
+  set_tests_properties(packages PROPERTIES TIMEOUT 600)
+endif()

@@ -60,6 +60,7 @@ void restartUpdater(const updateCore& core) {
 
 void haltPanel(updateCore& core) {
     core.sendHaltMsg();
+    core.dropUnpackedManifest();
     shell("mount -o remount ro /");
     shell("mount -o remount ro /keldra");
     shell("rm -r /keldra/tmp/keldra_update*");

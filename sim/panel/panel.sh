@@ -138,10 +138,11 @@ panel_is_up() {
 
 # panel_log: the updater's log so far; of a running updater the newest lines lie in /tmp.
 panel_log() {
-    cat "$PANEL/root/keldra/logs/update.log" "$PANEL/root/tmp/update.log" 2>/dev/null | tr -d '\r'
+    { cat "$PANEL/root/keldra/logs/update.log" "$PANEL/root/tmp/update.log" 2>/dev/null || true; } | tr -d '\r'
 }
 
-# panel_said TEXT [COUNT]: the text stands in log or standard output, in COUNT lines at least.
+# panel_said TEXT [COUNT]: the text stands in log or standard output, in COUNT lines at least. Of a text of several
+# lines, any of them does.
 panel_said() {
     (($({ panel_log; cat "$PANEL/output.txt"; } | grep -cF -e "$1") >= ${2:-1}))
 }

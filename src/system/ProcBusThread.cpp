@@ -102,8 +102,8 @@ void ProcBusThread::run() {
     termination::forbid();
     while (!haltThread) {
         // With a port that never opened this spins, but each round is a place to be terminated at.
-        const int count =
-            termination::allowDuring([this] { return sPort.uart_read(UARTREAD.get(), READ_AT_ONCE); });
+        const int count = termination::allowDuring(
+            [this] { return reopening ? -1 : sPort.uart_read(UARTREAD.get(), READ_AT_ONCE); });
         if (count > 0) {
             take(UARTREAD.get(), static_cast<std::uint32_t>(count));
         }
@@ -291,15 +291,18 @@ void ProcBusThread::checkStop() {
 }
 
 void ProcBusThread::reload_uart() {
-    sPort.uart_close();
+    // Nobody may read between close and open: another file may have been given the number by then.
+    reopening = true;
     terminate();
     if (!wait(RELOAD_WAIT_MS)) {
         wait(); // start() on a thread that still ends would be ignored and leave the link dead
     }
+    sPort.uart_close();
     start(QThread::InheritPriority);
     if (sPort.uart_open(sys->uartPort)) {
         configurePort();
     }
+    reopening = false;
 }
 
 void ProcBusThread::setBuffSize(std::uint8_t n) {

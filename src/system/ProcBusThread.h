@@ -52,8 +52,8 @@ public:
     /** Ends the thread: waits 200 ms, then terminates it and waits until it is gone. */
     void checkStop();
     /**
-     * Closes the port, restarts the thread and opens the port again, in this order; the new thread's first
-     * reads may find the port closed. Blocks for 20 ms or until the old thread is gone.
+     * Closes the port, restarts the thread and opens the port again; the new thread's first reads find the
+     * port closed. Blocks for 20 ms or until the old thread is gone.
      */
     void reload_uart();
     void setBuffSize(std::uint8_t n);
@@ -75,6 +75,7 @@ private:
     void fileIdentity(const PROCBUS_MSG& msg);
 
     shared<bool> haltThread = false;
+    shared<bool> reopening = false;              ///< the port is closed, and will be open again at once
     [[maybe_unused]] unsigned last_buff_ctr = 0; // these two and lastMsg are read by nothing
     [[maybe_unused]] unsigned last_buff_len = 0;
     bool canRun = false;

@@ -173,10 +173,15 @@ void updateCore::pause(unsigned milliseconds) {
 }
 
 void updateCore::removeUpdateFiles() {
+    dropUnpackedManifest();
     functs f;
     f.rmDir("/keldra/tmp/keldra_update", true, false);
     f.removeFile("/keldra/tmp/keldra_update.tgz");
     f.removeFile("/keldra/tmp/keldra_update.tgz.sha");
+}
+
+void updateCore::dropUnpackedManifest() {
+    functs().removeFile("/keldra/tmp/keldra_update/update.manifest");
 }
 
 void updateCore::loadConfiguration(bool reload) {

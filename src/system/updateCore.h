@@ -138,6 +138,11 @@ public:
     /** Sleeps for less than a second. The calling thread may be terminated meanwhile. */
     void pause(unsigned milliseconds);
     void removeUpdateFiles();
+    /**
+     * Removes the unpacked package's manifest, without which it is never resumed: the first step of every
+     * removal, since a loss of power may leave the rest of it in part.
+     */
+    void dropUnpackedManifest();
     void resetInitModule(MODULE* m, bool resetAfter);
     void resetInitBase(BASE_ITEM* b);
     /** Empties every item's list, so that two packages never mix. Loader thread. */

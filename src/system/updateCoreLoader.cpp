@@ -120,6 +120,7 @@ void updateCoreLoad::awaitStartMode() {
 bool updateCoreLoad::fetchPackage() {
     functs f;
     std::cout << "Loading new file" << std::endl;
+    core->dropUnpackedManifest();
     // Its result does not matter: there may be nothing to remove.
     [[maybe_unused]] const int removed = std::system("rm -r /keldra/tmp/keldra_update*");
     if (!f.isFile(STICK_PACKAGE)) {

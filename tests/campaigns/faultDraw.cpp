@@ -30,8 +30,8 @@ struct FaultKind {
     bool lasting; ///< strikes once, not again and again
 };
 
-const std::vector<std::string> ANY = {"",    "",       "enter", "leave", "start",    "row",
-                                      "row", "status", "write", "erase", "erase-all"};
+const std::vector<std::string> ANY = {"",    "",    "enter",  "leave", "start",
+                                      "row", "row", "status", "write", "erase"};
 const std::vector<std::string> STATUS_BEARERS = {"start", "row", "write", "erase", "erase-all", "leave"};
 
 const FaultKind KINDS[] = {
@@ -59,18 +59,18 @@ const FaultKind KINDS[] = {
     {[](Engine&) -> std::string { return "cut"; }, ANY, false},
 };
 
-/** Once, a few times in a row, now and then, or by chance. */
-std::string drawOccasion(Engine& random, bool once) {
-    const std::string nth = " nth=" + number(random() % 2 == 0 ? draw(random, 1, 4) : draw(random, 1, 200));
+/** Once, a few times in a row, now and then, or by chance; rows are many, the other requests few. */
+std::string drawOccasion(Engine& random, bool once, bool rare) {
+    const std::string nth = " nth=" + number(draw(random, 1, rare || random() % 2 == 0 ? 4 : 200));
     switch (once ? 0 : draw(random, 0, 3)) {
     case 0:
         return nth;
     case 1:
         return nth + " count=" + number(draw(random, 2, 20));
     case 2:
-        return " every=" + number(draw(random, 2, 60));
+        return " every=" + number(draw(random, 2, rare ? 5 : 60));
     default:
-        return shareText(draw(random, 1, 15) / 100.0);
+        return shareText(draw(random, 1, rare ? 60 : 15) / 100.0);
     }
 }
 
@@ -90,14 +90,18 @@ Lines drawMixedFaults(const std::vector<std::uint8_t>& modules, Engine& random) 
     Lines lines;
     for (unsigned n = draw(random, 1, 4); n > 0; --n) {
         const FaultKind& kind = KINDS[random() % std::size(KINDS)];
+        const std::string& request = kind.requests[random() % kind.requests.size()];
         std::string line = kind.words(random);
-        if (const std::string& request = kind.requests[random() % kind.requests.size()]; !request.empty()) {
+        if (!request.empty()) {
             line += " on=" + request;
+        }
+        if (request == "status") {
+            lines.push_back("lost-request every=" + number(draw(random, 10, 40))); // else there are none
         }
         if (kind.lasting || random() % 4 != 0) {
             line += " module=" + number(modules[random() % modules.size()]);
         }
-        lines.push_back(line + drawOccasion(random, kind.lasting));
+        lines.push_back(line + drawOccasion(random, kind.lasting, !request.empty() && request != "row"));
     }
     return lines;
 }

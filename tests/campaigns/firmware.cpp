@@ -21,7 +21,7 @@ const Kind KINDS[] = {
     {"stm32f3", {0x08000000}, 0x800, false, false, false, false},
     {"stm32f4", {0x08000000}, 0x800, false, true, true, false},
     {"pic32-pages", {0x1D000000}, 0x1000, false, false, false, false},
-    {"pic32-records", {0x1D00F800}, 0x1000, false, true, false, true},
+    {"pic32-records", {0x1D00FF80}, 0x1000, false, true, false, true},
 };
 
 std::uint32_t draw(std::mt19937_64& random, std::uint32_t from, std::uint32_t to) {
@@ -31,13 +31,16 @@ std::uint32_t draw(std::mt19937_64& random, std::uint32_t from, std::uint32_t to
 /** Bytes in a used page: all, some, or a single row. */
 std::uint32_t drawLength(const Kind& kind, std::mt19937_64& random) {
     const std::uint32_t grain = kind.packed ? 4 : 1;
+    if (kind.byRecords) {
+        return draw(random, 1, 200);
+    }
     switch (draw(random, 0, 3)) {
     case 0:
         return kind.pageBytes;
     case 1:
         return draw(random, 1, 7 / grain) * grain;
     default:
-        return draw(random, 1, 800 / grain) * grain;
+        return draw(random, 1, 600 / grain) * grain;
     }
 }
 

@@ -12,11 +12,11 @@ const char* const KINDS[] = {"pic24",   "pic24-old",   "stm32f0",      "stm32f3"
 const char* const MODULES[] = {"mf1", "mf2", "mf3",   "arts",   "s1",  "s2",
                                "s3",  "s4",  "motor", "master", "ctrl"};
 
-/** The module on its usual bootloader; all others are up to date. */
-Plan singleModule(const std::string& kind, std::uint64_t seed) {
+/** One module to update; all others are up to date. */
+Plan singleModule(const std::string& kind, const std::string& module, std::uint64_t seed) {
     Plan plan;
     plan.seed = seed;
-    plan.targets = {{kind.rfind("pic32", 0) == 0 ? "ctrl" : "mf1", &kindNamed(kind)}};
+    plan.targets = {{module, &kindNamed(kind)}};
     for (const char* name : MODULES) {
         if (name != plan.targets[0].name) {
             plan.upToDate.emplace_back(name);
@@ -33,7 +33,7 @@ std::vector<ScriptCase> readScript(const std::string& file) {
     for (std::string line; std::getline(in, line);) {
         std::istringstream words(line.substr(0, line.find('#')));
         ScriptCase entry;
-        if (!(words >> entry.kind >> entry.starts >> entry.outcomes)) {
+        if (!(words >> entry.kind >> entry.module >> entry.starts >> entry.outcomes)) {
             continue;
         }
         for (std::string fault; std::getline(words >> std::ws, fault, ';');) {
@@ -46,10 +46,11 @@ std::vector<ScriptCase> readScript(const std::string& file) {
 
 Plan sharePlan(double share, std::uint64_t seed) {
     std::mt19937_64 random(seed);
-    Plan plan = singleModule(KINDS[seed % std::size(KINDS)], seed);
+    const std::string kind = KINDS[seed % std::size(KINDS)];
+    Plan plan = singleModule(kind, kind.rfind("pic32", 0) == 0 ? "ctrl" : "mf1", seed);
     Target& target = plan.targets[0];
     const bool isPic24 =
-        target.kind->name[3] == '2'; // the others' rows outnumber what a short reply can tell
+        kind.rfind("pic24", 0) == 0; // the others' rows outnumber what a short reply can tell
     target.inventory = isPic24 && random() % 2 == 0 ? "reply=short" : "";
     plan.faults = drawReplyFaults(addressOf(target.name), share, random);
     return plan;
@@ -80,7 +81,7 @@ Plan fullPlan(std::uint64_t seed) {
 }
 
 Plan scriptPlan(const ScriptCase& entry, std::uint64_t seed) {
-    Plan plan = singleModule(entry.kind, seed);
+    Plan plan = singleModule(entry.kind, entry.module, seed);
     plan.starts = entry.starts;
     plan.faults = entry.faults;
     return plan;

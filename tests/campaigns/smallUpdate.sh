@@ -74,6 +74,7 @@ small_panel() {
         mkdir -p "$(dirname "$PANEL/root/$file")"
         echo "as it was installed" >"$PANEL/root/$file"
     done < <(installed_files)
+    cp -r "$reference/firmware" "$work" # comparing leaves files beside the images
     cp "$shared/old/uImage" "$PANEL_CARD"
     cp "$shared"/keldra_update.tgz{,.sha} "$PANEL/usb"
     for row in "${modules[@]}"; do
@@ -114,7 +115,7 @@ is_complete() {
     tree_installed "$reference/gui" || incomplete+=' gui'
     for row in "${modules[@]}"; do
         read_module "$row"
-        firmware_equal "$reference/firmware/$name.hex" "$work/flash/$name.hex" || incomplete+=" $name"
+        firmware_equal "$work/firmware/$name.hex" "$work/flash/$name.hex" || incomplete+=" $name"
         [[ $(reported version) == "$packed" ]] || incomplete+=" $name's version"
     done
     [[ $(<"$PANEL/root/keldra/config/system.manifest") == "$updated" ]] || incomplete+=' record'

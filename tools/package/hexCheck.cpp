@@ -171,6 +171,23 @@ void FlashCheck::eraseRuns(hexpage& image) {
 
 } // namespace
 
+const Processor& guessProcessor(const HexFile& file) {
+    for (const char* name : {"stm32f0", "pic32-pages"}) {
+        const LAYOUT layout = findProcessor(name)->layout(true);
+        const Bounds flash = boundsOf(layout, layout.regions.front());
+        if (!file.spans().empty() && file.spans().begin()->first >= flash.start &&
+            file.spans().begin()->first < flash.end)
+            return *findProcessor(name);
+    }
+    std::size_t zeros = 0;
+    std::size_t others = 0;
+    for (const HexData& record : file.records()) {
+        for (std::size_t i = 3; i < record.bytes.size(); i += 4)
+            ++(record.bytes[i] == 0 ? zeros : others);
+    }
+    return *findProcessor(others > zeros ? "pic24-old" : "pic24");
+}
+
 std::vector<Gap> findGaps(const HexFile& file, const LAYOUT& layout, const LAYOUT::REGION& region) {
     const Bounds bounds = boundsOf(layout, region);
     const std::uint64_t page = fileBytesPerPage(layout, region.blockSize);
@@ -192,12 +209,12 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
               bool serial, Findings& findings) {
     const std::size_t before = findings.all().size();
     const HexFile file(path, name, findings);
-    if (!file.firstAddress()) {
+    if (file.records().empty()) {
         findings.add(faults::hexEmpty, {name}, "no data");
         return;
     }
     if (processor == nullptr)
-        processor = &guessProcessor(*file.firstAddress());
+        processor = &guessProcessor(file);
     if (!serial && !processor->onCan)
         findings.add(faults::processorUnsupported, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +34,6 @@ public:
         unsigned line;
     };
     const std::map<std::uint64_t, Span>& spans() const { return spans_; }
-    std::optional<std::uint32_t> firstAddress() const;
     bool hasCarriageReturns() const { return carriageReturns_; }
 
 private:
@@ -51,6 +49,10 @@ private:
     bool carriageReturns_ = false;
 };
 
+// The most likely processor: STM32 and PIC32 have addresses of their own, and images for a PIC24's new
+// bootloader have zeros for every fourth byte.
+const Processor& guessProcessor(const HexFile& file);
+
 struct Gap {
     std::uint64_t start;
     std::uint64_t end;
@@ -61,7 +63,7 @@ struct Gap {
 std::vector<Gap> findGaps(const HexFile& file, const flashLayouts::LAYOUT& layout,
                           const flashLayouts::LAYOUT::REGION& region);
 
-// Checks one image for one processor; without one, for the one that its first address speaks for.
+// Checks one image for one processor; without one, for the most likely one.
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
               bool serial, Findings& findings);
 

@@ -105,12 +105,6 @@ HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Fin
     mergeSpans();
 }
 
-std::optional<std::uint32_t> HexFile::firstAddress() const {
-    if (spans_.empty())
-        return std::nullopt;
-    return static_cast<std::uint32_t>(spans_.begin()->first);
-}
-
 void HexFile::readLine(std::string_view line, State& state) {
     ++state.line;
     if (!line.empty() && line.back() == '\r') {

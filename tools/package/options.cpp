@@ -66,7 +66,7 @@ CLI::App& addCheck(CLI::App& app, Options& options) {
                     "package, directory with one, unpacked package, description or HEX image")
         ->required();
     check.add_option("--processor", options.processors,
-                     "KIND of a HEX image, or ITEM=KIND,... by hardware revision; else judged by addresses");
+                     "KIND of a HEX image, or ITEM=KIND,... by hardware revision; else the most likely one");
     check.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
     check.add_flag("--strict", options.strict, "exit with 1 when there are warnings");
     check.add_flag("--json", options.json, "for programs");
@@ -94,7 +94,7 @@ CLI::App& addPlan(CLI::App& app, Options& options) {
 CLI::App& addShow(CLI::App& app, Options& options) {
     CLI::App& show = *app.add_subcommand("show", "Draw an image's pages");
     show.add_option("IMAGE", options.path, "HEX file")->required();
-    show.add_option("--processor", options.processors, "KIND of processor; else judged by addresses");
+    show.add_option("--processor", options.processors, "KIND of processor; else the most likely one");
     show.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
     show.footer(SHOW_EXAMPLE);
     return show;

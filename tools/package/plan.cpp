@@ -147,7 +147,7 @@ void Planner::programModule(Step& step, const Module& module) {
     try {
         if (processor == nullptr) {
             Findings ignored;
-            processor = &guessProcessor(HexFile(path, step.file, ignored).firstAddress().value_or(0));
+            processor = &guessProcessor(HexFile(path, step.file, ignored));
         }
         if (!module.serial && !processor->onCan)
             fail(step, std::string("unsupported processor ") + processor->name);

@@ -71,19 +71,6 @@ const Processor* findProcessor(const std::string& name) {
     return found == processors().end() ? nullptr : &*found;
 }
 
-const Processor& guessProcessor(std::uint32_t firstAddress) {
-    const auto isFlashOf = [&](const char* name) {
-        const LAYOUT layout = findProcessor(name)->layout(true);
-        const LAYOUT::REGION& flash = layout.regions.front();
-        return firstAddress >= flash.start && firstAddress < flash.end;
-    };
-    for (const char* name : {"stm32f0", "pic32-pages"}) {
-        if (isFlashOf(name))
-            return *findProcessor(name);
-    }
-    return *findProcessor("pic24");
-}
-
 bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
     const Silence silence;
     return flashLayouts::readImage(path.string(), layout, image);

@@ -21,8 +21,6 @@ struct Processor {
 const std::vector<Processor>& processors();
 // Null for an unknown name.
 const Processor* findProcessor(const std::string& name);
-// The most likely one for an image whose data begins there (an address of the HEX file).
-const Processor& guessProcessor(std::uint32_t firstAddress);
 
 // HEX file addresses to one address of the target.
 inline std::uint32_t bytesPerAddress(const flashLayouts::LAYOUT& layout) {

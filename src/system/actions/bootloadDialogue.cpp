@@ -280,14 +280,11 @@ int bootloadDialogue::sendRows(std::uint8_t module, const std::vector<std::uint8
 }
 
 int bootloadDialogue::sendRecord(std::uint8_t module, const std::vector<std::uint8_t>& bytes) {
-    if (bytes.size() <= rowOffset(1)) {
-        expectStale(QUIET);
+    if (bytes.size() > rowOffset(1)) {
+        return sendRows(module, bytes);
     }
-    int status = sendRow(module, 0, bytes, true);
-    for (std::uint32_t row = 1; rowOffset(row) < bytes.size() && status == OK; ++row) {
-        status = sendDataRow(module, row, bytes);
-    }
-    return status;
+    expectStale(QUIET);
+    return sendRow(module, 0, bytes, true);
 }
 
 bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
@@ -295,11 +292,16 @@ bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
     if (ambiguous) {
         expectStale(QUIET);
     }
+    const auto& record = csys->bootloader;
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
         settle();
-        if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && csys->bootloader.status == OK &&
+        if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && record.status == OK &&
             (answeredDirectly || !ambiguous)) {
             return true;
+        }
+        if (record.hasResponse && (record.page != 0 || record.status != OK)) {
+            std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(record.status),
+                        static_cast<unsigned>(record.page));
         }
     }
     return false;

@@ -33,6 +33,12 @@ public:
 
     using LAYOUT = flashLayouts::LAYOUT;
 
+    /**
+     * Stands for a module's version from the start of its programming to a good end. Part of the image may
+     * already report the image's version, so a module left like this is programmed whatever it reports.
+     */
+    static constexpr const char* UNFINISHED = "unfinished";
+
     /** `prefix` begins every log text of the dialogue. */
     bootloadDialogue(updateCore* core, std::string prefix) : csys(core), logPrefix(prefix) {}
 
@@ -67,8 +73,8 @@ public:
     /** Sends all rows of `data`: the result of the first that failed, else OK. */
     int sendRows(std::uint8_t module, const std::vector<std::uint8_t>& data);
     /**
-     * The same for rows without a start of page, which row 0 opens: that it did is made sure of, since a
-     * module without open rows would answer the page write with the result of the one before.
+     * The same for rows without a start of page, which row 0 opens. When there is only that one, makes sure
+     * that it came: a module without open rows answers the page write with the result of the one before.
      */
     int sendRecord(std::uint8_t module, const std::vector<std::uint8_t>& bytes);
     /** Up to 4 tries; true only when the module confirmed that the rows it got were written. */

@@ -75,7 +75,8 @@ action::STATUS canBootload::compareReported(bool force) {
         std::printf("No module\n");
         return NOMODULE;
     }
-    if (!needsUpdateBase(record.swVersion, record.hwRev, force)) {
+    const bool unfinished = base->swVersion.get() == bootloadDialogue::UNFINISHED;
+    if (!needsUpdateBase(record.swVersion, record.hwRev, force || unfinished)) {
         return upToDate();
     }
     pic24NewBL = true;
@@ -141,9 +142,12 @@ bool canBootload::run() {
         dialogue.logItem("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }
+    const std::string version = base->swVersion;
+    base->swVersion = std::string(bootloadDialogue::UNFINISHED);
     if (!dialogue.programImage(base->id, layout, image)) {
         return false;
     }
+    base->swVersion = version;
     resetModule();
     dialogue.logItem("Bootload Finished", logger::LOG_NOTICE);
     return true;

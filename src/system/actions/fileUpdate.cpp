@@ -3,6 +3,7 @@
 #include "packageFile.h"
 
 #include <dirent.h>
+#include <filesystem>
 #include <iostream>
 #include <sys/stat.h>
 #include <vector>
@@ -25,6 +26,14 @@ bool listVisible(const std::string& directory, std::vector<std::string>& names) 
     }
     closedir(dir);
     return true;
+}
+
+/** True when `child`, met in `directory`, is a link to it or to one above it: the walk would never end. */
+bool leadsBack(const std::string& directory, const std::string& child) {
+    std::error_code failed;
+    const std::string walked = std::filesystem::canonical(directory, failed).string() + "/";
+    const std::string target = std::filesystem::canonical(child, failed).string() + "/";
+    return !failed && walked.compare(0, target.size(), target) == 0;
 }
 
 bool sameSize(const std::string& one, const std::string& other) {
@@ -107,7 +116,9 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     for (const std::string& name : names) {
         const std::string from = source + "/" + name;
         const std::string to = destination + "/" + name;
-        if (f.isDirectory(from)) {
+        if (leadsBack(source, from)) {
+            csys->log->log_item("Could not open directory: " + from, logger::LOG_ERROR);
+        } else if (f.isDirectory(from)) {
             copyDirectory(from, to, f);
         } else {
             copyOneFile(from, to, f);
@@ -126,7 +137,10 @@ bool fileUpdate::carryExecutableBits(const std::string& source, const std::strin
         std::vector<std::string> names;
         bool carried = listVisible(source, names);
         for (const std::string& name : names) {
-            carried = carryExecutableBits(source + "/" + name, destination + "/" + name, f) && carried;
+            const std::string from = source + "/" + name;
+            if (!leadsBack(source, from)) {
+                carried = carryExecutableBits(from, destination + "/" + name, f) && carried;
+            }
         }
         return carried;
     }

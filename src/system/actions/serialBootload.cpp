@@ -90,7 +90,8 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         std::printf("BL responding is not SERIAL\n");
         return NOMODULE;
     }
-    if (!needsUpdateBase(record.swVersion, record.hwRev, force)) {
+    const bool unfinished = base->swVersion.get() == bootloadDialogue::UNFINISHED;
+    if (!needsUpdateBase(record.swVersion, record.hwRev, force || unfinished)) {
         resetModule();
         return NOUPDATE;
     }
@@ -110,9 +111,11 @@ void serialBootload::resetModule() {
 bool serialBootload::run() {
     logItem("Starting bootload", logger::LOG_NOTICE);
     const std::string path = packageFile::ofItem(*base);
+    const std::string version = base->swVersion;
     if (!(procType == updateCore::PIC32_REC ? run_v1(path) : run_v2(path))) {
         return false;
     }
+    base->swVersion = version;
     resetModule();
     logItem("Bootload Finished", logger::LOG_NOTICE);
     return true;
@@ -124,6 +127,7 @@ bool serialBootload::run_v1(const std::string& path) {
         logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
+    base->swVersion = std::string(bootloadDialogue::UNFINISHED);
     logItem("Erasing Memory", logger::LOG_NOTICE);
     if (!eraseMemory()) {
         return false;
@@ -200,5 +204,6 @@ bool serialBootload::run_v2(const std::string& path) {
         dialogue.logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
+    base->swVersion = std::string(bootloadDialogue::UNFINISHED);
     return dialogue.programImage(base->id, layout, image);
 }

@@ -152,7 +152,7 @@ TEST_F(fileUpdateTest, OddPackagesDoNotHang) {
     ASSERT_EQ(mkfifo((SOURCE + "gui/pipe").c_str(), 0644), 0);
     fs::create_symlink("/dev/zero", SOURCE + "gui/endless");
     fs::create_symlink(".", SOURCE + "gui/loop");
-    fs::create_symlink("..", SOURCE + "gui/up");
+    fs::create_symlink("..", SOURCE + "gui/up"); // two ways back: walked naively they branch for ever
     EXPECT_TRUE(install("gui"));
     EXPECT_EQ(contents(TARGET + "/file"), "1");
     EXPECT_FALSE(install("gui/pipe") || install("gui/endless"));

@@ -1,0 +1,265 @@
+// The core, its link, its loader and both bootloaders in one process against the simulated bus, in a sandbox.
+//   core-rounds SIMULATOR update      a complete update with a restart of the updater, a cancel and reloads
+//   of the port core-rounds SIMULATOR rounds N    N rounds of a reload and a cancelled run: memory,
+//   descriptors and threads stay flat
+
+#include "firmware.h"
+#include "system/ProcBusThread.h"
+#include "system/updateCore.h"
+#include "system/updateCoreLoader.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <random>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int PATIENCE_MS = 120'000;
+const std::string CONTENT = "/tmp/content/";
+
+// Modules that are programmed, by their name in the inventory and in a manifest. The first is visited first.
+const struct {
+    const char* name;
+    const char* item;
+    const char* kind;
+} MODULES[] = {{"mf1", "mf", "stm32f3"},
+               {"s1", "slave", "pic24"},
+               {"motor", "motor", "stm32f4"},
+               {"ctrl", "ctrl", nullptr}};
+
+void require(bool holds, const std::string& what) {
+    if (!holds) {
+        throw std::runtime_error(what);
+    }
+}
+
+void shell(const std::string& command) {
+    require(std::system(command.c_str()) == 0, command);
+}
+
+void put(const std::string& path, const std::string& text) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+void await(const std::function<bool()>& condition, const std::string& what) {
+    QElapsedTimer timer;
+    for (timer.start(); !condition();) {
+        require(timer.elapsed() < PATIENCE_MS, "no " + what);
+        usleep(200);
+    }
+}
+
+/** A package for everything on the stick, and a bus whose modules are all older. */
+class Surroundings {
+public:
+    Surroundings(const std::string& simulator, const std::string& controlKind) {
+        std::mt19937_64 random(1);
+        std::string inventory;
+        std::string manifest =
+            R"({"updater": {"f": "K+Updater", "v": "2"}, "kernel": {"f": "uImage", "v": "2"},)"
+            R"( "gui": {"f": "gui", "v": "2"})";
+        for (const auto& module : MODULES) {
+            const std::string kindName = module.kind != nullptr ? module.kind : controlKind;
+            const Kind& kind = kindNamed(kindName);
+            const std::string name = module.name;
+            put(CONTENT + name + ".hex", hexFile(kind, makeImage(kind, random), random));
+            inventory += name + " kind=" + kindName + " version=1.0.0 next=2.0.0\n";
+            manifest +=
+                ", \"" + std::string(module.item) + R"(": {"f": ")" + name + R"(.hex", "v": "2.0.0"})";
+        }
+        put("/tmp/modules", inventory);
+        put(CONTENT + "K+Updater", "new");
+        put(CONTENT + "uImage", std::string(2000, 'k'));
+        put(CONTENT + "gui/keldra/gui/K+Main", "new");
+        put(CONTENT + "update.manifest", manifest + "}");
+        put("/keldra/config/vx3.cfg", "up_mbus = /tmp/ttyKB\nub_mbus = 115200\ndir = /keldra\n"
+                                      "log_max_size = 100000\nEndConfigFile\n");
+        shell("cd " + CONTENT +
+              " && sha1sum update.manifest >update.manifest.sha && tar -czf /mnt/usb/keldra_update.tgz ."
+              " && cd /mnt/usb && sha1sum keldra_update.tgz >keldra_update.tgz.sha");
+        startBus(simulator);
+    }
+    Surroundings(const Surroundings&) = delete;
+    Surroundings& operator=(const Surroundings&) = delete;
+    ~Surroundings() {
+        kill(bus, SIGTERM);
+        waitpid(bus, nullptr, 0);
+        shell("rm -rf /tmp/content /tmp/ttyKB /keldra/tmp/* /keldra/config/* /usr/bin/K+Updater");
+    }
+
+private:
+    void startBus(const std::string& simulator) {
+        const char* words[] = {simulator.c_str(), "--link",       "/tmp/ttyKB",
+                               "--inventory",     "/tmp/modules", nullptr};
+        posix_spawn_file_actions_t quiet;
+        posix_spawn_file_actions_init(&quiet);
+        posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", 1, 0);
+        const int failed = posix_spawn(&bus, words[0], &quiet, nullptr, const_cast<char**>(words), environ);
+        posix_spawn_file_actions_destroy(&quiet);
+        require(failed == 0, simulator);
+        await([] { return fs::exists("/tmp/ttyKB"); }, "bus");
+    }
+
+    pid_t bus = 0;
+};
+
+/**
+ * A core, and what it said last. Its signals are handled where they are emitted, so that nothing passes
+ * through an event queue: the thread sanitizer does not see that a queue hands over.
+ */
+class Panel {
+public:
+    Panel() {
+        QObject::disconnect(core.load.get(), nullptr, &core, nullptr);
+        listen(core.load.get(), &updateCoreLoad::sendStatusMessage,
+               [this](const QString& text) { core.gotStatusMessage(text); });
+        listen(core.load.get(), &updateCoreLoad::sendUpdatePackageLoaded,
+               [this](unsigned char mode) { loaded = mode; });
+        listen(&core, &updateCore::sendStatusMessage,
+               [this](const QString& text) { said = text.toStdString(); });
+        listen(&core, &updateCore::sendUpdateDone, [this](bool success) { done = success ? 1 : 0; });
+        listen(&core, &updateCore::sendReboot, [this] { restart = true; });
+    }
+
+    void load(bool resume) {
+        loaded = -1;
+        core.loadConfiguration(resume);
+        await([this] { return loaded >= 0 && core.load->wait(0); }, "package");
+        require(loaded != 1, "the package was refused: " + said.get());
+    }
+    void start() {
+        done = -1;
+        core.startUpdate();
+    }
+    void awaitText(const std::string& text) {
+        await([&] { return said.get().rfind(text, 0) == 0; }, text);
+    }
+    void cancel() {
+        core.cancelUpdate();
+        require(!core.isRunning(), "the run goes on");
+        core.running = false;
+    }
+
+    updateCore core;
+    sharedText said;
+    shared<int> done = -1;
+    shared<int> loaded = -1;
+    shared<bool> restart = false;
+
+private:
+    template <class SENDER, class SIGNAL, class HANDLER>
+    void listen(SENDER* sender, SIGNAL signal, HANDLER handler) {
+        QObject::connect(sender, signal, sender, handler, Qt::DirectConnection);
+    }
+};
+
+void updateCompletely(const std::string& simulator, const std::string& controlKind) {
+    const Surroundings surroundings(simulator, controlKind);
+    {
+        Panel first;
+        first.load(false);
+        first.start();
+        await([&first] { return first.restart; }, "restart");
+        first.core.stop();
+    }
+    Panel second;
+    second.load(true);
+    second.start();
+    second.awaitText("Updating Secondary #1");
+    second.cancel();
+    second.core.comBus->reload_uart();
+    second.start();
+    await([&second] { return second.done >= 0; }, "end");
+    require(second.done == 1, "the update failed: " + second.said.get());
+    second.core.stop();
+    std::ifstream log("/tmp/update.log");
+    const std::string text{std::istreambuf_iterator<char>(log), {}};
+    require(text.find("Could not erase") == text.npos && text.find("Retrying") == text.npos,
+            "a fault in the log");
+}
+
+struct USAGE {
+    long memory = 0; ///< KiB that are resident
+    long descriptors = 0;
+    long threads = 0;
+};
+
+USAGE usage() {
+    USAGE now;
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "VmRSS:") {
+            status >> now.memory;
+        } else if (word == "Threads:") {
+            status >> now.threads;
+        }
+    }
+    now.descriptors = std::distance(fs::directory_iterator("/proc/self/fd"), {});
+    return now;
+}
+
+/** Every round loads the package anew and cancels a run a little later than the one before. */
+void cancelOften(const std::string& simulator, int rounds) {
+    constexpr int LATEST_CANCEL_MS = 60;
+    constexpr long GROWTH_KIB = 1024; // of the allocator's doing
+    const Surroundings surroundings(simulator, "pic32-pages");
+    Panel panel;
+    panel.load(false);
+    panel.core.core.updater.swVersion = std::string("2");
+    const int settled = rounds / 10;
+    USAGE before;
+    for (int n = 0; n < rounds; ++n) {
+        panel.load(true);
+        panel.start();
+        usleep(static_cast<useconds_t>(1000 * (n % LATEST_CANCEL_MS)));
+        panel.cancel();
+        if (n == settled) {
+            before = usage();
+        }
+        if (n % 100 == 0) {
+            std::ofstream("/tmp/update.log"); // it grows as long as the program runs
+        }
+    }
+    const USAGE after = usage();
+    std::fprintf(stderr, "%d rounds: memory %ld -> %ld KiB, descriptors %ld -> %ld, threads %ld -> %ld\n",
+                 rounds, before.memory, after.memory, before.descriptors, after.descriptors, before.threads,
+                 after.threads);
+    require(after.memory <= before.memory + GROWTH_KIB, "memory grows");
+    require(after.descriptors == before.descriptors, "descriptors are lost");
+    require(after.threads == before.threads, "threads are left");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    try {
+        if (argc == 3 && std::strcmp(argv[2], "update") == 0) {
+            updateCompletely(argv[1], "pic32-pages");
+            updateCompletely(argv[1], "pic32-records");
+        } else if (argc == 4 && std::strcmp(argv[2], "rounds") == 0) {
+            cancelOften(argv[1], std::atoi(argv[3]));
+        } else {
+            throw std::invalid_argument("usage: core-rounds SIMULATOR update | rounds N");
+        }
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "core-rounds: %s\n", failure.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,210 @@
+#include "system/actions/bootloadDialogue.h"
+
+#include "bootloader.h"
+
+namespace {
+
+using dialogue = bootloadDialogue;
+
+class bootloadDialogueTest : public BootloaderTest {
+protected:
+    bootloadDialogueTest() : BootloaderTest(CAN_MODULE) {
+        for (unsigned i = 0; i < 2048; ++i) {
+            page.data.push_back(static_cast<std::uint8_t>(i));
+        }
+    }
+
+    bootloadDialogue talk{core.get(), "CAN: "};
+    hexpage::MEMORY_PAGE page;
+    const Bytes oneRow = {1, 2, 3, 4, 5, 6, 7};
+};
+
+TEST_F(bootloadDialogueTest, EveryRequestIsThisFrame) {
+    page.startAddress = 0x0803D800;
+    page.dataLength = 0x123;
+    hexpage::MEMORY_PAGE narrow;
+    narrow.startAddress = 0x1400;
+    narrow.dataLength = 0x600;
+    const std::uint8_t id = CAN_MODULE;
+    const struct {
+        const char* name;
+        std::function<void()> send;
+        const char* frame;
+    } rows[] = {
+        {"status", [&] { talk.sendReqStat(id); }, "4B 2B 4D 42 01 02 09 03 F4 97 0D 0A"},
+        {"enter", [&] { talk.sendSystemCommand(id, ','); }, "4B 2B 4D 42 10 02 09 2C 79 42 0D 0A"},
+        {"leave", [&] { talk.sendSystemCommand(id, '!'); }, "4B 2B 4D 42 10 02 09 21 D4 93 0D 0A"},
+        {"start, 16 bits", [&] { talk.startPage(id, narrow, false); },
+         "4B 2B 4D 42 01 06 09 01 14 00 06 00 53 97 0D 0A"},
+        {"start, 32 bits", [&] { talk.startPage(id, page, true); },
+         "4B 2B 4D 42 01 08 09 01 D8 00 01 23 03 08 D9 04 0D 0A"},
+        {"erase, 16 bits", [&] { talk.eraseBlock(id, 0x1400, 5, false); },
+         "4B 2B 4D 42 01 06 09 05 14 00 05 00 06 4B 0D 0A"},
+        {"erase, 32 bits", [&] { talk.eraseBlock(id, 0x08042800, 0, true); },
+         "4B 2B 4D 42 01 08 09 05 28 00 00 00 04 08 16 64 0D 0A"},
+        {"erase all", [&] { talk.eraseAll(id); }, "4B 2B 4D 42 01 08 09 06 00 00 00 00 00 00 12 C9 0D 0A"},
+        {"first row", [&] { talk.sendDataRow(id, 0, page.data); },
+         "4B 2B 4D 42 02 08 00 00 01 02 03 04 05 06 32 E8 0D 0A"},
+        {"last row of 7 bytes", [&] { talk.sendDataRow(id, 250, page.data); },
+         "4B 2B 4D 42 02 08 FA D6 D7 D8 D9 DA DB DC B3 6E 0D 0A"},
+        {"first row of 6 bytes", [&] { talk.sendDataRow(id, 251, page.data); },
+         "4B 2B 4D 42 04 08 FB 00 DD DE DF E0 E1 E2 92 9A 0D 0A"},
+        {"last row", [&] { talk.sendDataRow(id, 299, page.data); },
+         "4B 2B 4D 42 04 05 2B 01 FD FE FF CE 0C 0D 0A"},
+        {"write", [&] { talk.sendPageWrite(id); }, "4B 2B 4D 42 01 02 09 04 13 E7 0D 0A"},
+    };
+    for (const auto& row : rows) {
+        const std::size_t before = bus.sentBytes().size();
+        row.send();
+        const Bytes sent = bus.sentBytes();
+        EXPECT_EQ(Bytes(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end()), hex(row.frame))
+            << row.name;
+    }
+}
+
+TEST_F(bootloadDialogueTest, SilenceEndsEveryRequestAfterItsTries) {
+    const std::uint8_t id = CAN_MODULE;
+    const struct {
+        const char* name;
+        std::function<int()> send;
+        int result;
+        int requests; // each with three passes, a status request behind each
+    } rows[] = {
+        {"any message", [&] { return int{talk.sendWithResponse(id, {}, 1)}; }, 0, 1},
+        {"system command", [&] { return int{talk.sendSystemCommand(id, '!')}; }, 0, 4},
+        {"enter", [&] { return int{talk.enterBootloader(id)}; }, 0, 4},
+        {"start", [&] { return int{talk.startPage(id, page, true)}; }, dialogue::BADCHECKSUM, 4},
+        {"row", [&] { return talk.sendDataRow(id, 5, page.data); }, -1, 4},
+        {"write", [&] { return int{talk.sendPageWrite(id)}; }, 0, 4},
+        {"erase", [&] { return int{talk.eraseBlock(id, 0, 1, true)}; }, dialogue::ERASEERR, 4},
+        {"erase all", [&] { return int{talk.eraseAll(id)}; }, dialogue::ERASEERR, 4},
+    };
+    bus.autoAnswer([](const Frame&) { return Replies(); });
+    for (const auto& row : rows) {
+        const std::size_t before = bus.sent().size();
+        const int status = sentOf(Request::STATUS);
+        EXPECT_EQ(row.send(), row.result) << row.name;
+        EXPECT_EQ(bus.sent().size() - before, row.requests * 4) << row.name;
+        EXPECT_EQ(sentOf(Request::STATUS) - status, row.requests * 3) << row.name;
+    }
+}
+
+TEST_F(bootloadDialogueTest, OnlyTheModulesOwnReplyToThisRowCounts) {
+    const std::uint8_t id = CAN_MODULE;
+    const Frame wrongs[] = {reply(0, 7, id), reply(0, 0, id + 1), {3, {0, 7}}, {3, {0, 0, 0, id, 0, 0}}};
+    for (const Frame& wrong : wrongs) {
+        const bool silent = wrong.payload.size() == 6; // of an obsolete bootloader
+        answer([&](Request, int) { return Replies{wrong}; });
+        EXPECT_EQ(talk.startPage(id, page, true), dialogue::BADCHECKSUM) << wrong;
+        EXPECT_EQ(talk.eraseBlock(id, 0, 1, true), dialogue::ERASEERR) << wrong;
+        EXPECT_EQ(talk.sendDataRow(id, 0, page.data), silent ? -1 : dialogue::MISSEDPACKET) << wrong;
+        EXPECT_FALSE(talk.sendPageWrite(id)) << wrong;
+    }
+    answer([&](Request, int) { return Replies{{3, {dialogue::WRITEERR, 254}}}; }); // above 253 stands for 0
+    EXPECT_EQ(talk.startPage(id, page, true), dialogue::WRITEERR);
+}
+
+TEST_F(bootloadDialogueTest, ARepeatedReplyIsNoConfirmation) {
+    // Only status requests are answered: with what the module said to the request before.
+    answer([&](Request request, int) {
+        return request == Request::STATUS ? Replies{status(dialogue::OK)} : Replies{};
+    });
+    EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK); // its rows prove it, or not
+    EXPECT_EQ(talk.eraseBlock(CAN_MODULE, 0, 1, true), dialogue::ERASEERR);
+    EXPECT_EQ(talk.eraseAll(CAN_MODULE), dialogue::ERASEERR);
+    EXPECT_EQ(talk.sendRows(CAN_MODULE, oneRow), dialogue::OK);
+    EXPECT_FALSE(talk.sendPageWrite(CAN_MODULE)) << "of a single row";
+    EXPECT_EQ(talk.sendRecord(CAN_MODULE, oneRow), dialogue::MISSEDPACKET);
+}
+
+TEST_F(bootloadDialogueTest, ALostReplyIsAskedFor) {
+    for (const Request lost : {Request::START, Request::ROW, Request::WRITE}) {
+        std::uint16_t row = 0;
+        answer([&](Request request, int nth) -> std::optional<Replies> {
+            row = request == Request::ROW ? static_cast<std::uint16_t>(nth - 1) : row;
+            if (request == Request::STATUS) {
+                return Replies{status(dialogue::OK, lost == Request::ROW ? row : std::uint16_t{0})};
+            }
+            return request == lost && nth == 1 ? std::optional(Replies()) : std::nullopt;
+        });
+        const int before = sentOf(lost);
+        EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK);
+        EXPECT_EQ(talk.sendRows(CAN_MODULE, {page.data.begin(), page.data.begin() + 14}), dialogue::OK);
+        EXPECT_TRUE(talk.sendPageWrite(CAN_MODULE));
+        EXPECT_EQ(sentOf(lost) - before, lost == Request::ROW ? 2 : 1);
+    }
+}
+
+TEST_F(bootloadDialogueTest, DoubledRepliesPutNothingOutOfStep) {
+    bus.autoAnswer([&](const Frame& frame) {
+        const Request request = kindOf(frame);
+        const Frame once =
+            status(dialogue::OK, request == Request::ROW ? frame.payload[0] : std::uint16_t{0});
+        return Replies{once, once};
+    });
+    for (int n = 0; n < 3; ++n) {
+        EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK);
+        EXPECT_EQ(talk.sendRows(CAN_MODULE, {page.data.begin(), page.data.begin() + 70}), dialogue::OK);
+        EXPECT_TRUE(talk.sendPageWrite(CAN_MODULE));
+    }
+}
+
+TEST_F(bootloadDialogueTest, APageIsIgnoredOnlyOnItsOwnWord) {
+    // The start is lost, and the module repeats what it said of the page before.
+    answer([&](Request request, int nth) -> std::optional<Replies> {
+        if (request == Request::STATUS) {
+            return Replies{status(dialogue::IGNOREPG)};
+        }
+        return request == Request::START && nth == 1 ? std::optional(Replies()) : std::nullopt;
+    });
+    EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK);
+    EXPECT_EQ(sentOf(Request::START), 2);
+}
+
+TEST_F(bootloadDialogueTest, AnIdentificationIsWaitedFor) {
+    const Frame own = identification(CAN_MODULE, 3, "1.2.3", 4);
+    const Frame other = identification(CAN_MODULE + 1, 1, "9.9.9");
+    const struct {
+        const char* name;
+        std::function<Replies(Request, int)> rule;
+        bool entered;
+        bool identified;
+        int requests;
+    } rows[] = {
+        {"at once", [&](Request, int) { return Replies{own}; }, true, true, 1},
+        {"lost twice, the status answered",
+         [&](Request request, int nth) {
+             return request == Request::STATUS ? Replies{status(dialogue::MISSEDPACKET)}
+                    : nth < 3                  ? Replies{}
+                                               : Replies{own};
+         },
+         true, true, 3},
+        {"always lost, the status answered",
+         [&](Request request, int) {
+             return request == Request::STATUS ? Replies{status(dialogue::MISSEDPACKET)} : Replies{};
+         },
+         false, false, 4},
+        {"another module's first", [&](Request, int nth) { return Replies{nth == 1 ? other : own}; }, true,
+         true, 2},
+        {"another module's, then an old bootloader's reply",
+         [&](Request, int nth) { return Replies{nth == 1 ? other : status(dialogue::OK)}; }, true, false, 2},
+        {"an old bootloader", [&](Request, int) { return Replies{status(dialogue::OK)}; }, true, false, 1},
+        {"an old bootloader with short replies",
+         [](Request, int) {
+             return Replies{{3, {0, 0}}};
+         },
+         true, false, 1},
+        {"another module's reply", [](Request, int) { return Replies{reply(0, 0, CAN_MODULE + 1)}; }, false,
+         false, 4},
+    };
+    for (const auto& row : rows) {
+        bootloadDialogue fresh(core.get(), "");
+        answer(row.rule);
+        const int before = sentOf(Request::ENTER);
+        EXPECT_EQ(fresh.enterBootloader(CAN_MODULE), row.entered) << row.name;
+        EXPECT_EQ(core->bootloader.blInitData, row.identified) << row.name;
+        EXPECT_EQ(sentOf(Request::ENTER) - before, row.requests) << row.name;
+    }
+}
+
+} // namespace
