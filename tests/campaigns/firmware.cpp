@@ -154,14 +154,10 @@ Memory flashAfter(const Kind& kind, const Memory& image, const std::set<std::uin
     Memory flash;
     const std::uint32_t start = kind.regions.front();
     const auto pages = usedPages(kind, image);
-    // The last byte of a full page is none of the flash on a packed kind, and opens another page.
-    const std::uint32_t end =
-        pages.back() +
-        (kind.packed && image.count(pages.back() + kind.pageBytes - 1) > 0 ? kind.pageBytes : 0);
     for (std::uint32_t page = start; page < start + OLD_BYTES; page += kind.pageBytes) {
         const bool used = std::count(pages.begin(), pages.end(), page) > 0;
         const bool outside = kind.regions.size() > 1 && page > start && page < kind.regions.back();
-        const bool isGap = !used && !outside && page <= end;
+        const bool isGap = !used && !outside && page < pages.back();
         const bool ignored = ignoredPages.count(page) > 0;
         for (std::uint32_t i = page; i < std::min(page + kind.pageBytes, start + OLD_BYTES); ++i) {
             if ((ignored && !kind.erasedWhole) || !(kind.erasedWhole || used || (isGap && kind.gapsErased))) {

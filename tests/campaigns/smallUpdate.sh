@@ -29,7 +29,6 @@ modules=(
 )
 updated='{"kernel":"4.19.98","rootfs":"2.1.0","updater":"3.10.1","gui":"5.3.0","drivers":"1.5.0"}'
 kernel_bytes=3000
-bus_options=() # more than the inventory and what is proved with
 
 small_package() {
     mkdir -p "$content"/{boot,firmware,drivers/lib/modules,gui/keldra/bin} "$reference" "$shared/old"
@@ -82,7 +81,7 @@ small_panel() {
         echo "$name kind=$kind hw=$revision version=$old next=$packed $extra"
     done >"$work/inventory"
     panel_start_bus "$programs/bus-sim" --inventory "$work/inventory" --report "$work/report.txt" \
-        --dump "$work/flash" "${bus_options[@]}"
+        --dump "$work/flash"
     panel_open_display
 }
 

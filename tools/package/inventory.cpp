@@ -12,8 +12,6 @@ namespace package {
 
 namespace {
 
-constexpr unsigned LAST_REVISION = 250; // the panel takes a higher one for 0
-
 // Throws with a place in the file.
 class JsonFile {
 public:
@@ -40,7 +38,7 @@ std::uint8_t revisionOf(const JsonFile& file, const JsonValue& value) {
     const auto result = std::from_chars(value.text.data(), end, number);
     if (result.ec != std::errc() || result.ptr != end || number > 255)
         file.fail(value.position, "\"" + value.text + "\" is no hardware revision from 0 to 255");
-    return number > LAST_REVISION ? std::uint8_t{0} : static_cast<std::uint8_t>(number);
+    return static_cast<std::uint8_t>(number);
 }
 
 void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value, Module& module) {

@@ -1,6 +1,7 @@
 #include "plan.h"
 
 #include "hexCheck.h"
+#include "system/busProtocol.h"
 
 #include <utility>
 
@@ -35,7 +36,7 @@ private:
     Module moduleOf(const Stop& stop) const;
     bool compare(Step& step, const std::vector<Entry>& entries);
     void visitHost(Step& step);
-    void visitModule(Step& step, Module module);
+    void visitModule(Step& step, const Module& module);
     void useEntry(Step& step, const Entry& entry);
     void programModule(Step& step, const Module& module);
     static void fail(Step& step, const std::string& reason) {
@@ -104,7 +105,7 @@ Module Planner::moduleOf(const Stop& stop) const {
     return module;
 }
 
-void Planner::visitModule(Step& step, Module module) {
+void Planner::visitModule(Step& step, const Module& module) {
     const std::vector<Entry>& entries = entriesOf(*step.stop);
     const bool serialItem = findItem(step.stop->item)->serial;
     if (!serialItem) // the serial bootloader has a dialogue of its own, in which nothing happened yet
@@ -122,7 +123,7 @@ void Planner::visitModule(Step& step, Module module) {
         return;
     }
     step.from = module.version;
-    step.revision = module.hardware;
+    step.revision = identifies && module.hardware > busProtocol::LAST_HW_REV ? 0U : module.hardware;
     if (!identifies && !module.knownVersion) {
         step.revision = 0; // never recognised: programmed whatever it has
         step.decision = entries.empty() ? Decision::NotOffered : Decision::Update;

@@ -22,6 +22,7 @@ constexpr std::chrono::seconds LONGEST_SETTLE{2}; // for a line that never falls
 constexpr unsigned COMMAND_TIMEOUT = 20;
 constexpr unsigned PAGE_TIMEOUT = 5; // start of page, erase and data rows
 constexpr unsigned WRITE_TIMEOUT = 10;
+constexpr unsigned SLOW_TIMEOUT = 50; // an erase that was not answered within PAGE_TIMEOUT
 
 constexpr std::uint8_t COMMAND_BUFFER_SIZE = 15;
 constexpr std::uint32_t NO_ROW = 0xFFFF; // in the record: no reply has come, or an identification only
@@ -85,6 +86,21 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) 
     return buffer;
 }
 
+/**
+ * Number of pages up to the last one with data. An empty page behind that is none of the image's: the reader
+ * makes one when a record fills its page but for the phantom byte that has no place in flash.
+ */
+std::uint32_t countPagesToData(hexpage& image) {
+    std::uint32_t count = 0;
+    std::uint32_t upToData = 0;
+    image.resetIterator();
+    while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
+        ++count;
+        upToData = page->data.empty() ? upToData : count;
+    }
+    return upToData;
+}
+
 } // namespace
 
 void bootloadDialogue::logItem(const std::string& text, logger::LOG_TYPE type) const {
@@ -139,7 +155,8 @@ bool bootloadDialogue::enterBootloader(std::uint8_t module) {
         if (record.page != NO_ROW) {
             record.blInitData = false; // beside a reply: who sent which is not known
         }
-        const bool isOld = !record.blInitData && isFrom(module) && record.page == 0 && record.status == OK;
+        // A status request is answered with an error by a bootloader that has not answered anything yet.
+        const bool isOld = !record.blInitData && isFrom(module) && (answeredDirectly || record.status == OK);
         mayBeOld = mayBeOld || isOld;
         if (record.blInitData ? isFrom(module) : isOld && quiet && answeredDirectly) {
             return true;
@@ -153,8 +170,7 @@ void bootloadDialogue::expectStale(std::chrono::milliseconds wait) {
     quietAt = std::max(quietAt, clock::now() + wait);
 }
 
-/** Lets the replies pass that may still come to earlier requests, so that none is taken for the next one's.
- */
+/** Lets the replies to earlier requests pass that may still come: none is to be taken for the next one's. */
 void bootloadDialogue::settle() {
     const auto limit = clock::now() + LONGEST_SETTLE;
     while (!isQuiet() && clock::now() < limit && !csys->cancel) {
@@ -197,14 +213,15 @@ std::uint8_t bootloadDialogue::requestStatus(std::uint8_t module, const MESSAGE&
 }
 
 /**
- * The same for requests whose effect nothing later checks: each try on a quiet line, and an answer that came
- * only on a status request does not count, since it may repeat the reply to the request before.
+ * The same for requests whose effect nothing checks later. An answer that came only on a status request does
+ * not count, since it may repeat the reply to the request before; further tries wait long enough to hear a
+ * module that is slow.
  */
 std::uint8_t bootloadDialogue::confirmedStatus(std::uint8_t module, const MESSAGE& msg, BLSTATUS failure) {
     expectStale(QUIET);
+    settle();
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        settle();
-        if (tryRequest(module, msg, PAGE_TIMEOUT) && answeredDirectly) {
+        if (tryRequest(module, msg, n == 0 ? PAGE_TIMEOUT : SLOW_TIMEOUT) && answeredDirectly) {
             const std::uint8_t status = csys->bootloader.status;
             csys->pause(PAUSE_MS);
             return status;
@@ -309,6 +326,7 @@ bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
 
 bool bootloadDialogue::programImage(std::uint8_t module, const LAYOUT& layout, hexpage& image) {
     const std::uint32_t total = image.getTotalPages();
+    const std::uint32_t used = countPagesToData(image);
     image.resetIterator();
     if (layout.eraseAllFirst && eraseAll(module) != OK) {
         logItem("Could not erase range (all)", logger::LOG_ERROR);
@@ -316,7 +334,7 @@ bool bootloadDialogue::programImage(std::uint8_t module, const LAYOUT& layout, h
     }
     std::uint32_t index = 0;
     hexpage::MEMORY_PAGE* page = image.getNextPage();
-    while (page != nullptr) {
+    while (page != nullptr && index < used) {
         if (csys->cancel) {
             return false;
         }
@@ -387,6 +405,7 @@ bootloadDialogue::PAGE_RESULT bootloadDialogue::attemptPage(std::uint8_t module,
     if (started != OK) {
         return retry("Could not send SOH.  Retrying.");
     }
+    settle(); // a late answer to the start of page looks like one to row 0
     const int sent = sendRows(module, page.data);
     if (sent < 0) {
         return retry("No response from data send...retrying page");

@@ -6,12 +6,12 @@
 
 namespace {
 
-/** True when every page's address fits into the requests. */
+/** True when the address of every page with data fits into the requests. */
 bool isAddressable(hexpage& image, bool wide) {
     bool fits = true;
     image.resetIterator();
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        fits = fits && (wide || page->endAddress < flashLayouts::NARROW_ADDRESSES);
+        fits = fits && (wide || page->data.empty() || page->endAddress < flashLayouts::NARROW_ADDRESSES);
     }
     return fits;
 }
