@@ -12,8 +12,9 @@ constexpr std::array<std::uint32_t, 256> makeTable() {
     std::array<std::uint32_t, 256> table{};
     for (std::uint32_t byte = 0; byte < table.size(); ++byte) {
         std::uint32_t accum = byte << 8;
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             accum = (accum & 0x8000) ? (accum << 1) ^ POLYNOMIAL : accum << 1;
+        }
         table[byte] = accum & 0xFFFF;
     }
     return table;
@@ -54,14 +55,16 @@ std::uint32_t crc16::crc16_calculate(const std::uint8_t* source, std::uint32_t l
             slices[7][first] ^ slices[6][second] ^ slices[5][source[2]] ^ slices[4][source[3]] ^
             slices[3][source[4]] ^ slices[2][source[5]] ^ slices[1][source[6]] ^ slices[0][source[7]]);
     }
-    for (; length > 0; --length)
+    for (; length > 0; --length) {
         accum = step(accum, *source++);
+    }
     return accum;
 }
 
 std::uint32_t crc16::crc16_calculate(std::vector<std::uint8_t> source, bool rev) const {
-    if (rev)
+    if (rev) {
         std::reverse(source.begin(), source.end());
+    }
     return crc16_calculate(source.data(), static_cast<std::uint32_t>(source.size()));
 }
 

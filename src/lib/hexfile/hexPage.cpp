@@ -44,8 +44,9 @@ void hexpage::clear() {
 }
 
 void hexpage::addRegion(std::uint32_t startAddress, std::uint32_t endAddress, std::uint32_t blockSize) {
-    if (blockSize == 0)
+    if (blockSize == 0) {
         return;
+    }
     cur_rg = nullptr; // the regions may move
     cur_pg = nullptr;
     regions.push_back({startAddress, endAddress, blockSize, {}});
@@ -57,11 +58,13 @@ bool hexpage::parse(const std::string& fileName, bool rev) {
     mem_ptr = 0;
     dropped = 0;
     isInit = hexText::forEachLine(fileName, [this](std::string_view line) {
-        if (hexText::isRecord(line))
+        if (hexText::isRecord(line)) {
             parseLine(line);
+        }
     });
-    if (!isInit)
+    if (!isInit) {
         return false;
+    }
     finishPages(rev);
     cur_rg = nullptr;
     return true;
@@ -71,8 +74,9 @@ void hexpage::finishPages(bool rev) {
     const crc16 checker;
     for (MEMORY_REGION& region : regions) {
         for (MEMORY_PAGE& page : region.pages) {
-            if (cfg_pic24 && !page.data.empty() && page.data.size() < region.blockSize)
+            if (cfg_pic24 && !page.data.empty() && page.data.size() < region.blockSize) {
                 page.data.resize(region.blockSize, PADDING);
+            }
             page.checksum = checker.crc16_calculate(page.data, rev);
         }
     }
@@ -111,10 +115,11 @@ void hexpage::placeRecord(const DATA_RECORD& record) {
         return;
     }
     const std::uint32_t index = appendBytes(record, 0, pageSize);
-    if (index == record.count)
+    if (index == record.count) {
         markRecord(record, record.address);
-    else // the rest begins on an instruction boundary
+    } else { // the rest begins on an instruction boundary
         placeRest(record, isPhantom(index) ? index + 1 : index);
+    }
 }
 
 // Puts the bytes from `index` on, for which the record's own page has no room, into the page of their
@@ -143,8 +148,9 @@ std::uint32_t hexpage::appendBytes(const DATA_RECORD& record, std::uint32_t inde
     std::vector<std::uint8_t>& data = cur_pg->data;
     for (; index < record.count && data.size() < pageLimit; ++index) {
         const std::uint8_t byte = record.byte(index);
-        if (!isPhantom(index))
+        if (!isPhantom(index)) {
             data.push_back(byte);
+        }
     }
     return index;
 }
@@ -160,8 +166,9 @@ void hexpage::searchForSection(std::uint32_t address) {
     cur_rg = nullptr;
     cur_pg = nullptr;
     for (MEMORY_REGION& region : regions) {
-        if (address < region.startAddress || address >= region.endAddress)
+        if (address < region.startAddress || address >= region.endAddress) {
             continue;
+        }
         cur_rg = &region;
         // Pages have no gaps: the first that does not end below the address contains it.
         const auto page =
@@ -171,9 +178,9 @@ void hexpage::searchForSection(std::uint32_t address) {
             cur_pg = &*page;
             continue;
         }
-        do
+        do {
             newPage();
-        while (cur_pg->endAddress < address);
+        } while (cur_pg->endAddress < address);
     }
 }
 
@@ -198,8 +205,9 @@ void hexpage::newPage() {
 
 std::uint32_t hexpage::getTotalPages() const {
     std::size_t total = 0;
-    for (const MEMORY_REGION& region : regions)
+    for (const MEMORY_REGION& region : regions) {
         total += region.pages.size();
+    }
     return static_cast<std::uint32_t>(total);
 }
 
@@ -210,8 +218,9 @@ bool hexpage::walkReachesAllData() const {
         reached = reached && !region.pages.empty();
         const bool hasData = std::any_of(region.pages.begin(), region.pages.end(),
                                          [](const MEMORY_PAGE& page) { return !page.data.empty(); });
-        if (hasData && !reached)
+        if (hasData && !reached) {
             return false;
+        }
         anyData = anyData || hasData;
     }
     return anyData;
@@ -225,11 +234,13 @@ void hexpage::resetIterator() {
 // Ends at a region without pages, and does not skip it: intended. Whether that leaves data out is
 // walkReachesAllData()'s question.
 hexpage::MEMORY_PAGE* hexpage::getNextPage() {
-    if (region_ptr >= regions.size())
+    if (region_ptr >= regions.size()) {
         return nullptr;
+    }
     cur_rg = &regions[region_ptr];
-    if (mem_ptr >= cur_rg->pages.size())
+    if (mem_ptr >= cur_rg->pages.size()) {
         return nullptr;
+    }
     MEMORY_PAGE* const page = &cur_rg->pages[mem_ptr++];
     if (mem_ptr == cur_rg->pages.size()) {
         ++region_ptr;
@@ -243,18 +254,21 @@ void hexpage::print() {
         std::printf("--------------\nREGION START %x END %x BLOCKSIZE %x\n", region.startAddress,
                     region.endAddress, region.blockSize);
         unsigned index = 0;
-        for (const MEMORY_PAGE& page : region.pages)
+        for (const MEMORY_PAGE& page : region.pages) {
             std::printf("%u PAGE START %x END %x DATA %u\n", index++, page.startAddress, page.endAddress,
                         static_cast<unsigned>(page.data.size()));
+        }
     }
     cur_rg = nullptr;
 }
 
 void hexpage::print(std::uint32_t rg, std::uint32_t pg) {
-    if (rg < regions.size())
+    if (rg < regions.size()) {
         cur_rg = &regions[rg];
-    if (!cur_rg || pg >= cur_rg->pages.size())
+    }
+    if (!cur_rg || pg >= cur_rg->pages.size()) {
         return;
+    }
     cur_pg = &cur_rg->pages[pg];
     print(*cur_pg, cur_rg->blockSize);
 }
@@ -269,13 +283,16 @@ void hexpage::print(const MEMORY_PAGE& page, std::uint32_t /*blockSize*/) const 
 
     for (std::size_t word = 0; word * wordBytes < size; ++word) {
         const std::size_t first = word * wordBytes;
-        if (word % WORDS == 0)
+        if (word % WORDS == 0) {
             std::printf("%s%08x", word ? "\n" : "",
                         static_cast<unsigned>(page.startAddress + word * wordUnits));
+        }
         std::printf("        ");
-        for (std::size_t at = std::min(first + wordBytes, size); at > first; --at)
+        for (std::size_t at = std::min(first + wordBytes, size); at > first; --at) {
             std::printf("%02x", page.data[at - 1]);
+        }
     }
-    if (size > 0)
+    if (size > 0) {
         std::printf("\n");
+    }
 }

@@ -7,13 +7,15 @@
 
 hexrecords::hexrecords(const std::string& fileName) {
     isInit = hexText::forEachLine(fileName, [this](std::string_view line) {
-        if (hexText::isRecord(line))
+        if (hexText::isRecord(line)) {
             parseLine(line);
-        else
+        } else {
             std::puts("discarded line");
+        }
     });
-    if (!isInit)
+    if (!isInit) {
         records.clear();
+    }
 }
 
 hexrecords::HEX_RECORD* hexrecords::getNextRecord() {
@@ -30,7 +32,8 @@ void hexrecords::parseLine(std::string_view line) {
     record.address = hexText::convertHex(line.substr(hexText::ADDRESS, hexText::ADDRESS_DIGITS));
     record.checksum = hexText::byteAt(line, line.size() - 2);
     record.data.reserve((line.size() - hexText::DATA) / 2);
-    for (std::size_t position = hexText::DATA; position < line.size() - 3; position += 2)
+    for (std::size_t position = hexText::DATA; position < line.size() - 3; position += 2) {
         record.data.push_back(hexText::byteAt(line, position));
+    }
     records.push_back(std::move(record));
 }

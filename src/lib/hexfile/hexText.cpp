@@ -15,10 +15,12 @@ constexpr std::uint8_t NO_DIGIT = 0xFF; // also when combined with a digit by "o
 constexpr auto digitValues = [] {
     std::array<std::uint8_t, 256> values{};
     values.fill(NO_DIGIT);
-    for (std::uint8_t i = 0; i < 10; ++i)
+    for (std::uint8_t i = 0; i < 10; ++i) {
         values[std::size_t{'0'} + i] = i;
-    for (std::uint8_t i = 0; i < 6; ++i)
+    }
+    for (std::uint8_t i = 0; i < 6; ++i) {
         values[std::size_t{'a'} + i] = values[std::size_t{'A'} + i] = static_cast<std::uint8_t>(10 + i);
+    }
     return values;
 }();
 
@@ -49,8 +51,9 @@ std::size_t takeLines(std::string_view text, std::size_t searched,
 
 bool forEachLine(const std::string& fileName, const std::function<void(std::string_view)>& take) {
     std::ifstream file(fileName, std::ios::binary);
-    if (!file)
+    if (!file) {
         return false;
+    }
 
     std::string text; // begins with the part of a line that the previous block left
     while (file) {
@@ -60,10 +63,12 @@ bool forEachLine(const std::string& fileName, const std::function<void(std::stri
         text.resize(rest + static_cast<std::size_t>(file.gcount()));
         text.erase(0, takeLines(text, rest, take));
     }
-    if (file.bad())
+    if (file.bad()) {
         return false;
-    if (!text.empty())
+    }
+    if (!text.empty()) {
         take(text);
+    }
     return true;
 }
 
@@ -74,8 +79,9 @@ bool isRecord(std::string_view line) {
 std::uint32_t convertHex(std::string_view text) {
     std::uint32_t value = 0;
     std::size_t digits = 0;
-    for (; digits < text.size() && digitValue(text[digits]) != NO_DIGIT; ++digits)
+    for (; digits < text.size() && digitValue(text[digits]) != NO_DIGIT; ++digits) {
         value = value << 4 | digitValue(text[digits]);
+    }
 
     // A digit pair and "5\r", the end of every line of some files, need no stream.
     const bool plain = digits == text.size() || (digits > 0 && text[digits] != 'x' && text[digits] != 'X');
@@ -87,8 +93,9 @@ std::uint8_t byteAt(std::string_view line, std::size_t position) {
     if (text.size() == 2) {
         const unsigned high = digitValue(text[0]);
         const unsigned low = digitValue(text[1]);
-        if ((high | low) != NO_DIGIT)
+        if ((high | low) != NO_DIGIT) {
             return static_cast<std::uint8_t>(high << 4 | low);
+        }
     }
     return static_cast<std::uint8_t>(convertHex(text));
 }
