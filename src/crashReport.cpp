@@ -2,16 +2,13 @@
 
 #include "lib/functs.h"
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <execinfo.h>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <ucontext.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {

@@ -88,6 +88,6 @@ int main(int argc, char** argv) {
     } else {
         haltPanel(*core);
     }
-    core.reset(); // before the application, which its last signals would need
+    core.reset();
     return exitCode;
 }

@@ -12,7 +12,8 @@
 
 namespace {
 
-const std::string HEADER = std::string(48, '-') + "\nDetected Segmentation Fault in K+Main.  Program will Exit.\n" +
+const std::string HEADER = std::string(48, '-') +
+                           "\nDetected Segmentation Fault in K+Main.  Program will Exit.\n" +
                            std::string(48, '-') + "\n";
 const std::string BACKTRACE = std::string(20, '-') + "\nBacktrace: \n" + std::string(20, '-') + "\n";
 const std::string END = std::string(19, '-') + "\nUptime\n" + std::string(19, '-') + "\nMem Info\n" +
@@ -61,7 +62,8 @@ TEST(crashReport, EverySignalAndCode) {
         {SIGBUS, 1, "Found Bus Error (SIGBUS)", false, "invalid address alignment"},
         {SIGBUS, 3, "Found Bus Error (SIGBUS)", false, "object-specific hardware error"},
         {SIGFPE, 1, "Found Floating Point or Integer Exception (SIGFPE)", true, "integer divide by zero"},
-        {SIGFPE, 6, "Found Floating Point or Integer Exception (SIGFPE)", true, "floating-point inexact result"},
+        {SIGFPE, 6, "Found Floating Point or Integer Exception (SIGFPE)", true,
+         "floating-point inexact result"},
         {SIGFPE, 8, "Found Floating Point or Integer Exception (SIGFPE)", true, "subscript out of range"},
         {SIGSEGV, 1, "Found Segmentation Violation (SIGSEGV)", true, "address not mapped to object"},
         {SIGSEGV, 2, "Found Segmentation Violation (SIGSEGV)", true, "invalid permissions for mapped object"},
@@ -79,9 +81,9 @@ TEST(crashReport, EverySignalAndCode) {
             segfault_sigaction(row.signal, &info, &context);
         });
         const std::string line = row.line;
-        const std::string pattern = std::regex_replace(line, std::regex("[()]"), "\\$&") + "\n" +
-                                    (row.address ? ADDRESS : "") +
-                                    (row.codeLine != nullptr ? "Code: " + std::string(row.codeLine) + "\n" : "");
+        const std::string pattern =
+            std::regex_replace(line, std::regex("[()]"), "\\$&") + "\n" + (row.address ? ADDRESS : "") +
+            (row.codeLine != nullptr ? "Code: " + std::string(row.codeLine) + "\n" : "");
         EXPECT_TRUE(std::regex_match(cause(report), std::regex(pattern))) << pattern << "\n" << report;
         EXPECT_EQ(report.substr(report.size() - END.size() - 1), END + "\n");
         EXPECT_EQ(contents("/keldra/logs/crash.dump") + "\n", report); // the latest crash only
@@ -104,7 +106,8 @@ TEST(crashReport, RealFaults) {
         const char* cause;
         void (*crash)();
     } rows[] = {
-        {"Found Segmentation Violation (SIGSEGV)\nAddress: 0x[0-9a-f]+ from 0x[0-9a-f]+ -- Code: invalid permissions "
+        {"Found Segmentation Violation (SIGSEGV)\nAddress: 0x[0-9a-f]+ from 0x[0-9a-f]+ -- Code: invalid "
+         "permissions "
          "for mapped object\n",
          [] {
              auto* page = static_cast<volatile char*>(

@@ -52,7 +52,8 @@ protected:
     /** Runs the program until it ends by itself; its exit status. */
     int run(const std::string& arguments, const std::string& press) {
         configure();
-        const int status = std::system(("PRESS='" + press + "' " EMULATOR TESTS " --updater " + arguments + " > /tmp/out").c_str());
+        const int status = std::system(
+            ("PRESS='" + press + "' " EMULATOR TESTS " --updater " + arguments + " > /tmp/out").c_str());
         out = contents("/tmp/out");
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
@@ -78,7 +79,8 @@ TEST_F(mainTest, ResumesAndHalts) {
     EXPECT_EQ(contents("/tmp/commands"),
               "mount -o remount rw /\nmount -o remount ro /\nmount -o remount ro /keldra\nhalt\n");
     const std::vector<Frame> sent = bus.sent();
-    EXPECT_EQ(std::count(sent.begin(), sent.end(), RESTART_SYSTEM), 4); // the link has stopped listening by then
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), RESTART_SYSTEM),
+              4); // the link has stopped listening by then
     EXPECT_FALSE(shell("ls /keldra/tmp/keldra_update*"));
 }
 
@@ -118,7 +120,7 @@ TEST_F(mainTest, CanBeClosedWithoutASerialPort) {
 /** Starts of the program itself, ten at a time, each on a bus of its own that answers at once. */
 TEST_F(mainTest, AutoNeverLosesItsResumeFlag) {
     constexpr int AT_ONCE = 10;
-    constexpr int LINE = 9; // descriptor of the serial line in each process
+    constexpr int LINE = 9;                                  // descriptor of the serial line in each process
     const char* const wanted = std::getenv("KELDRA_STARTS"); // 100 for the whole campaign
     leaveUnpacked();
     configuration += "up_mbus = /proc/self/fd/" + std::to_string(LINE) + "\n";

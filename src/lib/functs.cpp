@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <dirent.h>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace {
@@ -130,11 +130,11 @@ bool functs::removeFile(std::string filename) {
 
 std::string functs::getFileContents(std::string fileName) {
     std::ifstream in(fileName);
-    std::string text;
-    if (!in || isDirectory(fileName)) {
-        return text;
+    std::ostringstream contents;
+    if (in.peek() != std::ifstream::traits_type::eof()) { // which is also what a directory reads as
+        contents << in.rdbuf();                           // up to a read error, should there be one
     }
-    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::string text = contents.str();
     if (!text.empty() && text.back() != '\n') {
         text += '\n';
     }

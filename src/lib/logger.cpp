@@ -76,8 +76,10 @@ void logger::log_file_process() {
     lockWrite = true;
     const std::string staging = STAGING_DIR + logFile;
     const std::string base = logPath + logFile;
-    if (fnts.isFile(staging) && fnts.copyFile(staging, base, false, true)) {
-        fnts.removeFile(staging);
+    const std::int32_t before = fnts.getFileSize(base);
+    if (fnts.isFile(staging) && fnts.copyFile(staging, base, false, true) &&
+        fnts.getFileSize(base) - before == fnts.getFileSize(staging)) {
+        fnts.removeFile(staging); // else, on a full card, the lines wait for the next run's save
     }
     if (checkSize(logFile)) {
         if (canRotate) {

@@ -12,7 +12,7 @@ using namespace busProtocol;
 
 namespace {
 
-constexpr int READ_AT_ONCE = 3;          // bytes; small, so that a short reply is not held back
+constexpr int READ_AT_ONCE = 3;          // bytes at most; small, so that a short reply is not held back
 constexpr std::uint32_t SCAN_ABOVE = 10; // bytes buffered before frames are searched
 constexpr int VMIN_BYTES = 100;
 constexpr int VTIME_TENTHS = 1;
@@ -59,7 +59,8 @@ std::string serialText(const std::uint8_t* bytes) {
 } // namespace
 
 ProcBusThread::ProcBusThread(updateCore* core)
-    : UARTREAD(new std::uint8_t[READ_SIZE]()),
+    : readSize(READ_AT_ONCE),
+      UARTREAD(new std::uint8_t[READ_SIZE]()),
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
       UARTTXBUF(new std::uint8_t[TX_SIZE]()),
       sys(core) {
@@ -103,7 +104,7 @@ void ProcBusThread::run() {
     while (!haltThread) {
         // With a port that never opened this spins, but each round is a place to be terminated at.
         const int count = termination::allowDuring(
-            [this] { return reopening ? -1 : sPort.uart_read(UARTREAD.get(), READ_AT_ONCE); });
+            [this] { return reopening ? -1 : sPort.uart_read(UARTREAD.get(), readSize); });
         if (count > 0) {
             take(UARTREAD.get(), static_cast<std::uint32_t>(count));
         }
@@ -160,6 +161,8 @@ void ProcBusThread::scanBuffer() {
     }
     std::memmove(UARTRXBUF.get(), buffer + consumed, rxPtr - consumed);
     rxPtr -= consumed;
+    // The next read ends with the CRC: a reply is filed while its closing bytes are still on the wire.
+    readSize = msg.stage == CRC_HIGH ? 1 : msg.stage == CRC_LOW ? 2 : READ_AT_ONCE;
 }
 
 /** Checks the frame whose last CRC byte stands at index `last` of the buffer, and passes it on. */

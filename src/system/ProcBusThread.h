@@ -53,7 +53,7 @@ public:
     void checkStop();
     /**
      * Closes the port, restarts the thread and opens the port again; the new thread's first reads find the
-     * port closed. Blocks for 20 ms or until the old thread is gone.
+     * port closed. Blocks until the old thread is gone.
      */
     void reload_uart();
     void setBuffSize(std::uint8_t n);
@@ -83,6 +83,7 @@ private:
     [[maybe_unused]] std::uint8_t rxBuffSize =
         14;                  ///< set by the dialogues; the receive loop finds frames without it
     std::uint32_t rxPtr = 0; ///< bytes held in UARTRXBUF
+    int readSize;            ///< bytes that the next read asks for
     std::unique_ptr<std::uint8_t[]> UARTREAD;
     std::unique_ptr<std::uint8_t[]> UARTRXBUF;
     std::unique_ptr<std::uint8_t[]> UARTTXBUF;

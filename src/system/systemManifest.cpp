@@ -45,16 +45,12 @@ bool updateCore::loadSystemManifest() {
 bool updateCore::saveSystemManifest() {
     rapidjson::StringBuffer text;
     rapidjson::Writer<rapidjson::StringBuffer> writer(text);
-    const auto member = [&writer](const char* key, const std::string& version) {
-        writer.Key(key);
-        writer.String(version.data(), static_cast<rapidjson::SizeType>(version.size()));
-    };
     writer.StartObject();
-    member("kernel", core.kernel.swVersion);
-    member("rootfs", core.rootfs.swVersion);
-    member("updater", core.updater.swVersion);
-    member("gui", core.gui.swVersion);
-    member("drivers", core.drivers.swVersion);
+    for (const HOST_ITEM& entry : hostItems()) {
+        const std::string version = entry.item->swVersion;
+        writer.Key(entry.name);
+        writer.String(version.data(), static_cast<rapidjson::SizeType>(version.size()));
+    }
     writer.EndObject();
 
     functs f;
@@ -66,5 +62,9 @@ bool updateCore::saveSystemManifest() {
         f.removeFile(temporary); // a full card: the old manifest stays
         return false;
     }
-    return std::rename(temporary.c_str(), path.c_str()) == 0 && flush(rootPath + "/config");
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        f.removeFile(temporary);
+        return false;
+    }
+    return flush(rootPath + "/config");
 }

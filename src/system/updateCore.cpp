@@ -14,6 +14,7 @@ namespace {
 
 const char* const CONFIG_FILE = "/keldra/config/vx3.cfg";
 constexpr unsigned long CANCEL_WAIT_MS = 2000;
+constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
 
 constexpr struct {
     updateCore::MODULE updateCore::*module;
@@ -71,9 +72,17 @@ void updateCore::setUpItems() {
         resetInitModule(&(this->*entry.module), entry.resetAfterUpdate);
         (this->*entry.module).base.id = entry.address;
     }
-    for (BASE_ITEM* item : {&core.drivers, &core.gui, &core.kernel, &core.rootfs, &core.updater}) {
-        resetInitBase(item);
+    for (const HOST_ITEM& entry : hostItems()) {
+        resetInitBase(entry.item);
     }
+}
+
+std::array<updateCore::HOST_ITEM, 5> updateCore::hostItems() {
+    return {{{"kernel", &core.kernel},
+             {"rootfs", &core.rootfs},
+             {"updater", &core.updater},
+             {"gui", &core.gui},
+             {"drivers", &core.drivers}}};
 }
 
 /** Returns the log's size limit. */
@@ -113,8 +122,8 @@ void updateCore::clearUpdateItems() {
     for (const auto& entry : MODULES) {
         (this->*entry.module).base.update.items.clear();
     }
-    for (BASE_ITEM* item : {&core.kernel, &core.rootfs, &core.updater, &core.gui, &core.drivers}) {
-        item->update.items.clear();
+    for (const HOST_ITEM& entry : hostItems()) {
+        entry.item->update.items.clear();
     }
 }
 
@@ -188,12 +197,14 @@ void updateCore::loadConfiguration(bool reload) {
     cancel = false; // of an earlier run: the loader's requests look at it, too
     resumeUpdate = reload;
     load->setCore(this);
+    load->wait(THREAD_END_MS); // start() on a thread that still ends would be ignored
     load->start();
 }
 
 void updateCore::startUpdate() {
     cancel = false;
     running = true;
+    wait(THREAD_END_MS);
     start();
 }
 

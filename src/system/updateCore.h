@@ -6,6 +6,7 @@
 
 #include <QString>
 #include <QThread>
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -49,11 +50,18 @@ public:
         sharedText swVersion;       ///< installed version: system manifest, or reported by the module
         shared<std::uint8_t> hwRev; ///< hardware revision: selects the entry of `update.items`
         std::uint8_t id = 0;        ///< bus address; 0 for host items
+        bool unfinished = false;    ///< its programming broke off: update it whatever version it reports
         shared<bool> isAccurate;    ///< the installed version is known for certain
         struct {
             std::vector<UPDATE_ITEM> items; ///< what the package offers, indexed by hardware revision
             bool resetAfterUpdate = false;  ///< restart the module after programming
         } update;
+    };
+
+    /** A host item under its name in both manifests. */
+    struct HOST_ITEM {
+        const char* name;
+        BASE_ITEM* item;
     };
 
     /** One bus module; the link thread writes all but the package's list. */
@@ -145,6 +153,8 @@ public:
     void dropUnpackedManifest();
     void resetInitModule(MODULE* m, bool resetAfter);
     void resetInitBase(BASE_ITEM* b);
+    /** The host items, in the order in which the system manifest lists them. */
+    std::array<HOST_ITEM, 5> hostItems();
     /** Empties every item's list, so that two packages never mix. Loader thread. */
     void clearUpdateItems();
 

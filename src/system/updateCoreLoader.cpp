@@ -91,10 +91,11 @@ bool updateCoreLoad::loadPackage() {
     }
     awaitStartMode();
     const bool resume = core->resumeUpdate && f.isFile(MANIFEST) && !f.isFile(UNPACKING);
-    if (!resume && !(fetchPackage() && unpackPackage())) {
+    const auto goOn = [this] { return !core->cancel; }; // the program may be closed meanwhile
+    if (!resume && !(goOn() && fetchPackage() && goOn() && unpackPackage())) {
         return false;
     }
-    return readManifest() && prepareSystem();
+    return goOn() && readManifest() && goOn() && prepareSystem();
 }
 
 /** Says what failed, to the operator and to the log. */
@@ -106,7 +107,10 @@ bool updateCoreLoad::fail(const char* shown, const char* logged) {
 
 bool updateCoreLoad::switchToUpdateMode() {
     serialBootload sender(core);
-    return sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE) ||
+    if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
+        return true;
+    }
+    return !core->cancel &&
            fail("Could not switch system to update mode", "Could not switch system to update mode");
 }
 

@@ -139,7 +139,8 @@ std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::stri
         if (items.empty()) {
             return action::NOMODULE; // a module that the package has nothing for: passed over without a word
         }
-        const std::string version = item->hwRev < items.size() ? items[item->hwRev].version : "";
+        const std::uint8_t revision = item->hwRev;
+        const std::string version = revision < items.size() ? items[revision].version : "";
         report("Updating " + name + ": " + item->swVersion.get() + " -> " + version);
         const stopwatch operation;
         if (!act->run()) {

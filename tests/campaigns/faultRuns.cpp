@@ -25,7 +25,7 @@ const char* const USAGE = R"(usage: fault-runs MODE [options]
   --runs N       seeds (of each case of a script) (50)
   --seed N       the first seed (1)
   --case N       only this case of the script
-  --jobs N       so many runs at a time (16)
+  --jobs N       so many runs at a time (24)
   --keep DIR     leaves log, traces and dumps of each run there
 Exit status 1 when a run ended otherwise than as it may.
 )";
@@ -39,7 +39,7 @@ struct Options {
     std::uint64_t runs = 50;
     std::uint64_t seed = 1;
     std::size_t onlyCase = 0; ///< counted from 1; 0 for all
-    unsigned jobs = 16;
+    unsigned jobs = 24;
     std::string keep;
     bool inside = false; ///< in the sandbox, for a single run
 };

@@ -5,11 +5,9 @@
 #include <QCoreApplication>
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <mutex>
 #include <spawn.h>
 #include <sstream>
 #include <stdexcept>

@@ -39,5 +39,8 @@ struct Result {
 
 std::uint8_t addressOf(const std::string& module);
 
-/** `simulator` is the program. Leaves the run's traces in `/tmp`. Throws only what the set-up throws. */
+/**
+ * `simulator` is the program. Leaves the trace, the report and the dumps in "/tmp" and the log in
+ * "/keldra/logs". Throws std::exception when it could not even begin.
+ */
 Result runPanel(const Plan& plan, const std::string& simulator);

@@ -41,16 +41,13 @@ protected:
     uart line;
 };
 
-TEST_F(uartTest, EveryRateOfTheTableIsSet) {
+TEST_F(uartTest, SetsTheRate) {
     ASSERT_TRUE(line.uart_open(port));
     const struct {
         int baud;
         speed_t speed;
-    } rows[] = {{50, B50},         {75, B75},         {110, B110},       {134, B134},       {150, B150},
-                {200, B200},       {300, B300},       {600, B600},       {1200, B1200},     {1800, B1800},
-                {2400, B2400},     {4800, B4800},     {9600, B9600},     {19200, B19200},   {38400, B38400},
-                {57600, B57600},   {115200, B115200}, {230400, B230400}, {460800, B460800}, {576000, B576000},
-                {921600, B921600}, {0, B0}};
+    } rows[] = {{50, B50},         {134, B134},       {9600, B9600}, {115200, B115200},
+                {576000, B576000}, {921600, B921600}, {0, B0}};
     for (const auto& row : rows) {
         EXPECT_TRUE(line.uart_set_options(row.baud, 100, 1, false)) << row.baud;
         const termios now = settings();
@@ -106,7 +103,8 @@ TEST_F(uartTest, ResultsOfABrokenPort) {
     EXPECT_FALSE(line.uart_write(&byte, 1) || line.uart_write(std::string("a")));
     ASSERT_TRUE(line.uart_open("/dev/full"));
     EXPECT_FALSE(line.uart_set_options(115200, 100, 1, false)); // no line
-    EXPECT_TRUE(line.uart_write(&byte, 1) && line.uart_write(std::string("a"))); // a failed write counts as done
+    EXPECT_TRUE(line.uart_write(&byte, 1) &&
+                line.uart_write(std::string("a"))); // a failed write counts as done
 }
 
 } // namespace

@@ -16,11 +16,11 @@ const std::vector<LAYOUT>& layouts() {
     static const LAYOUT::REGION overlapping{0x800, 0x1800, 0x600};
     static const LAYOUT::REGION tiny{0x20, 0x40, 1};
     static const std::vector<LAYOUT> all = {
-        flashLayouts::stm32("", true),
-        flashLayouts::pic24New("", true),
-        flashLayouts::pic24New("", false),
-        flashLayouts::pic24Old(""),
-        flashLayouts::pic32(""),
+        flashLayouts::stm32(true),
+        flashLayouts::pic24New(true),
+        flashLayouts::pic24New(false),
+        flashLayouts::pic24Old(),
+        flashLayouts::pic32(),
         {"", {{0, 0x1000, 0x400}, overlapping, tiny, top}, false, false, false, true},
         {"", {tiny, overlapping, top}, true, false, false, true},
     };

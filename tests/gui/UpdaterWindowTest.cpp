@@ -7,9 +7,6 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QtTest/QtTest>
-#include <filesystem>
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -36,7 +33,8 @@ protected:
     std::string buttons() const {
         std::string states;
         for (const QPushButton* button : window->findChildren<QPushButton*>()) {
-            states += (states.empty() ? "" : " ") + button->text().toStdString() + (button->isEnabled() ? "+" : "-");
+            states += (states.empty() ? "" : " ") + button->text().toStdString() +
+                      (button->isEnabled() ? "+" : "-");
         }
         return states;
     }
@@ -84,7 +82,7 @@ TEST_F(UpdaterWindowTest, TheWholeStory) {
     EXPECT_FALSE(halted);
     press("Close");
     EXPECT_TRUE(halted);
-    EXPECT_FALSE(core->reboot || fs::exists("/keldra/tmp/keldra_update"));
+    EXPECT_FALSE(core->reboot || shell("ls /keldra/tmp/keldra_update*"));
 }
 
 TEST_F(UpdaterWindowTest, AFailedUpdateCanBeStartedAgain) {
@@ -130,11 +128,11 @@ TEST_F(UpdaterWindowTest, AResumedUpdateStartsByItself) {
     unpacked("kernel.img", "image");
     unpacked("update.manifest", MANIFEST);
     shell("cd /keldra/tmp/keldra_update && sha1sum update.manifest > update.manifest.sha");
+    start();
     bus.autoAnswer([this](const Frame& request) {
         core->resumeUpdate = true; // what the program entry does
         return Bus::noModules(request);
     });
-    start();
     core->forceUpdate = true;
     window = std::make_unique<UpdaterWindow>(qApp, core.get());
     window->show();

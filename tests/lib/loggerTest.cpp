@@ -76,7 +76,8 @@ TEST_F(loggerTest, StagesUntilTheEndAndCarriesAnEarlierRunOver) {
         EXPECT_EQ(contents(LOG), "old\r\n");
         EXPECT_TRUE(log->logFileExists("test.log"));
     }
-    EXPECT_TRUE(matches(contents(LOG), "old\r\nfrom a run that died\r\n.*: mine\r\n.*: Saving Log: test.log\r\n"))
+    EXPECT_TRUE(
+        matches(contents(LOG), "old\r\nfrom a run that died\r\n.*: mine\r\n.*: Saving Log: test.log\r\n"))
         << contents(LOG);
     EXPECT_FALSE(fs::exists(STAGING));
 }

@@ -28,7 +28,8 @@ Bytes hex(const std::string& text);
 // Messages to the panel.
 Frame reply(std::uint8_t status, std::uint16_t row, std::uint8_t module);
 /** `kind` is the processor; `version` "1.2.3" travels third number first. */
-Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& version, std::uint8_t hwRev = 0);
+Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& version,
+                     std::uint8_t hwRev = 0);
 
 // Requests of the panel.
 const Frame ENTER_UPDATE_MODE{16, {2, 0x37}};
@@ -57,7 +58,9 @@ public:
     void feed(const Frame& frame) { feed(encode(frame)); }
     void feed(const Bytes& bytes);
     /** A bootloader's reply (message 3). */
-    void answer(std::uint8_t status, std::uint16_t row, std::uint8_t module) { feed(reply(status, row, module)); }
+    void answer(std::uint8_t status, std::uint16_t row, std::uint8_t module) {
+        feed(reply(status, row, module));
+    }
     /** From now on each request is answered with the frames that the rule returns (on the bus's thread). */
     void autoAnswer(Rule rule);
 

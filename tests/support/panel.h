@@ -27,8 +27,8 @@ int processes(const std::string& name);
 bool holds(const Texts& texts, const std::string& part);
 
 /**
- * A freshly installed panel: its files, a bus on its serial port, an empty stick, and its core once start()ed.
- * Needs the private file system that tests/in-sandbox gives.
+ * A freshly installed panel: its files, a bus on its serial port, an empty stick, and its core once
+ * start()ed. Needs the private file system that tests/in-sandbox gives.
  */
 class Panel : public testing::Test {
 protected:

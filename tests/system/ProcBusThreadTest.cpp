@@ -28,7 +28,8 @@ protected:
     bool takenIn() {
         ++marker;
         bus.feed({22, {3, 0, 0, 0, 0, 0, 0, marker, 0, 0, 0}});
-        return awaitThat([this] { return core->cy1.base.swVersion.get() == "0.0." + std::to_string(marker); });
+        return awaitThat(
+            [this] { return core->cy1.base.swVersion.get() == "0.0." + std::to_string(marker); });
     }
     std::uint8_t marker = 0;
 };
@@ -43,12 +44,16 @@ TEST_F(ProcBusThreadTest, FramesAsSent) {
         {"restart of the system", {16, {2, 0x21}}, "4B 2B 4D 42 10 02 02 21 2E 4F 0D 0A"},
         {"enter bootloader", {16, {13, ','}}, "4B 2B 4D 42 10 02 0D 2C BD 8E 0D 0A"},
         {"request status", {1, {13, 3}}, "4B 2B 4D 42 01 02 0D 03 30 5B 0D 0A"},
-        {"start of page, 16 bits", {1, {7, 1, 18, 52, 6, 0}}, "4B 2B 4D 42 01 06 07 01 12 34 06 00 0C 29 0D 0A"},
+        {"start of page, 16 bits",
+         {1, {7, 1, 18, 52, 6, 0}},
+         "4B 2B 4D 42 01 06 07 01 12 34 06 00 0C 29 0D 0A"},
         {"start of page, 32 bits",
          {1, {16, 1, 16, 0, 8, 0, 0, 8}},
          "4B 2B 4D 42 01 08 10 01 10 00 08 00 00 08 A4 AA 0D 0A"},
         {"write page", {1, {9, 4}}, "4B 2B 4D 42 01 02 09 04 13 E7 0D 0A"},
-        {"erase blocks", {1, {8, 5, 128, 0, 3, 0, 1, 8}}, "4B 2B 4D 42 01 08 08 05 80 00 03 00 01 08 86 AB 0D 0A"},
+        {"erase blocks",
+         {1, {8, 5, 128, 0, 3, 0, 1, 8}},
+         "4B 2B 4D 42 01 08 08 05 80 00 03 00 01 08 86 AB 0D 0A"},
         {"erase all", {1, {2, 6, 0, 0, 0, 0, 0, 0}}, "4B 2B 4D 42 01 08 02 06 00 00 00 00 00 00 BD 1F 0D 0A"},
         {"reset", {1, {2}}, "4B 2B 4D 42 01 01 02 B2 C1 0D 0A"},
         {"row 250", {2, {250, 1, 2, 3, 4, 5, 6, 7}}, "4B 2B 4D 42 02 08 FA 01 02 03 04 05 06 07 7C CB 0D 0A"},
@@ -139,7 +144,8 @@ TEST_F(ProcBusThreadTest, ReportsFramesWhoseChecksumIsWrong) {
         Bytes bytes;
         const char* line;
     } rows[] = {
-        {hex("4B 2B 4D 42 03 04 00 01 00 07 18 C3 0D 0A"), "CRC ERR: 3 4 (c318 vs c317) 24 195 11 - 0 1 0 7 \n"},
+        {hex("4B 2B 4D 42 03 04 00 01 00 07 18 C3 0D 0A"),
+         "CRC ERR: 3 4 (c318 vs c317) 24 195 11 - 0 1 0 7 \n"},
         {hex("4B 2B 4D 42 09 00 FF FF 0D 0A 00"), "CRC ERR: 9 0 (dff vs ffff) 255 13 8 - \n"}, // no payload
     };
     for (const auto& row : rows) {

@@ -36,7 +36,8 @@ TEST_F(systemManifestTest, Loads) {
     } rows[] = {
         {"all", R"({"kernel":"1","rootfs":"2","updater":"3","gui":"4","drivers":"5"})", "1,2,3,4,5", nullptr},
         {"some, at any depth", R"({"gui":"4", "x":{"kernel":["1", "2"]}})", "2,0,0,4,0", nullptr},
-        {"numbers and unknown names", R"({"kernel":1,"gui":true,"Kernel":"1","kernels":"1"})", "0,0,0,0,0", nullptr},
+        {"numbers and unknown names", R"({"kernel":1,"gui":true,"Kernel":"1","kernels":"1"})", "0,0,0,0,0",
+         nullptr},
         {"escapes", R"({"kernel":"a\"\u00e4"})", "a\"\xC3\xA4,0,0,0,0", nullptr},
         {"empty file", "", "0,0,0,0,0", "[Error]: No system manifest"},
         {"8 characters and the line end", R"({"gu":1})", "0,0,0,0,0", "[Error]: No system manifest"},
@@ -45,7 +46,8 @@ TEST_F(systemManifestTest, Loads) {
         {"text behind it", R"({"kernel":"1"} x)", "1,0,0,0,0", "[Error]: Could not load system manifest"},
         {"a zero byte", std::string("{\"kernel\":\"1\"}\0\"x\"", 18), "0,0,0,0,0",
          "[Error]: Could not load system manifest"},
-        {"nested very deeply", std::string(200'000, '['), "0,0,0,0,0", "[Error]: Could not load system manifest"},
+        {"nested very deeply", std::string(200'000, '['), "0,0,0,0,0",
+         "[Error]: Could not load system manifest"},
     };
     for (const auto& row : rows) {
         put(MANIFEST, row.text);

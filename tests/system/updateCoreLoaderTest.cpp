@@ -41,7 +41,8 @@ TEST_F(updateCoreLoaderTest, LoadsAPackage) {
     EXPECT_EQ(bus.sent(), std::vector<Frame>{ENTER_UPDATE_MODE});
     EXPECT_EQ(contents("/keldra/tmp/keldra_update/kernel.img"), "image");
     EXPECT_EQ(fs::status("/keldra/tmp/keldra_update/kernel.img").permissions(), static_cast<fs::perms>(0755));
-    EXPECT_FALSE(fs::exists("/keldra/tmp/keldra_update/left.over") || fs::exists("/keldra/tmp/keldra_update.old"));
+    EXPECT_FALSE(fs::exists("/keldra/tmp/keldra_update/left.over") ||
+                 fs::exists("/keldra/tmp/keldra_update.old"));
     EXPECT_FALSE(fs::exists("/mnt/usb/keldra_update.tgz")); // the stick may be pulled
     bus.answer(0, 77, 7);
     EXPECT_TRUE(awaitThat([this] { return core->bootloader.page == 77U; })); // the port is open again
@@ -50,9 +51,9 @@ TEST_F(updateCoreLoaderTest, LoadsAPackage) {
 TEST_F(updateCoreLoaderTest, EveryFailureIsShownLoggedAndReported) {
     const struct {
         std::string manifest;
-        const char* spoil;   ///< in the tree, before it is packed
+        const char* spoil;    ///< in the tree, before it is packed
         const char* sabotage; ///< afterwards
-        const char* standIn; ///< program that fails
+        const char* standIn;  ///< program that fails
         const char* shown;
         const char* logged;
     } rows[] = {
@@ -60,12 +61,14 @@ TEST_F(updateCoreLoaderTest, EveryFailureIsShownLoggedAndReported) {
          "[Warning]: No update file found"},
         {MANIFEST, ":", "echo >> /mnt/usb/keldra_update.tgz", nullptr, "Updater file corrupted!",
          "[Error]: Update file corrupted"},
-        {MANIFEST, ":", "rm /mnt/usb/*.sha", nullptr, "Updater file corrupted!", "[Error]: Update file corrupted"},
+        {MANIFEST, ":", "rm /mnt/usb/*.sha", nullptr, "Updater file corrupted!",
+         "[Error]: Update file corrupted"},
         {MANIFEST, ":", "mkdir /keldra/tmp/keldra_update", "rm", "Internal Error",
          "[Error]: Could not flush temp directory"},
         {MANIFEST, ":", "touch /keldra/tmp/keldra_update", "rm", "Internal Error",
          "[Error]: Could not create temp directory"},
-        {MANIFEST, ":", "cd /mnt/usb; echo x > keldra_update.tgz; sha1sum keldra_update.tgz > keldra_update.tgz.sha",
+        {MANIFEST, ":",
+         "cd /mnt/usb; echo x > keldra_update.tgz; sha1sum keldra_update.tgz > keldra_update.tgz.sha",
          nullptr, "Internal Error", "[Error]: Could not untar archieve"},
         {MANIFEST, "echo >> update.manifest", ":", nullptr, "Updater file corrupted!",
          "[Error]: Updater manifest is corrupt"},
@@ -101,7 +104,8 @@ TEST_F(updateCoreLoaderTest, ASilentBusEndsTheLoad) {
     start();
     core->loadConfiguration(false);
     settle();
-    EXPECT_EQ(events, (Texts{"Loading Update File....", "Could not switch system to update mode", "loaded 1"}));
+    EXPECT_EQ(events,
+              (Texts{"Loading Update File....", "Could not switch system to update mode", "loaded 1"}));
     EXPECT_TRUE(holds(logged(), "[Error]: Could not switch system to update mode"));
     EXPECT_TRUE(fs::exists("/mnt/usb/keldra_update.tgz"));
 }

@@ -3,10 +3,6 @@
 #include "lib/ConfigFile.h"
 #include "support/panel.h"
 
-#include <filesystem>
-
-namespace fs = std::filesystem;
-
 namespace {
 
 using updateCoreTest = Panel;
@@ -65,9 +61,9 @@ TEST_F(updateCoreTest, ModuleTable) {
         int address;
         bool reset;
     } rows[] = {
-        {core->cy1, 0, true},     {core->cy2, 0, true},   {core->cy3, 0, true},  {core->cy4, 0, true},
-        {core->master, 7, false}, {core->motor, 8, true}, {core->ctrl, 2, true}, {core->s1, 9, true},
-        {core->s2, 10, true},     {core->s3, 11, true},   {core->s4, 12, true},  {core->mf1, 13, true},
+        {core->cy1, 0, true},     {core->cy2, 0, true},   {core->cy3, 0, true},   {core->cy4, 0, true},
+        {core->master, 7, false}, {core->motor, 8, true}, {core->ctrl, 2, true},  {core->s1, 9, true},
+        {core->s2, 10, true},     {core->s3, 11, true},   {core->s4, 12, true},   {core->mf1, 13, true},
         {core->mf2, 14, true},    {core->mf3, 15, true},  {core->arts, 16, true},
     };
     for (const auto& row : rows) {
@@ -75,24 +71,6 @@ TEST_F(updateCoreTest, ModuleTable) {
         EXPECT_EQ(row.module.base.update.resetAfterUpdate, row.reset) << row.address;
         EXPECT_FALSE(row.module.available) << row.address;
     }
-}
-
-TEST_F(updateCoreTest, AResetModuleKeepsItsSerialAndVersion) {
-    start();
-    updateCore::MODULE& module = core->mf1;
-    module.available = module.lostCom = true;
-    module.mode = 7;
-    module.serial = std::string("serial");
-    module.base.swVersion = std::string("1.0");
-    module.base.hwRev = 3;
-    module.base.isAccurate = true;
-    module.base.update.items.resize(2);
-    core->resetInitModule(&module, false);
-    EXPECT_FALSE(module.available || module.lostCom || module.base.isAccurate ||
-                 module.base.update.resetAfterUpdate);
-    EXPECT_EQ(module.mode + module.base.hwRev + module.base.id, 0);
-    EXPECT_TRUE(module.base.update.items.empty());
-    EXPECT_EQ(module.serial.get() + module.base.swVersion.get(), "serial1.0");
 }
 
 TEST_F(updateCoreTest, ARequestStartsWithAnEmptyReply) {
@@ -105,17 +83,6 @@ TEST_F(updateCoreTest, ARequestStartsWithAnEmptyReply) {
     EXPECT_EQ(core->bootloader.page, 0xFFFFU);
     EXPECT_EQ(core->bootloader.status, 0);
     EXPECT_EQ(core->bootloader.moduleReported, -1);
-}
-
-TEST_F(updateCoreTest, RemovesThePackageAndNothingElse) {
-    start();
-    unpacked("tree/.hidden/file", "");
-    put("/keldra/tmp/keldra_update.tgz", "");
-    put("/keldra/tmp/keldra_update.tgz.sha", "");
-    put("/keldra/tmp/other", "");
-    core->removeUpdateFiles();
-    EXPECT_TRUE(fs::exists("/keldra/tmp/other"));
-    EXPECT_EQ(std::distance(fs::directory_iterator("/keldra/tmp"), fs::directory_iterator()), 1);
 }
 
 TEST_F(updateCoreTest, CancelWithoutARunAnswersAtOnce) {
@@ -142,7 +109,8 @@ TEST_F(updateCoreTest, TheHaltMessageSurvivesASilentBusAfterTheLinkHasStopped) {
         }
         ASSERT_TRUE(bus.awaitSent(before + expected.size()));
         const std::vector<Frame> sent = bus.sent();
-        EXPECT_EQ(std::vector<Frame>(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end()), expected);
+        EXPECT_EQ(std::vector<Frame>(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end()),
+                  expected);
         core.reset();
     }
 }

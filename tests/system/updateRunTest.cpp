@@ -8,9 +8,17 @@ namespace fs = std::filesystem;
 namespace {
 
 const Texts BEGIN = {"Starting Update...", "Switching System to Bootload Mode..."};
-const char* const MODULES[] = {"MultiFunction #1", "MultiFunction #2", "MultiFunction #3", "ARTS Sensor",
-                               "Secondary #1",     "Secondary #2",     "Secondary #3",     "Secondary #4",
-                               "Motor",            "Primary",          "CTRL"};
+const char* const MODULES[] = {"MultiFunction #1",
+                               "MultiFunction #2",
+                               "MultiFunction #3",
+                               "ARTS Sensor",
+                               "Secondary #1",
+                               "Secondary #2",
+                               "Secondary #3",
+                               "Secondary #4",
+                               "Motor",
+                               "Primary",
+                               "CTRL"};
 
 void add(Texts& events, const Texts& more) {
     events.insert(events.end(), more.begin(), more.end());
@@ -25,7 +33,8 @@ protected:
         start();
         bus.autoAnswer(Bus::noModules);
     }
-    void offer(updateCore::BASE_ITEM& item, const std::string& name, const std::string& text, unsigned mode = 0644) {
+    void offer(updateCore::BASE_ITEM& item, const std::string& name, const std::string& text,
+               unsigned mode = 0644) {
         unpacked(name, text, mode);
         item.swVersion = std::string("1.0");
         item.update.items = {{name, "2.0"}};
@@ -66,7 +75,8 @@ TEST_F(updateRunTest, VisitsEverythingInOrder) {
     EXPECT_TRUE(holds({out}, "Length of Operation: 0.") && holds({out}, "Bootload Total Length: "));
     std::vector<int> asked; // into their bootloaders
     for (const Frame& frame : bus.sent()) {
-        if (frame.id == 16 && frame.payload[1] == ENTER_BOOTLOADER && (asked.empty() || asked.back() != frame.payload[0])) {
+        if (frame.id == 16 && frame.payload[1] == ENTER_BOOTLOADER &&
+            (asked.empty() || asked.back() != frame.payload[0])) {
             asked.push_back(frame.payload[0]);
         }
     }
@@ -149,9 +159,17 @@ TEST_F(updateRunTest, EveryAnswerOfAnAction) {
         {"absent", action::NOMODULE, true, 1, action::NOMODULE, checked("X", "not found")},
         {"equal", action::NOUPDATE, true, 1, action::NOUPDATE, checked("X", "up-to-date")},
         {"check failed", action::UPERROR, true, 1, action::UPERROR, {"Checking X for update", "tick 6"}},
-        {"updated", action::GOUPDATE, true, 1, action::GOUPDATE,
+        {"updated",
+         action::GOUPDATE,
+         true,
+         1,
+         action::GOUPDATE,
          {"Checking X for update", "Updating X: 1.0 -> 2.0", "tick 6"}},
-        {"failed", action::GOUPDATE, false, 1, action::UPERROR,
+        {"failed",
+         action::GOUPDATE,
+         false,
+         1,
+         action::UPERROR,
          {"Checking X for update", "Updating X: 1.0 -> 2.0", "done 0"}},
         {"nothing in the package", action::GOUPDATE, true, 0, action::NOMODULE, {"Checking X for update"}},
     };

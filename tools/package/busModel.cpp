@@ -122,16 +122,19 @@ BusCost costOfImage(const std::filesystem::path& path, const Processor& processo
     BusCost cost;
     if (layout.eraseAllFirst)
         cost.eraseAll();
-    bool erasing = false; // adjoining empty pages are one request
+    std::uint32_t runs = 0; // of empty pages: a request each, once a page with data follows
+    bool inRun = false;
     std::uint32_t next = 0;
     image.resetIterator();
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        const bool empty = page->data.empty();
-        if (!empty)
+        if (page->data.empty()) {
+            runs += inRun && page->startAddress == next ? 0 : 1;
+        } else {
+            for (; runs > 0 && layout.eraseEmptyPages; --runs)
+                cost.eraseBlocks(layout.wideAddress);
             cost.program(*page, layout.wideAddress);
-        else if (layout.eraseEmptyPages && !(erasing && page->startAddress == next))
-            cost.eraseBlocks(layout.wideAddress);
-        erasing = empty;
+        }
+        inRun = page->data.empty();
         next = page->endAddress + 1;
     }
     return cost;

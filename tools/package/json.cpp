@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
+#include <utility>
 
 namespace package {
 
@@ -41,7 +42,7 @@ public:
         key.type = JsonValue::Type::Text;
         key.position = positionOf(text_, startOfString());
         key.text.assign(text, length);
-        open_.back()->members.emplace_back(std::move(key), JsonValue());
+        open_.back()->members.push_back({std::move(key), {}});
         return true;
     }
     bool StartObject() { return open(JsonValue::Type::Object); }
@@ -54,7 +55,7 @@ private:
         if (open_.empty())
             return root_;
         JsonValue& parent = *open_.back();
-        return parent.isObject() ? parent.members.back().second : parent.elements.emplace_back();
+        return parent.isObject() ? parent.members.back().value : parent.elements.emplace_back();
     }
     bool put(JsonValue::Type type, std::size_t offset, std::string text = {}) {
         JsonValue& value = slot();
@@ -98,8 +99,8 @@ private:
 
 const JsonValue* JsonValue::find(const std::string& key) const {
     const auto found = std::find_if(members.begin(), members.end(),
-                                    [&](const Member& each) { return each.first.text == key; });
-    return found == members.end() ? nullptr : &found->second;
+                                    [&](const JsonMember& each) { return each.key.text == key; });
+    return found == members.end() ? nullptr : &found->value;
 }
 
 JsonError parseJson(const std::string& text, JsonValue& root) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace package {
@@ -12,14 +11,15 @@ struct JsonPosition {
     unsigned column = 0;
 };
 
+struct JsonMember;
+
 struct JsonValue {
     enum class Type { Text, Other, Object, Array };
-    using Member = std::pair<JsonValue, JsonValue>; // the key is a Text
 
     Type type = Type::Other; // Other: a number, boolean or null
     JsonPosition position;
-    std::string text;            // of a Text; of an Other as it is written
-    std::vector<Member> members; // of an Object, in their order, repeated keys included
+    std::string text;                // of a Text; of an Other as it is written
+    std::vector<JsonMember> members; // of an Object, in their order, repeated keys included
     std::vector<JsonValue> elements;
 
     bool isText() const { return type == Type::Text; }
@@ -27,6 +27,11 @@ struct JsonValue {
     bool isArray() const { return type == Type::Array; }
     // The first member of that name, or null.
     const JsonValue* find(const std::string& key) const;
+};
+
+struct JsonMember {
+    JsonValue key; // a Text
+    JsonValue value;
 };
 
 struct JsonError {

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "version.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
@@ -110,6 +112,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& status) {
         "Exit status: 0 fine, 1 warnings (check --strict), 2 errors.",
         "keldra-package");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);
     app.footer("keldra-package COMMAND --help shows its options and examples.");
     const CLI::App* const commands[] = {&addBuild(app, options), &addCheck(app, options),
                                         &addPlan(app, options), &addShow(app, options)};

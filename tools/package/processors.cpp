@@ -33,23 +33,23 @@ private:
 };
 
 LAYOUT stm32(bool) {
-    return flashLayouts::stm32("", false);
+    return flashLayouts::stm32(false);
 }
 
 LAYOUT stm32f4(bool) {
-    return flashLayouts::stm32("", true);
+    return flashLayouts::stm32(true);
 }
 
 LAYOUT pic24(bool serial) {
-    return flashLayouts::pic24New("", serial);
+    return flashLayouts::pic24New(serial);
 }
 
 LAYOUT pic24Old(bool) {
-    return flashLayouts::pic24Old("");
+    return flashLayouts::pic24Old();
 }
 
 LAYOUT pic32(bool) {
-    return flashLayouts::pic32("");
+    return flashLayouts::pic32();
 }
 
 } // namespace

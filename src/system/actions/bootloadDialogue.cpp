@@ -22,6 +22,8 @@ constexpr std::chrono::seconds LONGEST_SETTLE{2}; // for a line that never falls
 constexpr unsigned COMMAND_TIMEOUT = 20;
 constexpr unsigned PAGE_TIMEOUT = 5; // start of page, erase and data rows
 constexpr unsigned WRITE_TIMEOUT = 10;
+constexpr unsigned CONFIRM_TIMEOUTS[TRIES] = {PAGE_TIMEOUT, 20, 60, 200};
+constexpr unsigned SLOW_COMMAND_TIMEOUT = 100;
 constexpr unsigned SLOW_TIMEOUT = 50; // an erase that was not answered within PAGE_TIMEOUT
 
 constexpr std::uint8_t COMMAND_BUFFER_SIZE = 15;
@@ -77,6 +79,12 @@ bool isLaterRow(const MESSAGE& msg) {
     return msg.id == DATA_ROW_WIDE || (msg.id == DATA_ROW && msg.data[0] > 1);
 }
 
+/** Whether a reply for this row, or an identification, can be the one to the message. */
+bool mayAnswer(std::uint32_t row, const MESSAGE& msg) {
+    const bool asksForIdentity = msg.id == SYSTEM_COMMAND && msg.data[1] == ENTER_BOOTLOADER;
+    return row == (msg.id == DATA_ROW ? msg.data[0] : 0U) || (row == NO_ROW && asksForIdentity);
+}
+
 __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) {
     char buffer[160];
     va_list args;
@@ -114,16 +122,20 @@ bool bootloadDialogue::sendReqStat(std::uint8_t module) {
 }
 
 bool bootloadDialogue::sendWithResponse(std::uint8_t module, MESSAGE msg, unsigned timeout) {
-    const auto latest = isLaterRow(msg) ? QUIET : LATEST;
+    const bool isLater = isLaterRow(msg);
+    const bool quiet = isQuiet();
     csys->busResetResponse();
     csys->comBus->send(msg);
     answeredDirectly = true;
     for (unsigned pass = 0; pass < PASSES && !csys->cancel; ++pass) {
         if (csys->awaitResponse(timeout * POLLS_PER_UNIT)) {
+            if (!isLater && (!quiet || !mayAnswer(csys->bootloader.page, msg))) {
+                expectStale(LATEST); // it may be an earlier request's, and the one to this still to come
+            }
             return true;
         }
         answeredDirectly = false;
-        expectStale(latest);
+        expectStale(isLater ? QUIET : LATEST);
         sendReqStat(module);
         csys->pause(PAUSE_MS);
     }
@@ -134,7 +146,6 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
     csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
         if (sendWithResponse(module, systemCommand(module, arg), COMMAND_TIMEOUT)) {
-            expectStale(QUIET); // the next request goes to another module
             return true;
         }
     }
@@ -144,23 +155,27 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
 bool bootloadDialogue::enterBootloader(std::uint8_t module) {
     auto& record = csys->bootloader;
     bool mayBeOld = false;
+    unsigned timeout = COMMAND_TIMEOUT;
     csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
+    expectStale(QUIET); // of the module before
     settle();
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
         const bool quiet = isQuiet();
         record.blInitData = false;
-        if (!sendWithResponse(module, systemCommand(module, ENTER_BOOTLOADER), COMMAND_TIMEOUT)) {
+        mayBeOld = false;
+        if (!sendWithResponse(module, systemCommand(module, ENTER_BOOTLOADER), timeout)) {
             continue;
         }
         if (record.page != NO_ROW) {
             record.blInitData = false; // beside a reply: who sent which is not known
         }
         // A status request is answered with an error by a bootloader that has not answered anything yet.
-        const bool isOld = !record.blInitData && isFrom(module) && (answeredDirectly || record.status == OK);
-        mayBeOld = mayBeOld || isOld;
-        if (record.blInitData ? isFrom(module) : isOld && quiet && answeredDirectly) {
+        mayBeOld = !record.blInitData && isFrom(module) && record.page == 0 &&
+                   (answeredDirectly || record.status == OK);
+        if (record.blInitData ? isFrom(module) : mayBeOld && quiet && answeredDirectly) {
             return true;
         }
+        timeout = SLOW_COMMAND_TIMEOUT; // there is a module, which may be slow to identify itself
         settle();
     }
     return (record.blInitData || mayBeOld) && !csys->cancel;
@@ -213,15 +228,18 @@ std::uint8_t bootloadDialogue::requestStatus(std::uint8_t module, const MESSAGE&
 }
 
 /**
- * The same for requests whose effect nothing checks later. An answer that came only on a status request does
- * not count, since it may repeat the reply to the request before; further tries wait long enough to hear a
+ * The same for requests whose effect nothing checks later. An answer that came only on a status request may
+ * repeat the reply to the request before and does not count; each try waits longer than the one before, for a
  * module that is slow.
  */
 std::uint8_t bootloadDialogue::confirmedStatus(std::uint8_t module, const MESSAGE& msg, BLSTATUS failure) {
     expectStale(QUIET);
-    settle();
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (tryRequest(module, msg, n == 0 ? PAGE_TIMEOUT : SLOW_TIMEOUT) && answeredDirectly) {
+    for (const unsigned timeout : CONFIRM_TIMEOUTS) {
+        settle();
+        if (csys->cancel) {
+            break;
+        }
+        if (tryRequest(module, msg, timeout) && answeredDirectly) {
             const std::uint8_t status = csys->bootloader.status;
             csys->pause(PAUSE_MS);
             return status;
@@ -237,7 +255,7 @@ std::uint8_t bootloadDialogue::startPage(std::uint8_t module, const hexpage::MEM
     msg.data[5] = byteOf(page.dataLength, 0);
     const bool quiet = isQuiet();
     std::uint8_t status = requestStatus(module, msg, BADCHECKSUM);
-    if (status == IGNOREPG && !(quiet && answeredDirectly)) {
+    if (status == IGNOREPG && !(quiet && isQuiet() && answeredDirectly)) {
         status = confirmedStatus(module, msg, BADCHECKSUM); // it may have been said of the page before
     }
     if (status == IGNOREPG) {
@@ -311,7 +329,9 @@ bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
     }
     const auto& record = csys->bootloader;
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        settle();
+        if (n == 0 || ambiguous) { // else only the first write can be what is answered
+            settle();
+        }
         if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && record.status == OK &&
             (answeredDirectly || !ambiguous)) {
             return true;
@@ -329,7 +349,7 @@ bool bootloadDialogue::programImage(std::uint8_t module, const LAYOUT& layout, h
     const std::uint32_t used = countPagesToData(image);
     image.resetIterator();
     if (layout.eraseAllFirst && eraseAll(module) != OK) {
-        logItem("Could not erase range (all)", logger::LOG_ERROR);
+        logFailure("Could not erase range (all)");
         return false;
     }
     std::uint32_t index = 0;
@@ -368,7 +388,7 @@ bool bootloadDialogue::eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, 
     logItem(format("Erasing blocks at 0x%x (%d)", start, static_cast<int>(count)), logger::LOG_NOTICE);
     const std::uint8_t status = eraseBlock(module, start, byteOf(count, 0), layout.wideAddress);
     if (status != OK && status != IGNOREPG) {
-        logItem("Could not erase range", logger::LOG_ERROR);
+        logFailure("Could not erase range");
         return false;
     }
     index += count;
@@ -419,6 +439,13 @@ bootloadDialogue::PAGE_RESULT bootloadDialogue::attemptPage(std::uint8_t module,
     logItem("Page written successfully", logger::LOG_NOTICE);
     csys->pause(PAUSE_MS);
     return PAGE_RESULT::DONE;
+}
+
+/** Says why the run ends, unless it was cancelled. */
+void bootloadDialogue::logFailure(const char* reason) const {
+    if (!csys->cancel) {
+        logItem(reason, logger::LOG_ERROR);
+    }
 }
 
 /** Says why the page starts again, unless it does not because the run was cancelled. */

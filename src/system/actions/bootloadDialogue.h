@@ -33,12 +33,6 @@ public:
 
     using LAYOUT = flashLayouts::LAYOUT;
 
-    /**
-     * Stands for a module's version from the start of its programming to a good end. Part of the image may
-     * already report the image's version, so a module left like this is programmed whatever it reports.
-     */
-    static constexpr const char* UNFINISHED = "unfinished";
-
     /** `prefix` begins every log text of the dialogue. */
     bootloadDialogue(updateCore* core, std::string prefix) : csys(core), logPrefix(prefix) {}
 
@@ -107,6 +101,7 @@ private:
                      std::uint32_t index, std::uint32_t total);
     PAGE_RESULT attemptPage(std::uint8_t module, const LAYOUT& layout, const hexpage::MEMORY_PAGE& page);
     PAGE_RESULT retry(const char* reason);
+    void logFailure(const char* reason) const;
 
     updateCore* csys;
     std::string logPrefix;

@@ -75,8 +75,7 @@ action::STATUS canBootload::compareReported(bool force) {
         std::printf("No module\n");
         return NOMODULE;
     }
-    const bool unfinished = base->swVersion.get() == bootloadDialogue::UNFINISHED;
-    if (!needsUpdateBase(record.swVersion, record.hwRev, force || unfinished)) {
+    if (!needsUpdateBase(record.swVersion, record.hwRev, force || base->unfinished)) {
         return upToDate();
     }
     pic24NewBL = true;
@@ -91,10 +90,8 @@ action::STATUS canBootload::compareReported(bool force) {
 action::STATUS canBootload::compareRecorded(bool force) {
     if (!base->isAccurate) {
         base->hwRev = 0; // a module of unknown version is always programmed
-    } else if (!needsUpdateBase(base->swVersion, base->hwRev, force)) {
+    } else if (!needsUpdateBase(base->swVersion, base->hwRev, force || base->unfinished)) {
         return upToDate();
-    } else if (base->hwRev > base->update.items.size()) {
-        base->hwRev = 0;
     }
     csys->comBus->setBuffSize(OLD_BOOTLOADER_SIZE);
     return GOUPDATE;
@@ -112,19 +109,24 @@ void canBootload::resetModule() {
     }
 }
 
-bool canBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
+/** Chooses the memory layout by the processor and the text that announces it; null for one not known on CAN.
+ */
+const char* canBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
     switch (procType) {
     case updateCore::STM32F3:
     case updateCore::STM32F0:
     case updateCore::STM32F4:
-        layout = flashLayouts::stm32("STM32 Update ", procType == updateCore::STM32F4);
-        return true;
+        layout = flashLayouts::stm32(procType == updateCore::STM32F4);
+        return "STM32 Update ";
     case updateCore::PIC24:
-        layout = pic24NewBL ? flashLayouts::pic24New("PIC New ", wideAddress())
-                            : flashLayouts::pic24Old("PIC Old ");
-        return true;
+        if (pic24NewBL) {
+            layout = flashLayouts::pic24New(wideAddress());
+            return "PIC New ";
+        }
+        layout = flashLayouts::pic24Old();
+        return "PIC Old ";
     default:
-        return false;
+        return nullptr;
     }
 }
 
@@ -132,22 +134,22 @@ bool canBootload::run() {
     dialogue.logItem("Starting bootload", logger::LOG_NOTICE);
     const std::string path = packageFile::ofItem(*base);
     bootloadDialogue::LAYOUT layout;
-    if (!selectLayout(layout)) {
+    const char* const title = selectLayout(layout);
+    if (title == nullptr) {
         dialogue.logItem("Unsupported processor", logger::LOG_ERROR);
         return false;
     }
-    dialogue.logItem(layout.title + path, logger::LOG_NOTICE);
+    dialogue.logItem(title + path, logger::LOG_NOTICE);
     hexpage image;
     if (!flashLayouts::readImage(path, layout, image)) {
         dialogue.logItem("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }
-    const std::string version = base->swVersion;
-    base->swVersion = std::string(bootloadDialogue::UNFINISHED);
+    base->unfinished = true;
     if (!dialogue.programImage(base->id, layout, image)) {
         return false;
     }
-    base->swVersion = version;
+    base->unfinished = false;
     resetModule();
     dialogue.logItem("Bootload Finished", logger::LOG_NOTICE);
     return true;

@@ -35,7 +35,7 @@ private:
     STATUS compareReported(bool force);
     STATUS compareRecorded(bool force);
     STATUS upToDate();
-    bool selectLayout(bootloadDialogue::LAYOUT& layout) const;
+    const char* selectLayout(bootloadDialogue::LAYOUT& layout) const;
     void resetModule();
     bool wideAddress() const { return procType != updateCore::PIC24; }
 

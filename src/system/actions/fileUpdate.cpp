@@ -11,6 +11,7 @@
 namespace {
 
 constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
+constexpr mode_t PERMISSIONS = 07777;
 
 /** The names in a directory that are not hidden, in the file system's order; false when it can't be listed.
  */
@@ -55,17 +56,15 @@ bool fileUpdate::run() {
         return true;
     }
     const std::string source = packageFile::DIRECTORY + entry.item;
-    std::string destination = configInstallPath + "/" + entry.item;
+    const std::string destination = configInstallPath + "/" + entry.item;
     std::cout << source << std::endl;
     if (packageFile::leadsOutside(entry.item)) {
         return copyFailed(destination);
     }
-    const bool isTree = f.isDirectory(source);
     bool copied = false;
-    if (isTree) {
-        destination = configInstallPath;
+    if (f.isDirectory(source)) {
         std::cout << "Copy Directory" << std::endl;
-        copied = copyDirectory(source, destination, f);
+        copied = copyDirectory(source, configInstallPath, f);
     } else {
         std::cout << "Copy File" << std::endl;
         copied = copyOneFile(source, destination, f);
@@ -73,9 +72,8 @@ bool fileUpdate::run() {
     if (!copied) {
         return false;
     }
-    // A program that can't be started must not count as installed; a tree counts as it does when files fail.
-    if (!carryExecutableBits(source, destination, f) && !isTree) {
-        return false;
+    if (csys->cancel) {
+        return false; // a replaced updater would restart and go on by itself
     }
     base->swVersion = entry.version;
     return true;
@@ -100,7 +98,7 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
     if (!f.isFile(source) || !f.copyFile(source, destination, true) || !sameSize(source, destination)) {
         return copyFailed(destination);
     }
-    return true;
+    return carryExecutableBits(source, destination); // at once: a later loss of power must find it startable
 }
 
 bool fileUpdate::copyDirectory(std::string source, std::string destination, functs& f) {
@@ -130,29 +128,15 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     return true;
 }
 
-/** Gives each installed file its original's executable bits. A file that is not there was reported already.
- */
-bool fileUpdate::carryExecutableBits(const std::string& source, const std::string& destination, functs& f) {
-    if (f.isDirectory(source)) {
-        std::vector<std::string> names;
-        bool carried = listVisible(source, names);
-        for (const std::string& name : names) {
-            const std::string from = source + "/" + name;
-            if (!leadsBack(source, from)) {
-                carried = carryExecutableBits(from, destination + "/" + name, f) && carried;
-            }
-        }
-        return carried;
-    }
+/** Gives an installed file its original's executable bits. */
+bool fileUpdate::carryExecutableBits(const std::string& source, const std::string& destination) {
     struct stat original {};
     struct stat installed {};
-    if (stat(source.c_str(), &original) != 0 || stat(destination.c_str(), &installed) != 0) {
-        return true;
-    }
-    const mode_t wanted = (installed.st_mode & ~EXECUTABLE) | (original.st_mode & EXECUTABLE);
-    if (wanted == installed.st_mode ||
-        chmod(destination.c_str(), wanted & ~static_cast<mode_t>(S_IFMT)) == 0) {
-        return true;
+    if (stat(source.c_str(), &original) == 0 && stat(destination.c_str(), &installed) == 0) {
+        const mode_t wanted = (installed.st_mode & ~EXECUTABLE) | (original.st_mode & EXECUTABLE);
+        if (wanted == installed.st_mode || chmod(destination.c_str(), wanted & PERMISSIONS) == 0) {
+            return true;
+        }
     }
     csys->log->log_item("Could not make executable: " + destination, logger::LOG_ERROR);
     return false;

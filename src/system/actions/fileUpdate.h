@@ -15,7 +15,7 @@ public:
 
     STATUS needsUpdate(bool force) override;
     /**
-     * Copies, then carries the executable bits (only those) over, so that an installed program can be
+     * Copies, and carries each file's executable bits (only those) over, so that an installed program can be
      * started. A single file that fails in either fails the item. In a directory only the top directory's
      * failure does; what fails deeper in the tree is logged and the walk goes on. A name of 2 characters or
      * fewer stands for no file and is done at once.
@@ -26,7 +26,7 @@ public:
 
 private:
     bool copyFailed(const std::string& destination);
-    bool carryExecutableBits(const std::string& source, const std::string& destination, functs& f);
+    bool carryExecutableBits(const std::string& source, const std::string& destination);
 
     std::string configInstallPath = "/";
 };

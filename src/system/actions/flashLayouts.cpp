@@ -6,12 +6,14 @@
 
 namespace {
 
-/** True when the address of every page with data fits into the requests. */
-bool isAddressable(hexpage& image, bool wide) {
+/** True when every page with data fits into the requests: its address, and no more bytes than a page has. */
+bool isSendable(hexpage& image, const flashLayouts::LAYOUT& layout) {
     bool fits = true;
     image.resetIterator();
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        fits = fits && (wide || page->data.empty() || page->endAddress < flashLayouts::NARROW_ADDRESSES);
+        fits =
+            fits && page->data.size() <= layout.regions.front().blockSize &&
+            (layout.wideAddress || page->data.empty() || page->endAddress < flashLayouts::NARROW_ADDRESSES);
     }
     return fits;
 }
@@ -30,8 +32,7 @@ bool flashLayouts::readImage(const std::string& path, const LAYOUT& layout, hexp
         image.addRegion(region.start, region.end, region.blockSize);
     }
     try {
-        return image.parse(path, false) && image.walkReachesAllData() &&
-               isAddressable(image, layout.wideAddress);
+        return image.parse(path, false) && image.walkReachesAllData() && isSendable(image, layout);
     } catch (const std::out_of_range&) {
         return false; // a record that announces more bytes than its line holds
     }

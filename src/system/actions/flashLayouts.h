@@ -20,7 +20,6 @@ struct LAYOUT {
         std::uint32_t end;       ///< behind the last one
         std::uint32_t blockSize; ///< page size in data bytes
     };
-    const char* title; ///< log text that announces the update
     std::vector<REGION> regions;
     bool pic24Addressing; ///< addresses count 24-bit instructions
     bool eraseAllFirst;   ///< the flash is erased as a whole before the first page
@@ -42,29 +41,29 @@ bool readImage(const std::string& path, const LAYOUT& layout, hexpage& image);
  * top of 256 KiB that the modules keep their settings in; 2048 bytes is the page of the F0 and F3. An F4 has
  * far larger sectors: its bootloader erases everything at once and takes pages of the same size.
  */
-inline LAYOUT stm32(const char* title, bool isF4) {
-    return {title, {{0x08000000, 0x0803E000, 2048}}, false, isF4, isF4, true};
+inline LAYOUT stm32(bool isF4) {
+    return {{{0x08000000, 0x0803E000, 2048}}, false, isF4, isF4, true};
 }
 
 /**
  * 0x600 data bytes are 512 instructions of 3 bytes, one erase block. The range from 0x400 to 0x1000 is the
  * bootloader's; 0x7FFFFE is the end of a PIC24's user memory (its data sheets' program memory map).
  */
-inline LAYOUT pic24New(const char* title, bool wideAddress) {
-    return {title, {{0, 0x400, 0x600}, {0x1000, 0x7FFFFE, 0x600}}, true, false, true, wideAddress};
+inline LAYOUT pic24New(bool wideAddress) {
+    return {{{0, 0x400, 0x600}, {0x1000, 0x7FFFFE, 0x600}}, true, false, true, wideAddress};
 }
 
 /** The old bootloader takes the addresses as the HEX file has them and finds its own blocks. */
-inline LAYOUT pic24Old(const char* title) {
-    return {title, {{0, 0x7FFFFE, 0x600}}, false, false, false, false};
+inline LAYOUT pic24Old() {
+    return {{{0, 0x7FFFFE, 0x600}}, false, false, false, false};
 }
 
 /**
  * Program flash at its physical address, 0x1D000000 in the PIC32 memory map, for 512 KiB parts; 4096 bytes is
  * their erase page.
  */
-inline LAYOUT pic32(const char* title) {
-    return {title, {{0x1D000000, 0x1D080000, 4096}}, false, false, false, true};
+inline LAYOUT pic32() {
+    return {{{0x1D000000, 0x1D080000, 4096}}, false, false, false, true};
 }
 
 } // namespace flashLayouts

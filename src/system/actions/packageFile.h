@@ -20,7 +20,8 @@ inline bool leadsOutside(const std::string& name) {
 /** The image for the item's hardware revision; the bare directory when the package has none. */
 inline std::string ofItem(const updateCore::BASE_ITEM& item) {
     const auto& items = item.update.items;
-    return DIRECTORY + (item.hwRev < items.size() ? items[item.hwRev].item : std::string());
+    const std::uint8_t revision = item.hwRev;
+    return DIRECTORY + (revision < items.size() ? items[revision].item : std::string());
 }
 
 } // namespace packageFile

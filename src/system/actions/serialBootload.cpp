@@ -4,6 +4,7 @@
 #include "packageFile.h"
 
 #include <cstdio>
+#include <numeric>
 #include <vector>
 
 namespace {
@@ -12,15 +13,33 @@ constexpr std::uint8_t REQUEST_SIZE = 5; // the link's receive size for the dial
 constexpr unsigned TRIES = 4;
 constexpr unsigned RESET_TIMEOUT = 5;
 
-/** A record as the module takes it: the HEX line's bytes, in their order. */
+/** A record as the module takes it: the HEX line's bytes in their order, closed by the sum that it must have.
+ */
 std::vector<std::uint8_t> binaryForm(const hexrecords::HEX_RECORD& record) {
     std::vector<std::uint8_t> bytes = {record.size, busProtocol::byteOf(record.address, 1),
                                        busProtocol::byteOf(record.address, 0), record.type};
     for (const std::uint32_t value : record.data) {
         bytes.push_back(busProtocol::byteOf(value, 0));
     }
-    bytes.push_back(record.checksum);
+    const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0U);
+    bytes.push_back(static_cast<std::uint8_t>(0x100U - (sum & 0xFFU)));
     return bytes;
+}
+
+/** True when every record is as long as it says and sums up, and some of them hold data. */
+bool isWhole(hexrecords& image) {
+    bool holdsData = false;
+    image.resetIterator();
+    while (const hexrecords::HEX_RECORD* record = image.getNextRecord()) {
+        const std::uint8_t sum = binaryForm(*record).back();
+        // Of a line that ends with a carriage return the reader has the sum's last digit alone.
+        const bool sumsUp = record->checksum == sum || record->checksum == (sum & 0x0F);
+        if (record->size != record->data.size() || !sumsUp) {
+            return false;
+        }
+        holdsData = holdsData || (record->type == 0 && record->size > 0);
+    }
+    return holdsData;
 }
 
 } // namespace
@@ -90,8 +109,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         std::printf("BL responding is not SERIAL\n");
         return NOMODULE;
     }
-    const bool unfinished = base->swVersion.get() == bootloadDialogue::UNFINISHED;
-    if (!needsUpdateBase(record.swVersion, record.hwRev, force || unfinished)) {
+    if (!needsUpdateBase(record.swVersion, record.hwRev, force || base->unfinished)) {
         resetModule();
         return NOUPDATE;
     }
@@ -111,11 +129,10 @@ void serialBootload::resetModule() {
 bool serialBootload::run() {
     logItem("Starting bootload", logger::LOG_NOTICE);
     const std::string path = packageFile::ofItem(*base);
-    const std::string version = base->swVersion;
     if (!(procType == updateCore::PIC32_REC ? run_v1(path) : run_v2(path))) {
         return false;
     }
-    base->swVersion = version;
+    base->unfinished = false;
     resetModule();
     logItem("Bootload Finished", logger::LOG_NOTICE);
     return true;
@@ -123,11 +140,11 @@ bool serialBootload::run() {
 
 bool serialBootload::run_v1(const std::string& path) {
     hexrecords image(functs().isFile(path) ? path : std::string());
-    if (!image.getFileOK() || image.getTotal() == 0) {
+    if (!image.getFileOK() || !isWhole(image)) {
         logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
-    base->swVersion = std::string(bootloadDialogue::UNFINISHED);
+    base->unfinished = true;
     logItem("Erasing Memory", logger::LOG_NOTICE);
     if (!eraseMemory()) {
         return false;
@@ -151,11 +168,15 @@ bool serialBootload::eraseMemory() {
         if (status == OK) {
             return true;
         }
-        logItem(csys->bootloader.hasResponse ? "Flash Mem Erase Fail: Internal Error"
-                                             : "Flash Mem Erase Fail: No response",
-                logger::LOG_WARNING);
+        if (!csys->cancel) {
+            logItem(csys->bootloader.hasResponse ? "Flash Mem Erase Fail: Internal Error"
+                                                 : "Flash Mem Erase Fail: No response",
+                    logger::LOG_WARNING);
+        }
     }
-    logItem("Mem Erase Tries Exceeded....Exiting...", logger::LOG_ERROR);
+    if (!csys->cancel) {
+        logItem("Mem Erase Tries Exceeded....Exiting...", logger::LOG_ERROR);
+    }
     return false;
 }
 
@@ -166,11 +187,15 @@ bool serialBootload::programRecord(const hexrecords::HEX_RECORD& record) {
         if (dialogue.sendRecord(base->id, bytes) == OK && mem_sendPageWrite()) {
             return true;
         }
-        logItem(csys->bootloader.hasResponse ? "Could not write page to memory"
-                                             : "No response from Write Command",
-                logger::LOG_WARNING);
+        if (!csys->cancel) {
+            logItem(csys->bootloader.hasResponse ? "Could not write page to memory"
+                                                 : "No response from Write Command",
+                    logger::LOG_WARNING);
+        }
     }
-    logItem("Program retry count exceeded...Exiting...", logger::LOG_ERROR);
+    if (!csys->cancel) {
+        logItem("Program retry count exceeded...Exiting...", logger::LOG_ERROR);
+    }
     return false;
 }
 
@@ -179,14 +204,13 @@ bool serialBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
     case updateCore::STM32F3:
     case updateCore::STM32F0:
     case updateCore::STM32F4:
-        layout = flashLayouts::stm32("STM32 Update ", procType == updateCore::STM32F4);
+        layout = flashLayouts::stm32(procType == updateCore::STM32F4);
         return true;
     case updateCore::PIC24:
-        layout = flashLayouts::pic24New("PIC New ", true);
+        layout = flashLayouts::pic24New(true);
         return true;
     case updateCore::PIC32_MEM:
-    case updateCore::PIC32_REC:
-        layout = flashLayouts::pic32("PIC32 Update ");
+        layout = flashLayouts::pic32();
         return true;
     default:
         return false;
@@ -204,6 +228,6 @@ bool serialBootload::run_v2(const std::string& path) {
         dialogue.logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
-    base->swVersion = std::string(bootloadDialogue::UNFINISHED);
+    base->unfinished = true;
     return dialogue.programImage(base->id, layout, image);
 }

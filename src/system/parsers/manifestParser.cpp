@@ -14,16 +14,9 @@ bool manifestParser::Key(const char* text, unsigned length, bool) {
 }
 
 bool manifestParser::String(const char* text, unsigned length, bool) {
-    const struct {
-        const char* key;
-        updateCore::BASE_ITEM& item;
-    } items[] = {
-        {"kernel", sys->core.kernel}, {"rootfs", sys->core.rootfs},   {"updater", sys->core.updater},
-        {"gui", sys->core.gui},       {"drivers", sys->core.drivers},
-    };
-    for (const auto& entry : items) {
-        if (cur.key == entry.key) {
-            entry.item.swVersion = std::string(text, length);
+    for (const updateCore::HOST_ITEM& entry : sys->hostItems()) {
+        if (cur.key == entry.name) {
+            entry.item->swVersion = std::string(text, length);
         }
     }
     return value();

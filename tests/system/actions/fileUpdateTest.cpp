@@ -37,7 +37,9 @@ protected:
         put("/tmp/update.log", "");
         return log;
     }
-    static unsigned mode(const std::string& path) { return static_cast<unsigned>(fs::status(path).permissions()); }
+    static unsigned mode(const std::string& path) {
+        return static_cast<unsigned>(fs::status(path).permissions());
+    }
 };
 
 TEST_F(fileUpdateTest, InstallsOneFile) {
@@ -46,12 +48,13 @@ TEST_F(fileUpdateTest, InstallsOneFile) {
     fs::create_hard_link(TARGET + "/sub/K+Main", TARGET + "/hold");
     testing::internal::CaptureStdout();
     EXPECT_TRUE(install("sub/K+Main"));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              SOURCE + "sub/K+Main\nCopy File\nCOPY SOURCE " + SOURCE + "sub/K+Main TO DEST " + TARGET +
-                  "/sub/K+Main\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), SOURCE + "sub/K+Main\nCopy File\nCOPY SOURCE " +
+                                                          SOURCE + "sub/K+Main TO DEST " + TARGET +
+                                                          "/sub/K+Main\n");
     EXPECT_TRUE(recorded());
     EXPECT_EQ(contents(TARGET + "/sub/K+Main"), "new");
-    EXPECT_EQ(contents(TARGET + "/hold"), "the old one"); // removed first, not written over: it may be running
+    EXPECT_EQ(contents(TARGET + "/hold"),
+              "the old one"); // removed first, not written over: it may be running
 }
 
 TEST_F(fileUpdateTest, InstallsTheVisiblePartOfATree) {

@@ -56,11 +56,14 @@ TEST_F(kernelUpdateTest, AFailingWriteKeepsTheVersion) {
 
 TEST_F(kernelUpdateTest, NoShellSeesAHostileName) {
     standIn("dd", "echo dd >> /tmp/canary");
-    for (const char* tail : {";touch /tmp/canary", "$(touch /tmp/canary)", "`touch /tmp/canary`", "|touch /tmp/canary",
-                             "&touch /tmp/canary", "\ntouch /tmp/canary", ">/tmp/canary", " of=/tmp/canary", "*", "?",
-                             "'", "\"", "\\", "~", "/../kernel.img", "\xC3\xA4"}) {
-        const std::string name = std::string("kernel.img") + tail;
-        unpacked("kernel.img", "image");
+    const std::string hostile = "; &|$`'\"\\*?[]{}()<>~#!=%^,:@\n\t\x01\x7F\xC3";
+    Texts tails = {"$(touch /tmp/canary)", ";touch /tmp/canary;", " of=/tmp/canary", "/../kernel.img"};
+    for (const char character : hostile) {
+        tails.push_back(std::string(1, character) + "x");
+    }
+    unpacked("kernel.img", "image");
+    for (const std::string& tail : tails) {
+        const std::string name = "kernel.img" + tail;
         EXPECT_FALSE(write(name)) << tail;
         EXPECT_TRUE(holds({contents("/tmp/update.log")}, "[Error]: DD command failed: " + name)) << tail;
         EXPECT_EQ(version(), "1.0") << tail;

@@ -15,12 +15,15 @@ protected:
         updateParser parser(core.get());
         accepted = jsonText::parse(text, parser);
         const std::pair<const char*, const updateCore::BASE_ITEM*> items[] = {
-            {"kernel", &core->core.kernel}, {"rootfs", &core->core.rootfs},   {"updater", &core->core.updater},
-            {"gui", &core->core.gui},       {"drivers", &core->core.drivers}, {"ctrl", &core->ctrl.base},
-            {"master", &core->master.base}, {"motor", &core->motor.base},     {"arts", &core->arts.base},
-            {"s1", &core->s1.base},         {"s2", &core->s2.base},           {"s3", &core->s3.base},
-            {"s4", &core->s4.base},         {"mf1", &core->mf1.base},         {"mf2", &core->mf2.base},
-            {"mf3", &core->mf3.base},       {"cy1", &core->cy1.base},
+            {"kernel", &core->core.kernel},   {"rootfs", &core->core.rootfs},
+            {"updater", &core->core.updater}, {"gui", &core->core.gui},
+            {"drivers", &core->core.drivers}, {"ctrl", &core->ctrl.base},
+            {"master", &core->master.base},   {"motor", &core->motor.base},
+            {"arts", &core->arts.base},       {"s1", &core->s1.base},
+            {"s2", &core->s2.base},           {"s3", &core->s3.base},
+            {"s4", &core->s4.base},           {"mf1", &core->mf1.base},
+            {"mf2", &core->mf2.base},         {"mf3", &core->mf3.base},
+            {"cy1", &core->cy1.base},
         };
         std::string lists;
         for (const auto& [name, item] : items) {
@@ -55,6 +58,7 @@ TEST_F(updateParserTest, FillsTheLists) {
         {"versions before files", R"({"gui":{"v":"1","f":"a"}})", "gui: a= "},
         {"numbers are no versions", R"({"gui":{"f":["a","b"],"v":[1.5,"2"]}})", "gui: a=2 b= "},
         {"twice", R"({"gui":{"f":"a","v":"1"},"x":{},"gui":{"f":"b","v":"2"}})", "gui: a=2 b= "},
+        {"each key starts anew", R"({"gui":{"f":["a","b"],"v":"1","v":"2"}})", "gui: a=2 b= "},
         {"unknown items", R"({"cy1":{"f":"a"},"mf1":{"f":"a"},"Kernel":{"f":"a"},"kernel ":{"f":"a"}})", ""},
         {"unknown keys", R"({"gui":{"f":"a","x":"b","ff":"c","v":"1"}})", "gui: a=1 "},
         {"one letter opens no item", R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})", "gui: a=1 "},
