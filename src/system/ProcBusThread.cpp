@@ -211,37 +211,37 @@ void ProcBusThread::receive(PROCBUS_MSG msg) {
 }
 
 void ProcBusThread::fileReply(const PROCBUS_MSG& msg) {
-    auto& record = sys->bootloader;
     if (msg.length == OLD_REPLY_LENGTH) {
-        record.oldProtocol = true;
+        sys->bootloader.oldProtocol = true;
         return;
     }
-    record.status = msg.data[0];
-    if (msg.length == SHORT_REPLY_LENGTH) {
-        record.page = msg.data[1] <= SHORT_REPLY_LAST_PAGE ? msg.data[1] : 0U;
-        record.moduleReported = -1;
-    } else {
-        record.page = msg.data[1] + 256U * msg.data[2];
-        record.moduleReported = static_cast<std::int8_t>(msg.data[3]);
-    }
-    sys->flagResponse();
+    sys->fileResponse([&msg](auto& record) {
+        record.status = msg.data[0];
+        if (msg.length == SHORT_REPLY_LENGTH) {
+            record.page = msg.data[1] <= SHORT_REPLY_LAST_PAGE ? msg.data[1] : 0U;
+            record.moduleReported = -1;
+        } else {
+            record.page = msg.data[1] + 256U * msg.data[2];
+            record.moduleReported = static_cast<std::int8_t>(msg.data[3]);
+        }
+    });
 }
 
 void ProcBusThread::fileIdentification(const PROCBUS_MSG& msg) {
     std::printf("INIT BL: %x HW: %d SW: %d.%d.%d\n", msg.data[4], msg.data[0], msg.data[3], msg.data[2],
                 msg.data[1]);
-    auto& record = sys->bootloader;
     if (msg.length == OLD_IDENTIFICATION_LENGTH) {
-        record.oldProtocol = true;
+        sys->bootloader.oldProtocol = true;
         return;
     }
-    record.hwRev = msg.data[0] <= LAST_HW_REV ? msg.data[0] : std::uint8_t{0};
-    record.swVersion = versionText(msg.data[3], msg.data[2], msg.data[1]);
-    record.moduleReported = static_cast<std::int8_t>(msg.data[5]);
-    record.serialBootload = (msg.data[4] & SERIAL_BOOTLOADER_BIT) != 0;
-    record.reportedType = static_cast<updateCore::PROC_TYPE>(msg.data[4] & ~SERIAL_BOOTLOADER_BIT);
-    record.blInitData = true;
-    sys->flagResponse();
+    sys->fileResponse([&msg](auto& record) {
+        record.hwRev = msg.data[0] <= LAST_HW_REV ? msg.data[0] : std::uint8_t{0};
+        record.swVersion = versionText(msg.data[3], msg.data[2], msg.data[1]);
+        record.moduleReported = static_cast<std::int8_t>(msg.data[5]);
+        record.serialBootload = (msg.data[4] & SERIAL_BOOTLOADER_BIT) != 0;
+        record.reportedType = static_cast<updateCore::PROC_TYPE>(msg.data[4] & ~SERIAL_BOOTLOADER_BIT);
+        record.blInitData = true;
+    });
 }
 
 void ProcBusThread::fileStatus(const PROCBUS_MSG& msg) {

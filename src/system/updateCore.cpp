@@ -155,16 +155,12 @@ void updateCore::sendHaltMsg() {
 }
 
 void updateCore::busResetResponse() {
+    const std::lock_guard<std::mutex> held(recordGuard);
     bootloader.hasResponse = false;
     bootloader.page = 0xFFFF;
     bootloader.status = 0;
     bootloader.moduleReported = -1;
     responseFiled.clear();
-}
-
-void updateCore::flagResponse() {
-    bootloader.hasResponse = true;
-    responseFiled.notify();
 }
 
 bool updateCore::awaitResponse(unsigned polls) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -136,8 +137,17 @@ public:
     void sendHaltMsg();
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse();
-    /** Makes a filed reply known to the requesting thread. Called by the link thread. */
-    void flagResponse();
+    /**
+     * Files a reply with `file`, which writes the record's fields, and makes it known to the requesting
+     * thread. Called by the link thread; never half before and half behind a busResetResponse().
+     */
+    template <class FILE>
+    void fileResponse(FILE file) {
+        const std::lock_guard<std::mutex> held(recordGuard);
+        file(bootloader);
+        bootloader.hasResponse = true;
+        responseFiled.notify();
+    }
     /**
      * Waits for a reply: at most `polls` polls of 1 ms, fewer when it comes or the run is cancelled. True
      * when there is one. The calling thread may be terminated meanwhile.
@@ -195,4 +205,5 @@ private:
     bool updateEverythingElse();
 
     responseSignal responseFiled;
+    std::mutex recordGuard; ///< held while a reply is filed or cleared, with termination forbidden
 };

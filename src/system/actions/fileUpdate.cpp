@@ -2,8 +2,8 @@
 
 #include "packageFile.h"
 
+#include <algorithm>
 #include <dirent.h>
-#include <filesystem>
 #include <iostream>
 #include <sys/stat.h>
 #include <vector>
@@ -29,12 +29,11 @@ bool listVisible(const std::string& directory, std::vector<std::string>& names) 
     return true;
 }
 
-/** True when `child`, met in `directory`, is a link to it or to one above it: the walk would never end. */
-bool leadsBack(const std::string& directory, const std::string& child) {
-    std::error_code failed;
-    const std::string walked = std::filesystem::canonical(directory, failed).string() + "/";
-    const std::string target = std::filesystem::canonical(child, failed).string() + "/";
-    return !failed && walked.compare(0, target.size(), target) == 0;
+/** Tells a directory under whatever name it is met. */
+std::pair<dev_t, ino_t> identityOf(const std::string& directory) {
+    struct stat info {};
+    stat(directory.c_str(), &info);
+    return {info.st_dev, info.st_ino};
 }
 
 bool sameSize(const std::string& one, const std::string& other) {
@@ -104,28 +103,27 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
 bool fileUpdate::copyDirectory(std::string source, std::string destination, functs& f) {
     std::cout << "COPY SOURCE " << source << " TO DEST " << destination << std::endl;
     std::vector<std::string> names;
-    if (!listVisible(source, names)) {
+    const auto here = identityOf(source);
+    const bool leadsBack = std::find(walked.begin(), walked.end(), here) != walked.end();
+    if (leadsBack || !listVisible(source, names)) {
         csys->log->log_item("Could not open directory: " + source, logger::LOG_ERROR);
         return false;
     }
     if (!f.isDirectory(destination)) {
         f.makeDir(destination);
     }
-    for (const std::string& name : names) {
-        const std::string from = source + "/" + name;
-        const std::string to = destination + "/" + name;
-        if (leadsBack(source, from)) {
-            csys->log->log_item("Could not open directory: " + from, logger::LOG_ERROR);
-        } else if (f.isDirectory(from)) {
+    walked.push_back(here);
+    for (auto name = names.begin(); name != names.end() && !csys->cancel; ++name) {
+        const std::string from = source + "/" + *name;
+        const std::string to = destination + "/" + *name;
+        if (f.isDirectory(from)) {
             copyDirectory(from, to, f);
         } else {
             copyOneFile(from, to, f);
         }
-        if (csys->cancel) {
-            return false;
-        }
     }
-    return true;
+    walked.pop_back();
+    return !csys->cancel;
 }
 
 /** Gives an installed file its original's executable bits. */

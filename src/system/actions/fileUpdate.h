@@ -3,6 +3,10 @@
 #include "../../lib/functs.h"
 #include "action.prototype.h"
 
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
 /**
  * Installs a file or the contents of a directory from the unpacked package. Each old file is removed before
  * the new one is written; hidden files and directories of the package are left out.
@@ -29,4 +33,6 @@ private:
     bool carryExecutableBits(const std::string& source, const std::string& destination);
 
     std::string configInstallPath = "/";
+    std::vector<std::pair<dev_t, ino_t>>
+        walked; ///< the directories that the walk is in: links must not lead back
 };
