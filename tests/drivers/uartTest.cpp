@@ -3,8 +3,8 @@
 #include "support/panel.h"
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
