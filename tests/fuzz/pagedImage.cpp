@@ -21,8 +21,8 @@ const std::vector<LAYOUT>& layouts() {
         flashLayouts::pic24New(false),
         flashLayouts::pic24Old(),
         flashLayouts::pic32(),
-        {"", {{0, 0x1000, 0x400}, overlapping, tiny, top}, false, false, false, true},
-        {"", {tiny, overlapping, top}, true, false, false, true},
+        {{{0, 0x1000, 0x400}, overlapping, tiny, top}, false, false, false, true},
+        {{tiny, overlapping, top}, true, false, false, true},
     };
     return all;
 }

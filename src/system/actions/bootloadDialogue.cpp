@@ -24,7 +24,6 @@ constexpr unsigned PAGE_TIMEOUT = 5; // start of page, erase and data rows
 constexpr unsigned WRITE_TIMEOUT = 10;
 constexpr unsigned CONFIRM_TIMEOUTS[TRIES] = {PAGE_TIMEOUT, 20, 60, 200};
 constexpr unsigned SLOW_COMMAND_TIMEOUT = 100;
-constexpr unsigned SLOW_TIMEOUT = 50; // an erase that was not answered within PAGE_TIMEOUT
 
 constexpr std::uint8_t COMMAND_BUFFER_SIZE = 15;
 constexpr std::uint32_t NO_ROW = 0xFFFF; // in the record: no reply has come, or an identification only
