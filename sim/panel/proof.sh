@@ -18,6 +18,13 @@ verify_everything() {
     verify "Temporary files" "" "" "removed" no_temporary_files
 }
 
+# The module that was put in another's place.
+verify_exchanged() {
+    read_module "${spare_modules[0]}"
+    shown+=", exchanged"
+    verify_module
+}
+
 # ITEM BEFORE AFTER EVIDENCE COMMAND...: a row of the table, verified when the command succeeds.
 verify() {
     local verdict="yes, $4"
@@ -40,7 +47,7 @@ version_now() {
 verify_host() {
     local bytes packed_version
     bytes=$(du -bs --apparent-size "$4" | cut -f1)
-    packed_version=$(sed -n "s/^  \"$2\".*\"v\": \"\(.*\)\".*/\1/p" "$reference/update.manifest")
+    packed_version=$(sed -n "s/^  \"$2\".*\"version\": \"\(.*\)\".*/\1/p" "$content/package.json")
     [[ -f $4 ]] || bytes=$(find "$4" -name '.*' -prune -o -type f -printf '%s\n' | awk '{ n += $1 } END { print n }')
     verify "$1" "$(version_of "$2" <<<"$installed")" "$(version_now "$2")" "$bytes bytes equal" \
         at_version "$2" "$packed_version" "${@:3}"
@@ -82,9 +89,10 @@ no_temporary_files() {
 
 # The module that read_module has set.
 verify_module() {
-    local image=$reference/firmware/$name.hex
+    local size
+    size=$(firmware_size "$reference/firmware/$image")
     case $fate in
-    flash) verify "$shown" "$old" "$(reported version)" "$(firmware_size "$image") bytes equal" module_flashed ;;
+    flash) verify "$shown" "$old" "$(reported version)" "$size bytes equal" module_flashed ;;
     current) verify "$shown" "$old" "$(reported version)" "left alone, equal" module_left_alone ;;
     absent) verify "$shown" "absent" "absent" "not found" panel_said "$shown not found" ;;
     esac
@@ -103,6 +111,6 @@ module_left_alone() {
 }
 
 holds_its_image() {
-    firmware_equal "$reference/firmware/$name.hex" "$work/flash/$name.hex" && [[ $(reported version) == "$packed" &&
+    firmware_equal "$reference/firmware/$image" "$work/flash/$name.hex" && [[ $(reported version) == "$packed" &&
         $(reported open-page) == no ]]
 }

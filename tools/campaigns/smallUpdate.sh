@@ -4,6 +4,7 @@
 # for the package); work is the folder of one panel and its bus.
 
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+config=$tree/config
 content=$shared/content
 reference=$shared/reference
 # shellcheck source=sim/panel/panel.sh
@@ -17,18 +18,24 @@ reference=$shared/reference
 modules=(
     "mf1    | MultiFunction #1 | pic24-old   | 0 | 4.0.7 | 4.1.0 |                                | flash"
     "mf2    | MultiFunction #2 | pic24       | 1 | 4.0.7 | 4.1.1 |                                | flash"
-    "mf3    | MultiFunction #3 | stm32f3     | 2 | 4.1.2 | 4.1.2 | preload=$content/firmware/mf3.hex | current"
-    "arts   | ARTS Sensor      | stm32f0     | 0 | 5.0.1 | 5.0.1 | preload=$content/firmware/arts.hex | current"
+    "mf3    | MultiFunction #3 | stm32f3     | 2 | 4.1.2 | 4.1.2 | preload=$content/firmware/mf3-r2.hex | current"
+    "arts   | ARTS Sensor      | stm32f0     | 0 | 5.0.1 | 5.0.1 | preload=$content/firmware/arts-r0.hex | current"
     "s1     | Secondary #1     | stm32f3     | 0 | 1.2.3 | 1.3.0 |                                | flash"
-    "s2     | Secondary #2     | stm32f0     | 1 | 1.3.1 | 1.3.1 | preload=$content/firmware/s2.hex | current"
+    "s2     | Secondary #2     | stm32f0     | 1 | 1.3.1 | 1.3.1 | preload=$content/firmware/s2-r1.hex | current"
     "s3     | Secondary #3     | stm32f4     | 2 | 1.2.3 | 1.3.2 | preload=A5@08000000+8000       | flash"
-    "s4     | Secondary #4     | pic24       | 3 | 1.3.3 | 1.3.3 | preload=$content/firmware/s4.hex | current"
-    "motor  | Motor            | pic24-old   | 0 | 2.0.0 | 2.0.0 | preload=$content/firmware/motor.hex | current"
-    "master | Primary          | pic24       | 0 | 2.5.0 | 2.5.0 | preload=$content/firmware/master.hex | current"
+    "s4     | Secondary #4     | pic24       | 3 | 1.3.3 | 1.3.3 | preload=$content/firmware/s4-r3.hex | current"
+    "motor  | Motor            | pic24-old   | 0 | 2.0.0 | 2.0.0 | preload=$content/firmware/motor-r0.hex | current"
+    "master | Primary          | pic24       | 0 | 2.5.0 | 2.5.0 | preload=$content/firmware/master-r0.hex | current"
     "ctrl   | CTRL             | pic32-pages | 0 | 3.0.0 | 3.1.0 |                                | flash"
 )
+spare_modules=()
 updated='{"kernel":"4.19.98","rootfs":"2.1.0","updater":"3.10.1","gui":"5.3.0","drivers":"1.5.0"}'
 kernel_bytes=3000
+
+fail() {
+    echo "FAILED: $work: $1" >&2
+    exit 1
+}
 
 small_package() {
     mkdir -p "$content"/{boot,firmware,drivers/lib/modules,gui/keldra/bin} "$reference" "$shared/old"
@@ -42,32 +49,31 @@ small_package() {
     printf '#!/bin/sh\necho K+Main 5.3.0\n' >"$content/gui/keldra/bin/K+Main"
     chmod 755 "$content/gui/keldra/bin/K+Main"
     small_firmware
-    write_manifest >"$content/update.manifest"
-    package_pack "$content" "$shared"
+    write_description >"$content/package.json"
+    package_build "$content" "$shared"
     tar -C "$reference" -xzf "$shared/keldra_update.tgz"
 }
 
 small_firmware() {
-    local name folder=$content/firmware
-    for name in mf1 motor; do
-        firmware_flat "$folder/$name.hex" 0 0x710
+    local row
+    for row in "${modules[@]}"; do
+        read_module "$row"
+        case $kind in
+        pic24-old) firmware_flat "$content/firmware/$image" 0 0x710 ;;
+        pic24) firmware_pic24 "$content/firmware/$image" 0 0x300 0x1400 0x60C ;;
+        stm32f4) firmware_flat "$content/firmware/$image" 0x08000000 0x400 0x08002000 0x310 ;;
+        stm32*) firmware_flat "$content/firmware/$image" 0x08000000 0x810 ;;
+        pic32*) firmware_flat "$content/firmware/$image" 0x1D000000 0x1010 ;;
+        esac
     done
-    for name in mf2 s4 master; do
-        firmware_pic24 "$folder/$name.hex" 0 0x300 0x1400 0x60C
-    done
-    for name in mf3 arts s1 s2; do
-        firmware_flat "$folder/$name.hex" 0x08000000 0x810
-    done
-    firmware_flat "$folder/s3.hex" 0x08000000 0x400 0x08002000 0x310
-    firmware_flat "$folder/ctrl.hex" 0x1D000000 0x1010
 }
 
 # The panel with its bus and display up, everything installed in the old version and the stick plugged in.
 small_panel() {
-    local row file
+    local file
     mkdir -p "$work"
     panel_create "$work/panel" "$shared/old/K+Updater"
-    panel_configure "$tree"/config/*
+    panel_configure "$config"/*
     echo -n "$installed" >"$PANEL/root/keldra/config/system.manifest"
     while IFS= read -r file; do
         mkdir -p "$(dirname "$PANEL/root/$file")"
@@ -76,12 +82,7 @@ small_panel() {
     cp -r "$reference/firmware" "$work" # comparing leaves files beside the images
     cp "$shared/old/uImage" "$PANEL_CARD"
     cp "$shared"/keldra_update.tgz{,.sha} "$PANEL/usb"
-    for row in "${modules[@]}"; do
-        read_module "$row"
-        echo "$name kind=$kind hw=$revision version=$old next=$packed $extra"
-    done >"$work/inventory"
-    panel_start_bus "$programs/bus-sim" --inventory "$work/inventory" --report "$work/report.txt" \
-        --dump "$work/flash"
+    start_bus
     panel_open_display
 }
 
@@ -114,7 +115,7 @@ is_complete() {
     tree_installed "$reference/gui" || incomplete+=' gui'
     for row in "${modules[@]}"; do
         read_module "$row"
-        firmware_equal "$work/firmware/$name.hex" "$work/flash/$name.hex" || incomplete+=" $name"
+        firmware_equal "$work/firmware/$image" "$work/flash/$name.hex" || incomplete+=" $name"
         [[ $(reported version) == "$packed" ]] || incomplete+=" $name's version"
     done
     [[ $(<"$PANEL/root/keldra/config/system.manifest") == "$updated" ]] || incomplete+=' record'

@@ -137,9 +137,6 @@ inline constexpr Fault hexNoEnd{"hex-no-end", Error, "does not notice, and progr
                                 "copy the image again, completely; it ends with :00000001FF"};
 inline constexpr Fault hexAfterEnd{"hex-after-end", Error, "programs what follows the end, too",
                                    "keep one image a file"};
-inline constexpr Fault hexLineEnds{"hex-line-ends", Error,
-                                   "spoils the checksum of every record, so that the module refuses it",
-                                   "end lines with a line feed alone: sed -i 's/\\r$//' FILE"};
 inline constexpr Fault hexGap{"hex-gap", Error, "moves the bytes behind the gap up against those before it",
                               "let the linker fill every used page from its start, with FF"};
 inline constexpr Fault hexOutside{"hex-outside", Error, "drops the bytes in silence",

@@ -218,11 +218,8 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
     if (!serial && !processor->onCan)
         findings.add(faults::processorUnsupported, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");
-    if (processor->records) {
-        if (file.hasCarriageReturns())
-            findings.add(faults::hexLineEnds, {name}, "lines end with a carriage return");
+    if (processor->records)
         return;
-    }
     const LAYOUT layout = processor->layout(serial);
     FlashCheck check(file, name, layout, findings);
     check.outside();

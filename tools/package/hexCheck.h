@@ -34,7 +34,6 @@ public:
         unsigned line;
     };
     const std::map<std::uint64_t, Span>& spans() const { return spans_; }
-    bool hasCarriageReturns() const { return carriageReturns_; }
 
 private:
     struct State;
@@ -46,7 +45,6 @@ private:
 
     std::vector<HexData> records_;
     std::map<std::uint64_t, Span> spans_;
-    bool carriageReturns_ = false;
 };
 
 // The most likely processor: STM32 and PIC32 have addresses of their own, and images for a PIC24's new

@@ -107,10 +107,8 @@ HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Fin
 
 void HexFile::readLine(std::string_view line, State& state) {
     ++state.line;
-    if (!line.empty() && line.back() == '\r') {
-        carriageReturns_ = true;
+    if (!line.empty() && line.back() == '\r')
         line.remove_suffix(1);
-    }
     if (line.empty())
         return;
     state.release();
