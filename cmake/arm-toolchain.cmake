@@ -10,9 +10,7 @@ else()
 endif()
 
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# Files of 2 GiB and time stamps beyond 2038 are usual on 64-bit machines; here they must be asked for.
-set(CMAKE_CXX_FLAGS_INIT
-    "-march=armv7-a -mfpu=vfpv3-d16 -mfloat-abi=hard -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64 -Wno-psabi")
+set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a -mfpu=vfpv3-d16 -mfloat-abi=hard -Wno-psabi")
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

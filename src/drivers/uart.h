@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../system/shared.h"
+#include "../lib/shared.h"
 
 #include <string>
 

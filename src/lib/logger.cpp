@@ -3,6 +3,7 @@
 #include <array>
 #include <ctime>
 #include <iostream>
+#include <unistd.h>
 
 namespace {
 
@@ -77,9 +78,12 @@ void logger::log_file_process() {
     const std::string staging = STAGING_DIR + logFile;
     const std::string base = logPath + logFile;
     const std::int32_t before = fnts.getFileSize(base);
-    if (fnts.isFile(staging) && fnts.copyFile(staging, base, false, true) &&
-        fnts.getFileSize(base) - before == fnts.getFileSize(staging)) {
-        fnts.removeFile(staging); // else, on a full card, the lines wait for the next run's save
+    if (fnts.isFile(staging) && fnts.copyFile(staging, base, false, true)) {
+        if (fnts.getFileSize(base) - before == fnts.getFileSize(staging)) {
+            fnts.removeFile(staging);
+        } else { // a full card, or a line of the updater's next start: all of them wait for its save
+            [[maybe_unused]] const int cut = truncate(base.c_str(), before);
+        }
     }
     if (checkSize(logFile)) {
         if (canRotate) {

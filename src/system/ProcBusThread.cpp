@@ -17,7 +17,6 @@ constexpr std::uint32_t SCAN_ABOVE = 10; // bytes buffered before frames are sea
 constexpr int VMIN_BYTES = 100;
 constexpr int VTIME_TENTHS = 1;
 constexpr unsigned long STOP_WAIT_MS = 200;
-constexpr unsigned long RELOAD_WAIT_MS = 20;
 
 // Receive states.
 enum STAGE : std::uint8_t { OUTSIDE = 0, LENGTH = 1, PAYLOAD = 2, CRC_LOW = 3, CRC_HIGH = 4 };
@@ -297,9 +296,7 @@ void ProcBusThread::reload_uart() {
     // Nobody may read between close and open: another file may have been given the number by then.
     reopening = true;
     terminate();
-    if (!wait(RELOAD_WAIT_MS)) {
-        wait(); // start() on a thread that still ends would be ignored and leave the link dead
-    }
+    wait(); // start() on a thread that still ends would be ignored and leave the link dead
     sPort.uart_close();
     start(QThread::InheritPriority);
     if (sPort.uart_open(sys->uartPort)) {

@@ -2,8 +2,8 @@
 
 #include "../drivers/uart.h"
 #include "../lib/crc16.h"
+#include "../lib/shared.h"
 #include "busProtocol.h"
-#include "shared.h"
 
 #include <QThread>
 #include <cstdint>

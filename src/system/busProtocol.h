@@ -10,10 +10,7 @@ namespace busProtocol {
 constexpr std::array<std::uint8_t, 4> SYNC = {0x4B, 0x2B, 0x4D, 0x42}; // "K+MB"
 constexpr std::array<std::uint8_t, 2> FRAME_END = {0x0D, 0x0A};
 
-// Frame offsets and sizes, in bytes.
-constexpr std::size_t ID_OFFSET = 4;
-constexpr std::size_t LENGTH_OFFSET = 5;
-constexpr std::size_t PAYLOAD_OFFSET = 6;
+// Sizes, in bytes.
 constexpr std::size_t FRAME_OVERHEAD = 10;
 constexpr std::size_t MAX_PAYLOAD = 120;  // room in the message record
 constexpr std::uint8_t MAX_RECEIVED = 60; // payload the receiver accepts

@@ -43,6 +43,7 @@ bool updateCore::loadSystemManifest() {
 }
 
 bool updateCore::saveSystemManifest() {
+    ::sync(); // what it calls installed must be on the card before it is
     rapidjson::StringBuffer text;
     rapidjson::Writer<rapidjson::StringBuffer> writer(text);
     writer.StartObject();

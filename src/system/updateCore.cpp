@@ -163,6 +163,11 @@ void updateCore::busResetResponse() {
     responseFiled.clear();
 }
 
+updateCore::REPLY updateCore::reply() {
+    const std::lock_guard<std::mutex> held(recordGuard);
+    return bootloader;
+}
+
 bool updateCore::awaitResponse(unsigned polls) {
     for (unsigned i = 0; i < polls && !bootloader.hasResponse; ++i) {
         if (cancel) {

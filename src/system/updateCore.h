@@ -1,8 +1,8 @@
 #pragma once
 
 #include "../lib/logger.h"
+#include "../lib/shared.h"
 #include "responseSignal.h"
-#include "shared.h"
 
 #include <QString>
 #include <QThread>
@@ -22,7 +22,7 @@ class updateCoreLoad;
  * update run.
  *
  * Four threads meet here: the main thread (the slots), the update thread (run()), the loader's and the
- * link's. They share the fields below without locks: a `shared` scalar or text is written by one of them at a
+ * link's. They share the fields below: a `shared` scalar or text is written by one of them at a
  * time. The lists of a package are filled by the loader before it sets `loaded`, and only read afterwards.
  */
 class updateCore : public QThread {
@@ -76,9 +76,10 @@ public:
 
     /**
      * The last reply of the module that is being bootloaded. The link thread writes it, `hasResponse` last;
-     * the thread that waits for the reply reads `hasResponse` first, so that a reply it sees is whole.
+     * the thread that waits for the reply reads `hasResponse` first, and the fields then from a copy
+     * (reply()), so that the next reply can't get between them.
      */
-    struct {
+    struct REPLY {
         shared<std::uint8_t> status;             ///< canBootload::BLSTATUS
         shared<std::int8_t> moduleReported = -1; ///< bus address, -1 for none
         shared<std::uint32_t> page;              ///< row (or page) the reply refers to; 0xFFFF for none
@@ -148,6 +149,8 @@ public:
         bootloader.hasResponse = true;
         responseFiled.notify();
     }
+    /** The record as one reply left it. */
+    REPLY reply();
     /**
      * Waits for a reply: at most `polls` polls of 1 ms, fewer when it comes or the run is cancelled. True
      * when there is one. The calling thread may be terminated meanwhile.

@@ -35,12 +35,14 @@ const std::string CHECKSUM = ".sha";
 const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
 
 /** Forces what was unpacked onto the card. */
-void flushCard(const std::string& directory) {
+bool flushCard(const std::string& directory) {
     const int fd = open(directory.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) {
-        syncfs(fd);
-        close(fd);
+    if (fd < 0) {
+        return false;
     }
+    const bool flushed = syncfs(fd) == 0;
+    close(fd);
+    return flushed;
 }
 
 /** Hands a file on in large pieces; a digest alone would have its source read one block at a time. */
@@ -142,14 +144,13 @@ bool updateCoreLoad::unpackPackage() {
     if (f.isDirectory(UNPACKED) && std::system("rm -r /keldra/tmp/keldra_update") != 0) {
         return fail("Internal Error", "Could not flush temp directory");
     }
-    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "")) {
+    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "") || !flushCard(UNPACKED)) {
         return fail("Internal Error", "Could not create temp directory");
     }
-    flushCard(UNPACKED);
-    if (std::system("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz") != 0) {
+    if (std::system("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz") != 0 ||
+        !flushCard(UNPACKED)) {
         return fail("Internal Error", "Could not untar archieve");
     }
-    flushCard(UNPACKED);
     f.removeFile(UNPACKING);
     return true;
 }

@@ -40,8 +40,8 @@ fail() {
 small_package() {
     mkdir -p "$content"/{boot,firmware,drivers/lib/modules,gui/keldra/bin} "$reference" "$shared/old"
     objcopy --strip-all "$programs/K+Updater" "$shared/old/K+Updater"
-    echo "release 3.10.1" >"$shared/release-note"
-    objcopy --add-section ".release=$shared/release-note" "$shared/old/K+Updater" "$content/K+Updater"
+    LC_ALL=C sed 's/3\.10\.0/3.10.1/' "$shared/old/K+Updater" >"$content/K+Updater"
+    chmod 755 "$content/K+Updater"
     head -c $kernel_bytes /dev/urandom >"$content/boot/uImage"
     head -c $kernel_bytes /dev/urandom >"$shared/old/uImage"
     head -c 20000 /dev/urandom >"$content/drivers/lib/modules/can-relay.ko"

@@ -31,6 +31,12 @@ void BusCost::exchange(std::size_t request, std::size_t reply) {
     ++exchanges_;
 }
 
+void BusCost::enterBootloader(bool identifies) {
+    exchange(2, identifies ? IDENTIFICATION : REPLY);
+    if (!identifies)
+        wait(QUIET); // for the identification that does not come
+}
+
 void BusCost::absentModule() {
     messages += 2 * UNANSWERED_ASKS;
     wait(UNANSWERED * UNANSWERED_ASKS);

@@ -18,7 +18,7 @@ class BusCost {
 public:
     // The steps of the dialogue, as docs/bus-protocol.md names them.
     void systemCommand() { exchange(2, REPLY); }
-    void enterBootloader(bool identifies) { exchange(2, identifies ? IDENTIFICATION : REPLY); }
+    void enterBootloader(bool identifies);
     void absentModule();       // asked in vain
     void wait(double seconds); // for the line to fall quiet
     void program(const hexpage::MEMORY_PAGE& page, bool wideAddress);

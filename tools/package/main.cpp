@@ -5,6 +5,7 @@
 #include "report.h"
 #include "show.h"
 
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -87,6 +88,7 @@ int run(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    std::setlocale(LC_CTYPE, "C.UTF-8"); // for names in archives that say them in it
     int status = FINE;
     const auto options = parseOptions(argc, argv, status);
     if (!options)

@@ -29,12 +29,21 @@ bool leadsOutside(const std::string& name) {
     return name.starts_with('/') || ("/" + name + "/").find("/../") != std::string::npos;
 }
 
+// Names that are not in the locale's encoding have none.
+std::string nameOf(archive_entry* entry) {
+    const char* name = archive_entry_pathname(entry);
+    return name != nullptr ? name : "";
+}
+
 // What is wrong with an entry; empty when nothing is.
 std::string objection(archive_entry* entry) {
     const char* link = archive_entry_symlink(entry);
     const char* hardLink = archive_entry_hardlink(entry);
     const mode_t type = archive_entry_filetype(entry);
-    if (leadsOutside(archive_entry_pathname(entry)))
+    const std::string name = nameOf(entry);
+    if (name.empty())
+        return "the name can't be read";
+    if (leadsOutside(name))
         return "the name leads out of the package";
     if (hardLink != nullptr)
         return leadsOutside(hardLink) ? "the link leads out of the package" : "";
@@ -59,7 +68,7 @@ void copyData(archive* from, archive* to) {
 void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory) {
     const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
     archive_entry_set_perm(entry, (archive_entry_perm(entry) & 0777) | (isDirectory ? 0700 : 0600));
-    const std::string target = (directory / archive_entry_pathname(entry)).string();
+    const std::string target = (directory / nameOf(entry)).string();
     if (const char* hardLink = archive_entry_hardlink(entry))
         archive_entry_set_hardlink(entry, (directory / hardLink).c_str());
     archive_entry_set_pathname(entry, target.c_str());
@@ -102,7 +111,7 @@ class Packer {
 public:
     Packer(const fs::path& path, const Progress& progress) : path_(path), progress_(progress) {
         archive_write_add_filter_gzip(out_.get());
-        archive_write_set_format_pax_restricted(out_.get());
+        archive_write_set_format_gnutar(out_.get()); // takes names as bytes, of whatever length
         archive_write_set_options(out_.get(), "gzip:!timestamp,gzip:compression-level=9");
         check(archive_write_open_filename(out_.get(), path.c_str()));
     }
@@ -161,7 +170,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
     while (status >= ARCHIVE_WARN && (status = archive_read_next_header(in.get(), &entry)) >= ARCHIVE_WARN &&
            status != ARCHIVE_EOF) {
-        const std::string name = plainName(archive_entry_pathname(entry));
+        const std::string name = plainName(nameOf(entry));
         names.push_back(name);
         const std::string fault = objection(entry);
         if (!fault.empty()) {

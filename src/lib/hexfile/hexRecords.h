@@ -17,6 +17,7 @@ public:
         std::uint8_t size = 0;     ///< byte count field; `data` may hold fewer or more
         std::uint8_t type = 0;
         std::uint8_t checksum = 0;
+        bool sumsUp = false;             ///< the line's bytes, checksum included, add up to 0
         std::vector<std::uint32_t> data; ///< one byte an element
     };
 

@@ -124,11 +124,13 @@ bool bootloadDialogue::sendWithResponse(std::uint8_t module, MESSAGE msg, unsign
     const bool isLater = isLaterRow(msg);
     const bool quiet = isQuiet();
     csys->busResetResponse();
+    reply = csys->reply();
     csys->comBus->send(msg);
     answeredDirectly = true;
     for (unsigned pass = 0; pass < PASSES && !csys->cancel; ++pass) {
         if (csys->awaitResponse(timeout * POLLS_PER_UNIT)) {
-            if (!isLater && (!quiet || !mayAnswer(csys->bootloader.page, msg))) {
+            reply = csys->reply();
+            if (!isLater && (!quiet || !mayAnswer(reply.page, msg))) {
                 expectStale(LATEST); // it may be an earlier request's, and the one to this still to come
             }
             return true;
@@ -153,6 +155,9 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
 
 bool bootloadDialogue::enterBootloader(std::uint8_t module) {
     auto& record = csys->bootloader;
+    record.hwRev = 0;
+    record.swVersion = std::string();
+    record.serialBootload = false;
     bool mayBeOld = false;
     unsigned timeout = COMMAND_TIMEOUT;
     csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
@@ -165,19 +170,27 @@ bool bootloadDialogue::enterBootloader(std::uint8_t module) {
         if (!sendWithResponse(module, systemCommand(module, ENTER_BOOTLOADER), timeout)) {
             continue;
         }
-        if (record.page != NO_ROW) {
-            record.blInitData = false; // beside a reply: who sent which is not known
-        }
-        // A status request is answered with an error by a bootloader that has not answered anything yet.
-        mayBeOld = !record.blInitData && isFrom(module) && record.page == 0 &&
-                   (answeredDirectly || record.status == OK);
-        if (record.blInitData ? isFrom(module) : mayBeOld && quiet && answeredDirectly) {
-            return true;
+        if (reply.page == NO_ROW) {
+            if (reply.blInitData && isFrom(module)) {
+                return true;
+            }
+        } else {
+            // A status request is answered with an error by a bootloader that has not answered anything yet.
+            mayBeOld = isFrom(module) && reply.page == 0 && (answeredDirectly || reply.status == OK);
+            const bool isPlain = quiet && answeredDirectly;
+            expectStale(QUIET);
+            settle();
+            if (record.blInitData) {
+                record.blInitData = mayBeOld = false; // beside a reply: who sent which is not known
+            } else if (mayBeOld && isPlain) {
+                return !csys->cancel;
+            }
         }
         timeout = SLOW_COMMAND_TIMEOUT; // there is a module, which may be slow to identify itself
         settle();
     }
-    return (record.blInitData || mayBeOld) && !csys->cancel;
+    reply = csys->reply(); // an identification may have come while the line fell quiet
+    return (reply.blInitData || mayBeOld) && !csys->cancel;
 }
 
 void bootloadDialogue::expectStale(std::chrono::milliseconds wait) {
@@ -198,7 +211,7 @@ void bootloadDialogue::settle() {
 
 /** Whether the reply is the module's, as far as it tells. */
 bool bootloadDialogue::isFrom(std::uint8_t module) const {
-    const std::int8_t reported = csys->bootloader.moduleReported;
+    const std::int8_t reported = reply.moduleReported;
     return reported == -1 || reported == static_cast<std::int8_t>(module);
 }
 
@@ -207,7 +220,7 @@ bool bootloadDialogue::tryRequest(std::uint8_t module, const MESSAGE& msg, unsig
     if (!sendWithResponse(module, msg, timeout)) {
         return false;
     }
-    const bool answered = isFrom(module) && csys->bootloader.page == 0;
+    const bool answered = isFrom(module) && reply.page == 0;
     if (!answered) {
         expectStale(QUIET);
     }
@@ -218,7 +231,7 @@ bool bootloadDialogue::tryRequest(std::uint8_t module, const MESSAGE& msg, unsig
 std::uint8_t bootloadDialogue::requestStatus(std::uint8_t module, const MESSAGE& msg, BLSTATUS failure) {
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
         if (tryRequest(module, msg, PAGE_TIMEOUT)) {
-            const std::uint8_t status = csys->bootloader.status;
+            const std::uint8_t status = reply.status;
             csys->pause(PAUSE_MS);
             return status;
         }
@@ -239,7 +252,7 @@ std::uint8_t bootloadDialogue::confirmedStatus(std::uint8_t module, const MESSAG
             break;
         }
         if (tryRequest(module, msg, timeout) && answeredDirectly) {
-            const std::uint8_t status = csys->bootloader.status;
+            const std::uint8_t status = reply.status;
             csys->pause(PAUSE_MS);
             return status;
         }
@@ -295,9 +308,9 @@ int bootloadDialogue::sendRow(std::uint8_t module, std::uint32_t row, const std:
             continue;
         }
         answered = true;
-        const std::uint32_t reported = csys->bootloader.page;
+        const std::uint32_t reported = reply.page;
         if (reported == row && isFrom(module) && (answeredDirectly || !confirmed)) {
-            return csys->bootloader.status;
+            return reply.status;
         }
         expectStale(QUIET);
         std::printf("expecting row %d, got row%d\n", static_cast<int>(row), static_cast<int>(reported));
@@ -326,18 +339,17 @@ bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
     if (ambiguous) {
         expectStale(QUIET);
     }
-    const auto& record = csys->bootloader;
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
         if (n == 0 || ambiguous) { // else only the first write can be what is answered
             settle();
         }
-        if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && record.status == OK &&
+        if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && reply.status == OK &&
             (answeredDirectly || !ambiguous)) {
             return true;
         }
-        if (record.hasResponse && (record.page != 0 || record.status != OK)) {
-            std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(record.status),
-                        static_cast<unsigned>(record.page));
+        if (reply.hasResponse && (reply.page != 0 || reply.status != OK)) {
+            std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(reply.status),
+                        static_cast<unsigned>(reply.page));
         }
     }
     return false;

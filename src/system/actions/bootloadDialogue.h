@@ -45,12 +45,14 @@ public:
     bool sendWithResponse(std::uint8_t module, ProcBusThread::PROCBUS_MSG msg, unsigned timeout);
     /** Up to 4 tries, each with a timeout of 20; true at the first answer. */
     bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
+    /** What answered the last request, as it came; without an answer, what busResetResponse() leaves. */
+    const updateCore::REPLY& lastReply() const { return reply; }
     /**
-     * Asks the module into its bootloader; false when it does not answer. The core's record then tells
-     * whether it sent its identification (`blInitData`). An answer that may not be the one to this request
-     * (it came only on a status request, or while late replies may come) is not taken for an old
-     * bootloader's: the request is repeated within its 4 tries, since an image in the wrong layout would be
-     * worse than a lost second.
+     * Asks the module into its bootloader; false when it does not answer. lastReply() then tells whether it
+     * sent its identification (`blInitData`), and what that says; the one of a module before is forgotten. An
+     * answer that may not be the one to this request (it came only on a status request, or while late replies
+     * may come) is not taken for an old bootloader's: the request is repeated within its 4 tries, since an
+     * image in the wrong layout would be worse than a lost second.
      */
     bool enterBootloader(std::uint8_t module);
 
@@ -105,6 +107,7 @@ private:
 
     updateCore* csys;
     std::string logPrefix;
+    updateCore::REPLY reply;
     bool answeredDirectly = false;                     ///< the last answer came before any status request
     clock::time_point quietAt = clock::now() + LATEST; ///< until then earlier requests may be answered
     std::uint32_t lastRow = 0;                         ///< last row sent of the open page

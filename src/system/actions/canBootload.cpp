@@ -47,11 +47,6 @@ int canBootload::sendDataRow(std::uint32_t row, const hexpage::MEMORY_PAGE& page
 }
 
 action::STATUS canBootload::needsUpdate(bool force) {
-    auto& record = csys->bootloader;
-    record.blInitData = false;
-    record.hwRev = 0;
-    record.swVersion = std::string();
-    record.serialBootload = false;
     pic24NewBL = false;
     csys->comBus->setBuffSize(REQUEST_SIZE);
     dialogue.logItem("Requested module bootloader", logger::LOG_NOTICE);
@@ -64,12 +59,12 @@ action::STATUS canBootload::needsUpdate(bool force) {
         return NOMODULE;
     }
     procType = updateCore::PIC24;
-    return record.blInitData ? compareReported(force) : compareRecorded(force);
+    return dialogue.lastReply().blInitData ? compareReported(force) : compareRecorded(force);
 }
 
 /** The bootloader identified itself: its own words decide. */
 action::STATUS canBootload::compareReported(bool force) {
-    const auto& record = csys->bootloader;
+    const updateCore::REPLY& record = dialogue.lastReply();
     std::printf("%d %d\n", base->id, static_cast<int>(record.moduleReported));
     if (record.serialBootload || record.moduleReported != static_cast<std::int8_t>(base->id)) {
         std::printf("No module\n");

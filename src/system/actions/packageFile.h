@@ -7,7 +7,7 @@
 /** Where the actions find what a package brought. */
 namespace packageFile {
 
-const std::string DIRECTORY = "/keldra/tmp/keldra_update/";
+inline const std::string DIRECTORY = "/keldra/tmp/keldra_update/";
 
 /** A name of at most this many characters stands for no file: the item is passed over. */
 constexpr std::string::size_type NO_FILE_LENGTH = 2;

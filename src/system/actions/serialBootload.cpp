@@ -31,10 +31,7 @@ bool isWhole(hexrecords& image) {
     bool holdsData = false;
     image.resetIterator();
     while (const hexrecords::HEX_RECORD* record = image.getNextRecord()) {
-        const std::uint8_t sum = binaryForm(*record).back();
-        // Of a line that ends with a carriage return the reader has the sum's last digit alone.
-        const bool sumsUp = record->checksum == sum || record->checksum == (sum & 0x0F);
-        if (record->size != record->data.size() || !sumsUp) {
+        if (record->size != record->data.size() || !record->sumsUp) {
             return false;
         }
         holdsData = holdsData || (record->type == 0 && record->size > 0);
@@ -91,11 +88,6 @@ int serialBootload::mem_sendData(std::uint32_t row, const hexpage::MEMORY_PAGE& 
 }
 
 action::STATUS serialBootload::needsUpdate(bool force) {
-    auto& record = csys->bootloader;
-    record.blInitData = false;
-    record.hwRev = 0;
-    record.swVersion = std::string();
-    record.serialBootload = false;
     logItem("Requested module bootloader", logger::LOG_NOTICE);
     const bool answered = dialogue.enterBootloader(base->id);
     if (csys->cancel) {
@@ -105,6 +97,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         logItem("Could not switch to bootload mode", logger::LOG_WARNING);
         return NOMODULE;
     }
+    const updateCore::REPLY& record = dialogue.lastReply();
     if (!record.blInitData || !record.serialBootload) {
         std::printf("BL responding is not SERIAL\n");
         return NOMODULE;
@@ -162,41 +155,35 @@ bool serialBootload::run_v1(const std::string& path) {
     return true;
 }
 
-bool serialBootload::eraseMemory() {
+/** Up to 4 attempts. The log says how each failed, and that there are no more. */
+bool serialBootload::attempt(const char* refused, const char* unanswered, const char* exceeded,
+                             const std::function<bool()>& once) {
     for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        const std::uint8_t status = dialogue.eraseAll(base->id);
-        if (status == OK) {
+        if (once()) {
             return true;
         }
         if (!csys->cancel) {
-            logItem(csys->bootloader.hasResponse ? "Flash Mem Erase Fail: Internal Error"
-                                                 : "Flash Mem Erase Fail: No response",
-                    logger::LOG_WARNING);
+            logItem(dialogue.lastReply().hasResponse ? refused : unanswered, logger::LOG_WARNING);
         }
     }
     if (!csys->cancel) {
-        logItem("Mem Erase Tries Exceeded....Exiting...", logger::LOG_ERROR);
+        logItem(exceeded, logger::LOG_ERROR);
     }
     return false;
+}
+
+bool serialBootload::eraseMemory() {
+    return attempt("Flash Mem Erase Fail: Internal Error", "Flash Mem Erase Fail: No response",
+                   "Mem Erase Tries Exceeded....Exiting...",
+                   [this] { return dialogue.eraseAll(base->id) == OK; });
 }
 
 /** Sends one record, whatever its type: rows without a start of page, closed by a page write. */
 bool serialBootload::programRecord(const hexrecords::HEX_RECORD& record) {
     const std::vector<std::uint8_t> bytes = binaryForm(record);
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (dialogue.sendRecord(base->id, bytes) == OK && mem_sendPageWrite()) {
-            return true;
-        }
-        if (!csys->cancel) {
-            logItem(csys->bootloader.hasResponse ? "Could not write page to memory"
-                                                 : "No response from Write Command",
-                    logger::LOG_WARNING);
-        }
-    }
-    if (!csys->cancel) {
-        logItem("Program retry count exceeded...Exiting...", logger::LOG_ERROR);
-    }
-    return false;
+    return attempt("Could not write page to memory", "No response from Write Command",
+                   "Program retry count exceeded...Exiting...",
+                   [&] { return dialogue.sendRecord(base->id, bytes) == OK && mem_sendPageWrite(); });
 }
 
 bool serialBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {

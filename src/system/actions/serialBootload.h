@@ -4,6 +4,9 @@
 #include "action.prototype.h"
 #include "bootloadDialogue.h"
 
+#include <functional>
+#include <string>
+
 /**
  * Reprograms the module on the serial bootloader, the control module, in either version of its protocol:
  * record by record or page by page. Also the sender of system commands for those who have no item (setBase()
@@ -33,6 +36,8 @@ public:
 private:
     bool run_v1(const std::string& path);
     bool run_v2(const std::string& path);
+    bool attempt(const char* refused, const char* unanswered, const char* exceeded,
+                 const std::function<bool()>& once);
     bool eraseMemory();
     bool programRecord(const hexrecords::HEX_RECORD& record);
     bool selectLayout(bootloadDialogue::LAYOUT& layout) const;
