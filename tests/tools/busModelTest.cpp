@@ -1,24 +1,12 @@
 #include "busModel.h"
 
 #include "files.h"
+#include "support/hexImage.h"
 
-#include <cstdio>
 #include <gtest/gtest.h>
 
 namespace package {
 namespace {
-
-// An image of `size` bytes from the start of a flash at `upper` << 16, in records of 16.
-std::string image(unsigned upper, unsigned size) {
-    char text[32];
-    std::snprintf(text, sizeof text, ":02000004%04X00\n", upper);
-    std::string lines = text;
-    for (unsigned at = 0; at < size; at += 16) {
-        std::snprintf(text, sizeof text, ":10%04X00", at);
-        lines += text + std::string(34, '0') + "\n";
-    }
-    return lines + ":00000001FF\n";
-}
 
 // A full page of 2048 bytes: 251 rows of 7 bytes, then 49 of 6 (the last of 3), between start and write.
 TEST(busModelTest, CountsTheDialogue) {
@@ -26,7 +14,7 @@ TEST(busModelTest, CountsTheDialogue) {
     const auto path = directory.path() / "image.hex";
     const struct {
         const char* processor;
-        unsigned upper;
+        std::uint32_t start;
         unsigned size;
         std::uint32_t pages;
         std::uint32_t erases;
@@ -34,17 +22,17 @@ TEST(busModelTest, CountsTheDialogue) {
         double seconds; // at 115200
     } rows[] = {
         // 302 exchanges: 9655 wire bytes, two pauses
-        {"stm32f3", 0x0800, 2048, 1, 0, 2 * 302, 9655 * 10 / 115200.0 + 302 * 0.00015 + 0.02},
+        {"stm32f3", 0x08000000, 2048, 1, 0, 2 * 302, 9655 * 10 / 115200.0 + 302 * 0.00015 + 0.02},
         // besides, everything is erased on a quiet line
-        {"stm32f4", 0x0800, 2048, 1, 1, 2 * 303, 9687 * 10 / 115200.0 + 303 * 0.00015 + 0.02 + 0.11},
+        {"stm32f4", 0x08000000, 2048, 1, 1, 2 * 303, 9687 * 10 / 115200.0 + 303 * 0.00015 + 0.02 + 0.11},
         // two full pages of 220 rows; the empty one that the reader makes behind them is not erased
         {"pic24", 0, 0x2800, 2, 0, 2 * 444, 14184 * 10 / 115200.0 + 444 * 0.00015 + 0.04},
-        {"pic32-pages", 0x1D00, 16, 1, 0, 2 * 5, 149 * 10 / 115200.0 + 5 * 0.00015 + 0.02},
+        {"pic32-pages", 0x1D000000, 16, 1, 0, 2 * 5, 149 * 10 / 115200.0 + 5 * 0.00015 + 0.02},
         // three records of 7, 21 and 5 bytes in 1, 3 and 1 rows; the short ones wait twice
-        {"pic32-records", 0x1D00, 16, 3, 1, 2 * 9, 268 * 10 / 115200.0 + 9 * 0.00015 + 0.01 + 0.5},
+        {"pic32-records", 0x1D000000, 16, 3, 1, 2 * 9, 268 * 10 / 115200.0 + 9 * 0.00015 + 0.01 + 0.5},
     };
     for (const auto& row : rows) {
-        writeFile(path, image(row.upper, row.size));
+        writeFile(path, hexImage({{row.start, row.size}}));
         const Processor& processor = *findProcessor(row.processor);
         const BusCost cost = costOfImage(path, processor, !processor.onCan);
         EXPECT_EQ(cost.pages, row.pages) << row.processor;

@@ -1,6 +1,7 @@
 #include "hexCheck.h"
 
 #include "files.h"
+#include "support/hexImage.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -8,26 +9,7 @@
 namespace package {
 namespace {
 
-using Bytes = std::map<std::uint32_t, std::uint8_t>; // by address of the HEX file
-
-std::string record(unsigned type, std::uint32_t address, const std::vector<unsigned>& bytes) {
-    char digits[12];
-    std::snprintf(digits, sizeof digits, ":%02X%04X%02X", static_cast<unsigned>(bytes.size()),
-                  address & 0xFFFF, type);
-    std::string line = digits;
-    unsigned sum = static_cast<unsigned>(bytes.size()) + (address >> 8 & 0xFF) + (address & 0xFF) + type;
-    for (const unsigned byte : bytes) {
-        std::snprintf(digits, sizeof digits, "%02X", byte);
-        line += digits;
-        sum += byte;
-    }
-    std::snprintf(digits, sizeof digits, "%02X", -sum & 0xFF);
-    return line + digits + "\n";
-}
-
-std::string upper(std::uint32_t address) {
-    return record(4, 0, {address >> 24, address >> 16 & 0xFF});
-}
+using ByAddress = std::map<std::uint32_t, std::uint8_t>; // of the HEX file
 
 class hexCheckTest : public testing::Test {
 protected:
@@ -49,8 +31,8 @@ private:
 
 // Whatever single character is damaged, the image does not pass.
 TEST_F(hexCheckTest, NoDamagedCharacterPasses) {
-    const std::string image =
-        upper(0x08000000) + record(0, 0, {1, 2, 3, 0xFF}) + record(0, 4, {4, 0x5A}) + record(1, 0, {});
+    const std::string image = hexUpper(0x08000000) + hexRecord(0, 0, {1, 2, 3, 0xFF}) +
+                              hexRecord(0, 4, {4, 0x5A}) + hexRecord(1, 0, {});
     ASSERT_EQ(check(image, "stm32f3"), "");
     for (std::size_t at = 0; at + 1 < image.size(); ++at) { // the last line may do without its end
         for (const char damaged : {'0', '1', '7', 'A', 'F', 'G', ':', ' ', '\n', '\r', '\0'}) {
@@ -64,7 +46,7 @@ TEST_F(hexCheckTest, NoDamagedCharacterPasses) {
 
 // Wherever a copy ends too early, it does not pass.
 TEST_F(hexCheckTest, NoCutImagePasses) {
-    const std::string image = upper(0x08000000) + record(0, 0, {1, 2, 3, 4}) + record(1, 0, {});
+    const std::string image = hexUpper(0x08000000) + hexRecord(0, 0, {1, 2, 3, 4}) + hexRecord(1, 0, {});
     for (std::size_t size = 0; size + 1 < image.size(); ++size)
         EXPECT_NE(check(image.substr(0, size), "stm32f3"), "") << size;
 }
@@ -74,18 +56,18 @@ TEST_F(hexCheckTest, NoCutImagePasses) {
 class cleanImageTest : public hexCheckTest {
 protected:
     // Records of a few pieces, and the bytes they mean.
-    std::string draw(std::uint32_t base, bool pic24, Bytes& meant) {
-        std::string text = upper(base);
+    std::string draw(std::uint32_t base, bool pic24, ByAddress& meant) {
+        std::string text = hexUpper(base);
         std::uint32_t at = 0;
         const unsigned pieces = below(4) + 1;
         for (unsigned piece = 0; piece < pieces; ++piece) {
             for (unsigned count = below(200) + 1; count > 0 && at < 0xFF00; --count) {
-                std::vector<unsigned> bytes((below(30) == 0 ? below(4) + 1 : 4) * 4);
+                std::vector<std::uint8_t> bytes((below(30) == 0 ? below(4) + 1 : 4) * 4);
                 for (std::size_t i = 0; i < bytes.size(); ++i) {
-                    bytes[i] = pic24 && i % 4 == 3 ? 0 : below(256);
-                    meant[base + at + static_cast<std::uint32_t>(i)] = static_cast<std::uint8_t>(bytes[i]);
+                    bytes[i] = static_cast<std::uint8_t>(pic24 && i % 4 == 3 ? 0 : below(256));
+                    meant[base + at + static_cast<std::uint32_t>(i)] = bytes[i];
                 }
-                text += record(0, at, bytes);
+                text += hexRecord(0, static_cast<std::uint16_t>(at), bytes);
                 at += static_cast<std::uint32_t>(bytes.size());
             }
             const bool smallGap = below(5) == 0;
@@ -93,13 +75,13 @@ protected:
             if (pic24 && at > 0x800 && at < 0x2000 && below(4) != 0)
                 at = 0x2000;
         }
-        return text + record(1, 0, {});
+        return text + hexRecord(1, 0, {});
     }
     unsigned below(unsigned end) { return static_cast<unsigned>(random_() % end); }
 
     // The bytes as the panel's pages have them, at the addresses that they are programmed to.
-    static Bytes programmed(hexpage& image, bool pic24) {
-        Bytes bytes;
+    static ByAddress programmed(hexpage& image, bool pic24) {
+        ByAddress bytes;
         image.resetIterator();
         while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
             for (std::uint32_t i = 0; i < page->data.size(); ++i)
@@ -123,13 +105,13 @@ TEST_F(cleanImageTest, IsProgrammedAsItStands) {
         const bool pic24 = row.base == 0;
         unsigned clean = 0;
         for (unsigned round = 0; round < 150; ++round) {
-            Bytes meant;
+            ByAddress meant;
             if (check(draw(row.base, pic24, meant), row.processor, row.serial) != "")
                 continue;
             ++clean;
             hexpage image;
             ASSERT_TRUE(readByPanel(path(), findProcessor(row.processor)->layout(row.serial), image));
-            Bytes found = programmed(image, pic24);
+            ByAddress found = programmed(image, pic24);
             if (pic24) { // the fourth bytes have no place, and used pages are filled up
                 std::erase_if(meant, [](const auto& each) { return each.first % 4 == 3; });
                 std::erase_if(found, [&](const auto& each) {

@@ -8,11 +8,7 @@ using dialogue = bootloadDialogue;
 
 class bootloadDialogueTest : public BootloaderTest {
 protected:
-    bootloadDialogueTest() : BootloaderTest(CAN_MODULE) {
-        for (unsigned i = 0; i < 2048; ++i) {
-            page.data.push_back(static_cast<std::uint8_t>(i));
-        }
-    }
+    bootloadDialogueTest() : BootloaderTest(CAN_MODULE) { page.data = counting(2048); }
 
     bootloadDialogue talk{core.get(), "CAN: "};
     hexpage::MEMORY_PAGE page;
@@ -81,11 +77,11 @@ TEST_F(bootloadDialogueTest, SilenceEndsEveryRequestAfterItsTries) {
     bus.autoAnswer([](const Frame&) { return Replies(); });
     for (const auto& row : rows) {
         const std::size_t before = bus.sent().size();
-        const int status = sentOf(Request::STATUS);
+        const int status = sentOf(STATUS);
         EXPECT_EQ(row.send(), row.result) << row.name;
         // A frame is discarded by the next one when the bus was too busy to take it.
         EXPECT_NEAR(static_cast<int>(bus.sent().size() - before), row.requests * 4, 1) << row.name;
-        EXPECT_NEAR(sentOf(Request::STATUS) - status, row.requests * 3, 1) << row.name;
+        EXPECT_NEAR(sentOf(STATUS) - status, row.requests * 3, 1) << row.name;
     }
 }
 
@@ -105,9 +101,8 @@ TEST_F(bootloadDialogueTest, OnlyTheModulesOwnReplyToThisRowCounts) {
 
 TEST_F(bootloadDialogueTest, ARepeatedReplyIsNoConfirmation) {
     // Only status requests are answered: with what the module said to the request before.
-    answer([&](Request request, int) {
-        return request == Request::STATUS ? Replies{status(dialogue::OK)} : Replies{};
-    });
+    answer(
+        [&](Request request, int) { return request == STATUS ? Replies{status(dialogue::OK)} : Replies{}; });
     EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK); // its rows prove it, or not
     EXPECT_EQ(talk.eraseBlock(CAN_MODULE, 0, 1, true), dialogue::ERASEERR);
     EXPECT_EQ(talk.eraseAll(CAN_MODULE), dialogue::ERASEERR);
@@ -117,12 +112,12 @@ TEST_F(bootloadDialogueTest, ARepeatedReplyIsNoConfirmation) {
 }
 
 TEST_F(bootloadDialogueTest, ALostReplyIsAskedFor) {
-    for (const Request lost : {Request::START, Request::ROW, Request::WRITE}) {
+    for (const Request lost : {START, ROW, WRITE}) {
         std::uint16_t row = 0;
         answer([&](Request request, int nth) -> std::optional<Replies> {
-            row = request == Request::ROW ? static_cast<std::uint16_t>(nth - 1) : row;
-            if (request == Request::STATUS) {
-                return Replies{status(dialogue::OK, lost == Request::ROW ? row : std::uint16_t{0})};
+            row = request == ROW ? static_cast<std::uint16_t>(nth - 1) : row;
+            if (request == STATUS) {
+                return Replies{status(dialogue::OK, lost == ROW ? row : std::uint16_t{0})};
             }
             return request == lost && nth == 1 ? std::optional(Replies()) : std::nullopt;
         });
@@ -130,15 +125,14 @@ TEST_F(bootloadDialogueTest, ALostReplyIsAskedFor) {
         EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK);
         EXPECT_EQ(talk.sendRows(CAN_MODULE, {page.data.begin(), page.data.begin() + 14}), dialogue::OK);
         EXPECT_TRUE(talk.sendPageWrite(CAN_MODULE));
-        EXPECT_EQ(sentOf(lost) - before, lost == Request::ROW ? 2 : 1);
+        EXPECT_EQ(sentOf(lost) - before, lost == ROW ? 2 : 1);
     }
 }
 
 TEST_F(bootloadDialogueTest, DoubledRepliesPutNothingOutOfStep) {
     bus.autoAnswer([&](const Frame& frame) {
         const Request request = kindOf(frame);
-        const Frame once =
-            status(dialogue::OK, request == Request::ROW ? frame.payload[0] : std::uint16_t{0});
+        const Frame once = status(dialogue::OK, request == ROW ? frame.payload[0] : std::uint16_t{0});
         return Replies{once, once};
     });
     for (int n = 0; n < 3; ++n) {
@@ -151,58 +145,51 @@ TEST_F(bootloadDialogueTest, DoubledRepliesPutNothingOutOfStep) {
 TEST_F(bootloadDialogueTest, APageIsIgnoredOnlyOnItsOwnWord) {
     // The start is lost, and the module repeats what it said of the page before.
     answer([&](Request request, int nth) -> std::optional<Replies> {
-        if (request == Request::STATUS) {
+        if (request == STATUS) {
             return Replies{status(dialogue::IGNOREPG)};
         }
-        return request == Request::START && nth == 1 ? std::optional(Replies()) : std::nullopt;
+        return request == START && nth == 1 ? std::optional(Replies()) : std::nullopt;
     });
     EXPECT_EQ(talk.startPage(CAN_MODULE, page, true), dialogue::OK);
-    EXPECT_EQ(sentOf(Request::START), 2);
+    EXPECT_EQ(sentOf(START), 2);
 }
 
 TEST_F(bootloadDialogueTest, AnIdentificationIsWaitedFor) {
-    const Frame own = identification(CAN_MODULE, 3, "1.2.3", 4);
-    const Frame other = identification(CAN_MODULE + 1, 1, "9.9.9");
+    const Replies none;
+    const Replies own = {identification(CAN_MODULE, 3, "1.2.3", 4)};
+    const Replies another = {identification(CAN_MODULE + 1, 1, "9.9.9")};
+    const Replies missed = {status(dialogue::MISSEDPACKET)};
+    const Replies old = {status(dialogue::OK)};
+    const Replies oldAndShort = {{3, {0, 0}}};
+    const Replies anothersOld = {reply(0, 0, CAN_MODULE + 1)};
     const struct {
         const char* name;
-        std::function<Replies(Request, int)> rule;
+        int early; ///< requests that are answered with `before`, the others with `then`
+        Replies before;
+        Replies then;
+        Replies toStatus;
         bool entered;
         bool identified;
         int requests;
     } rows[] = {
-        {"at once", [&](Request, int) { return Replies{own}; }, true, true, 1},
-        {"lost twice, the status answered",
-         [&](Request request, int nth) {
-             return request == Request::STATUS ? Replies{status(dialogue::MISSEDPACKET)}
-                    : nth < 3                  ? Replies{}
-                                               : Replies{own};
-         },
-         true, true, 3},
-        {"always lost, the status answered",
-         [&](Request request, int) {
-             return request == Request::STATUS ? Replies{status(dialogue::MISSEDPACKET)} : Replies{};
-         },
-         false, false, 4},
-        {"another module's first", [&](Request, int nth) { return Replies{nth == 1 ? other : own}; }, true,
-         true, 2},
-        {"another module's, then an old bootloader's reply",
-         [&](Request, int nth) { return Replies{nth == 1 ? other : status(dialogue::OK)}; }, true, false, 2},
-        {"an old bootloader", [&](Request, int) { return Replies{status(dialogue::OK)}; }, true, false, 1},
-        {"an old bootloader with short replies",
-         [](Request, int) {
-             return Replies{{3, {0, 0}}};
-         },
-         true, false, 1},
-        {"another module's reply", [](Request, int) { return Replies{reply(0, 0, CAN_MODULE + 1)}; }, false,
-         false, 4},
+        {"at once", 0, none, own, own, true, true, 1},
+        {"lost twice, the status answered", 2, none, own, missed, true, true, 3},
+        {"always lost, the status answered", ALWAYS, none, none, missed, false, false, 4},
+        {"another module's first", 1, another, own, own, true, true, 2},
+        {"another module's, then an old bootloader's reply", 1, another, old, old, true, false, 2},
+        {"an old bootloader", 0, none, old, old, true, false, 1},
+        {"an old bootloader with short replies", 0, none, oldAndShort, oldAndShort, true, false, 1},
+        {"another module's reply", 0, none, anothersOld, anothersOld, false, false, 4},
     };
     for (const auto& row : rows) {
         bootloadDialogue fresh(core.get(), "");
-        answer(row.rule);
-        const int before = sentOf(Request::ENTER);
+        answer([&row](Request request, int nth) {
+            return request == STATUS ? row.toStatus : nth <= row.early ? row.before : row.then;
+        });
+        const int before = sentOf(ENTER);
         EXPECT_EQ(fresh.enterBootloader(CAN_MODULE), row.entered) << row.name;
         EXPECT_EQ(core->bootloader.blInitData, row.identified) << row.name;
-        EXPECT_EQ(sentOf(Request::ENTER) - before, row.requests) << row.name;
+        EXPECT_EQ(sentOf(ENTER) - before, row.requests) << row.name;
     }
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "support/hexImage.h"
 #include "support/panel.h"
+#include "system/actions/action.prototype.h"
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -10,8 +13,12 @@
 constexpr std::uint8_t CAN_MODULE = 9;
 constexpr std::uint8_t SERIAL_MODULE = 2;
 
+const std::string IMAGE = "/keldra/tmp/keldra_update/image.hex";
+constexpr int ALWAYS = 1000; // times that something goes wrong
+
 // Requests by their kind, as a fake bootloader tells them apart.
 enum class Request { ENTER, LEAVE, START, STATUS, WRITE, ERASE, ERASE_ALL, ROW };
+using enum Request;
 
 /** A panel with one module in its bootloader, which answers every request well unless told otherwise. */
 class BootloaderTest : public Panel {
@@ -40,13 +47,32 @@ protected:
         });
     }
 
+    /** Answers the first requests of this kind with a status of its own. */
+    Exception refuse(Request which, std::uint8_t code, int times) const {
+        return [=, this](Request request, int nth) -> std::optional<Replies> {
+            return request == which && nth <= times ? std::optional(Replies{status(code)}) : std::nullopt;
+        };
+    }
+    /** Leaves the first requests of this kind without an answer, and every status request. */
+    static Exception silence(Request which, int times) {
+        return [=](Request request, int nth) -> std::optional<Replies> {
+            const bool silent = request == STATUS || (request == which && nth <= times);
+            return silent ? std::optional(Replies()) : std::nullopt;
+        };
+    }
+
     /** Requests of this kind so far. */
     int sentOf(Request request) {
-        int count = 0;
-        for (const Frame& frame : bus.sent()) {
-            count += kindOf(frame) == request ? 1 : 0;
-        }
-        return count;
+        const std::vector<Frame> sent = bus.sent();
+        return static_cast<int>(std::count_if(
+            sent.begin(), sent.end(), [request](const Frame& frame) { return kindOf(frame) == request; }));
+    }
+    /** The log since the last call. */
+    Texts newlyLogged() {
+        const Texts all = logged();
+        const Texts fresh(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
+        seen = all.size();
+        return fresh;
     }
 
     /** The identification it answers "," with; an old bootloader's plain reply when there is none. */
@@ -58,75 +84,55 @@ protected:
     }
 
     static Request kindOf(const Frame& frame) {
-        switch (frame.id) {
-        case 16:
-            return frame.payload[1] == ENTER_BOOTLOADER ? Request::ENTER : Request::LEAVE;
-        case 1:
-            switch (frame.payload.size() > 1 ? frame.payload[1] : 0) {
-            case 1:
-                return Request::START;
-            case 3:
-                return Request::STATUS;
-            case 4:
-                return Request::WRITE;
-            case 5:
-                return Request::ERASE;
-            case 6:
-                return Request::ERASE_ALL;
-            default:
-                return Request::LEAVE;
-            }
-        default:
-            return Request::ROW;
+        if (frame.id == 16) {
+            return frame.payload[1] == ENTER_BOOTLOADER ? ENTER : LEAVE;
         }
+        if (frame.id != 1) {
+            return ROW;
+        }
+        constexpr Request commands[] = {LEAVE, START, LEAVE, STATUS, WRITE, ERASE, ERASE_ALL};
+        return frame.payload.size() > 1 ? commands[frame.payload[1]] : LEAVE;
     }
 
 private:
     Frame usual(Request request, const Frame& frame) const {
-        if (request == Request::ENTER && identity) {
+        if (request == ENTER && identity) {
             return *identity;
         }
         const bool wide = frame.id == 4;
-        const int row = request == Request::ROW ? frame.payload[0] + (wide ? 256 * frame.payload[1] : 0) : 0;
+        const int row = request == ROW ? frame.payload[0] + (wide ? 256 * frame.payload[1] : 0) : 0;
         return status(0, static_cast<std::uint16_t>(row));
     }
 
     std::map<Request, int> counts; ///< of the bus's thread
+    std::size_t seen = 0;          ///< lines of the log
 };
 
-/** Lines of a HEX file. */
-inline std::string hexRecord(std::uint8_t type, std::uint16_t address, const Bytes& data) {
-    Bytes bytes = {static_cast<std::uint8_t>(data.size()), static_cast<std::uint8_t>(address >> 8),
-                   static_cast<std::uint8_t>(address & 0xFF), type};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    unsigned sum = 0;
-    std::string line = ":";
-    const auto add = [&](unsigned byte) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", byte & 0xFF);
-        line += digits;
-        sum += byte;
-    };
-    for (const std::uint8_t byte : bytes) {
-        add(byte);
+/** The same with the action that programs the module, and an image for it. */
+template <class ACTION>
+class ActionTest : public BootloaderTest {
+protected:
+    ActionTest(std::uint8_t address, updateCore::MODULE updateCore::*programmed)
+        : BootloaderTest(address), item(((*core).*programmed).base) {
+        act.setBase(&item);
+        item.update.items = {{"image.hex", "2.0.0"}};
+        item.update.resetAfterUpdate = false;
     }
-    add(0x100 - sum % 0x100);
-    return line + "\n";
-}
+    /** Makes the module one of this kind, on the new bootloader unless it is 0, and asks it. */
+    action::STATUS enter(std::uint8_t kind, const std::string& version = "1.0.0") {
+        answer();
+        identity = kind == 0 ? std::nullopt : std::optional(identification(module, kind, version));
+        return act.needsUpdate(false);
+    }
+    /** Runs the action; the requests that it sent. */
+    std::vector<Frame> run(bool result) {
+        newlyLogged();
+        const auto before = static_cast<std::ptrdiff_t>(bus.sent().size());
+        EXPECT_EQ(act.run(), result);
+        const std::vector<Frame> sent = bus.sent();
+        return {sent.begin() + before, sent.end()};
+    }
 
-/** A file with `count` bytes 0, 1, 2... from each of the addresses, which ascend. */
-inline std::string hexImage(const std::vector<std::pair<std::uint32_t, std::size_t>>& runs) {
-    std::string text;
-    for (const auto& [start, count] : runs) {
-        text +=
-            hexRecord(4, 0, {static_cast<std::uint8_t>(start >> 24), static_cast<std::uint8_t>(start >> 16)});
-        for (std::size_t at = 0; at < count; at += 16) {
-            Bytes data;
-            for (std::size_t i = at; i < std::min(at + 16, count); ++i) {
-                data.push_back(static_cast<std::uint8_t>(i));
-            }
-            text += hexRecord(0, static_cast<std::uint16_t>(start + at), data);
-        }
-    }
-    return text + hexRecord(1, 0, {});
-}
+    updateCore::BASE_ITEM& item;
+    ACTION act{core.get()};
+};

@@ -4,61 +4,27 @@
 
 namespace {
 
-const std::string IMAGE = "/keldra/tmp/keldra_update/image.hex";
+using enum bootloadDialogue::BLSTATUS;
+
 constexpr std::uint8_t RECORDS = 0x82; // kinds on the serial bootloader
 constexpr std::uint8_t PAGES = 0x85;
+constexpr std::uint8_t STM32F4 = 0x86;
 
-class serialBootloadTest : public BootloaderTest {
+class serialBootloadTest : public ActionTest<serialBootload> {
 protected:
-    serialBootloadTest() : BootloaderTest(SERIAL_MODULE) {
-        act.setBase(&item);
-        item.update.items = {{"image.hex", "2.0.0"}};
-        item.update.resetAfterUpdate = false;
-    }
-
-    action::STATUS enter(std::uint8_t kind, const std::string& version = "1.0.0") {
-        answer();
-        identity = identification(module, kind, version);
-        return act.needsUpdate(false);
-    }
-    Texts newlyLogged() {
-        Texts all = logged();
-        Texts fresh(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
-        seen = all.size();
-        return fresh;
-    }
-    Exception refuse(Request which, std::uint8_t code, int times) {
-        return [=, this](Request request, int nth) -> std::optional<Replies> {
-            return request == which && nth <= times ? std::optional(Replies{status(code)}) : std::nullopt;
-        };
-    }
-    Exception silence(Request which, int times) {
-        return [=](Request request, int nth) -> std::optional<Replies> {
-            const bool silent = request == Request::STATUS || (request == which && nth <= times);
-            return silent ? std::optional(Replies()) : std::nullopt;
-        };
-    }
-
-    updateCore::BASE_ITEM& item = core->ctrl.base;
-    serialBootload act{core.get()};
-
-private:
-    std::size_t seen = 0;
+    serialBootloadTest() : ActionTest(SERIAL_MODULE, &updateCore::ctrl) {}
 };
 
 TEST_F(serialBootloadTest, TheModulesAnswerDecides) {
     item.update.resetAfterUpdate = true;
     EXPECT_EQ(enter(PAGES), action::GOUPDATE);
     EXPECT_EQ(item.swVersion.get(), "1.0.0");
-    EXPECT_EQ(sentOf(Request::LEAVE), 0);
+    EXPECT_EQ(sentOf(LEAVE), 0);
     EXPECT_EQ(enter(PAGES, "2.0.0"), action::NOUPDATE);
-    EXPECT_EQ(sentOf(Request::LEAVE), 1);
-    testing::internal::CaptureStdout();
+    EXPECT_EQ(sentOf(LEAVE), 1);
     EXPECT_EQ(enter(5), action::NOMODULE); // on CAN
     identity = std::nullopt;
     EXPECT_EQ(act.needsUpdate(true), action::NOMODULE);
-    const std::string said = testing::internal::GetCapturedStdout();
-    EXPECT_NE(said.find("BL responding is not SERIAL"), said.rfind("BL responding is not SERIAL"));
     EXPECT_TRUE(holds(newlyLogged(), "[Notice]: Serial: Requested module bootloader"));
     bus.autoAnswer([](const Frame&) { return Replies(); });
     EXPECT_EQ(act.needsUpdate(true), action::NOMODULE);
@@ -78,19 +44,15 @@ TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
     put(IMAGE, hexImage({{0x1D000000, 8}, {0x1D002000, 3}}));
     item.update.resetAfterUpdate = true;
     ASSERT_EQ(enter(PAGES), action::GOUPDATE);
-    newlyLogged();
-    const std::size_t before = bus.sent().size();
-    EXPECT_TRUE(act.run());
-    const auto sent = bus.sent();
-    EXPECT_EQ(std::vector<Frame>(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end()),
-              std::vector<Frame>({{1, hex("02 01 00 00 00 08 00 1D")},
-                                  {2, hex("00 00 01 02 03 04 05 06")},
-                                  {2, hex("01 07")},
-                                  {1, hex("02 04")},
-                                  {1, hex("02 01 20 00 00 03 00 1D")},
-                                  {2, hex("00 00 01 02")},
-                                  {1, hex("02 04")},
-                                  {16, hex("02 21")}}));
+    const std::vector<Frame> sent = run(true);
+    EXPECT_EQ(sent, std::vector<Frame>({{1, hex("02 01 00 00 00 08 00 1D")},
+                                        {2, hex("00 00 01 02 03 04 05 06")},
+                                        {2, hex("01 07")},
+                                        {1, hex("02 04")},
+                                        {1, hex("02 01 20 00 00 03 00 1D")},
+                                        {2, hex("00 00 01 02")},
+                                        {1, hex("02 04")},
+                                        {16, hex("02 21")}}));
     EXPECT_EQ(newlyLogged(), Texts({"[Notice]: Serial: Starting bootload",
                                     "[Notice]: SerialV2: Working on Address# 0x1d000000 (0/3) LEN: 8",
                                     "[Notice]: SerialV2: Page written successfully",
@@ -100,63 +62,47 @@ TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
 }
 
 TEST_F(serialBootloadTest, WhatGoesWrongWithPagesIsLogged) {
+    const char* const unwritten = "SerialV2: Could not write page to internal flash...retrying...";
     const struct {
         std::uint8_t kind;
         Exception exception;
-        Texts texts;
+        const char* text;
         bool result;
     } rows[] = {
-        {PAGES,
-         refuse(Request::START, 4, 99),
-         {"SerialV2: Could not send SOH.  Retrying.", "SerialV2: Page retry count exceeded.  Exiting."},
-         false},
-        {PAGES, refuse(Request::START, 6, 1), {"SerialV2: Page ignored"}, true},
-        {PAGES, silence(Request::ROW, 4), {"SerialV2: No response from data send...retrying page"}, true},
-        {PAGES, refuse(Request::ROW, 1, 1), {"SerialV2: Data TX error...retrying..."}, true},
-        {PAGES,
-         refuse(Request::WRITE, 4, 4),
-         {"SerialV2: Could not write page to internal flash...retrying..."},
-         true},
-        {0x86, nullptr, {"SerialV2: Erasing blocks at 0x8000800 (1)", "SerialV2: Blocks Erased"}, true},
-        {0x86, refuse(Request::ERASE, 5, 1), {"SerialV2: Could not erase range"}, false},
-        {0x86, refuse(Request::ERASE_ALL, 5, 1), {"SerialV2: Could not erase range (all)"}, false},
-        {0x80, nullptr, {"SerialV2: Unsupported processor"}, false},
+        {PAGES, refuse(START, WRITEERR, 3), "SerialV2: Could not send SOH.  Retrying.", true},
+        {PAGES, refuse(START, WRITEERR, ALWAYS), "SerialV2: Page retry count exceeded.  Exiting.", false},
+        {PAGES, refuse(START, IGNOREPG, 1), "SerialV2: Page ignored", true},
+        {PAGES, silence(ROW, 4), "SerialV2: No response from data send...retrying page", true},
+        {PAGES, refuse(ROW, BADCHECKSUM, 1), "SerialV2: Data TX error...retrying...", true},
+        {PAGES, refuse(WRITE, WRITEERR, 4), unwritten, true},
+        {STM32F4, nullptr, "SerialV2: Erasing blocks at 0x8000800 (1)", true},
+        {STM32F4, refuse(ERASE, IGNOREPG, 1), "SerialV2: Blocks Erased", true},
+        {STM32F4, refuse(ERASE, ERASEERR, 1), "SerialV2: Could not erase range", false},
+        {STM32F4, refuse(ERASE_ALL, ERASEERR, 1), "SerialV2: Could not erase range (all)", false},
+        {0x80, nullptr, "SerialV2: Unsupported processor", false},
     };
     for (const auto& row : rows) {
         const std::uint32_t start = row.kind == PAGES ? 0x1D000000 : 0x08000000;
         put(IMAGE, hexImage({{start, 16}, {start + 0x1000, 16}}));
         ASSERT_EQ(enter(row.kind), action::GOUPDATE);
-        newlyLogged();
         answer(row.exception);
-        EXPECT_EQ(act.run(), row.result) << row.texts.back();
-        const Texts log = newlyLogged();
-        for (const std::string& text : row.texts) {
-            EXPECT_TRUE(holds(log, text)) << text;
-        }
+        run(row.result);
+        EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
     }
 }
 
 TEST_F(serialBootloadTest, RecordsAreSentAsTheyAre) {
     put(IMAGE, hexRecord(4, 0, {0x1D, 0x00}) + hexRecord(0, 0x0010, {1, 2, 3, 4}) + ":00000001FF\n");
     ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
-    newlyLogged();
-    const std::size_t before = bus.sent().size();
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(act.run());
-    const std::string said = testing::internal::GetCapturedStdout();
-    for (const char* text : {"Records: 3\n", "Working on Record: 0\n", "Working on Record: 2\n"}) {
-        EXPECT_NE(said.find(text), std::string::npos) << text;
-    }
-    const auto sent = bus.sent();
-    EXPECT_EQ(std::vector<Frame>(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end()),
-              std::vector<Frame>({{1, hex("02 06 00 00 00 00 00 00")},
-                                  {2, hex("00 02 00 00 04 1D 00 DD")},
-                                  {1, hex("02 04")},
-                                  {2, hex("00 04 00 10 00 01 02 03")},
-                                  {2, hex("01 04 E2")},
-                                  {1, hex("02 04")},
-                                  {2, hex("00 00 00 00 01 FF")},
-                                  {1, hex("02 04")}}));
+    const std::vector<Frame> sent = run(true);
+    EXPECT_EQ(sent, std::vector<Frame>({{1, hex("02 06 00 00 00 00 00 00")},
+                                        {2, hex("00 02 00 00 04 1D 00 DD")},
+                                        {1, hex("02 04")},
+                                        {2, hex("00 04 00 10 00 01 02 03")},
+                                        {2, hex("01 04 E2")},
+                                        {1, hex("02 04")},
+                                        {2, hex("00 00 00 00 01 FF")},
+                                        {1, hex("02 04")}}));
     EXPECT_EQ(newlyLogged(),
               Texts({"[Notice]: Serial: Starting bootload", "[Notice]: Serial: Erasing Memory",
                      "[Notice]: Serial: Programming Memory", "[Notice]: Serial: Bootload Finished"}));
@@ -165,25 +111,23 @@ TEST_F(serialBootloadTest, RecordsAreSentAsTheyAre) {
 TEST_F(serialBootloadTest, WhatGoesWrongWithRecordsIsLogged) {
     const struct {
         Exception exception;
-        Texts texts;
+        const char* text;
         bool result;
     } rows[] = {
-        {refuse(Request::ERASE_ALL, 5, 3), {"[Warning]: Serial: Flash Mem Erase Fail: Internal Error"}, true},
-        {silence(Request::ERASE_ALL, 4), {"[Warning]: Serial: Flash Mem Erase Fail: No response"}, true},
-        {refuse(Request::ERASE_ALL, 5, 4),
-         {"[Error]: Serial: Mem Erase Tries Exceeded....Exiting..."},
+        {refuse(ERASE_ALL, ERASEERR, 3), "[Warning]: Serial: Flash Mem Erase Fail: Internal Error", true},
+        {silence(ERASE_ALL, 4), "[Warning]: Serial: Flash Mem Erase Fail: No response", true},
+        {refuse(ERASE_ALL, ERASEERR, 4), "[Error]: Serial: Mem Erase Tries Exceeded....Exiting...", false},
+        {refuse(WRITE, WRITEERR, 4), "[Warning]: Serial: Could not write page to memory", true},
+        {silence(WRITE, 4), "[Warning]: Serial: No response from Write Command", true},
+        {refuse(ROW, BADCHECKSUM, ALWAYS), "[Error]: Serial: Program retry count exceeded...Exiting...",
          false},
-        {refuse(Request::WRITE, 4, 4), {"[Warning]: Serial: Could not write page to memory"}, true},
-        {silence(Request::WRITE, 4), {"[Warning]: Serial: No response from Write Command"}, true},
-        {refuse(Request::ROW, 1, 99), {"[Error]: Serial: Program retry count exceeded...Exiting..."}, false},
     };
     put(IMAGE, hexImage({{0x1D000000, 4}}));
     for (const auto& row : rows) {
         ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
-        newlyLogged();
         answer(row.exception);
-        EXPECT_EQ(act.run(), row.result) << row.texts.back();
-        EXPECT_TRUE(holds(newlyLogged(), row.texts.back())) << row.texts.back();
+        run(row.result);
+        EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
         EXPECT_EQ(item.unfinished, !row.result);
     }
     EXPECT_EQ(enter(RECORDS, "2.0.0"), action::GOUPDATE) << "part of an image may report its version";
@@ -207,11 +151,10 @@ TEST_F(serialBootloadTest, ABadImageIsRefusedBeforeAnythingIsErased) {
         put(IMAGE, row.text);
         item.update.items = {{row.item, "2.0.0"}};
         ASSERT_EQ(enter(row.kind), action::GOUPDATE);
-        const std::size_t before = bus.sent().size();
-        EXPECT_FALSE(act.run());
-        EXPECT_EQ(bus.sent().size(), before);
-        EXPECT_TRUE(holds(newlyLogged(), row.kind == RECORDS ? "[Error]: Serial: Bad HEX file"
-                                                             : "[Error]: SerialV2: Bad HEX file"));
+        EXPECT_TRUE(run(false).empty());
+        const bool records = row.kind == RECORDS;
+        EXPECT_EQ(newlyLogged().back(),
+                  records ? "[Error]: Serial: Bad HEX file" : "[Error]: SerialV2: Bad HEX file");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "system/parsers/updateParser.h"
 
+#include "manifest.h"
 #include "support/panel.h"
 #include "system/parsers/jsonText.h"
 
@@ -14,30 +15,61 @@ protected:
         core->clearUpdateItems();
         updateParser parser(core.get());
         accepted = jsonText::parse(text, parser);
-        const std::pair<const char*, const updateCore::BASE_ITEM*> items[] = {
-            {"kernel", &core->core.kernel},   {"rootfs", &core->core.rootfs},
-            {"updater", &core->core.updater}, {"gui", &core->core.gui},
-            {"drivers", &core->core.drivers}, {"ctrl", &core->ctrl.base},
-            {"master", &core->master.base},   {"motor", &core->motor.base},
-            {"arts", &core->arts.base},       {"s1", &core->s1.base},
-            {"s2", &core->s2.base},           {"s3", &core->s3.base},
-            {"s4", &core->s4.base},           {"mf1", &core->mf1.base},
-            {"mf2", &core->mf2.base},         {"mf3", &core->mf3.base},
-            {"cy1", &core->cy1.base},
-        };
         std::string lists;
-        for (const auto& [name, item] : items) {
-            for (const updateCore::UPDATE_ITEM& entry : item->update.items) {
-                const bool first = &entry == &item->update.items.front();
-                lists += (first ? std::string(name) + ": " : "") + entry.item + "=" + entry.version + " ";
+        for (const auto& row : table()) {
+            for (const updateCore::UPDATE_ITEM& entry : row.base.update.items) {
+                const bool first = &entry == &row.base.update.items.front();
+                lists += (first ? std::string(row.name) + ": " : "") + entry.item + "=" + entry.version + " ";
+            }
+        }
+        return lists;
+    }
+    /** The same as keldra-package reads it, which tells places in a manifest. */
+    std::string byTool(const std::string& text) const {
+        package::Findings findings;
+        const package::Items items = package::readManifest(text, "update.manifest", findings);
+        std::string lists;
+        for (const auto& row : table()) {
+            const package::Item* item = package::findItem(items, row.item);
+            if (item != nullptr && !item->entries.empty()) {
+                lists += std::string(row.name) + ": ";
+                for (const package::Entry& entry : item->entries) {
+                    lists += entry.file + "=" + entry.version + " ";
+                }
             }
         }
         return lists;
     }
     bool accepted = false;
+
+private:
+    struct LIST {
+        const char* name;
+        const char* item; ///< in the manifest
+        const updateCore::BASE_ITEM& base;
+    };
+    std::vector<LIST> table() const {
+        return {{"kernel", "kernel", core->core.kernel},
+                {"rootfs", "rootfs", core->core.rootfs},
+                {"updater", "updater", core->core.updater},
+                {"gui", "gui", core->core.gui},
+                {"drivers", "drivers", core->core.drivers},
+                {"ctrl", "ctrl", core->ctrl.base},
+                {"master", "master", core->master.base},
+                {"motor", "motor", core->motor.base},
+                {"arts", "arts", core->arts.base},
+                {"s1", "slave", core->s1.base},
+                {"s2", "slave", core->s2.base},
+                {"s3", "slave", core->s3.base},
+                {"s4", "slave", core->s4.base},
+                {"mf1", "mf", core->mf1.base},
+                {"mf2", "mf", core->mf2.base},
+                {"mf3", "mf", core->mf3.base},
+                {"cy1", "cy1", core->cy1.base}};
+    }
 };
 
-TEST_F(updateParserTest, FillsTheLists) {
+TEST_F(updateParserTest, FillsTheListsAsTheToolReadsThem) {
     const struct {
         const char* name;
         const char* text;
@@ -61,15 +93,18 @@ TEST_F(updateParserTest, FillsTheLists) {
         {"each key starts anew", R"({"gui":{"f":["a","b"],"v":"1","v":"2"}})", "gui: a=2 b= "},
         {"unknown items", R"({"cy1":{"f":"a"},"mf1":{"f":"a"},"Kernel":{"f":"a"},"kernel ":{"f":"a"}})", ""},
         {"unknown keys", R"({"gui":{"f":"a","x":"b","ff":"c","v":"1"}})", "gui: a=1 "},
-        {"one letter opens no item", R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})", "gui: a=1 "},
-        {"an item at any depth", R"({"x":{"yy":[{"gui":{"f":"a"}}]},"f":"b"})", "gui: a= b= "},
+        {"no objects", R"({"gui":["a"],"mf":"b","f":{},"kernel":{"f":[],"v":["1"]}})", ""},
         {"no item yet", R"({"f":"a","v":"1"})", ""},
         {"every other value", R"({"gui":{"f":[null,true,-1,99999999999,"a"],"v":null}})", "gui: a= "},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(parse(row.text), row.lists) << row.name;
         EXPECT_TRUE(accepted) << row.name;
+        EXPECT_EQ(byTool(row.text), row.lists) << row.name;
     }
+    // Objects within items are reported by the tool, and not followed.
+    EXPECT_EQ(parse(R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})"), "gui: a=1 ") << "one letter opens no item";
+    EXPECT_EQ(parse(R"({"x":{"yy":[{"gui":{"f":"a"}}]},"f":"b"})"), "gui: a= b= ") << "at any depth";
 }
 
 TEST_F(updateParserTest, WhatStandsBeforeAnErrorStays) {
