@@ -1,14 +1,13 @@
 #include "lib/hexfile/hexPage.h"
 
-#include "hexFile.h"
 #include "lib/crc16.h"
+#include "support/hexImage.h"
+#include "support/panel.h"
 
-#include <random>
 #include <stdexcept>
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using Regions = std::vector<hexpage::MEMORY_REGION>;
 
 std::string format(const char* text, std::uint32_t first, std::uint32_t second = 0) {
@@ -18,200 +17,120 @@ std::string format(const char* text, std::uint32_t first, std::uint32_t second =
 }
 
 // A data record behind the type 04 record of its address.
-std::string record(std::uint32_t address, const Bytes& bytes) {
-    std::string text = format(":02000004%04X00\n", address >> 16);
-    text += format(":%02X%04X00", static_cast<std::uint32_t>(bytes.size()), address & 0xFFFF);
-    for (const std::uint8_t byte : bytes)
-        text += format("%02X", byte);
-    return text + "00\n";
-}
-
-Bytes counting(std::size_t size, std::uint8_t from = 0) {
-    Bytes bytes(size);
-    for (std::uint8_t& byte : bytes)
-        byte = from++;
-    return bytes;
+std::string record(std::uint32_t address, const std::vector<std::uint8_t>& bytes) {
+    return hexUpper(address) + hexRecord(0, static_cast<std::uint16_t>(address), bytes);
 }
 
 bool parseText(hexpage& image, const std::string& text, bool rev = false) {
-    return image.parse(HexFile(text).path, rev);
+    put("/tmp/image.hex", text);
+    return image.parse("/tmp/image.hex", rev);
 }
 
-// The placement rule walked page by page, to compare with.
-struct SlowImage {
-    Regions regions;
-    bool pic24;
-    std::string printed;
-    hexpage::MEMORY_REGION* rg = nullptr;
-    hexpage::MEMORY_PAGE* pg = nullptr;
-
-    void search(std::uint32_t address) {
-        rg = nullptr;
-        pg = nullptr;
-        for (auto& region : regions) {
-            if (address < region.startAddress || address >= region.endAddress)
-                continue;
-            rg = &region;
-            pg = nullptr;
-            for (auto& page : region.pages)
-                if (!pg && page.startAddress <= address && address <= page.endAddress)
-                    pg = &page;
-            while (!pg || pg->endAddress < address) {
-                const std::uint32_t start =
-                    region.pages.empty() ? region.startAddress : region.pages.back().endAddress + 1;
-                const std::uint32_t end = start + region.blockSize - 1 - (pic24 ? region.blockSize / 3 : 0);
-                region.pages.push_back({start, end, start, 0, {}, 0, 0, 0});
-                pg = &region.pages.back();
-            }
+// Every region in brackets, every page as "first-last data @address+length of the latest record;".
+std::string pagesOf(const hexpage& image) {
+    std::string text;
+    for (const auto& region : image.getRegions()) {
+        text += "[";
+        for (const auto& page : region.pages) {
+            text += format("%x-%x ", page.startAddress, page.endAddress);
+            for (const std::uint8_t byte : page.data)
+                text += format("%02x", byte);
+            text += format(" @%x+%u;", page.lastAddress, page.lastLength);
         }
+        text += "]";
     }
+    return text;
+}
 
-    void place(std::uint32_t byteAddress, const Bytes& bytes) {
-        std::uint32_t address = pic24 ? byteAddress / 2 : byteAddress;
-        if (pic24 && address >= 0x100 && address <= 0x200)
-            address += 2;
-        search(address);
-        if (!pg)
-            return;
-        bool moved = false;
-        for (std::size_t i = 0; i <= bytes.size(); ++i) {
-            const bool full = pg->data.size() >= rg->blockSize;
-            if (!moved && full && (i < bytes.size() || i == 0)) {
-                moved = true;
-                i += pic24 && i % 4 == 3;
-                address += static_cast<std::uint32_t>(pic24 ? i - i / 2 : i);
-                search(address);
-                if (!pg) {
-                    printed += format("Discarding extra data at Address %x\n", address);
-                    return;
-                }
-                if (!pg->data.empty())
-                    printed += format("%x %x\n", pg->startAddress, address) +
-                               "DATA SHOULD BE 0!!!!!!  This should never happen!\n";
-            }
-            if (i < bytes.size() && !(pic24 && i % 4 == 3))
-                pg->data.push_back(bytes[i]);
-        }
-        pg->lastAddress = address;
-        pg->lastLength = static_cast<std::uint32_t>(pic24 ? bytes.size() / 2 : bytes.size());
-    }
-
-    void finish(bool rev) {
-        for (auto& region : regions)
-            for (auto& page : region.pages) {
-                while (pic24 && !page.data.empty() && page.data.size() < region.blockSize)
-                    page.data.push_back(0xFF);
-                page.checksum = crc16().crc16_calculate(page.data, rev);
-            }
-    }
-};
-
-TEST(hexpage, PlacesRandomFilesAsTheSlowRuleDoes) {
-    constexpr std::uint32_t SPACE = 0x12000; // bytes; a type 04 step is inside
-    constexpr std::uint32_t BLOCKS[] = {1, 2, 7, 48, 64, 0x600};
-    for (unsigned seed = 0; seed < 300; ++seed) {
-        std::mt19937 random(seed);
-        const auto below = [&](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
-        hexpage image;
-        SlowImage slow{{}, seed % 2 == 1, {}};
-        if (slow.pic24)
-            image.setPIC24();
-        const std::uint32_t base = below(2) ? 0 : below(SPACE - 0x2000);
-        for (int i = 0; i < 3; ++i) {
-            const std::uint32_t start = base / 2 + below(0x400), end = start + below(0x1000),
-                                size = BLOCKS[below(6)];
-            image.addRegion(start, end, size);
-            slow.regions.push_back({start, end, size, {}});
-        }
+TEST(hexpage, PlacesEveryRecord) {
+    const Regions one = {{0x10, 0x30, 8, {}}};
+    const Regions three = {{0x10, 0x30, 8, {}}, {0x18, 0x28, 4, {}}, {0x40, 0x50, 8, {}}};
+    const Regions sizeless = {{0, 0x100, 0, {}}};
+    const Regions last = {{0xFFFFFFF0, 0xFFFFFFFF, 12, {}}};
+    const Regions upper = {{0x10010, 0x10020, 8, {}}};
+    const Regions fourWords = {{0, 0x20, 6, {}}};
+    const Regions onePage = {{0, 4, 6, {}}};
+    const std::string overlap = "DATA SHOULD BE 0!!!!!!  This should never happen!\n";
+    const struct {
+        const char* name;
+        bool pic24;
+        Regions regions;
         std::string text;
-        std::uint32_t address = base;
-        for (int i = 0; i < 200; ++i) {
-            if (below(8) == 0) // a gap or a step back
-                address = base + below(0x1000);
-            const Bytes bytes = counting(below(4) ? 16 : below(40), static_cast<std::uint8_t>(random()));
-            text += record(address, bytes);
-            slow.place(address, bytes);
-            address += static_cast<std::uint32_t>(bytes.size());
+        const char* pages;
+        std::string printed{};
+        std::size_t dropped = 0;
+    } rows[] = {
+        {"every page before the data", false, one, record(0x20, counting(4)),
+         "[10-17  @10+0;18-1f  @18+0;20-27 00010203 @20+4;]"},
+        {"gaps are not filled", false, one, record(0x12, counting(2)) + record(0x16, counting(2)),
+         "[10-17 00010001 @16+2;]"},
+        {"split at the page end", false, one, record(0x10, counting(12)),
+         "[10-17 0001020304050607 @10+0;18-1f 08090a0b @18+12;]"},
+        {"the next page takes all the rest", false, one, record(0x10, counting(18)),
+         "[10-17 0001020304050607 @10+0;18-1f 08090a0b0c0d0e0f1011 @18+18;]"},
+        {"back into a full page", false, one, record(0x10, counting(8)) + record(0x11, counting(2)),
+         "[10-17 00010203040506070001 @11+2;]", "10 11\n" + overlap},
+        {"over data that came first", false, one, record(0x18, counting(2)) + record(0x10, counting(9)),
+         "[10-17 0001020304050607 @10+0;18-1f 000108 @18+9;]", "18 18\n" + overlap},
+        {"the region added last", false, three, record(0x18, counting(2)),
+         "[10-17  @10+0;18-1f  @18+0;][18-1b 0001 @18+2;][]"},
+        {"around the region", false, one, record(0xF, counting(1)) + record(0x30, counting(3)), "[]", "", 4},
+        {"over the region's end", false, one, record(0x28, counting(12)),
+         "[10-17  @10+0;18-1f  @18+0;20-27  @20+0;28-2f 0001020304050607 @28+0;]",
+         "Discarding extra data at Address 30\n", 4},
+        {"a region without page size", false, sizeless, record(0, counting(2)), "", "", 2},
+        {"the end of the address space", false, last, record(0xFFFFFFFC, counting(2)),
+         "[fffffff0-fffffffb  @fffffff0+0;fffffffc-ffffffff 0001 @fffffffc+2;]"},
+        {"lines that are none, and a carriage return", false, upper,
+         ":020000040001F9\n:0000000000\n:0200100001027F\r\n", "[10010-10017 0102 @10010+2;]"},
+        {"PIC24: filled up, without phantom bytes", true, fourWords, record(8, counting(12)),
+         "[0-3  @0+0;4-7 000102040506 @4+0;8-b 08090affffff @8+6;]"},
+        {"PIC24: nothing but a phantom byte is left over", true, onePage, record(0, counting(8)),
+         "[0-3 000102040506 @0+0;]", "Discarding extra data at Address 4\n"},
+    };
+    for (const auto& row : rows) {
+        for (const bool rev : {false, true}) {
+            hexpage image;
+            if (row.pic24)
+                image.setPIC24();
+            for (const auto& region : row.regions)
+                image.addRegion(region.startAddress, region.endAddress, region.blockSize);
+            testing::internal::CaptureStdout();
+            ASSERT_TRUE(parseText(image, row.text, rev)) << row.name;
+            EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed) << row.name;
+            EXPECT_EQ(pagesOf(image), row.pages) << row.name;
+            EXPECT_EQ(image.droppedBytes(), row.dropped) << row.name;
+            for (const auto& region : image.getRegions())
+                for (const auto& page : region.pages)
+                    EXPECT_EQ(page.checksum, crc16().crc16_calculate(page.data, rev)) << row.name;
         }
-        slow.finish(seed % 4 < 2);
-
-        testing::internal::CaptureStdout();
-        ASSERT_TRUE(parseText(image, text, seed % 4 < 2));
-        ASSERT_EQ(testing::internal::GetCapturedStdout(), slow.printed) << "seed " << seed;
-        ASSERT_TRUE(image.getRegions() == slow.regions) << "seed " << seed;
     }
 }
 
-TEST(hexpage, SplitsARecordAtThePageEnd) {
-    hexpage image;
-    image.addRegion(0x10000, 0x10080, 64);
-    std::string text = ":020000040001F9\n:0000000000\n"; // the second is too short for a record
-    for (std::uint32_t at = 0; at < 80; at += 20)
-        text += format(":14%04X00", at) + std::string(40, '1') + "00\r\n";
-    ASSERT_TRUE(parseText(image, text + record(0x20000, counting(5))));
-    ASSERT_EQ(image.getTotalPages(), 2U);
-    EXPECT_EQ(image.getNextPage()->data, Bytes(64, 0x11));
-    const auto* second = image.getNextPage();
-    EXPECT_EQ(second->data, Bytes(16, 0x11));
-    EXPECT_EQ(second->endAddress, 0x1007FU);
-    EXPECT_EQ(second->lastAddress, 0x10040U);
-    EXPECT_EQ(second->lastLength, 20U);
-    EXPECT_EQ(image.droppedBytes(), 5U);
-
-    const HexFile file(":14007800" + std::string(40, '1') +
-                       "00\n"); // at 0x78, were the 04 record still heeded
-    image.addRegion(0x40, 0x80, 64);
-    testing::internal::CaptureStdout();
-    ASSERT_TRUE(image.parse(file.path, false));
-    ASSERT_TRUE(parseText(image, record(0x70, counting(64))));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Discarding extra data at Address 9c\n");
-    EXPECT_EQ(image.getRegions()[1].pages[0].data.size(), 64U);
-    EXPECT_EQ(image.droppedBytes(), 20U);
-}
-
-TEST(hexpage, Pic24DropsPhantomBytesAndShiftsOneRange) {
-    hexpage image;
-    image.setPIC24();
-    image.addRegion(0, 0x7FFFFE, 0x600);
-    ASSERT_TRUE(parseText(image, record(0x400, counting(16))));
-    const auto* page = image.getNextPage();
-    EXPECT_EQ(page->endAddress, 0x3FFU);
-    EXPECT_EQ(page->lastAddress, 0x202U);
-    EXPECT_EQ(page->lastLength, 8U);
-    EXPECT_EQ(Bytes(page->data.begin(), page->data.begin() + 13),
-              (Bytes{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0xFF}));
-    EXPECT_EQ(page->data.size(), 0x600U);
-
-    for (const auto& [byteAddress, word] : {std::pair{0x1FEU, 0xFFU}, {0x200U, 0x102U}, {0x402U, 0x201U}}) {
-        image.clear();
+TEST(hexpage, Pic24ShiftsOneRangeOfWords) {
+    for (const auto& [byteAddress, word] :
+         {std::pair{0x1FEU, 0xFFU}, {0x200U, 0x102U}, {0x400U, 0x202U}, {0x402U, 0x201U}}) {
+        hexpage image;
         image.setPIC24();
         image.addRegion(0, 0x7FFFFE, 0x600);
         ASSERT_TRUE(parseText(image, record(byteAddress, counting(4))));
         EXPECT_EQ(image.getNextPage()->lastAddress, word);
     }
-    ASSERT_TRUE(parseText(image, record(0xFFFFF0, counting(4))));
-    EXPECT_EQ(image.getTotalPages(), 0x2000U) << "every page before the data";
+}
 
+TEST(hexpage, NothingIsCarriedOver) {
+    hexpage image;
+    image.setPIC24();
+    image.addRegion(0, 8, 12);
+    ASSERT_TRUE(parseText(image, record(0x20000, counting(4))));
+    EXPECT_EQ(image.droppedBytes(), 4U);
+    ASSERT_TRUE(parseText(image, ":0400000001020304F2\n")); // the 04 record was the file's before
+    EXPECT_EQ(pagesOf(image), "[0-7 010203ffffffffffffffffff @0+2;]");
+    EXPECT_EQ(image.droppedBytes(), 0U);
     image.clear();
     image.addRegion(0, 8, 12);
     ASSERT_TRUE(parseText(image, record(0, counting(4))));
-    EXPECT_EQ(image.getNextPage()->data, counting(4)) << "bytes again";
-    image.clear();
-    image.setPIC24();
-    image.addRegion(0, 8, 12);
-    testing::internal::CaptureStdout();
-    ASSERT_TRUE(parseText(image, record(0, counting(16))));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Discarding extra data at Address 8\n");
-    EXPECT_EQ(image.droppedBytes(), 0U) << "nothing but a phantom byte was left";
-}
-
-TEST(hexpage, EndsWithTheAddressSpace) {
-    hexpage image;
-    image.addRegion(0, 0x100, 0); // ignored
-    image.addRegion(0xFFFFF000, 0xFFFFFFFF, 0x600);
-    ASSERT_TRUE(parseText(image, record(0xFFFFFFF0, counting(4)) + record(0xFFFFF000, counting(4))));
-    ASSERT_EQ(image.getTotalPages(), 3U);
-    EXPECT_EQ(image.getRegions()[0].pages[2].endAddress, 0xFFFFFFFFU);
+    EXPECT_EQ(pagesOf(image), "[0-b 00010203 @0+4;]") << "bytes again";
 }
 
 TEST(hexpage, WalkStopsAtARegionWithoutPages) {
@@ -241,7 +160,8 @@ TEST(hexpage, TrustsTheByteCount) {
     hexpage image;
     image.addRegion(0, 0x100, 64);
     ASSERT_TRUE(parseText(image, ":03000000AABB"));
-    EXPECT_EQ(image.getNextPage()->data, (Bytes{0xAA, 0xBB, 0})) << "empty text behind the last character";
+    EXPECT_EQ(image.getNextPage()->data, (std::vector<std::uint8_t>{0xAA, 0xBB, 0}))
+        << "empty text behind the last character";
     EXPECT_THROW(parseText(image, ":04000000AABB"), std::out_of_range);
     EXPECT_FALSE(image.parse("/tmp", false));
 }
@@ -249,7 +169,6 @@ TEST(hexpage, TrustsTheByteCount) {
 TEST(hexpage, Dumps) {
     hexpage image;
     image.addRegion(0x20, 0x100, 0x20);
-    image.addRegion(0x1000, 0x1100, 0x20);
     ASSERT_TRUE(parseText(image, record(0x20, counting(22))));
     testing::internal::CaptureStdout();
     image.print();
@@ -259,8 +178,7 @@ TEST(hexpage, Dumps) {
     const std::string page = "00000020        03020100        07060504        0b0a0908        0f0e0d0c\n"
                              "00000030        13121110        1514\n";
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "--------------\nREGION START 20 END 100 BLOCKSIZE 20\n0 PAGE START 20 END 3f DATA 22\n"
-              "--------------\nREGION START 1000 END 1100 BLOCKSIZE 20\n" +
+              "--------------\nREGION START 20 END 100 BLOCKSIZE 20\n0 PAGE START 20 END 3f DATA 22\n" +
                   page + page);
 
     image.setPIC24();

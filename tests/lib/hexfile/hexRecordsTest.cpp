@@ -1,50 +1,50 @@
 #include "lib/hexfile/hexRecords.h"
 
-#include "hexFile.h"
+#include "support/panel.h"
+
+#include <sstream>
 
 namespace {
 
-using Data = std::vector<std::uint32_t>;
+const char* const FILE_NAME = "/tmp/image.hex";
+
+/** The next record: type, address, size and checksum; the data. */
+std::string next(hexrecords& image) {
+    const hexrecords::HEX_RECORD* record = image.getNextRecord();
+    if (record == nullptr) {
+        return "none";
+    }
+    std::ostringstream text;
+    text << std::hex << int{record->type} << " " << record->address << " " << int{record->size} << " "
+         << int{record->checksum} << ":";
+    for (const std::uint32_t value : record->data) {
+        text << " " << value;
+    }
+    return text.str();
+}
 
 TEST(hexrecords, KeepsEveryRecordAsWritten) {
-    const HexFile file(":020000040001F9\n"
-                       ":0400100001020304E2\r\n"
-                       ":FF00200005 7G1\n"
-                       ":00000001FF");
-    hexrecords image(file.path);
+    put(FILE_NAME, ":020000040001F9\n"
+                   ":0400100001020304E2\r\n"
+                   ":FF00200005 7G1\n"
+                   ":00000001FF");
+    hexrecords image(FILE_NAME);
     ASSERT_TRUE(image.getFileOK());
-    ASSERT_EQ(image.getTotal(), 4U);
-
-    const auto* extended = image.getNextRecord();
-    EXPECT_EQ(extended->type, 4);
-    EXPECT_EQ(extended->data, (Data{0, 1}));
-
-    const auto* data = image.getNextRecord();
-    EXPECT_EQ(data->address, 0x0010U) << "the extended address is not applied";
-    EXPECT_EQ(data->size, 4);
-    EXPECT_EQ(data->type, 0);
-    EXPECT_EQ(data->data, (Data{1, 2, 3, 4}));
-    EXPECT_EQ(data->checksum, 2) << "the last digit and the carriage return";
-
-    const auto* odd = image.getNextRecord();
-    EXPECT_EQ(odd->size, 0xFF) << "does not bound the data";
-    EXPECT_EQ(odd->data, (Data{5, 7}));
-
-    const auto* end = image.getNextRecord();
-    EXPECT_EQ(end->type, 1);
-    EXPECT_EQ(end->checksum, 0xFF);
-    EXPECT_TRUE(end->data.empty());
-
-    EXPECT_EQ(image.getNextRecord(), nullptr);
-    EXPECT_EQ(image.getNextRecord(), nullptr);
+    EXPECT_EQ(image.getTotal(), 4U);
+    EXPECT_EQ(next(image), "4 0 2 f9: 0 1");
+    EXPECT_EQ(next(image), "0 10 4 2: 1 2 3 4") << "the last digit and the carriage return";
+    EXPECT_EQ(next(image), "0 20 ff 0: 5 7") << "the size does not bound the data";
+    EXPECT_EQ(next(image), "1 0 0 ff:");
+    EXPECT_EQ(next(image), "none");
+    EXPECT_EQ(next(image), "none");
     image.resetIterator();
-    EXPECT_EQ(image.getNextRecord(), extended);
+    EXPECT_EQ(next(image), "4 0 2 f9: 0 1");
 }
 
 TEST(hexrecords, ReportsLinesThatAreNoRecords) {
-    const HexFile file(":000000010\n\n00000001FFFF\n:00000001FF\n");
+    put(FILE_NAME, ":000000010\n\n00000001FFFF\n:00000001FF\n");
     testing::internal::CaptureStdout();
-    const hexrecords image(file.path);
+    const hexrecords image(FILE_NAME);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "discarded line\ndiscarded line\ndiscarded line\n");
     EXPECT_EQ(image.getTotal(), 1U);
 }
