@@ -52,15 +52,9 @@ public:
     ~Bus();
 
     const std::string& port() const { return slavePath; }
-    /** Descriptor of the panel's end, for a program that inherits it. */
-    int panelEnd() const { return slave; }
 
     void feed(const Frame& frame) { feed(encode(frame)); }
     void feed(const Bytes& bytes);
-    /** A bootloader's reply (message 3). */
-    void answer(std::uint8_t status, std::uint16_t row, std::uint8_t module) {
-        feed(reply(status, row, module));
-    }
     /** From now on each request is answered with the frames that the rule returns (on the bus's thread). */
     void autoAnswer(Rule rule);
 

@@ -48,14 +48,6 @@ bool shell(const std::string& command) {
     return std::system(command.c_str()) == 0;
 }
 
-int processes(const std::string& name) {
-    int count = 0;
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        count += contents(entry.path() / "comm") == name + "\n" ? 1 : 0;
-    }
-    return count;
-}
-
 bool holds(const Texts& texts, const std::string& part) {
     return std::any_of(texts.begin(), texts.end(),
                        [&](const std::string& text) { return text.find(part) != std::string::npos; });
@@ -80,7 +72,10 @@ void Panel::start() {
     core = std::make_unique<updateCore>();
     const auto record = [this](const std::string& event) { events.push_back(event); };
     QObject::connect(core.get(), &updateCore::sendStatusMessage, &window,
-                     [record](const QString& text) { record(text.toStdString()); });
+                     [this, record](const QString& text) {
+                         record(text.toStdString());
+                         shown.push_back(text.toStdString());
+                     });
     QObject::connect(core.get(), &updateCore::incrimentProgressBar, &window,
                      [record](double tick) { record("tick " + std::to_string(static_cast<int>(tick))); });
     QObject::connect(core.get(), &updateCore::sendUpdateDone, &window,
@@ -147,15 +142,4 @@ Texts Panel::logged() {
         lines.push_back(line.substr(label, line.size() - label - 1)); // without the carriage return
     }
     return lines;
-}
-
-Texts Panel::shown() const {
-    Texts texts;
-    for (const std::string& event : events) {
-        const auto is = [&event](const char* kind) { return event.rfind(kind, 0) == 0; };
-        if (!is("tick ") && !is("done ") && !is("loaded ") && event != "reboot") {
-            texts.push_back(event);
-        }
-    }
-    return texts;
 }

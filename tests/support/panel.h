@@ -21,8 +21,6 @@ std::string contents(const std::string& path);
 /** Writes a file and the directories above it. */
 void put(const std::string& path, const std::string& text, unsigned mode = 0644);
 bool shell(const std::string& command);
-/** How many processes of this name the panel runs. */
-int processes(const std::string& name);
 /** True when one of the texts contains `part`. */
 bool holds(const Texts& texts, const std::string& part);
 
@@ -60,13 +58,12 @@ protected:
 
     /** The lines of the log without their time: "[Error]: text". */
     static Texts logged();
-    /** The texts among the events. */
-    Texts shown() const;
 
     Bus bus;
     std::unique_ptr<updateCore> core;
     /** What the core told the window, in order: texts, "tick 6", "done 1", "loaded 0", "reboot". */
     Texts events;
+    Texts shown; ///< the texts among them
 
 private:
     QObject window; ///< receives the signals on the main thread

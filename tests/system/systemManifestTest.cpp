@@ -11,18 +11,17 @@ const std::string MANIFEST = "/keldra/config/system.manifest";
 
 class systemManifestTest : public Panel {
 protected:
-    void setVersions(const std::string& version) {
-        auto& items = core->core;
-        for (updateCore::BASE_ITEM* item :
-             {&items.kernel, &items.rootfs, &items.updater, &items.gui, &items.drivers}) {
-            item->swVersion = version;
-        }
+    std::vector<updateCore::BASE_ITEM*> items() const {
+        auto& all = core->core;
+        return {&all.kernel, &all.rootfs, &all.updater, &all.gui, &all.drivers};
     }
     std::string versions() const {
-        const auto& items = core->core;
-        return items.kernel.swVersion.get() + "," + items.rootfs.swVersion.get() + "," +
-               items.updater.swVersion.get() + "," + items.gui.swVersion.get() + "," +
-               items.drivers.swVersion.get();
+        std::string text;
+        for (const updateCore::BASE_ITEM* item : items()) {
+            text += item->swVersion.get() + ",";
+        }
+        text.pop_back();
+        return text;
     }
 };
 
@@ -51,7 +50,9 @@ TEST_F(systemManifestTest, Loads) {
     };
     for (const auto& row : rows) {
         put(MANIFEST, row.text);
-        setVersions("0");
+        for (updateCore::BASE_ITEM* item : items()) {
+            item->swVersion = std::string("0");
+        }
         put("/tmp/update.log", "");
         EXPECT_EQ(core->loadSystemManifest(), row.logged == nullptr) << row.name;
         EXPECT_EQ(versions(), row.versions) << row.name;
@@ -73,28 +74,22 @@ TEST_F(systemManifestTest, TheStartWarnsWithoutOneAndTheEndWritesIt) {
     EXPECT_FALSE(holds(logged(), "Full update will run"));
 }
 
-TEST_F(systemManifestTest, ReplacesTheFileWhole) {
-    start();
-    put(MANIFEST, "the old one");
-    fs::create_hard_link(MANIFEST, "/keldra/config/hold");
-    EXPECT_TRUE(core->saveSystemManifest());
-    EXPECT_EQ(contents("/keldra/config/hold"), "the old one"); // never written in place
-    EXPECT_NE(contents(MANIFEST), "the old one");
-    EXPECT_FALSE(fs::exists(MANIFEST + ".new"));
-}
-
-TEST_F(systemManifestTest, OnAFullCardTheOldOneStays) {
+TEST_F(systemManifestTest, TheOldFileStaysWholeUntilTheNewOneIs) {
     configuration = "ub_mbus = 9600\ndir = /tmp/full\n";
     start();
     EXPECT_FALSE(core->saveSystemManifest()); // no such directory
     fs::create_directories("/tmp/full/config");
     ASSERT_EQ(mount("full", "/tmp/full/config", "tmpfs", 0, "size=16k"), 0);
     put("/tmp/full/config/system.manifest", "the old one");
+    fs::create_hard_link("/tmp/full/config/system.manifest", "/tmp/full/config/hold");
     put("/tmp/full/config/rest", std::string(20'000, 'x'));
-    EXPECT_FALSE(core->saveSystemManifest());
+    EXPECT_FALSE(core->saveSystemManifest()); // the card is full
     EXPECT_EQ(contents("/tmp/full/config/system.manifest"), "the old one");
     fs::remove("/tmp/full/config/rest");
     EXPECT_TRUE(core->saveSystemManifest());
+    EXPECT_NE(contents("/tmp/full/config/system.manifest"), "the old one");
+    EXPECT_EQ(contents("/tmp/full/config/hold"), "the old one"); // never written in place
+    EXPECT_FALSE(fs::exists("/tmp/full/config/system.manifest.new"));
     EXPECT_EQ(umount("/tmp/full/config"), 0);
 }
 

@@ -1,25 +1,10 @@
 #include "system/updateCore.h"
 
-#include "lib/ConfigFile.h"
 #include "support/panel.h"
 
 namespace {
 
 using updateCoreTest = Panel;
-
-TEST_F(updateCoreTest, ReadsItsConfiguration) {
-    configuration = "ub_mbus = 9600 # baud\ndir = /keldra\n";
-    start();
-    EXPECT_EQ(core->uartPort, bus.port());
-    EXPECT_EQ(core->uartBaud, 9600U);
-    EXPECT_EQ(core->rootPath, "/keldra");
-    EXPECT_FALSE(core->debug || core->resumeUpdate || core->forceUpdate || core->reboot || core->loaded);
-    core.reset();
-    configuration = "";
-    start();
-    EXPECT_EQ(core->uartBaud, 0U);
-    EXPECT_EQ(core->rootPath, "");
-}
 
 TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
     const struct {
@@ -35,9 +20,10 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
         {"debug = 0\n", false, 0},
     };
     for (const auto& row : rows) {
-        configuration = "ub_mbus = 9600\ndir = /keldra\n" + std::string(row.keys);
+        configuration = "ub_mbus = 9600\ndir = /keldra # a comment\n" + std::string(row.keys);
         start();
         EXPECT_EQ(core->debug, row.debug) << row.keys;
+        EXPECT_EQ(core->uartBaud, 9600U);
         put("/keldra/logs/limit", std::string(row.limit, 'x'));
         EXPECT_FALSE(core->log->checkSize("limit")) << row.keys;
         put("/keldra/logs/limit", std::string(row.limit + 1, 'x'));
@@ -45,44 +31,13 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
     }
 }
 
-TEST_F(updateCoreTest, AMissingConfigurationIsNamed) {
-    try {
-        const updateCore none;
-        FAIL() << "no exception";
-    } catch (const std::exception& missing) {
-        EXPECT_NE(std::string(missing.what()).find("/keldra/config/vx3.cfg"), std::string::npos);
-    }
-}
-
-TEST_F(updateCoreTest, ModuleTable) {
+TEST_F(updateCoreTest, EveryModuleButTheMasterIsResetAfterAnUpdate) {
     start();
-    const struct {
-        updateCore::MODULE& module;
-        int address;
-        bool reset;
-    } rows[] = {
-        {core->cy1, 0, true},     {core->cy2, 0, true},   {core->cy3, 0, true},   {core->cy4, 0, true},
-        {core->master, 7, false}, {core->motor, 8, true}, {core->ctrl, 2, true},  {core->s1, 9, true},
-        {core->s2, 10, true},     {core->s3, 11, true},   {core->s4, 12, true},   {core->mf1, 13, true},
-        {core->mf2, 14, true},    {core->mf3, 15, true},  {core->arts, 16, true},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.module.base.id, row.address);
-        EXPECT_EQ(row.module.base.update.resetAfterUpdate, row.reset) << row.address;
-        EXPECT_FALSE(row.module.available) << row.address;
+    for (const updateCore::MODULE* module : {&core->motor, &core->ctrl, &core->s1, &core->s2, &core->s3,
+                                             &core->s4, &core->mf1, &core->mf2, &core->mf3, &core->arts}) {
+        EXPECT_TRUE(module->base.update.resetAfterUpdate) << int{module->base.id};
     }
-}
-
-TEST_F(updateCoreTest, ARequestStartsWithAnEmptyReply) {
-    start();
-    core->bootloader.hasResponse = true;
-    core->bootloader.status = 5;
-    core->bootloader.moduleReported = std::int8_t{7};
-    core->busResetResponse();
-    EXPECT_FALSE(core->bootloader.hasResponse);
-    EXPECT_EQ(core->bootloader.page, 0xFFFFU);
-    EXPECT_EQ(core->bootloader.status, 0);
-    EXPECT_EQ(core->bootloader.moduleReported, -1);
+    EXPECT_FALSE(core->master.base.update.resetAfterUpdate);
 }
 
 TEST_F(updateCoreTest, CancelWithoutARunAnswersAtOnce) {
@@ -115,24 +70,18 @@ TEST_F(updateCoreTest, TheHaltMessageSurvivesASilentBusAfterTheLinkHasStopped) {
     }
 }
 
-TEST_F(updateCoreTest, LeavingWhileTheLoaderRunsEndsIt) {
-    for (const bool orderly : {true, false}) {
+TEST_F(updateCoreTest, LeavingWhileTheLoaderOrTheUpdateRunsEndsIt) {
+    for (const bool updating : {false, true}) {
         start();
-        core->loadConfiguration(false); // the bus is silent: it waits
-        ASSERT_TRUE(bus.awaitSent(1));
-        if (orderly) {
+        const std::size_t before = bus.sent().size();
+        updating ? core->startUpdate() : core->loadConfiguration(false); // the bus is silent: they wait
+        ASSERT_TRUE(bus.awaitSent(before + 1));
+        if (!updating) {
             core->stop();
             EXPECT_FALSE(core->load->isRunning() || core->comBus->isRunning());
         }
         core.reset();
     }
-}
-
-TEST_F(updateCoreTest, LeavingWhileTheUpdateRunsEndsIt) {
-    start();
-    core->startUpdate();
-    ASSERT_TRUE(bus.awaitSent(1));
-    core.reset();
     EXPECT_TRUE(holds({contents("/keldra/logs/update.log")}, "[Notice]: Saving Log: update.log"));
 }
 
