@@ -5,7 +5,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <regex>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -47,42 +46,47 @@ std::string cause(const std::string& report) {
 }
 
 TEST(crashReport, EverySignalAndCode) {
+    const std::string ill = "Found Illegal Instruction Signal (SIGILL)";
+    const std::string trap = "Found TRAP Signal (SIGTRAP)";
+    const std::string bus = "Found Bus Error (SIGBUS)";
+    const std::string fpe = "Found Floating Point or Integer Exception (SIGFPE)";
+    const std::string segv = "Found Segmentation Violation (SIGSEGV)";
     const struct {
         int signal;
         int code;
-        const char* line;
-        bool address;
+        std::string line;
         const char* codeLine; ///< null: none, the next line begins right behind the address
     } rows[] = {
-        {SIGILL, 1, "Found Illegal Instruction Signal (SIGILL)", true, "illegal opcode"},
-        {SIGILL, 8, "Found Illegal Instruction Signal (SIGILL)", true, "internal stack error"},
-        {SIGILL, 9, "Found Illegal Instruction Signal (SIGILL)", true, nullptr},
-        {SIGTRAP, 1, "Found TRAP Signal (SIGTRAP)", true, "process breakpoint"},
-        {SIGTRAP, 2, "Found TRAP Signal (SIGTRAP)", true, "process trace trap"},
-        {SIGBUS, 1, "Found Bus Error (SIGBUS)", false, "invalid address alignment"},
-        {SIGBUS, 3, "Found Bus Error (SIGBUS)", false, "object-specific hardware error"},
-        {SIGFPE, 1, "Found Floating Point or Integer Exception (SIGFPE)", true, "integer divide by zero"},
-        {SIGFPE, 6, "Found Floating Point or Integer Exception (SIGFPE)", true,
-         "floating-point inexact result"},
-        {SIGFPE, 8, "Found Floating Point or Integer Exception (SIGFPE)", true, "subscript out of range"},
-        {SIGSEGV, 1, "Found Segmentation Violation (SIGSEGV)", true, "address not mapped to object"},
-        {SIGSEGV, 2, "Found Segmentation Violation (SIGSEGV)", true, "invalid permissions for mapped object"},
-        {SIGSEGV, 0, "Found Segmentation Violation (SIGSEGV)", true, nullptr},
-        {SIGSEGV, -6, "Found Segmentation Violation (SIGSEGV)", true, nullptr},
+        {SIGILL, 1, ill, "illegal opcode"},
+        {SIGILL, 8, ill, "internal stack error"},
+        {SIGILL, 9, ill, nullptr},
+        {SIGTRAP, 1, trap, "process breakpoint"},
+        {SIGTRAP, 2, trap, "process trace trap"},
+        {SIGBUS, 1, bus, "invalid address alignment"},
+        {SIGBUS, 2, bus, "nonexistent physical address"},
+        {SIGBUS, 3, bus, "object-specific hardware error"},
+        {SIGFPE, 1, fpe, "integer divide by zero"},
+        {SIGFPE, 6, fpe, "floating-point inexact result"},
+        {SIGFPE, 8, fpe, "subscript out of range"},
+        {SIGSEGV, 1, segv, "address not mapped to object"},
+        {SIGSEGV, 2, segv, "invalid permissions for mapped object"},
+        {SIGSEGV, 0, segv, nullptr},
+        {SIGSEGV, -6, segv, nullptr},
+        {SIGUSR1, -1, "Found Unexpected Signal 12", "-1"},
     };
     for (const auto& row : rows) {
         const std::string report = outputOf([&row] {
             ucontext_t context{};
             getcontext(&context);
             siginfo_t info{};
-            info.si_signo = row.signal;
+            info.si_signo = SIGUSR2; // told of an unexpected signal only
             info.si_code = row.code;
             info.si_addr = reinterpret_cast<void*>(0x1234);
             segfault_sigaction(row.signal, &info, &context);
         });
-        const std::string line = row.line;
+        const bool hasAddress = row.signal != SIGBUS && row.signal != SIGUSR1;
         const std::string pattern =
-            std::regex_replace(line, std::regex("[()]"), "\\$&") + "\n" + (row.address ? ADDRESS : "") +
+            std::regex_replace(row.line, std::regex("[()]"), "\\$&") + "\n" + (hasAddress ? ADDRESS : "") +
             (row.codeLine != nullptr ? "Code: " + std::string(row.codeLine) + "\n" : "");
         EXPECT_TRUE(std::regex_match(cause(report), std::regex(pattern))) << pattern << "\n" << report;
         EXPECT_EQ(report.substr(report.size() - END.size() - 1), END + "\n");
@@ -90,48 +94,13 @@ TEST(crashReport, EverySignalAndCode) {
     }
 }
 
-TEST(crashReport, AnUnexpectedSignalIsGivenInNumbers) {
-    const std::string report = outputOf([] {
-        ucontext_t context{};
-        siginfo_t info{};
-        info.si_signo = SIGUSR2;
-        info.si_code = -1;
-        segfault_sigaction(SIGUSR1, &info, &context);
-    });
-    EXPECT_EQ(cause(report), "Found Unexpected Signal 12\nCode: -1\n");
-}
-
-TEST(crashReport, RealFaults) {
-    const struct {
-        const char* cause;
-        void (*crash)();
-    } rows[] = {
-        {"Found Segmentation Violation (SIGSEGV)\nAddress: 0x[0-9a-f]+ from 0x[0-9a-f]+ -- Code: invalid "
-         "permissions "
-         "for mapped object\n",
-         [] {
-             auto* page = static_cast<volatile char*>(
-                 mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-             *page = 1;
-         }},
-        {"Found Bus Error (SIGBUS)\nCode: nonexistent physical address\n",
-         [] {
-             const int empty = open("/tmp/empty", O_CREAT | O_RDWR | O_CLOEXEC, 0644);
-             auto* page = static_cast<volatile char*>(
-                 mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, empty, 0));
-             *page = 1;
-         }},
-        {"Found TRAP Signal (SIGTRAP)\nAddress: .* -- ", [] { raise(SIGTRAP); }},
-        {"Found Illegal Instruction Signal (SIGILL)\nAddress: .* -- ", [] { raise(SIGILL); }},
-        {"Found Floating Point or Integer Exception (SIGFPE)\nAddress: .* -- ", [] { raise(SIGFPE); }},
-    };
-    for (const auto& row : rows) {
-        const std::string report = outputOf([&row] {
+TEST(crashReport, EveryFatalSignalIsReported) { // platformTest has a real fault
+    for (const int signal : {SIGSEGV, SIGBUS, SIGTRAP, SIGILL, SIGFPE}) {
+        const std::string report = outputOf([signal] {
             installCrashReport();
-            row.crash();
+            raise(signal);
         });
-        const std::string pattern = std::regex_replace(std::string(row.cause), std::regex("[()]"), "\\$&");
-        EXPECT_TRUE(std::regex_match(cause(report), std::regex(pattern))) << report;
+        EXPECT_EQ(cause(report).find("Unexpected"), std::string::npos) << report;
     }
 }
 

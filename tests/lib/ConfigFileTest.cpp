@@ -79,14 +79,8 @@ TEST(ConfigFile, WithoutSentryItReadsToTheEnd) {
     EXPECT_EQ(entries(config), "a -> 1\nEndConfigFile\nb -> 2\n");
 }
 
-TEST(ConfigFile, AMissingFileIsNamed) {
-    try {
-        ConfigFile("/tmp/none.cfg", "=", "#", "");
-        FAIL() << "no exception";
-    } catch (const ConfigFile::file_not_found& missing) {
-        EXPECT_EQ(missing.filename, "/tmp/none.cfg");
-        EXPECT_NE(std::string(missing.what()).find("/tmp/none.cfg"), std::string::npos);
-    }
+TEST(ConfigFile, AMissingFileIsTold) {
+    EXPECT_THROW(ConfigFile("/tmp/none.cfg", "=", "#", ""), ConfigFile::file_not_found);
 }
 
 } // namespace

@@ -27,8 +27,6 @@ TEST(crc16, PublishedValuesAndCheck) {
     EXPECT_TRUE(crc.crc16_check(bytes, 9, 0x29B1));
     EXPECT_FALSE(crc.crc16_check(bytes, 8, 0x29B1));
     EXPECT_FALSE(crc.crc16_check(bytes, 9, 0x000129B1));
-    EXPECT_EQ(crc_table[1], 0x1021U);
-    EXPECT_EQ(crc_table[255], 0x1EF0U);
 }
 
 TEST(crc16, EqualsTheBitwiseRuleForEveryLengthAndAlignment) {

@@ -48,9 +48,8 @@ TEST_F(fileUpdateTest, InstallsOneFile) {
     fs::create_hard_link(TARGET + "/sub/K+Main", TARGET + "/hold");
     testing::internal::CaptureStdout();
     EXPECT_TRUE(install("sub/K+Main"));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), SOURCE + "sub/K+Main\nCopy File\nCOPY SOURCE " +
-                                                          SOURCE + "sub/K+Main TO DEST " + TARGET +
-                                                          "/sub/K+Main\n");
+    EXPECT_TRUE(holds({testing::internal::GetCapturedStdout()},
+                      "COPY SOURCE " + SOURCE + "sub/K+Main TO DEST " + TARGET + "/sub/K+Main\n"));
     EXPECT_TRUE(recorded());
     EXPECT_EQ(contents(TARGET + "/sub/K+Main"), "new");
     EXPECT_EQ(contents(TARGET + "/hold"),
@@ -88,13 +87,7 @@ TEST_F(fileUpdateTest, CarriesTheExecutableBitsAndNoOthers) {
     EXPECT_EQ(mode(TARGET + "/bin/program"), 0755U);
 }
 
-TEST_F(fileUpdateTest, AShortNameStandsForNoFile) {
-    unpacked("ab", "new");
-    EXPECT_TRUE(install("ab"));
-    EXPECT_FALSE(recorded() || fs::exists(TARGET + "/ab"));
-}
-
-TEST_F(fileUpdateTest, RefusesNamesThatLeadOutside) {
+TEST_F(fileUpdateTest, SomeNamesAreNotTaken) {
     put("/keldra/tmp/outside", "x");
     for (const std::string name : {"../outside", "a/../../outside", "a/..", "../../tmp"}) {
         EXPECT_FALSE(install(name, TARGET + "/a")) << name;
@@ -103,6 +96,9 @@ TEST_F(fileUpdateTest, RefusesNamesThatLeadOutside) {
     EXPECT_TRUE(fs::is_empty(TARGET));
     unpacked("a..b", "x");
     EXPECT_TRUE(install("a..b"));
+    unpacked("ab", "x"); // stands for no file
+    EXPECT_TRUE(install("ab"));
+    EXPECT_FALSE(recorded() || fs::exists(TARGET + "/ab"));
 }
 
 TEST_F(fileUpdateTest, FailuresOfASingleFile) {
@@ -118,6 +114,13 @@ TEST_F(fileUpdateTest, FailuresOfASingleFile) {
     EXPECT_EQ(contents(TARGET + "/file"), "old");
     EXPECT_FALSE(recorded());
     fs::permissions(TARGET, fs::perms::owner_all);
+
+    unpacked("file", std::string(100'000, 'x'));
+    ASSERT_EQ(mount("full", TARGET.c_str(), "tmpfs", 0, "size=16k"), 0);
+    EXPECT_FALSE(install("file"));
+    EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file " + TARGET + "/file"});
+    EXPECT_FALSE(recorded());
+    EXPECT_EQ(umount(TARGET.c_str()), 0);
 }
 
 TEST_F(fileUpdateTest, ATreeGoesOnBehindAFailure) {
@@ -139,15 +142,6 @@ TEST_F(fileUpdateTest, ATreeGoesOnBehindAFailure) {
     EXPECT_FALSE(install("gui") || recorded());
     EXPECT_EQ(errors().back(), "[Error]: Could not open directory: " + SOURCE + "gui");
     shell("chmod -R 755 " + SOURCE);
-}
-
-TEST_F(fileUpdateTest, AFullCardIsNoticed) {
-    unpacked("file", std::string(100'000, 'x'));
-    ASSERT_EQ(mount("full", TARGET.c_str(), "tmpfs", 0, "size=16k"), 0);
-    EXPECT_FALSE(install("file"));
-    EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file " + TARGET + "/file"});
-    EXPECT_FALSE(recorded());
-    EXPECT_EQ(umount(TARGET.c_str()), 0);
 }
 
 TEST_F(fileUpdateTest, OddPackagesDoNotHang) {
