@@ -21,9 +21,10 @@ inline std::string text(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-/** Replaces the file's content by the input. */
-inline void write(const std::string& path, const std::uint8_t* data, std::size_t size) {
+/** The path of a file that holds the input. */
+inline std::string file(const std::uint8_t* data, std::size_t size, const std::string& path = "/tmp/input") {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text(data, size);
+    return path;
 }
 
 } // namespace input

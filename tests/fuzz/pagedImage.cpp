@@ -9,7 +9,6 @@
 namespace {
 
 using LAYOUT = flashLayouts::LAYOUT;
-const std::string FILE_NAME = "/tmp/image.hex";
 
 const std::vector<LAYOUT>& layouts() {
     static const LAYOUT::REGION top{0xFFFF0000, 0xFFFFFFFF, 0x1000};
@@ -27,21 +26,14 @@ const std::vector<LAYOUT>& layouts() {
     return all;
 }
 
-/** Each region's pages follow each other from its start on. */
-void checkPages(const hexpage& image) {
+/** Each region's pages follow each other from its start on. Returns the bytes that they hold. */
+std::size_t checkPages(const hexpage& image) {
+    std::size_t bytes = 0;
     for (const hexpage::MEMORY_REGION& region : image.getRegions()) {
         std::uint32_t next = region.startAddress;
         for (const hexpage::MEMORY_PAGE& page : region.pages) {
             input::require(page.startAddress == next && page.endAddress >= page.startAddress);
             next = page.endAddress + 1;
-        }
-    }
-}
-
-std::size_t bytesOf(const hexpage& image) {
-    std::size_t bytes = 0;
-    for (const hexpage::MEMORY_REGION& region : image.getRegions()) {
-        for (const hexpage::MEMORY_PAGE& page : region.pages) {
             bytes += page.data.size();
         }
     }
@@ -58,7 +50,7 @@ void checkWalk(hexpage& image) {
         ++pages;
     }
     input::require(pages <= image.getTotalPages());
-    input::require(image.walkReachesAllData() == (met > 0 && met == bytesOf(image)));
+    input::require(image.walkReachesAllData() == (met > 0 && met == checkPages(image)));
 }
 
 } // namespace
@@ -69,10 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // The first byte chooses the layout; '1' to '7' in the seeds.
     const LAYOUT& layout = layouts()[data[0] % layouts().size()];
-    input::write(FILE_NAME, data + 1, size - 1);
     hexpage image;
-    if (flashLayouts::readImage(FILE_NAME, layout, image)) {
-        checkPages(image);
+    if (flashLayouts::readImage(input::file(data + 1, size - 1), layout, image)) {
         input::require(image.walkReachesAllData());
     }
     checkWalk(image); // what a broken file left is walked, too

@@ -5,18 +5,11 @@
 
 #include <sstream>
 
-namespace {
-
-const std::string FILE_NAME = "/tmp/image.hex";
-constexpr std::size_t SHORTEST_RECORD = 11;
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    input::write(FILE_NAME, data, size);
-    hexrecords image(FILE_NAME);
+    hexrecords image(input::file(data, size));
     input::require(image.getFileOK());
 
+    constexpr std::size_t SHORTEST_RECORD = 11;
     std::istringstream file(input::text(data, size));
     std::string line;
     while (std::getline(file, line)) {

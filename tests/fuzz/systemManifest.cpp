@@ -10,21 +10,17 @@
 
 namespace {
 
-std::vector<updateCore::BASE_ITEM*> itemsOf(updateCore& core) {
-    return {&core.core.kernel, &core.core.rootfs, &core.core.updater, &core.core.gui, &core.core.drivers};
-}
-
 std::vector<std::string> versionsOf(updateCore& core) {
     std::vector<std::string> versions;
-    for (const updateCore::BASE_ITEM* item : itemsOf(core)) {
-        versions.push_back(item->swVersion);
+    for (const updateCore::HOST_ITEM& entry : core.hostItems()) {
+        versions.push_back(entry.item->swVersion);
     }
     return versions;
 }
 
 void forgetVersions(updateCore& core) {
-    for (updateCore::BASE_ITEM* item : itemsOf(core)) {
-        item->swVersion = std::string();
+    for (const updateCore::HOST_ITEM& entry : core.hostItems()) {
+        entry.item->swVersion = std::string();
     }
 }
 
