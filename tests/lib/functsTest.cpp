@@ -123,7 +123,7 @@ TEST_F(functsTest, RemovesADirectoryAsItsFlagsSay) {
         bool leaveTop;
         Texts left;
     } rows[] = {
-        {"files only, top kept", false, true, {"tree", "tree/full", "tree/full/file"}},
+        {"files only", false, false, {"tree", "tree/full", "tree/full/file"}},
         {"emptied", true, true, {"tree"}},
         {"everything", true, false, {}},
     };
