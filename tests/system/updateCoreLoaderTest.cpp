@@ -103,6 +103,9 @@ TEST_F(updateCoreLoaderTest, ResumesFromWhatIsUnpacked) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(shown, LOADED);
     EXPECT_EQ(kernelVersion(), "2.0");
+    shell("rm -r /keldra/tmp/keldra_update"); // then there is the package
+    packOntoStick(MANIFEST);
+    EXPECT_EQ(load(), 2);
 }
 
 TEST_F(updateCoreLoaderTest, AnInterruptedUnpackIsNeverResumed) {
