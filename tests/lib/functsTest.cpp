@@ -143,6 +143,8 @@ TEST_F(functsTest, RemovesADirectoryAsItsFlagsSay) {
         EXPECT_TRUE(fs::exists(HERE + "outside")) << row.name;
     }
     EXPECT_FALSE(f.rmDir(HERE + "tree", true, false));
+    put(HERE + "flat/file", "");
+    EXPECT_TRUE(f.rmDir(HERE + "flat", false, false) && f.isDirectory(HERE + "flat"));
 }
 
 TEST_F(functsTest, CopiesADirectory) {

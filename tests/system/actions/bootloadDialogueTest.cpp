@@ -174,6 +174,7 @@ TEST_F(bootloadDialogueTest, AnIdentificationIsWaitedFor) {
     } rows[] = {
         {"at once", 0, none, own, own, true, true, 1},
         {"lost twice, the status answered", 2, none, own, missed, true, true, 3},
+        {"lost twice, the status answered well", 2, none, own, old, true, true, 3},
         {"always lost, the status answered", ALWAYS, none, none, missed, false, false, 4},
         {"another module's first", 1, another, own, own, true, true, 2},
         {"another module's, then an old bootloader's reply", 1, another, old, old, true, false, 2},
