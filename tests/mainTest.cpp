@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <sys/wait.h>
 
 namespace {
@@ -111,12 +112,12 @@ TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
 /** Starts of the program itself, ten at a time, each on a bus of its own that answers at once. */
 TEST_F(mainTest, AutoNeverLosesItsResumeFlag) {
     constexpr int AT_ONCE = 10;
-    const std::string LINE = "9";                            // descriptor of the serial line in each process
-    const char* const wanted = std::getenv("KELDRA_STARTS"); // 100 for the whole campaign
+    const std::string LINE = "9"; // descriptor of the serial line in each process
     leaveUnpacked();
     configuration += "up_mbus = /proc/self/fd/" + LINE + "\n";
     configure();
-    for (int starts = wanted != nullptr ? std::atoi(wanted) : AT_ONCE; starts > 0; starts -= AT_ONCE) {
+    const bool isSlow = std::strlen(EMULATOR) > 1;
+    for (int starts = isSlow ? AT_ONCE : 100; starts > 0; starts -= AT_ONCE) {
         std::vector<std::unique_ptr<Bus>> lines;
         Texts outputs;
         for (int n = 0; n < AT_ONCE; ++n) {

@@ -118,7 +118,7 @@ std::string pathOf(pid_t pid, const CALL& call, const std::uint64_t* arguments) 
         return target(link);
     }
     const bool inDirectory = call.file == FILE_IN::DIRECTORY_AND_PATH;
-    const std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
+    std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
     if (path.front() == '/') {
         return path;
     }

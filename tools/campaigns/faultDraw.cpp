@@ -13,6 +13,10 @@ unsigned draw(Engine& random, unsigned from, unsigned to) {
     return from + static_cast<unsigned>(random() % (to - from + 1));
 }
 
+std::size_t choose(Engine& random, std::size_t count) {
+    return static_cast<std::size_t>(random() % count);
+}
+
 std::string number(unsigned value) {
     return std::to_string(value);
 }
@@ -89,8 +93,8 @@ Lines drawReplyFaults(std::uint8_t module, double share, Engine& random) {
 Lines drawMixedFaults(const std::vector<std::uint8_t>& modules, Engine& random) {
     Lines lines;
     for (unsigned n = draw(random, 1, 4); n > 0; --n) {
-        const FaultKind& kind = KINDS[random() % std::size(KINDS)];
-        const std::string& request = kind.requests[random() % kind.requests.size()];
+        const FaultKind& kind = KINDS[choose(random, std::size(KINDS))];
+        const std::string& request = kind.requests[choose(random, kind.requests.size())];
         std::string line = kind.words(random);
         if (!request.empty()) {
             line += " on=" + request;
@@ -99,7 +103,7 @@ Lines drawMixedFaults(const std::vector<std::uint8_t>& modules, Engine& random) 
             lines.push_back("lost-request every=" + number(draw(random, 10, 40))); // else there are none
         }
         if (kind.lasting || random() % 4 != 0) {
-            line += " module=" + number(modules[random() % modules.size()]);
+            line += " module=" + number(modules[choose(random, modules.size())]);
         }
         lines.push_back(line + drawOccasion(random, kind.lasting, !request.empty() && request != "row"));
     }

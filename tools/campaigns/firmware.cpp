@@ -106,7 +106,7 @@ std::string hexFile(const Kind& kind, const Memory& image, std::mt19937_64& rand
     std::uint32_t bank = 0;
     for (auto byte = image.begin(); byte != image.end();) {
         const std::uint32_t address = byte->first;
-        const std::size_t most = kind.byRecords && random() % 8 == 0 ? 1 + random() % 4 : 16;
+        const std::size_t most = kind.byRecords && random() % 8 == 0 ? draw(random, 1, 4) : 16;
         std::vector<std::uint8_t> data;
         for (std::uint32_t next = address; byte != image.end() && byte->first == next && data.size() < most &&
                                            next / BANK == address / BANK;

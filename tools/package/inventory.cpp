@@ -68,17 +68,18 @@ std::map<std::string, Module> readModules(const std::filesystem::path& path) {
     const JsonFile file(path);
     std::map<std::string, Module> modules;
     for (const auto& [key, body] : file.root().members) {
-        const auto stop = std::find_if(visitingOrder().begin(), visitingOrder().end(), [&](const Stop& each) {
-            return each.module != nullptr && each.module == key.text;
-        });
+        const std::string& name = key.text;
+        const auto stop =
+            std::find_if(visitingOrder().begin(), visitingOrder().end(),
+                         [&name](const Stop& each) { return each.module != nullptr && each.module == name; });
         if (stop == visitingOrder().end())
-            file.fail(key.position, "there is no module \"" + key.text + "\"");
+            file.fail(key.position, "there is no module \"" + name + "\"");
         if (!body.isObject())
-            file.fail(body.position, "\"" + key.text + "\" is no object");
-        Module& module = modules[key.text];
+            file.fail(body.position, "\"" + name + "\" is no object");
+        Module& module = modules[name];
         module.serial = findItem(stop->item)->serial;
-        for (const auto& [name, value] : body.members)
-            setField(file, name, value, module);
+        for (const auto& [field, value] : body.members)
+            setField(file, field, value, module);
     }
     return modules;
 }

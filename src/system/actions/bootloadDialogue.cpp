@@ -410,6 +410,7 @@ bool bootloadDialogue::eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, 
 bool bootloadDialogue::programPage(std::uint8_t module, const LAYOUT& layout, hexpage::MEMORY_PAGE& page,
                                    std::uint32_t index, std::uint32_t total) {
     page.dataLength = static_cast<std::uint32_t>(page.data.size());
+    mayBeWritten = false;
     for (unsigned n = 0; n < TRIES; ++n) {
         logItem(format("Working on Address# 0x%x (%d/%d) LEN: %lu", page.startAddress,
                        static_cast<int>(index), static_cast<int>(total),
@@ -429,7 +430,7 @@ bool bootloadDialogue::programPage(std::uint8_t module, const LAYOUT& layout, he
 bootloadDialogue::PAGE_RESULT bootloadDialogue::attemptPage(std::uint8_t module, const LAYOUT& layout,
                                                             const hexpage::MEMORY_PAGE& page) {
     const std::uint8_t started = startPage(module, page, layout.wideAddress);
-    if (started == IGNOREPG) {
+    if (started == IGNOREPG && !mayBeWritten) { // one that took the rows before holds who knows what now
         logItem("Page ignored", logger::LOG_NOTICE);
         return PAGE_RESULT::DONE;
     }
@@ -444,6 +445,7 @@ bootloadDialogue::PAGE_RESULT bootloadDialogue::attemptPage(std::uint8_t module,
     if (sent != OK) {
         return retry("Data TX error...retrying...");
     }
+    mayBeWritten = true;
     if (!sendPageWrite(module)) {
         return retry("Could not write page to internal flash...retrying...");
     }

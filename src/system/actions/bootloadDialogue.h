@@ -111,4 +111,5 @@ private:
     bool answeredDirectly = false;                     ///< the last answer came before any status request
     clock::time_point quietAt = clock::now() + LATEST; ///< until then earlier requests may be answered
     std::uint32_t lastRow = 0;                         ///< last row sent of the open page
+    bool mayBeWritten = false;                         ///< the page at hand, in part at least
 };

@@ -6,7 +6,8 @@ namespace {
 
 using enum bootloadDialogue::BLSTATUS;
 
-constexpr std::uint8_t RECORDS = 0x82; // kinds on the serial bootloader
+constexpr std::uint8_t PIC24 = 0x81; // kinds on the serial bootloader
+constexpr std::uint8_t RECORDS = 0x82;
 constexpr std::uint8_t PAGES = 0x85;
 constexpr std::uint8_t STM32F4 = 0x86;
 
@@ -41,7 +42,7 @@ TEST_F(serialBootloadTest, TheSecondGenerationsResetIsThisFrame) {
 }
 
 TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
-    put(IMAGE, hexImage({{0x1D000000, 8}, {0x1D002000, 3}}));
+    put(IMAGE, hexImage({{0x1D000000, 8}, {0x1D07F000, 3}, {0x1D080000, 1}})); // the last is behind the flash
     item.update.resetAfterUpdate = true;
     ASSERT_EQ(enter(PAGES), action::GOUPDATE);
     const std::vector<Frame> sent = run(true);
@@ -49,16 +50,39 @@ TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
                                         {2, hex("00 00 01 02 03 04 05 06")},
                                         {2, hex("01 07")},
                                         {1, hex("02 04")},
-                                        {1, hex("02 01 20 00 00 03 00 1D")},
+                                        {1, hex("02 01 F0 00 00 03 07 1D")},
                                         {2, hex("00 00 01 02")},
                                         {1, hex("02 04")},
                                         {16, hex("02 21")}}));
     EXPECT_EQ(newlyLogged(), Texts({"[Notice]: Serial: Starting bootload",
-                                    "[Notice]: SerialV2: Working on Address# 0x1d000000 (0/3) LEN: 8",
+                                    "[Notice]: SerialV2: Working on Address# 0x1d000000 (0/128) LEN: 8",
                                     "[Notice]: SerialV2: Page written successfully",
-                                    "[Notice]: SerialV2: Working on Address# 0x1d002000 (2/3) LEN: 3",
+                                    "[Notice]: SerialV2: Working on Address# 0x1d07f000 (127/128) LEN: 3",
                                     "[Notice]: SerialV2: Page written successfully",
                                     "[Notice]: Serial: Bootload Finished"}));
+}
+
+TEST_F(serialBootloadTest, ARunOfEmptyPagesIsCountedInOneByte) {
+    put(IMAGE, hexImage({{0, 16}, {2 * (0x1000 + 300 * 0x400), 16}}));
+    ASSERT_EQ(enter(PIC24), action::GOUPDATE);
+    const std::vector<Frame> sent = run(true);
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), Frame{1, hex("02 05 10 00 2C 00 00 00")}), 1);
+    EXPECT_TRUE(holds(newlyLogged(), "SerialV2: Erasing blocks at 0x1000 (300)"));
+}
+
+TEST_F(serialBootloadTest, ACancelEndsItBetweenPagesAndBetweenRecords) {
+    put(IMAGE, hexImage({{0x1D000000, 16}, {0x1D001000, 16}}));
+    for (const std::uint8_t kind : {RECORDS, PAGES}) {
+        core->cancel = false;
+        ASSERT_EQ(enter(kind), action::GOUPDATE);
+        answer([this](Request request, int) -> std::optional<Replies> {
+            core->cancel = core->cancel || request == WRITE;
+            return std::nullopt;
+        });
+        const int writes = sentOf(WRITE);
+        run(false);
+        EXPECT_EQ(sentOf(WRITE) - writes, 1);
+    }
 }
 
 TEST_F(serialBootloadTest, WhatGoesWrongWithPagesIsLogged) {
