@@ -167,9 +167,12 @@ TEST_F(serialBootloadTest, ABadImageIsRefusedBeforeAnythingIsErased) {
         {RECORDS, "image.hex", "no record\n"},
         {RECORDS, "", ""},
         {RECORDS, "missing", ""},
+        {RECORDS, "image.hex", ":0400000001020304F3\n"}, // sums up to F2
+        {RECORDS, "image.hex", ":0500000001020304F1\n"}, // a byte is missing
         {PAGES, "image.hex", ""},
         {PAGES, "", ""},
         {PAGES, "image.hex", ":FF000000010203\n"},
+        {0x81, "image.hex", ":020000040800F2\n:0400000001020304F2\n"}, // behind a PIC24's memory
     };
     for (const auto& row : rows) {
         put(IMAGE, row.text);
