@@ -9,6 +9,8 @@
 #   PANEL_PORT     the device that is the panel's serial port; empty for none
 #   PANEL_CARD     the file or device that is the boot partition
 #   PANEL_DISPLAY  the X display of the window; empty for none
+# Read by them, from the environment:
+#   PANEL_SHOWN    a directory of the host that the panel has in its place, too; empty for none
 
 panel_home=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 panel_programs=(sh tar gzip dd rm mount sleep)
@@ -100,6 +102,7 @@ panel_describe_sandbox() {
         --chdir / --clearenv --setenv PATH /usr/bin --setenv HOME /home --setenv XDG_RUNTIME_DIR /run/user
     )
     [[ -z $PANEL_PORT ]] || sandbox+=(--dev-bind "$PANEL_PORT" /dev/ttyKB)
+    [[ -z ${PANEL_SHOWN:-} ]] || sandbox+=(--bind "$PANEL_SHOWN" "$PANEL_SHOWN")
     panel_describe_display
 }
 
