@@ -65,20 +65,25 @@ TEST_F(bootloadDialogueTest, SilenceEndsEveryRequestAfterItsTries) {
         std::function<int()> send;
         int result;
         int requests; // each with three passes, a status request behind each
+        int wait;     // for the reply in each pass, in ms; the status has 30
     } rows[] = {
-        {"any message", [&] { return int{talk.sendWithResponse(id, {}, 1)}; }, 0, 1},
-        {"system command", [&] { return int{talk.sendSystemCommand(id, '!')}; }, 0, 4},
-        {"enter", [&] { return int{talk.enterBootloader(id)}; }, 0, 4},
-        {"start", [&] { return int{talk.startPage(id, page, true)}; }, dialogue::BADCHECKSUM, 4},
-        {"row", [&] { return talk.sendDataRow(id, 5, page.data); }, -1, 4},
-        {"write", [&] { return int{talk.sendPageWrite(id)}; }, 0, 4},
-        {"erase", [&] { return int{talk.eraseBlock(id, 0, 1, true)}; }, dialogue::ERASEERR, 4},
+        {"any message", [&] { return int{talk.sendWithResponse(id, {}, 1)}; }, 0, 1, 10},
+        {"system command", [&] { return int{talk.sendSystemCommand(id, '!')}; }, 0, 4, 200},
+        {"enter", [&] { return int{talk.enterBootloader(id)}; }, 0, 4, 200},
+        {"start", [&] { return int{talk.startPage(id, page, true)}; }, dialogue::BADCHECKSUM, 4, 50},
+        {"row", [&] { return talk.sendDataRow(id, 5, page.data); }, -1, 4, 50},
+        {"write", [&] { return int{talk.sendPageWrite(id)}; }, 0, 4, 100},
+        {"erase", [&] { return int{talk.eraseBlock(id, 0, 1, true)}; }, dialogue::ERASEERR, 4, 712},
     };
     bus.autoAnswer([](const Frame&) { return Replies(); });
     for (const auto& row : rows) {
+        const auto start = std::chrono::steady_clock::now();
         const std::size_t before = bus.sent().size();
         const int status = sentOf(STATUS);
         EXPECT_EQ(row.send(), row.result) << row.name;
+        EXPECT_GE(std::chrono::steady_clock::now() - start,
+                  std::chrono::milliseconds(row.requests * 3 * (row.wait + 30)))
+            << row.name;
         // A frame is discarded by the next one when the bus was too busy to take it.
         EXPECT_NEAR(static_cast<int>(bus.sent().size() - before), row.requests * 4, 1) << row.name;
         EXPECT_NEAR(sentOf(STATUS) - status, row.requests * 3, 1) << row.name;
