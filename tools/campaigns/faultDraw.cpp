@@ -65,7 +65,7 @@ const FaultKind KINDS[] = {
 
 /** Once, a few times in a row, now and then, or by chance; rows are many, the other requests few. */
 std::string drawOccasion(Engine& random, bool once, bool rare) {
-    const std::string nth = " nth=" + number(draw(random, 1, rare || random() % 2 == 0 ? 4 : 200));
+    std::string nth = " nth=" + number(draw(random, 1, rare || random() % 2 == 0 ? 4 : 200));
     switch (once ? 0 : draw(random, 0, 3)) {
     case 0:
         return nth;

@@ -92,6 +92,7 @@ public:
             words.insert(words.end(), {"--fault", fault});
         }
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words) {
             arguments.push_back(word.data());
         }

@@ -50,7 +50,7 @@ std::string sha1OfFile(const fs::path& path) {
     std::string digest;
     CryptoPP::SHA1 sha1;
     try {
-        CryptoPP::FileSource(path.c_str(), true, hexDigest(sha1, digest));
+        const CryptoPP::FileSource source(path.c_str(), true, hexDigest(sha1, digest));
     } catch (const CryptoPP::Exception& error) {
         throw Failure(path.string() + ": " + error.what());
     }
@@ -60,7 +60,7 @@ std::string sha1OfFile(const fs::path& path) {
 std::string sha1OfText(const std::string& text) {
     std::string digest;
     CryptoPP::SHA1 sha1;
-    CryptoPP::StringSource(text, true, hexDigest(sha1, digest));
+    const CryptoPP::StringSource source(text, true, hexDigest(sha1, digest));
     return digest;
 }
 
