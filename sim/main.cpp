@@ -146,8 +146,8 @@ private:
 int main(int argc, char** argv) {
     try {
         const sim::Options options = sim::parseOptions({argv + 1, argv + argc});
-        if (options.help) {
-            std::cout << sim::usage;
+        if (!options.answer.empty()) {
+            std::cout << options.answer;
             return 0;
         }
         Simulator(options).run();

@@ -51,8 +51,8 @@ const char* const usage = R"(usage: bus-sim --link PATH [options]
 Options parseOptions(const std::vector<std::string>& arguments) {
     Options options;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        if (arguments[i] == "--help") {
-            options.help = true;
+        if (arguments[i] == "--help" || arguments[i] == "--version") {
+            options.answer = arguments[i] == "--help" ? usage : "bus-sim " KELDRA_VERSION "\n";
             return options;
         }
         const auto option = std::find_if(std::begin(table), std::end(table),

@@ -9,7 +9,7 @@
 namespace sim {
 
 struct Options {
-    bool help = false;
+    std::string answer; // to --help or --version; the program then ends
     std::string link;
     std::string inventory;
     std::string trace;
