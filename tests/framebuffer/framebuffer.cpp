@@ -45,7 +45,10 @@ fb_fix_screeninfo memory() {
 
 } // namespace
 
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+// By the name that Qt calls: on 32-bit machines, the headers give ioctl() another one.
+extern "C" int answer(int fd, unsigned long request, ...) noexcept asm("ioctl");
+
+extern "C" int answer(int fd, unsigned long request, ...) noexcept {
     va_list arguments;
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
