@@ -2,6 +2,8 @@
 
 #include "support/panel.h"
 
+#include <algorithm>
+
 namespace {
 
 using updateCoreTest = Panel;
