@@ -44,6 +44,18 @@ constexpr struct {
     {3, 4, &updateCore::s2},     {4, 0, &updateCore::s3},    {4, 4, &updateCore::s4},
 };
 
+/** Sets a flag when it goes out of scope, in whatever way. */
+class announcement {
+public:
+    explicit announcement(shared<bool>& toSet) : flag(toSet) {}
+    announcement(const announcement&) = delete;
+    announcement& operator=(const announcement&) = delete;
+    ~announcement() { flag = true; }
+
+private:
+    shared<bool>& flag;
+};
+
 std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
     return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
 }
@@ -100,6 +112,7 @@ void ProcBusThread::send(PROCBUS_MSG msg) {
 
 void ProcBusThread::run() {
     termination::forbid();
+    const announcement farewell(ended); // on a termination, too
     while (!haltThread) {
         // With a port that never opened this spins, but each round is a place to be terminated at.
         const int count = termination::allowDuring(
@@ -288,15 +301,22 @@ void ProcBusThread::sendStop() {
 void ProcBusThread::checkStop() {
     if (!wait(STOP_WAIT_MS)) {
         terminate();
-        wait();
+        awaitEnd();
     }
+}
+
+/** The load makes visible to the caller what the thread wrote; QThread promises no more than that it is gone.
+ */
+void ProcBusThread::awaitEnd() {
+    wait();
+    [[maybe_unused]] const bool seen = ended;
 }
 
 void ProcBusThread::reload_uart() {
     // Nobody may read between close and open: another file may have been given the number by then.
     reopening = true;
     terminate();
-    wait(); // start() on a thread that still ends would be ignored and leave the link dead
+    awaitEnd(); // start() on a thread that still ends would be ignored and leave the link dead
     sPort.uart_close();
     start(QThread::InheritPriority);
     if (sPort.uart_open(sys->uartPort)) {

@@ -66,6 +66,7 @@ private:
     static constexpr unsigned RX_SIZE = 300;
     static constexpr unsigned TX_SIZE = 150;
 
+    void awaitEnd();
     bool configurePort();
     void scanBuffer();
     void finishFrame(PROCBUS_MSG& msg, unsigned last);
@@ -75,6 +76,7 @@ private:
     void fileIdentity(const PROCBUS_MSG& msg);
 
     shared<bool> haltThread = false;
+    shared<bool> ended;                          ///< set by the thread as its last act
     shared<bool> reopening = false;              ///< the port is closed, and will be open again at once
     [[maybe_unused]] unsigned last_buff_ctr = 0; // these two and lastMsg are read by nothing
     [[maybe_unused]] unsigned last_buff_len = 0;

@@ -54,13 +54,16 @@ bool updateCore::saveSystemManifest() {
     }
     writer.EndObject();
 
+    return replaceFile(rootPath + FILE_NAME, text.GetString());
+}
+
+/** A loss of power leaves the old content or the new one; a full card, the old one. */
+bool updateCore::replaceFile(const std::string& path, const std::string& text) {
     functs f;
-    const std::string path = rootPath + FILE_NAME;
     const std::string temporary = path + ".new";
-    const std::string written = text.GetString();
-    if (!f.writeFileContents(temporary, written) || !flush(temporary) ||
-        f.getFileSize(temporary) != static_cast<std::int32_t>(written.size())) {
-        f.removeFile(temporary); // a full card: the old manifest stays
+    if (!f.writeFileContents(temporary, text) || !flush(temporary) ||
+        f.getFileSize(temporary) != static_cast<std::int32_t>(text.size())) {
+        f.removeFile(temporary);
         return false;
     }
     if (std::rename(temporary.c_str(), path.c_str()) != 0) {

@@ -8,11 +8,13 @@
 #include "updateCoreLoader.h"
 
 #include <iostream>
+#include <sstream>
 #include <unistd.h>
 
 namespace {
 
 const char* const CONFIG_FILE = "/keldra/config/vx3.cfg";
+const char* const UNFINISHED_FILE = "/config/unfinished.modules"; // bus addresses, one a line
 constexpr unsigned long CANCEL_WAIT_MS = 2000;
 constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
 
@@ -51,6 +53,7 @@ updateCore::updateCore() {
     if (!loadSystemManifest()) {
         log->log_item("Could not load system manifest...Full update will run", logger::LOG_WARNING);
     }
+    loadUnfinished();
     comBus = std::make_unique<ProcBusThread>(this);
     comBus->start(QThread::InheritPriority);
     load = std::make_unique<updateCoreLoad>();
@@ -116,6 +119,28 @@ void updateCore::resetInitBase(BASE_ITEM* b) {
     b->isAccurate = false;
     b->update.resetAfterUpdate = false;
     b->update.items.clear();
+}
+
+void updateCore::loadUnfinished() {
+    std::istringstream addresses(functs().getFileContents(rootPath + UNFINISHED_FILE));
+    for (unsigned address = 0; addresses >> address;) {
+        for (const auto& entry : MODULES) {
+            BASE_ITEM& item = (this->*entry.module).base;
+            item.unfinished = item.unfinished || (address != 0 && item.id == address);
+        }
+    }
+}
+
+void updateCore::setUnfinished(BASE_ITEM& item, bool unfinished) {
+    item.unfinished = unfinished;
+    std::string addresses;
+    for (const auto& entry : MODULES) {
+        const BASE_ITEM& each = (this->*entry.module).base;
+        addresses += each.unfinished ? std::to_string(each.id) + "\n" : "";
+    }
+    if (!replaceFile(rootPath + UNFINISHED_FILE, addresses)) {
+        std::cout << "Could not note which modules are unfinished" << std::endl;
+    }
 }
 
 void updateCore::clearUpdateItems() {

@@ -51,7 +51,7 @@ public:
         sharedText swVersion;       ///< installed version: system manifest, or reported by the module
         shared<std::uint8_t> hwRev; ///< hardware revision: selects the entry of `update.items`
         std::uint8_t id = 0;        ///< bus address; 0 for host items
-        bool unfinished = false;    ///< its programming broke off: update it whatever version it reports
+        bool unfinished = false;    ///< setUnfinished(): update it whatever version it reports
         shared<bool> isAccurate;    ///< the installed version is known for certain
         struct {
             std::vector<UPDATE_ITEM> items; ///< what the package offers, indexed by hardware revision
@@ -180,6 +180,11 @@ public:
     bool loadSystemManifest();
     /** Replaces the file whole: a loss of power leaves the old one or the new one. */
     bool saveSystemManifest();
+    /**
+     * Notes that a module's programming begins, or that it is complete. On the card, too: after a loss of
+     * power a module may report the version of an image that it has in part. Update thread.
+     */
+    void setUnfinished(BASE_ITEM& item, bool unfinished);
 
 signals:
     void sendUpdateDone(bool status);                 ///< the run ended (or was cancelled)
@@ -201,6 +206,8 @@ public slots:
 
 private:
     void setUpItems();
+    void loadUnfinished();
+    bool replaceFile(const std::string& path, const std::string& text);
     int readConfiguration();
     void endThreads();
     bool enterUpdateMode();

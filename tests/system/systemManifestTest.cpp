@@ -96,4 +96,16 @@ TEST_F(systemManifestTest, TheOldFileStaysWholeUntilTheNewOneIs) {
     EXPECT_EQ(umount("/tmp/full/config"), 0);
 }
 
+TEST_F(systemManifestTest, AModuleIsUnfinishedUntilItIsComplete) {
+    for (const bool unfinished : {true, false}) {
+        start();
+        core->setUnfinished(core->s2.base, unfinished);
+        core.reset(); // a loss of power
+        start();
+        EXPECT_EQ(core->s2.base.unfinished, unfinished);
+        EXPECT_FALSE(core->s1.base.unfinished);
+        core.reset();
+    }
+}
+
 } // namespace

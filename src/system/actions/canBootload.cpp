@@ -140,11 +140,11 @@ bool canBootload::run() {
         dialogue.logItem("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }
-    base->unfinished = true;
+    csys->setUnfinished(*base, true);
     if (!dialogue.programImage(base->id, layout, image)) {
         return false;
     }
-    base->unfinished = false;
+    csys->setUnfinished(*base, false);
     resetModule();
     dialogue.logItem("Bootload Finished", logger::LOG_NOTICE);
     return true;

@@ -125,7 +125,7 @@ bool serialBootload::run() {
     if (!(procType == updateCore::PIC32_REC ? run_v1(path) : run_v2(path))) {
         return false;
     }
-    base->unfinished = false;
+    csys->setUnfinished(*base, false);
     resetModule();
     logItem("Bootload Finished", logger::LOG_NOTICE);
     return true;
@@ -137,7 +137,7 @@ bool serialBootload::run_v1(const std::string& path) {
         logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
-    base->unfinished = true;
+    csys->setUnfinished(*base, true);
     logItem("Erasing Memory", logger::LOG_NOTICE);
     if (!eraseMemory()) {
         return false;
@@ -215,6 +215,6 @@ bool serialBootload::run_v2(const std::string& path) {
         dialogue.logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
-    base->unfinished = true;
+    csys->setUnfinished(*base, true);
     return dialogue.programImage(base->id, layout, image);
 }
