@@ -16,28 +16,34 @@ namespace {
 
 using Names = std::set<std::string>; // sorted by bytes, whatever the locale
 
-void addTree(const fs::path& root, const std::string& name, Names& names) {
-    names.insert(name);
-    const fs::path path = root / name;
-    if (fs::is_symlink(path) || !fs::is_directory(path))
+// As the panel copies it: what a link leads to takes the link's place; `above` are the directories on the
+// way.
+void addTree(const fs::path& root, const std::string& name, std::vector<fs::path> above, Names& names) {
+    std::error_code broken;
+    const fs::path path = fs::canonical(root / name, broken);
+    if (broken || std::find(above.begin(), above.end(), path) != above.end())
         return;
+    names.insert(name);
+    if (!fs::is_directory(path))
+        return;
+    above.push_back(path);
     for (const fs::directory_entry& entry : fs::directory_iterator(path))
-        addTree(root, name + "/" + entry.path().filename().string(), names);
+        addTree(root, name + "/" + entry.path().filename().string(), above, names);
 }
 
 // The named files with the directories that lead to them. A name that the checks refuse may be there when
-// building is forced; one that leads outside is never packed.
+// building is forced; one that is not plain is never packed.
 Names namesOf(const Package& package) {
     Names names;
     for (const Item& item : package.items()) {
         for (const Entry& entry : item.entries) {
-            const fs::path file = fs::path(entry.file).lexically_normal();
-            if (file.is_absolute() || file.empty() || *file.begin() == ".." ||
-                !fs::exists(package.root() / file))
+            std::error_code broken;
+            const fs::path file = entry.file;
+            if (!isPlainName(entry.file) || !fs::exists(package.root() / file, broken))
                 continue;
             for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
                 names.insert(parent.string());
-            addTree(package.root(), file.string(), names);
+            addTree(package.root(), entry.file, {}, names);
         }
     }
     return names;
@@ -48,7 +54,7 @@ std::uint64_t sizeOf(const std::vector<Member>& members) {
     for (const Member& member : members) {
         if (member.source.empty())
             size += member.text.size();
-        else if (fs::is_regular_file(fs::symlink_status(member.source)))
+        else if (fs::is_regular_file(member.source))
             size += fs::file_size(member.source);
     }
     return size;

@@ -4,8 +4,12 @@
 #include "executable.h"
 #include "faults.h"
 #include "hexCheck.h"
+#include "inventory.h"
+#include "text.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <iterator>
 #include <set>
 
 namespace package {
@@ -14,9 +18,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t NO_FILE_LENGTH = 2; // names this short stand for no file
 constexpr std::size_t REVISIONS = 251;
-constexpr const char* HARMLESS = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._+-/";
+
+// As the panel writes what a module tells: "1.3.0".
+bool isModuleVersion(const std::string& version) {
+    unsigned numbers[3] = {};
+    return std::sscanf(version.c_str(), "%3u.%3u.%3u", &numbers[0], &numbers[1], &numbers[2]) == 3 &&
+           std::all_of(std::begin(numbers), std::end(numbers), [](unsigned each) { return each <= 255; }) &&
+           version == format("%u.%u.%u", numbers[0], numbers[1], numbers[2]);
+}
 
 class ContentCheck {
 public:
@@ -27,13 +37,16 @@ public:
     void unnamed();
 
 private:
-    bool checkName(const Entry& entry);
-    void checkVersion(const Entry& entry);
+    bool checkName(const Item& item, const Entry& entry);
+    bool checkWay(const Entry& entry);
+    void checkVersion(const Item& item, const Entry& entry);
+    void checkUpdater(const Entry& entry);
     void checkFile(const Item& item, const Entry& entry, std::size_t revision);
     void checkFirmware(const Item& item, const Entry& entry, std::size_t revision);
     void checkTree(const fs::path& directory);
-    void checkLink(const fs::path& link);
-    void checkProgram(const fs::path& file, bool mustBeOne);
+    bool checkLink(const fs::path& link);
+    void checkProgram(const fs::path& file);
+    bool leavesPackage(const fs::path& link) const;
     std::string nameOf(const fs::path& path) const {
         return path.lexically_relative(package_.root()).string();
     }
@@ -42,6 +55,7 @@ private:
     const ProcessorChoice& choice_;
     Findings& findings_;
     std::set<std::string> checked_; // firmware, with its processor
+    std::vector<fs::path> walked_;  // the directories that the one being checked lies in, and itself
 };
 
 void ContentCheck::checkItem(const Item& item) {
@@ -56,35 +70,72 @@ void ContentCheck::checkItem(const Item& item) {
                       std::to_string(item.entries.size()) + " hardware revisions");
     for (std::size_t revision = 0; revision < item.entries.size(); ++revision) {
         const Entry& entry = item.entries[revision];
-        checkVersion(entry);
-        if (checkName(entry) && content != Content::Recorded)
+        checkVersion(item, entry);
+        if (checkName(item, entry) && content != Content::Recorded && checkWay(entry))
             checkFile(item, entry, revision);
     }
 }
 
-bool ContentCheck::checkName(const Entry& entry) {
+bool ContentCheck::checkName(const Item& item, const Entry& entry) {
     const std::string& name = entry.file;
     const std::string quoted = "\"" + name + "\"";
     const std::size_t before = findings_.all().size();
-    if (name.size() <= NO_FILE_LENGTH)
+    if (name.size() <= NO_FILE_LENGTH && item.kind->content != Content::Firmware)
         findings_.add(faults::nameShort, entry.filePlace, quoted);
-    else if (name.front() == '/' || ("/" + name + "/").find("/../") != std::string::npos)
+    else if (leadsOutside(name))
         findings_.add(faults::nameOutside, entry.filePlace, quoted);
-    else if (name.find_first_not_of(HARMLESS) != std::string::npos || name.front() == '-')
+    else if (!isPlainName(name))
+        findings_.add(faults::nameForm, entry.filePlace, quoted);
+    else if (!isHarmlessName(name) || name.front() == '-')
         findings_.add(faults::nameShell, entry.filePlace, quoted);
     return findings_.all().size() == before;
 }
 
-void ContentCheck::checkVersion(const Entry& entry) {
-    if (entry.version.empty() && entry.versionPlace.line != 0) // none at all was reported as not paired
+// The links among the components of a name stay in the package.
+bool ContentCheck::checkWay(const Entry& entry) {
+    fs::path path = package_.root();
+    for (const fs::path& component : fs::path(entry.file)) {
+        path /= component;
+        std::error_code broken;
+        if (fs::is_symlink(fs::symlink_status(path, broken)) && leavesPackage(path)) {
+            findings_.add(faults::linkOutside, entry.filePlace,
+                          nameOf(path) + " is a symbolic link to " + fs::read_symlink(path).string());
+            return false;
+        }
+    }
+    return true;
+}
+
+void ContentCheck::checkVersion(const Item& item, const Entry& entry) {
+    const std::string& version = entry.version;
+    const bool blank = version.find_first_not_of(" \t\r\n") == version.npos;
+    const bool hasLines = version.find_first_of("\r\n") != version.npos;
+    if (entry.versionPlace.line == 0)
+        return; // none at all was reported as not paired
+    if (blank)
         findings_.add(faults::versionEmpty, entry.versionPlace, "the version of \"" + entry.file + "\"");
+    else if (hasLines || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
+        findings_.add(faults::versionForm, entry.versionPlace, "\"" + version + "\"");
+}
+
+// The program must land where the panel starts it.
+void ContentCheck::checkUpdater(const Entry& entry) {
+    const fs::path path = package_.root() / entry.file;
+    const bool isTree = fs::is_directory(path);
+    std::error_code broken;
+    if (isTree ? !fs::is_regular_file(path / UPDATER, broken) : entry.file != UPDATER)
+        findings_.add(faults::updaterName, entry.filePlace,
+                      "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER);
 }
 
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
     const fs::path path = package_.root() / entry.file;
     const bool takesTree = item.kind->content == Content::Files;
-    if (!fs::exists(path)) {
+    std::error_code broken;
+    if (!fs::exists(path, broken)) {
         findings_.add(faults::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
+    } else if (!isReadable(path)) {
+        findings_.add(faults::fileUnreadable, {entry.file}, "it can't be read");
     } else if (fs::is_directory(path) && takesTree) {
         if (fs::is_empty(path))
             findings_.add(faults::fileEmpty, {entry.file}, "the directory is empty");
@@ -94,10 +145,12 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
     } else if (fs::file_size(path) == 0) {
         findings_.add(faults::fileEmpty, {entry.file}, "the file is empty");
     } else if (takesTree) {
-        checkProgram(path, item.kind->name == std::string("updater"));
+        checkProgram(path);
     } else if (item.kind->content == Content::Firmware) {
         checkFirmware(item, entry, revision);
     }
+    if (item.kind->name == std::string("updater") && revision == 0 && fs::exists(path, broken))
+        checkUpdater(entry);
 }
 
 void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size_t revision) {
@@ -114,34 +167,58 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
 }
 
 void ContentCheck::checkTree(const fs::path& directory) {
+    if (!isReadable(directory)) {
+        findings_.add(faults::fileUnreadable, {nameOf(directory)}, "it can't be read");
+        return;
+    }
     std::vector<fs::path> entries(fs::directory_iterator(directory), fs::directory_iterator{});
     std::sort(entries.begin(), entries.end());
+    walked_.push_back(fs::canonical(directory));
     for (const fs::path& path : entries) {
         if (path.filename().string().front() == '.')
             findings_.add(faults::fileHidden, {nameOf(path)}, "a hidden name");
-        else if (fs::is_symlink(path))
-            checkLink(path);
+        else if (fs::is_symlink(path) && !checkLink(path))
+            continue;
         else if (fs::is_directory(path))
             checkTree(path);
         else if (!fs::is_regular_file(path))
             findings_.add(faults::fileKind, {nameOf(path)}, "no regular file");
+        else if (!isReadable(path))
+            findings_.add(faults::fileUnreadable, {nameOf(path)}, "it can't be read");
         else
-            checkProgram(path, false);
+            checkProgram(path);
     }
+    walked_.pop_back();
 }
 
-void ContentCheck::checkLink(const fs::path& link) {
+// A description's links are followed when the package is built; others are unpacked on the panel.
+bool ContentCheck::leavesPackage(const fs::path& link) const {
+    std::error_code broken;
     const fs::path target = fs::read_symlink(link);
-    const fs::path reached = nameOf((link.parent_path() / target).lexically_normal());
-    const bool outside = target.is_absolute() || (!reached.empty() && *reached.begin() == "..");
-    const bool broken = outside || !fs::exists(link);
-    findings_.add(broken ? faults::linkBroken : faults::linkCopied, {nameOf(link)},
-                  "a symbolic link to " + target.string() + (outside ? ", outside of the package" : ""));
+    const fs::path there = fs::canonical(link, broken);
+    const fs::path reached = nameOf(broken ? (link.parent_path() / target).lexically_normal() : there);
+    return *reached.begin() == ".." || (target.is_absolute() && !package_.isDescribed());
 }
 
-void ContentCheck::checkProgram(const fs::path& file, bool mustBeOne) {
-    const fs::perms executable = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
-    if ((fs::status(file).permissions() & executable) != executable && (mustBeOne || isProgram(file)))
+// True when there is something to copy.
+bool ContentCheck::checkLink(const fs::path& link) {
+    std::error_code broken;
+    const Fault* fault = &faults::linkCopied;
+    const fs::path there = fs::canonical(link, broken);
+    if (leavesPackage(link))
+        fault = &faults::linkOutside;
+    else if (broken || std::find(walked_.begin(), walked_.end(), there) != walked_.end())
+        fault = &faults::linkBroken;
+    findings_.add(*fault, {nameOf(link)}, "a symbolic link to " + fs::read_symlink(link).string());
+    return fault == &faults::linkCopied;
+}
+
+// Building sets the bits for all when the owner has his.
+void ContentCheck::checkProgram(const fs::path& file) {
+    const fs::perms all = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
+    const fs::perms executable = package_.isDescribed() ? fs::perms::owner_exec : all;
+    if ((fs::status(file).permissions() & executable) != executable &&
+        (file.filename() == UPDATER || isProgram(file)))
         findings_.add(faults::notExecutable, {nameOf(file)}, "a program without its executable bits");
 }
 
@@ -149,9 +226,8 @@ void ContentCheck::unnamed() {
     const auto isNamed = [&](const std::string& top) {
         return top == MANIFEST || top == MANIFEST + ".sha" ||
                std::any_of(package_.items().begin(), package_.items().end(), [&](const Item& item) {
-                   return std::any_of(item.entries.begin(), item.entries.end(), [&](const Entry& entry) {
-                       return *fs::path(entry.file).begin() == top;
-                   });
+                   return std::any_of(item.entries.begin(), item.entries.end(),
+                                      [&](const Entry& entry) { return topOf(entry.file) == top; });
                });
     };
     std::set<std::string> names;
@@ -171,6 +247,20 @@ void checkContents(const Package& package, const ProcessorChoice& choice, Findin
         check.checkItem(item);
     if (!package.isDescribed() && !package.items().empty())
         check.unnamed();
+}
+
+void checkModules(const Package& package, const std::map<std::string, Module>& modules, Findings& findings) {
+    for (const Stop& stop : visitingOrder()) {
+        const auto module = stop.module != nullptr ? modules.find(stop.module) : modules.end();
+        const Item* item = findItem(package.items(), stop.item);
+        if (module == modules.end() || item == nullptr)
+            continue;
+        const unsigned revision = pickedRevision(module->second);
+        if (revision >= item->entries.size())
+            findings.add(faults::revisionMissing, item->place,
+                         format("%s has hardware revision %u, and \"%s\" has %zu files", stop.module,
+                                revision, stop.item, item->entries.size()));
+    }
 }
 
 } // namespace package

@@ -37,7 +37,7 @@ inline constexpr Fault manifestMissing{"manifest-missing", Error,
 
 // The manifest and the description.
 inline constexpr Fault manifestBlank{"manifest-blank", Error,
-                                     "takes 9 characters or fewer for nothing: \"Internal Error\"",
+                                     "finds nothing to update, or says \"Internal Error\"",
                                      "name the items in the manifest"};
 inline constexpr Fault jsonSyntax{"json-syntax", Error, "does not read the manifest: \"Internal Error\"",
                                   "correct the text at this place"};
@@ -53,6 +53,9 @@ inline constexpr Fault itemTwice{"item-twice", Error,
 inline constexpr Fault itemUnvisited{"item-unvisited", Warning,
                                      "never updates the root file system and keeps its recorded version",
                                      "leave the item out"};
+inline constexpr Fault itemNested{
+    "item-nested", Error, "takes the inner object's key for an item when it is longer than one character",
+    "write the item as docs/package.md shows it"};
 inline constexpr Fault keyUnknown{"key-unknown", Error, "ignores the key in silence",
                                   "remove it, or spell it as docs/package.md does"};
 inline constexpr Fault keyTwice{"key-twice", Error,
@@ -67,6 +70,12 @@ inline constexpr Fault unpaired{
     "give each file exactly one version, in the same order"};
 inline constexpr Fault versionEmpty{"version-empty", Error, "updates the item again and again",
                                     "give the version that the item reports once it is installed"};
+inline constexpr Fault versionForm{
+    "version-form", Error, "never finds it equal to what the module tells, and shows line ends as such",
+    "write it as the module tells it: three numbers up to 255 without leading zeros, as 1.3.0"};
+inline constexpr Fault revisionMissing{"revision-missing", Error,
+                                       "says \"up-to-date\" and leaves the module as it is",
+                                       "add the image for that hardware revision"};
 inline constexpr Fault revisionUnused{
     "revision-unused", Warning, "has hardware revision 0 for its own items: it takes the first file only",
     "list one file"};
@@ -77,6 +86,9 @@ inline constexpr Fault nameShort{"name-short", Error,
                                  "give the file a longer name"};
 inline constexpr Fault nameOutside{"name-outside", Error, "refuses a name that leads out of the package",
                                    "use names relative to the package, without \"..\""};
+inline constexpr Fault nameForm{
+    "name-form", Error, "may find the file all the same, but two names then stand for one file",
+    "write names without \"./\", doubled or closing slashes, and leave update.manifest to the package"};
 inline constexpr Fault nameShell{"name-shell", Error,
                                  "refuses such a kernel; other names may not survive scripts and sticks",
                                  "use letters, digits and ._+-/ only"};
@@ -94,6 +106,8 @@ inline constexpr Fault fileMissing{"file-missing", Error,
 inline constexpr Fault fileKind{"file-kind", Error,
                                 "fails at this item, with the items before it already installed",
                                 "name a regular file, or for updater, gui and drivers a directory"};
+inline constexpr Fault fileUnreadable{"file-unreadable", Error, "(never gets it: it can't be packed)",
+                                      "give yourself the right to read it: chmod u+rX FILE"};
 inline constexpr Fault fileEmpty{"file-empty", Error, "installs nothing and records the new version",
                                  "put the real content into the package"};
 inline constexpr Fault fileHidden{"file-hidden", Error, "does not copy names that begin with a full stop",
@@ -101,10 +115,16 @@ inline constexpr Fault fileHidden{"file-hidden", Error, "does not copy names tha
 inline constexpr Fault linkBroken{"link-broken", Error,
                                   "can't copy it, and records the new version all the same",
                                   "put the file itself into the package"};
+inline constexpr Fault linkOutside{"link-outside", Error,
+                                   "finds another file there, or none: the package brings only the link",
+                                   "put the file itself into the package"};
 inline constexpr Fault linkCopied{"link-copied", Warning, "installs a copy of what the link leads to",
                                   "put the file itself into the package, or let the program make the link"};
 inline constexpr Fault notExecutable{"not-executable", Error, "installs a program that can't be started",
                                      "chmod +x FILE before packing"};
+inline constexpr Fault updaterName{
+    "updater-name", Error, "installs it elsewhere and starts the old program, with the new version recorded",
+    "name the program K+Updater, at the top of the package or of the directory that is named"};
 inline constexpr Fault fileUnnamed{"file-unnamed", Warning, "unpacks it and does nothing with it",
                                    "name it in the manifest or leave it out"};
 

@@ -3,12 +3,15 @@
 #include <cerrno>
 #include <cryptopp/files.h>
 #include <cryptopp/filters.h>
+#include <cryptopp/gzip.h>
 #include <cryptopp/hex.h>
 #include <cryptopp/sha.h>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <unistd.h>
+#include <vector>
 
 namespace package {
 
@@ -20,12 +23,38 @@ namespace {
     throw Failure(path.string() + ": " + std::strerror(errno));
 }
 
+// One of the streams that a gzip file has in a row.
+class GzipStream : public CryptoPP::Gunzip {
+public:
+    bool hasEnded() const { return ended_; }
+    std::size_t behind() const { return behind_; } // bytes that were put in and lie behind the end
+
+protected:
+    void ProcessPoststreamTail() override {
+        Gunzip::ProcessPoststreamTail();
+        ended_ = true;
+        behind_ = m_inQueue.CurrentSize();
+    }
+
+private:
+    bool ended_ = false;
+    std::size_t behind_ = 0;
+};
+
 // As Crypto++ wants it: the encoder belongs to the filter that it is given to.
 CryptoPP::HashFilter* hexDigest(CryptoPP::SHA1& sha1, std::string& digest) {
     return new CryptoPP::HashFilter(sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false));
 }
 
 } // namespace
+
+bool leadsOutside(const std::string& name) {
+    return name.starts_with('/') || ("/" + name + "/").find("/../") != std::string::npos;
+}
+
+bool isReadable(const fs::path& path) {
+    return access(path.c_str(), fs::is_directory(path) ? R_OK | X_OK : R_OK) == 0;
+}
 
 std::string readFile(const fs::path& path) {
     if (fs::is_directory(path))
@@ -44,6 +73,28 @@ void writeFile(const fs::path& path, const std::string& content) {
     out << content;
     if (!out.flush())
         fail(path);
+}
+
+void checkGzip(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> block(0x10000);
+    try {
+        do {
+            GzipStream stream;
+            while (!stream.hasEnded() && in) {
+                in.read(block.data(), static_cast<std::streamsize>(block.size()));
+                stream.Put(reinterpret_cast<CryptoPP::byte*>(block.data()),
+                           static_cast<std::size_t>(in.gcount()));
+            }
+            stream.MessageEnd();
+            in.clear();
+            in.seekg(-static_cast<std::streamoff>(stream.behind()), std::ios::cur);
+            while (in.peek() == 0) // gzip passes over padding
+                in.get();
+        } while (in.peek() != std::ifstream::traits_type::eof());
+    } catch (const CryptoPP::Exception& error) {
+        throw Failure(error.what());
+    }
 }
 
 std::string sha1OfFile(const fs::path& path) {

@@ -3,6 +3,7 @@
 #include "files.h"
 #include "items.h"
 #include "json.h"
+#include "system/busProtocol.h"
 #include "text.h"
 
 #include <algorithm>
@@ -58,6 +59,8 @@ void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value
         module.version = value.text;
         module.knownVersion = true;
     } else if (key.text == "lost") {
+        if (value.isText() || (value.text != "true" && value.text != "false"))
+            file.fail(value.position, "the value of \"lost\" is neither true nor false");
         module.silent = value.text == "true";
     } else {
         file.fail(key.position, "\"" + key.text + "\" is none of kind, link, hw, version and lost");
@@ -85,6 +88,13 @@ std::map<std::string, Module> readModules(const std::filesystem::path& path) {
 }
 
 } // namespace
+
+unsigned pickedRevision(const Module& module) {
+    const bool identifies = module.processor == nullptr || module.processor->identifies;
+    if (!identifies && !module.knownVersion)
+        return 0; // never recognised: programmed whatever it has
+    return identifies && module.hardware > busProtocol::LAST_HW_REV ? 0U : module.hardware;
+}
 
 Inventory readInventory(const std::filesystem::path& installed, const std::filesystem::path& modules) {
     Inventory inventory;

@@ -20,6 +20,9 @@ struct Module {
     bool silent = false;       // it answers nothing
 };
 
+// The hardware revision that the panel picks the module's image by.
+unsigned pickedRevision(const Module& module);
+
 struct Inventory {
     std::map<std::string, std::string> installed;         // versions of the panel's own items
     std::optional<std::map<std::string, Module>> modules; // none: nobody said; then all are taken as present

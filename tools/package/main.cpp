@@ -45,6 +45,8 @@ int check(const Options& options) {
     } else {
         const Package package(options.path, findings);
         checkContents(package, options.choice, findings);
+        if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
+            checkModules(package, *inventory.modules, findings);
     }
     print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
     if (findings.errors() != 0)
@@ -55,6 +57,10 @@ int check(const Options& options) {
 int plan(const Options& options) {
     Findings findings;
     const Package package(options.path, findings);
+    if (findings.errors() != 0) { // it is refused as a whole, or read in ways that are not followed here
+        print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
+        throw Failure("no plan for a package with such errors");
+    }
     if (package.items().empty())
         throw Failure(options.path.string() + ": nothing in it to plan with (keldra-package check says why)");
     const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force);

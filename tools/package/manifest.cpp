@@ -13,6 +13,15 @@ namespace {
 
 constexpr std::size_t BLANK = 9; // so many characters hold nothing, the line end that the panel adds included
 
+bool holdsObject(const JsonValue& value) {
+    return value.isObject() || std::any_of(value.elements.begin(), value.elements.end(), holdsObject);
+}
+
+bool holdsInner(const JsonValue& body) {
+    return std::any_of(body.members.begin(), body.members.end(),
+                       [](const JsonMember& each) { return holdsObject(each.value); });
+}
+
 // What both readers share: the text, where findings go, and how a place in the text is told.
 class Reader {
 public:
@@ -29,16 +38,18 @@ public:
             report(faults::itemForm, root, "the text is no object of items");
         return root.isObject();
     }
+    std::size_t reported() const { return findings_.all().size(); }
     void report(const Fault& fault, const JsonValue& at, const std::string& text) {
         findings_.add(fault, place(at), text);
     }
     Place place(const JsonValue& value) const { return {name_, value.position.line, value.position.column}; }
 
     // The item that a key opens; null when there is none of that name.
-    Item* openItem(const JsonValue& key, Items& items) {
+    Item* openItem(const JsonValue& key, const JsonValue& body, Items& items) {
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
-            report(faults::itemUnknown, key, "there is no item \"" + key.text + "\"");
+            report(holdsInner(body) ? faults::itemNested : faults::itemUnknown, key,
+                   "there is no item \"" + key.text + "\"");
             return nullptr;
         }
         const auto known =
@@ -86,7 +97,12 @@ void setVersions(Item& item, const JsonValue& value, bool hadFiles, Reader& read
 void readItem(const JsonValue& body, Item& item, Reader& reader) {
     bool files = false;
     bool versions = false;
+    const std::size_t before = reader.reported();
     for (const auto& [key, value] : body.members) {
+        if (holdsObject(value)) {
+            reader.report(faults::itemNested, key, "an object inside the item");
+            continue;
+        }
         if (key.text != "f" && key.text != "v") {
             reader.report(faults::keyUnknown, key, "\"" + key.text + "\" is neither \"f\" nor \"v\"");
             continue;
@@ -106,6 +122,8 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
     }
     if (files && !versions)
         reader.report(faults::unpaired, body, "no \"v\"");
+    if (item.entries.empty() && reader.reported() == before)
+        reader.report(faults::itemForm, body, "the item names no file");
 }
 
 // One revision of a description.
@@ -161,8 +179,10 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     }
     if (!reader.parse(text, root))
         return items;
+    if (root.members.empty())
+        reader.report(faults::manifestBlank, root, "the manifest names no item");
     for (const auto& [key, body] : root.members) {
-        Item* item = reader.openItem(key, items);
+        Item* item = reader.openItem(key, body, items);
         if (item == nullptr)
             continue;
         if (body.isObject())
@@ -179,8 +199,10 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     JsonValue root;
     if (!reader.parse(text, root))
         return items;
+    if (root.members.empty())
+        reader.report(faults::manifestBlank, root, "the description names no item");
     for (const auto& [key, list] : root.members) {
-        Item* item = reader.openItem(key, items);
+        Item* item = reader.openItem(key, {}, items);
         if (item == nullptr)
             continue;
         if (!list.isArray() || list.elements.empty())

@@ -69,6 +69,7 @@ CLI::App& addCheck(CLI::App& app, Options& options) {
         ->required();
     check.add_option("--processor", options.processors,
                      "KIND of a HEX image, or ITEM=KIND,... by hardware revision; else the most likely one");
+    check.add_option("--modules", options.modules, "JSON inventory of the modules that must find an image");
     check.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
     check.add_flag("--strict", options.strict, "exit with 1 when there are warnings");
     check.add_flag("--json", options.json, "for programs");

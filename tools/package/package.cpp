@@ -24,6 +24,21 @@ void checkOrder(const std::vector<std::string>& names, Findings& findings) {
 
 } // namespace
 
+std::string topOf(const std::string& name) {
+    return name.substr(0, name.find('/'));
+}
+
+bool isPlainName(const std::string& name) {
+    const std::string framed = "/" + name + "/";
+    return !leadsOutside(name) && framed.find("//") == framed.npos && framed.find("/./") == framed.npos &&
+           topOf(name) != MANIFEST && topOf(name) != MANIFEST + ".sha";
+}
+
+bool isHarmlessName(const std::string& name) {
+    return name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._+-/") ==
+           name.npos;
+}
+
 Package::Package(const fs::path& path, Findings& findings) {
     if (!fs::exists(path))
         throw Failure(path.string() + ": no such file or directory");
@@ -48,7 +63,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
         findings.add(faults::packageName, {name}, "the archive's name is " + name);
     checkDigest(archive, name, findings);
     unpacked_ = std::make_unique<TemporaryDirectory>();
-    root_ = unpacked_->path();
+    root_ = fs::canonical(unpacked_->path());
     const std::size_t before = findings.all().size();
     checkOrder(unpack(archive, root_, findings), findings);
     if (fs::exists(root_ / MANIFEST))

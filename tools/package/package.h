@@ -17,6 +17,15 @@ namespace package {
 inline const std::string ARCHIVE = "keldra_update.tgz";
 inline const std::string MANIFEST = "update.manifest";
 inline const std::string DESCRIPTION = "package.json";
+inline const std::string UPDATER = "K+Updater"; // the program that the panel starts
+
+// The first component of a name.
+std::string topOf(const std::string& name);
+// Relative, without "." and ".." and needless slashes, and none of the manifest's own names.
+bool isPlainName(const std::string& name);
+// Characters that a name may have everywhere: in a shell's command as on a stick.
+bool isHarmlessName(const std::string& name);
+inline constexpr std::size_t NO_FILE_LENGTH = 2; // names this short stand for no file
 
 // Processors by item name and hardware revision.
 using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
@@ -45,5 +54,9 @@ private:
 
 // Checks names, versions, files and firmware of what a package brings.
 void checkContents(const Package& package, const ProcessorChoice& choice, Findings& findings);
+
+// Checks that each of these modules finds an image for its hardware revision.
+struct Module;
+void checkModules(const Package& package, const std::map<std::string, Module>& modules, Findings& findings);
 
 } // namespace package

@@ -1,7 +1,6 @@
 #include "plan.h"
 
 #include "hexCheck.h"
-#include "system/busProtocol.h"
 
 #include <utility>
 
@@ -15,8 +14,9 @@ std::uint64_t sizeOf(const fs::path& path) {
     if (!fs::is_directory(path))
         return fs::file_size(path);
     std::uint64_t size = 0;
+    std::error_code ignored; // a broken link
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path))
-        size += entry.is_regular_file() ? entry.file_size() : 0;
+        size += entry.is_regular_file(ignored) ? entry.file_size(ignored) : 0;
     return size;
 }
 
@@ -72,9 +72,17 @@ bool Planner::compare(Step& step, const std::vector<Entry>& entries) {
 }
 
 void Planner::useEntry(Step& step, const Entry& entry) {
-    const fs::path path = package_.root() / entry.file;
+    const fs::path path = package_.root().string() + "/" + entry.file;
+    const Content content = findItem(step.stop->item)->content;
+    std::error_code broken;
     step.file = entry.file;
-    if (fs::exists(path) && !entry.file.empty())
+    if (content != Content::Firmware && entry.file.size() <= NO_FILE_LENGTH)
+        return; // counts as done
+    if (content != Content::Firmware && (("/" + entry.file).find("/../") != std::string::npos ||
+                                         (content == Content::Image && !isHarmlessName(entry.file))))
+        fail(step, "the panel refuses the name \"" + entry.file + "\"");
+    else if (fs::is_regular_file(path, broken) ||
+             (content == Content::Files && fs::is_directory(path, broken)))
         step.bytes = sizeOf(path);
     else
         fail(step, "\"" + entry.file + "\" is not in the package");
@@ -123,9 +131,8 @@ void Planner::visitModule(Step& step, const Module& module) {
         return;
     }
     step.from = module.version;
-    step.revision = identifies && module.hardware > busProtocol::LAST_HW_REV ? 0U : module.hardware;
+    step.revision = pickedRevision(module);
     if (!identifies && !module.knownVersion) {
-        step.revision = 0; // never recognised: programmed whatever it has
         step.decision = entries.empty() ? Decision::NotOffered : Decision::Update;
         step.to = entries.empty() ? "" : entries[0].version;
     } else {

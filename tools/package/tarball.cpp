@@ -25,8 +25,9 @@ struct Free {
 using Reader = std::unique_ptr<archive, Free>;
 using EntryPointer = std::unique_ptr<archive_entry, Free>;
 
-bool leadsOutside(const std::string& name) {
-    return name.starts_with('/') || ("/" + name + "/").find("/../") != std::string::npos;
+std::string errorOf(archive* archive) {
+    const char* text = archive_error_string(archive);
+    return text != nullptr ? text : "it ends too early";
 }
 
 // Names that are not in the locale's encoding have none.
@@ -47,7 +48,8 @@ std::string objection(archive_entry* entry) {
         return "the name leads out of the package";
     if (hardLink != nullptr)
         return leadsOutside(hardLink) ? "the link leads out of the package" : "";
-    if (type == AE_IFLNK && link != nullptr && link[0] == '/')
+    if (type == AE_IFLNK && link != nullptr &&
+        leadsOutside((fs::path(name).parent_path() / link).lexically_normal().string()))
         return "the link leads out of the package";
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
@@ -59,7 +61,7 @@ void copyData(archive* from, archive* to) {
     int status = ARCHIVE_OK;
     while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
-            throw Failure(std::string("unpacking: ") + archive_error_string(to));
+            throw Failure("unpacking: " + errorOf(to));
     }
     if (status != ARCHIVE_EOF)
         throw Failure(""); // the caller reports what the archive says
@@ -73,11 +75,11 @@ void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::pat
         archive_entry_set_hardlink(entry, (directory / hardLink).c_str());
     archive_entry_set_pathname(entry, target.c_str());
     if (archive_write_header(disk, entry) < ARCHIVE_WARN)
-        throw Failure(std::string("unpacking: ") + archive_error_string(disk));
+        throw Failure("unpacking: " + errorOf(disk));
     if (archive_entry_size(entry) > 0)
         copyData(in, disk);
     if (archive_write_finish_entry(disk) < ARCHIVE_WARN)
-        throw Failure(std::string("unpacking: ") + archive_error_string(disk));
+        throw Failure("unpacking: " + errorOf(disk));
 }
 
 std::string plainName(std::string name) {
@@ -91,20 +93,18 @@ bool describe(const Member& member, archive_entry* entry) {
     struct stat info {};
     info.st_mode = S_IFREG;
     info.st_size = static_cast<off_t>(member.text.size());
-    if (!member.source.empty() && lstat(member.source.c_str(), &info) != 0)
+    if (!member.source.empty() && stat(member.source.c_str(), &info) != 0)
         throw Failure(member.source.string() + ": can't be read");
     archive_entry_set_pathname(entry, member.name.c_str());
     archive_entry_set_mtime(entry, PACKED_AT, 0);
     archive_entry_set_uid(entry, 0);
     archive_entry_set_gid(entry, 0);
-    const bool executable = S_ISDIR(info.st_mode) || (info.st_mode & 0111) != 0;
+    const bool executable = S_ISDIR(info.st_mode) || (info.st_mode & S_IXUSR) != 0;
     archive_entry_set_perm(entry, executable ? 0755 : 0644);
     archive_entry_set_filetype(entry, info.st_mode & S_IFMT);
     if (S_ISREG(info.st_mode))
         archive_entry_set_size(entry, info.st_size);
-    else if (S_ISLNK(info.st_mode))
-        archive_entry_set_symlink(entry, fs::read_symlink(member.source).c_str());
-    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode) || S_ISLNK(info.st_mode);
+    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
 }
 
 class Packer {
@@ -146,7 +146,7 @@ private:
     }
     void check(int status) const {
         if (status < ARCHIVE_OK)
-            throw Failure(path_.string() + ": " + archive_error_string(out_.get()));
+            throw Failure(path_.string() + ": " + errorOf(out_.get()));
     }
 
     Reader out_{archive_write_new()};
@@ -165,7 +165,6 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;
-    readFile(path); // says why it can't be read, if so
     archive_entry* entry = nullptr;
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
     while (status >= ARCHIVE_WARN && (status = archive_read_next_header(in.get(), &entry)) >= ARCHIVE_WARN &&
@@ -185,8 +184,13 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
             status = ARCHIVE_FATAL;
         }
     }
-    if (status != ARCHIVE_EOF)
-        findings.add(faults::archiveBroken, {path.filename().string()}, archive_error_string(in.get()));
+    try { // the archive's reader does not look at the end of the compressed data
+        if (status != ARCHIVE_EOF)
+            throw Failure(errorOf(in.get()));
+        checkGzip(path);
+    } catch (const Failure& failure) {
+        findings.add(faults::archiveBroken, {path.filename().string()}, failure.what());
+    }
     return names;
 }
 

@@ -16,7 +16,7 @@ namespace package {
 std::vector<std::string> unpack(const std::filesystem::path& archive, const std::filesystem::path& directory,
                                 Findings& findings);
 
-// Something to be packed: a file, directory or link of the disk, or a text.
+// Something to be packed: a file or directory of the disk, or what a link leads to, or a text.
 struct Member {
     std::string name;             // in the archive
     std::filesystem::path source; // empty: `text` is the content
