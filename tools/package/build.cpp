@@ -60,6 +60,32 @@ std::uint64_t sizeOf(const std::vector<Member>& members) {
     return size;
 }
 
+// Files that are written beside their places and then put there together. When that does not come about, what
+// was there stays.
+class Replacement {
+public:
+    Replacement() = default;
+    ~Replacement() {
+        std::error_code ignored;
+        for (const fs::path& target : targets_)
+            fs::remove(besides(target), ignored);
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+    fs::path add(const fs::path& target) { return besides(targets_.emplace_back(target)); }
+    void finish() {
+        for (const fs::path& target : targets_)
+            fs::rename(besides(target), target);
+        targets_.clear();
+    }
+
+private:
+    static fs::path besides(const fs::path& target) { return target.string() + ".new"; }
+
+    std::vector<fs::path> targets_;
+};
+
 } // namespace
 
 bool buildPackage(const BuildOptions& options, Findings& findings) {
@@ -80,13 +106,14 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     members.push_back({MANIFEST, {}, manifest});
 
     fs::create_directories(options.target);
-    const fs::path archive = options.target / ARCHIVE;
-    fs::remove(archive.string() + ".sha");
+    Replacement files;
+    const fs::path archive = files.add(options.target / ARCHIVE);
     ProgressBar bar("packing", sizeOf(members));
     pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
-    writeFile(options.target / MANIFEST, manifest);
-    writeFile(options.target / (MANIFEST + ".sha"), manifestSha);
-    writeFile(archive.string() + ".sha", digestText(sha1OfFile(archive), ARCHIVE));
+    writeFile(files.add(options.target / MANIFEST), manifest);
+    writeFile(files.add(options.target / (MANIFEST + ".sha")), manifestSha);
+    writeFile(files.add(options.target / (ARCHIVE + ".sha")), digestText(sha1OfFile(archive), ARCHIVE));
+    files.finish(); // the archive's digest last: it belongs to no other archive
     return true;
 }
 

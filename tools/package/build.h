@@ -14,7 +14,7 @@ struct BuildOptions {
 };
 
 // Writes update.manifest, keldra_update.tgz and the digests of both. False when the findings forbid it.
-// Throws Failure; nothing with a valid digest is left in the target then.
+// Throws Failure, and leaves an earlier package in the target as it was then.
 bool buildPackage(const BuildOptions& options, Findings& findings);
 
 } // namespace package

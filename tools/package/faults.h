@@ -159,8 +159,10 @@ inline constexpr Fault hexAfterEnd{"hex-after-end", Error, "programs what follow
                                    "keep one image a file"};
 inline constexpr Fault hexGap{"hex-gap", Error, "moves the bytes behind the gap up against those before it",
                               "let the linker fill every used page from its start, with FF"};
-inline constexpr Fault hexOutside{"hex-outside", Error, "drops the bytes in silence",
-                                  "remove them from the image, or choose the right processor"};
+inline constexpr Fault hexOutside{
+    "hex-outside", Error,
+    "drops the bytes in silence, or sends the record to a module without a place for it",
+    "remove them from the image, or choose the right processor"};
 inline constexpr Fault hexTooLarge{"hex-too-large", Error, "refuses the image: \"Bad HEX file\"",
                                    "link the program below that address (settings words don't belong here)"};
 inline constexpr Fault hexEraseRun{"hex-erase-run", Error,

@@ -6,6 +6,7 @@
 #include <cryptopp/gzip.h>
 #include <cryptopp/hex.h>
 #include <cryptopp/sha.h>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -18,6 +19,8 @@ namespace package {
 namespace fs = std::filesystem;
 
 namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
 
 [[noreturn]] void fail(const fs::path& path) {
     throw Failure(path.string() + ": " + std::strerror(errno));
@@ -56,6 +59,13 @@ bool isReadable(const fs::path& path) {
     return access(path.c_str(), fs::is_directory(path) ? R_OK | X_OK : R_OK) == 0;
 }
 
+void requireFile(const fs::path& path) {
+    if (!fs::is_regular_file(path))
+        throw Failure(path.string() + ": no regular file");
+    if (!isReadable(path))
+        throw Failure(path.string() + ": can't be read");
+}
+
 std::string readFile(const fs::path& path) {
     if (fs::is_directory(path))
         throw Failure(path.string() + ": is a directory");
@@ -82,6 +92,7 @@ void checkGzip(const fs::path& path) {
         do {
             GzipStream stream;
             while (!stream.hasEnded() && in) {
+                checkInterrupted();
                 in.read(block.data(), static_cast<std::streamsize>(block.size()));
                 stream.Put(reinterpret_cast<CryptoPP::byte*>(block.data()),
                            static_cast<std::size_t>(in.gcount()));
@@ -113,6 +124,19 @@ std::string sha1OfText(const std::string& text) {
     CryptoPP::SHA1 sha1;
     const CryptoPP::StringSource source(text, true, hexDigest(sha1, digest));
     return digest;
+}
+
+void watchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = 1; };
+    action.sa_flags = SA_RESETHAND; // a second one ends the program at once
+    for (const int each : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(each, &action, nullptr);
+}
+
+void checkInterrupted() {
+    if (interrupted != 0)
+        throw Failure("interrupted");
 }
 
 TemporaryDirectory::TemporaryDirectory() {

@@ -18,6 +18,9 @@ bool leadsOutside(const std::string& name);
 
 bool isReadable(const std::filesystem::path& path); // a directory: its names and what they stand for
 
+// Throws Failure for anything that reading would not end of.
+void requireFile(const std::filesystem::path& path);
+
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
 
@@ -27,6 +30,10 @@ void checkGzip(const std::filesystem::path& path);
 // 40 lower-case digits.
 std::string sha1OfFile(const std::filesystem::path& path);
 std::string sha1OfText(const std::string& text);
+
+// From then on, a signal to end the program is noticed by the next checkInterrupted(), which throws Failure.
+void watchInterrupts();
+void checkInterrupted();
 
 // A directory that lives as long as this object.
 class TemporaryDirectory {

@@ -42,6 +42,11 @@ private:
     void report(const Fault& fault, unsigned line, const std::string& text) {
         findings_.add(fault, {name_, line}, text);
     }
+    // The line of the first data behind an address of the target.
+    unsigned lineBehind(std::uint64_t address) const {
+        const auto found = file_.spans().lower_bound(address * bytesPerAddress(layout_));
+        return found != file_.spans().end() ? found->second.line : 0;
+    }
     bool isInside(std::uint64_t address) const {
         return std::any_of(layout_.regions.begin(), layout_.regions.end(), [&](const LAYOUT::REGION& region) {
             const Bounds bounds = boundsOf(layout_, region);
@@ -140,18 +145,19 @@ void FlashCheck::instructions() {
 void FlashCheck::firstRegion() {
     const Bounds first = boundsOf(layout_, layout_.regions.front());
     bool inFirst = false;
-    bool inOther = false;
+    unsigned other = 0; // the first line with data for the regions behind it
     for (const HexData& record : file_.records()) {
         const bool inside = record.address >= first.start && record.address < first.end;
         inFirst = inFirst || inside;
-        inOther = inOther || (!inside && isInside(record.address));
+        if (other == 0 && !inside && isInside(record.address))
+            other = record.line;
     }
-    if (inOther && !inFirst)
-        report(faults::hexFirstRegion, 0,
+    if (other != 0 && !inFirst)
+        report(faults::hexFirstRegion, other,
                format("no data from 0x%X to 0x%X, but in the regions behind it", shown(first.start),
                       shown(first.end - 1)));
-    if (!inOther && !inFirst)
-        report(faults::hexEmpty, 0, "no data for the module's flash");
+    if (other == 0 && !inFirst)
+        report(faults::hexEmpty, file_.records().front().line, "no data for the module's flash");
 }
 
 // The number of pages to erase travels in one byte.
@@ -164,7 +170,7 @@ void FlashCheck::eraseRuns(hexpage& image) {
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
         run = page->data.empty() ? run + 1 : 0;
         if (run == LONGEST + 1)
-            report(faults::hexEraseRun, 0,
+            report(faults::hexEraseRun, lineBehind(page->startAddress),
                    format("more than %u empty pages in a row, up to 0x%X", LONGEST, page->startAddress));
     }
 }
@@ -218,11 +224,11 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
     if (!serial && !processor->onCan)
         findings.add(faults::processorUnsupported, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");
-    if (processor->records)
-        return;
     const LAYOUT layout = processor->layout(serial);
     FlashCheck check(file, name, layout, findings);
     check.outside();
+    if (processor->records)
+        return;
     check.gaps();
     check.addresses();
     check.instructions();

@@ -106,6 +106,7 @@ HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Fin
 }
 
 void HexFile::readLine(std::string_view line, State& state) {
+    checkInterrupted();
     ++state.line;
     if (!line.empty() && line.back() == '\r')
         line.remove_suffix(1);

@@ -11,12 +11,27 @@ namespace {
 
 constexpr std::size_t DEEPEST = 32;
 
-JsonPosition positionOf(const std::string& text, std::size_t offset) {
-    const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(offset, text.size()));
-    const auto lines = std::count(text.begin(), end, '\n');
-    const std::size_t lineStart = offset == 0 ? 0 : text.rfind('\n', offset - 1) + 1;
-    return {static_cast<unsigned>(lines) + 1, static_cast<unsigned>(offset - lineStart) + 1};
-}
+// Finds the lines of ascending offsets: each is counted from the one before.
+class Lines {
+public:
+    explicit Lines(const std::string& text) : text_(text) {}
+
+    JsonPosition at(std::size_t offset) {
+        for (; counted_ < std::min(offset, text_.size()); ++counted_) {
+            if (text_[counted_] == '\n') {
+                ++line_;
+                lineStart_ = counted_ + 1;
+            }
+        }
+        return {line_, static_cast<unsigned>(offset - lineStart_) + 1};
+    }
+
+private:
+    const std::string& text_;
+    std::size_t counted_ = 0;
+    std::size_t lineStart_ = 0;
+    unsigned line_ = 1;
+};
 
 // The reader works on a copy of a plain StringStream while it reads a token; of this one it does not, so that
 // Tell() is where it has got to.
@@ -28,7 +43,7 @@ struct Source : rapidjson::StringStream {
 class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> {
 public:
     Builder(const std::string& text, const Source& stream, JsonValue& root)
-        : text_(text), stream_(stream), root_(root) {}
+        : text_(text), lines_(text), stream_(stream), root_(root) {}
 
     bool Default() {
         const std::size_t start = startOfWord();
@@ -40,7 +55,7 @@ public:
     bool Key(const char* text, unsigned length, bool) {
         JsonValue key;
         key.type = JsonValue::Type::Text;
-        key.position = positionOf(text_, startOfString());
+        key.position = lines_.at(startOfString());
         key.text.assign(text, length);
         open_.back()->members.push_back({std::move(key), {}});
         return true;
@@ -60,7 +75,7 @@ private:
     bool put(JsonValue::Type type, std::size_t offset, std::string text = {}) {
         JsonValue& value = slot();
         value.type = type;
-        value.position = positionOf(text_, offset);
+        value.position = lines_.at(offset);
         value.text = std::move(text);
         return true;
     }
@@ -69,7 +84,7 @@ private:
             return false;
         JsonValue& value = slot();
         value.type = type;
-        value.position = positionOf(text_, stream_.Tell() - 1);
+        value.position = lines_.at(stream_.Tell() - 1);
         open_.push_back(&value);
         return true;
     }
@@ -90,6 +105,7 @@ private:
     }
 
     const std::string& text_;
+    Lines lines_;
     const Source& stream_;
     JsonValue& root_;
     std::vector<JsonValue*> open_; // an element stays where it is while it is open: its parent does not grow
@@ -106,7 +122,7 @@ const JsonValue* JsonValue::find(const std::string& key) const {
 JsonError parseJson(const std::string& text, JsonValue& root) {
     const std::size_t nul = text.find('\0');
     if (nul != std::string::npos)
-        return {"a NUL character", positionOf(text, nul)};
+        return {"a NUL character", Lines(text).at(nul)};
     Source stream(text.c_str());
     rapidjson::Reader reader;
     Builder builder(text, stream, root);
@@ -115,7 +131,7 @@ JsonError parseJson(const std::string& text, JsonValue& root) {
         return {};
     const bool deep = result.Code() == rapidjson::kParseErrorTermination;
     return {deep ? "nested too deeply" : rapidjson::GetParseError_En(result.Code()),
-            positionOf(text, result.Offset())};
+            Lines(text).at(result.Offset())};
 }
 
 } // namespace package

@@ -4,11 +4,13 @@
 #include "plan.h"
 #include "report.h"
 #include "show.h"
+#include "text.h"
 
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <unistd.h>
 
 namespace {
@@ -21,9 +23,15 @@ void print(const std::string& text) {
     std::fputs(text.c_str(), stdout);
 }
 
-bool isHex(const std::filesystem::path& path) {
-    const std::string extension = path.extension().string();
-    return extension == ".hex" || extension == ".HEX";
+// A choice that nothing in the package is checked with is a mistake.
+void requireUse(const ProcessorChoice& choice, const Package& package) {
+    for (const auto& [name, kinds] : choice) {
+        const Item* item = findItem(package.items(), name);
+        const std::size_t files = item != nullptr ? item->entries.size() : 0;
+        if (kinds.size() > files)
+            throw Failure(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
+                                 name.c_str()));
+    }
 }
 
 int build(const Options& options) {
@@ -39,18 +47,21 @@ int build(const Options& options) {
 
 int check(const Options& options) {
     Findings findings;
-    if (isHex(options.path)) {
+    std::unique_ptr<Package> package;
+    if (options.isImage) {
         const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
         checkHex(options.path, options.path.filename().string(), options.processor, serial, findings);
     } else {
-        const Package package(options.path, findings);
-        checkContents(package, options.choice, findings);
+        package = std::make_unique<Package>(options.path, findings);
+        checkContents(*package, options.choice, findings);
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
-            checkModules(package, *inventory.modules, findings);
+            checkModules(*package, *inventory.modules, findings);
     }
     print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
     if (findings.errors() != 0)
         return ERRORS;
+    if (package)
+        requireUse(options.choice, *package);
     return options.strict && findings.warnings() != 0 ? WARNINGS : FINE;
 }
 
@@ -100,7 +111,15 @@ int main(int argc, char** argv) {
     if (!options)
         return status;
     try {
-        return run(*options);
+        watchInterrupts();
+        status = run(*options);
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+            throw Failure("the output can't be written");
+        return status;
+    } catch (const std::filesystem::filesystem_error& error) {
+        std::fprintf(stderr, "keldra-package: %s: %s\n", error.path1().c_str(),
+                     error.code().message().c_str());
+        return ERRORS;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "keldra-package: %s\n", error.what());
         return ERRORS;

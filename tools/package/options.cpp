@@ -37,15 +37,24 @@ const Processor* processorNamed(const std::string& name) {
 
 // "KIND" for a single image, "ITEM=KIND,KIND..." by hardware revision for a package.
 void readProcessors(Options& options) {
+    const std::string extension = options.path.extension().string();
+    options.isImage = options.command == Command::Show || extension == ".hex" || extension == ".HEX";
+    if (options.isImage && !options.modules.empty())
+        throw CLI::ValidationError("--modules", "it is for packages");
+    if (!options.isImage && options.serial)
+        throw CLI::ValidationError("--serial", "it is for a HEX image");
     for (const std::string& text : options.processors) {
         const std::size_t equals = text.find('=');
-        if (equals == std::string::npos) {
+        if (options.isImage) {
+            if (options.processor != nullptr)
+                throw CLI::ValidationError("--processor", "an image is for one kind");
             options.processor = processorNamed(text);
             continue;
         }
         const std::string item = text.substr(0, equals);
-        if (findItem(item) == nullptr)
-            throw CLI::ValidationError("--processor", "there is no item \"" + item + "\"");
+        const ItemKind* kind = findItem(item);
+        if (equals == std::string::npos || kind == nullptr || kind->content != Content::Firmware)
+            throw CLI::ValidationError("--processor", "\"" + text + "\" is no ITEM=KIND of modules");
         for (const std::string& name : CLI::detail::split(text.substr(equals + 1), ','))
             options.choice[item].push_back(processorNamed(name));
     }
@@ -119,14 +128,14 @@ std::optional<Options> parseOptions(int argc, char** argv, int& status) {
                                         &addPlan(app, options), &addShow(app, options)};
     try {
         app.parse(argc, argv);
+        const auto chosen = std::find_if(std::begin(commands), std::end(commands),
+                                         [](const CLI::App* each) { return each->parsed(); });
+        options.command = static_cast<Command>(chosen - std::begin(commands));
         readProcessors(options);
     } catch (const CLI::ParseError& error) {
         status = app.exit(error) == 0 ? 0 : USAGE_ERROR;
         return std::nullopt;
     }
-    const auto chosen = std::find_if(std::begin(commands), std::end(commands),
-                                     [](const CLI::App* each) { return each->parsed(); });
-    options.command = static_cast<Command>(chosen - std::begin(commands));
     return options;
 }
 

@@ -21,6 +21,7 @@ struct Options {
     bool strict = false;
     bool force = false;
     bool serial = false;                  // show: the module is on the serial bootloader
+    bool isImage = false;                 // the path is a single image
     std::vector<std::string> processors;  // as given
     ProcessorChoice choice;               // of them, those for an item
     const Processor* processor = nullptr; // the one for a single image

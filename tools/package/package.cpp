@@ -58,6 +58,7 @@ Package::Package(const fs::path& path, Findings& findings) {
 }
 
 void Package::openArchive(const fs::path& archive, Findings& findings) {
+    requireFile(archive);
     const std::string name = archive.filename().string();
     if (name != ARCHIVE)
         findings.add(faults::packageName, {name}, "the archive's name is " + name);
@@ -73,12 +74,14 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
 }
 
 void Package::openTree(Findings& findings) {
+    requireFile(root_ / MANIFEST);
     checkDigest(root_ / MANIFEST, MANIFEST, findings);
     items_ = readManifest(readFile(root_ / MANIFEST), MANIFEST, findings);
 }
 
 void Package::openDescription(Findings& findings) {
     described_ = true;
+    requireFile(root_ / DESCRIPTION);
     items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings);
 }
 

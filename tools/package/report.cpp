@@ -2,8 +2,12 @@
 
 #include "text.h"
 
+#include <map>
+
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
+#include <utility>
+#include <vector>
 
 namespace package {
 
@@ -26,6 +30,42 @@ std::string counted(std::size_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+// A wrong cause can have hundreds of findings: of each kind, a file's first ones stand for the others.
+struct Shown {
+    const Finding& finding;
+    std::size_t more; // others of its kind in its file
+};
+
+std::vector<Shown> shownOf(const Findings& findings) {
+    constexpr std::size_t MOST = 5;
+    std::map<std::pair<const Fault*, std::string>, std::vector<std::size_t>> places; // of those of one kind
+    std::vector<Shown> shown;
+    for (const Finding& each : findings.all()) {
+        std::vector<std::size_t>& those = places[{each.fault, each.place.file}];
+        if (those.size() == MOST) {
+            ++shown[those.back()].more;
+        } else {
+            those.push_back(shown.size());
+            shown.push_back({each, 0});
+        }
+    }
+    return shown;
+}
+
+// JSON is UTF-8; names on a disk need not be.
+std::string asUtf8(const std::string& text) {
+    std::string valid;
+    for (std::size_t at = 0; at < text.size();) {
+        rapidjson::StringStream rest(text.c_str() + at);
+        rapidjson::StringBuffer ignored;
+        const bool isValid = rapidjson::UTF8<>::Validate(rest, ignored);
+        const std::size_t size = isValid ? rest.Tell() : 1;
+        valid += isValid ? text.substr(at, size) : format("\\x%02X", static_cast<unsigned char>(text[at]));
+        at += size;
+    }
+    return valid;
+}
+
 // An object written member by member.
 class Json {
 public:
@@ -43,7 +83,8 @@ public:
         writer_.StartArray();
     }
     void closeList() { writer_.EndArray(); }
-    void add(const char* key, const std::string& text) {
+    void add(const char* key, const std::string& value) {
+        const std::string text = asUtf8(value);
         name(key);
         writer_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
     }
@@ -109,11 +150,13 @@ std::string explain(const Step& step) {
 
 std::string findingsText(const Findings& findings) {
     std::string text;
-    for (const Finding& each : findings.all()) {
+    for (const auto& [each, more] : shownOf(findings)) {
         text += textOf(each.place) + ": " + nameOf(each.fault->severity) + ": " + each.text + " [" +
                 each.fault->id + "]\n";
         text += std::string("    the panel: ") + each.fault->panel + "\n";
         text += std::string("    remedy:    ") + each.fault->remedy + "\n";
+        if (more != 0)
+            text += format("    ... and %zu more of these\n", more);
     }
     return text + counted(findings.errors(), "error") + ", " + counted(findings.warnings(), "warning") + "\n";
 }
@@ -125,7 +168,7 @@ std::string findingsJson(const Findings& findings, const std::string& package) {
     json.add("errors", std::uint64_t{findings.errors()});
     json.add("warnings", std::uint64_t{findings.warnings()});
     json.openList("findings");
-    for (const Finding& each : findings.all()) {
+    for (const auto& [each, more] : shownOf(findings)) {
         json.open();
         json.add("id", std::string(each.fault->id));
         json.add("severity", std::string(nameOf(each.fault->severity)));
@@ -135,6 +178,7 @@ std::string findingsJson(const Findings& findings, const std::string& package) {
         json.add("text", each.text);
         json.add("panel", std::string(each.fault->panel));
         json.add("remedy", std::string(each.fault->remedy));
+        json.add("more", std::uint64_t{more});
         json.close();
     }
     json.closeList();

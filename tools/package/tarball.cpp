@@ -60,6 +60,7 @@ void copyData(archive* from, archive* to) {
     la_int64_t offset = 0;
     int status = ARCHIVE_OK;
     while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
+        checkInterrupted();
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
             throw Failure("unpacking: " + errorOf(to));
     }
@@ -139,6 +140,7 @@ private:
             throw Failure(source.string() + ": can't be read");
     }
     void write(const char* data, std::size_t size) {
+        checkInterrupted();
         if (size > 0 && archive_write_data(out_.get(), data, size) < 0)
             check(ARCHIVE_FATAL);
         packed_ += size;
@@ -179,16 +181,19 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         try {
             unpackEntry(in.get(), entry, disk.get(), directory);
         } catch (const Failure&) {
+            checkInterrupted();
             if (archive_errno(in.get()) == 0)
                 throw;
             status = ARCHIVE_FATAL;
         }
     }
+    checkInterrupted();
     try { // the archive's reader does not look at the end of the compressed data
         if (status != ARCHIVE_EOF)
             throw Failure(errorOf(in.get()));
         checkGzip(path);
     } catch (const Failure& failure) {
+        checkInterrupted();
         findings.add(faults::archiveBroken, {path.filename().string()}, failure.what());
     }
     return names;

@@ -70,6 +70,8 @@ trace::Recording load(const std::string& file) {
 
 int run(const Options& options) {
     const trace::Recording recording = load(options.file);
+    if (recording.isCut)
+        std::cerr << "bus-trace: the last line is not finished and left out\n";
     if (options.replay)
         return trace::replay(std::cout, recording, options.link, options.patience) ? 0 : 1;
     const trace::Summary summary =

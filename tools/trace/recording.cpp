@@ -34,7 +34,8 @@ Entry toEntry(const std::string& line) {
 
 bool isTrace(const std::string& content) {
     const auto blank = content.find(' ');
-    return blank != std::string::npos && content.find_first_not_of("0123456789.") == blank &&
+    const auto start = content.find_first_not_of("\r\n");
+    return blank != std::string::npos && content.find_first_not_of("0123456789.", start) == blank &&
            content.find_first_of("<>!", blank) == blank + 1;
 }
 
@@ -63,15 +64,21 @@ Direction directionOf(const sim::Frame& frame) {
 
 Recording read(std::istream& in) {
     const std::string content{std::istreambuf_iterator<char>(in), {}};
+    if (content.empty())
+        throw std::runtime_error("the recording is empty");
     Recording recording;
     recording.timed = isTrace(content);
     if (!recording.timed) {
         recording.entries.push_back({{}, {}, sim::Bytes(content.begin(), content.end()), {}});
         return recording;
     }
-    for (std::size_t start = 0, end = 0; (end = content.find('\n', start)) != std::string::npos;
-         start = end + 1)
-        recording.entries.push_back(toEntry(content.substr(start, end - start)));
+    std::size_t start = 0;
+    for (std::size_t end = 0; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
+        const std::string line = content.substr(start, end - start);
+        if (line.find_first_not_of(" \t\r") != std::string::npos)
+            recording.entries.push_back(toEntry(line));
+    }
+    recording.isCut = start < content.size();
     return recording;
 }
 
