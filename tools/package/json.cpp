@@ -84,7 +84,7 @@ private:
             return false;
         JsonValue& value = slot();
         value.type = type;
-        value.position = lines_.at(stream_.Tell() - 1);
+        value.position = lines_.at(stream_.Tell());
         open_.push_back(&value);
         return true;
     }
