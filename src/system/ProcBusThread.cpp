@@ -44,18 +44,6 @@ constexpr struct {
     {3, 4, &updateCore::s2},     {4, 0, &updateCore::s3},    {4, 4, &updateCore::s4},
 };
 
-/** Sets a flag when it goes out of scope, in whatever way. */
-class announcement {
-public:
-    explicit announcement(shared<bool>& toSet) : flag(toSet) {}
-    announcement(const announcement&) = delete;
-    announcement& operator=(const announcement&) = delete;
-    ~announcement() { flag = true; }
-
-private:
-    shared<bool>& flag;
-};
-
 std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
     return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
 }
@@ -75,6 +63,9 @@ ProcBusThread::ProcBusThread(updateCore* core)
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
       UARTTXBUF(new std::uint8_t[TX_SIZE]()),
       sys(core) {
+    // Said by the thread itself, however it ends.
+    connect(
+        this, &QThread::finished, this, [this] { ended = true; }, Qt::DirectConnection);
     if (!sPort.uart_open(sys->uartPort)) {
         sys->log->log_item("Could not Start MicroBus: Could not open UART", logger::LOG_ERROR);
         return;
@@ -112,7 +103,6 @@ void ProcBusThread::send(PROCBUS_MSG msg) {
 
 void ProcBusThread::run() {
     termination::forbid();
-    const announcement farewell(ended); // on a termination, too
     while (!haltThread) {
         // With a port that never opened this spins, but each round is a place to be terminated at.
         const int count = termination::allowDuring(

@@ -76,7 +76,7 @@ private:
     void fileIdentity(const PROCBUS_MSG& msg);
 
     shared<bool> haltThread = false;
-    shared<bool> ended;                          ///< set by the thread as its last act
+    shared<bool> ended;                          ///< set by the thread when it ends, in whatever way
     shared<bool> reopening = false;              ///< the port is closed, and will be open again at once
     [[maybe_unused]] unsigned last_buff_ctr = 0; // these two and lastMsg are read by nothing
     [[maybe_unused]] unsigned last_buff_len = 0;
