@@ -63,9 +63,6 @@ ProcBusThread::ProcBusThread(updateCore* core)
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
       UARTTXBUF(new std::uint8_t[TX_SIZE]()),
       sys(core) {
-    // Said by the thread itself, however it ends.
-    connect(
-        this, &QThread::finished, this, [this] { ended = true; }, Qt::DirectConnection);
     if (!sPort.uart_open(sys->uartPort)) {
         sys->log->log_item("Could not Start MicroBus: Could not open UART", logger::LOG_ERROR);
         return;
@@ -118,7 +115,7 @@ void ProcBusThread::take(const std::uint8_t* bytes, std::uint32_t count) {
         rxPtr = 0;
     }
     std::copy_n(bytes, count, UARTRXBUF.get() + rxPtr);
-    rxPtr += count;
+    rxPtr = rxPtr + count;
     if (rxPtr > SCAN_ABOVE) {
         scanBuffer();
     }
@@ -129,7 +126,8 @@ void ProcBusThread::scanBuffer() {
     PROCBUS_MSG msg;
     std::uint32_t consumed = 0;
     const std::uint8_t* buffer = UARTRXBUF.get();
-    for (std::uint32_t i = 0; i < rxPtr; ++i) {
+    const std::uint32_t held = rxPtr;
+    for (std::uint32_t i = 0; i < held; ++i) {
         const std::uint8_t byte = buffer[i];
         // A sync sequence starts a frame wherever it stands, inside another frame too.
         if (i >= SYNC.size() && std::equal(SYNC.begin(), SYNC.end(), buffer + i - SYNC.size())) {
@@ -161,8 +159,8 @@ void ProcBusThread::scanBuffer() {
             break;
         }
     }
-    std::memmove(UARTRXBUF.get(), buffer + consumed, rxPtr - consumed);
-    rxPtr -= consumed;
+    std::memmove(UARTRXBUF.get(), buffer + consumed, held - consumed);
+    rxPtr = held - consumed;
     // The next read ends with the CRC: a reply is filed while its closing bytes are still on the wire.
     readSize = msg.stage == CRC_HIGH ? 1 : msg.stage == CRC_LOW ? 2 : READ_AT_ONCE;
 }
@@ -291,22 +289,15 @@ void ProcBusThread::sendStop() {
 void ProcBusThread::checkStop() {
     if (!wait(STOP_WAIT_MS)) {
         terminate();
-        awaitEnd();
+        wait();
     }
-}
-
-/** The load makes visible to the caller what the thread wrote; QThread promises no more than that it is gone.
- */
-void ProcBusThread::awaitEnd() {
-    wait();
-    [[maybe_unused]] const bool seen = ended;
 }
 
 void ProcBusThread::reload_uart() {
     // Nobody may read between close and open: another file may have been given the number by then.
     reopening = true;
     terminate();
-    awaitEnd(); // start() on a thread that still ends would be ignored and leave the link dead
+    wait(); // start() on a thread that still ends would be ignored and leave the link dead
     sPort.uart_close();
     start(QThread::InheritPriority);
     if (sPort.uart_open(sys->uartPort)) {

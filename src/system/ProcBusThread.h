@@ -66,7 +66,6 @@ private:
     static constexpr unsigned RX_SIZE = 300;
     static constexpr unsigned TX_SIZE = 150;
 
-    void awaitEnd();
     bool configurePort();
     void scanBuffer();
     void finishFrame(PROCBUS_MSG& msg, unsigned last);
@@ -76,16 +75,16 @@ private:
     void fileIdentity(const PROCBUS_MSG& msg);
 
     shared<bool> haltThread = false;
-    shared<bool> ended;                          ///< set by the thread when it ends, in whatever way
     shared<bool> reopening = false;              ///< the port is closed, and will be open again at once
     [[maybe_unused]] unsigned last_buff_ctr = 0; // these two and lastMsg are read by nothing
     [[maybe_unused]] unsigned last_buff_len = 0;
     bool canRun = false;
     [[maybe_unused]] std::uint8_t lastMsg = 0;
     [[maybe_unused]] std::uint8_t rxBuffSize =
-        14;                  ///< set by the dialogues; the receive loop finds frames without it
-    std::uint32_t rxPtr = 0; ///< bytes held in UARTRXBUF
-    int readSize;            ///< bytes that the next read asks for
+        14; ///< set by the dialogues; the receive loop finds frames without it
+    // What a link thread hands on to the next one.
+    shared<std::uint32_t> rxPtr; ///< bytes held in UARTRXBUF
+    shared<int> readSize;        ///< bytes that the next read asks for
     std::unique_ptr<std::uint8_t[]> UARTREAD;
     std::unique_ptr<std::uint8_t[]> UARTRXBUF;
     std::unique_ptr<std::uint8_t[]> UARTTXBUF;
