@@ -36,7 +36,7 @@ protected:
     void ProcessPoststreamTail() override {
         Gunzip::ProcessPoststreamTail();
         ended_ = true;
-        behind_ = m_inQueue.CurrentSize();
+        behind_ = static_cast<std::size_t>(m_inQueue.CurrentSize());
     }
 
 private:
