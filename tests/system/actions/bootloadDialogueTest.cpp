@@ -184,7 +184,6 @@ TEST_F(bootloadDialogueTest, AnIdentificationIsWaitedFor) {
         {"another module's first", 1, another, own, own, true, true, 2},
         {"another module's, then an old bootloader's reply", 1, another, old, old, true, false, 2},
         {"an old bootloader", 0, none, old, old, true, false, 1},
-        {"beside a reply", 1, {own[0], old[0]}, own, own, true, true, 2},
         {"behind a reply", 1, {old[0], own[0]}, own, own, true, true, 2},
         {"an old bootloader with short replies", 0, none, oldAndShort, oldAndShort, true, false, 1},
         {"another module's reply", 0, none, anothersOld, anothersOld, false, false, 4},
