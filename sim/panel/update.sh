@@ -163,6 +163,7 @@ exchange_control_module() { # [OPTION of the bus...]
     done
     modules=("${spare[@]:1}" "${spare[0]}")
     mv "$PANEL/root/keldra/logs/update.log" "$work/first-update.log"
+    mv "$work/report.txt" "$work/first-report.txt"
     start_bus "$@"
 }
 
