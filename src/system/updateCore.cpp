@@ -139,7 +139,7 @@ void updateCore::setUnfinished(BASE_ITEM& item, bool unfinished) {
         addresses += each.unfinished ? std::to_string(each.id) + "\n" : "";
     }
     if (!replaceFile(rootPath + UNFINISHED_FILE, addresses)) {
-        std::cout << "Could not note which modules are unfinished" << std::endl;
+        log->log_item("Could not note which modules are unfinished", logger::LOG_ERROR);
     }
 }
 

@@ -4,14 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-// What the sanitizers report of libraries that are not instrumented, and what a crash report does not free.
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:QWaitCondition::~QWaitCondition\n";
-}
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libfontconfig.so\nleak:backtrace_symbols\n";
-}
-
 int updaterMain(int argc, char** argv); // the program's main()
 
 int main(int argc, char** argv) {

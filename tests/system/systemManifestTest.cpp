@@ -106,6 +106,10 @@ TEST_F(systemManifestTest, AModuleIsUnfinishedUntilItIsComplete) {
         EXPECT_FALSE(core->s1.base.unfinished);
         core.reset();
     }
+    start();
+    fs::create_directory("/keldra/config/unfinished.modules.new"); // in the way
+    core->setUnfinished(core->s2.base, true);
+    EXPECT_TRUE(holds(logged(), "[Error]: Could not note which modules are unfinished"));
 }
 
 } // namespace

@@ -217,14 +217,14 @@ USAGE usage() {
 void cancelOften(const std::string& simulator, int rounds) {
     constexpr int LATEST_CANCEL_MS = 60;
     constexpr long GROWTH_KIB = 1024; // of the allocator's doing
+    shell("umount /mnt/usb"); // a folder that is not mounted stays when the loader takes off the stick
     const Surroundings surroundings(simulator, "pic32-pages");
+    put("/keldra/config/system.manifest", R"({"updater":"2"})");
     Panel panel;
-    panel.load(false);
-    panel.core.core.updater.swVersion = std::string("2");
     const int settled = rounds / 10;
     USAGE before;
     for (int n = 0; n < rounds; ++n) {
-        panel.load(true);
+        panel.load(false);
         panel.start();
         usleep(static_cast<useconds_t>(1000 * (n % LATEST_CANCEL_MS)));
         panel.cancel();

@@ -53,12 +53,15 @@ constexpr CALL CALLS[] = {
     {SYS_ftruncate, "ftruncate", FILE_IN::DESCRIPTOR},
     {SYS_fallocate, "fallocate", FILE_IN::DESCRIPTOR},
     {SYS_fchmod, "fchmod", FILE_IN::DESCRIPTOR},
+    {SYS_fchown, "fchown", FILE_IN::DESCRIPTOR},
     {SYS_openat, "openat", FILE_IN::DIRECTORY_AND_PATH, 2},
     {SYS_mkdirat, "mkdirat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_unlinkat, "unlinkat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_renameat, "renameat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_renameat2, "renameat2", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_fchmodat, "fchmodat", FILE_IN::DIRECTORY_AND_PATH},
+    {SYS_fchownat, "fchownat", FILE_IN::DIRECTORY_AND_PATH},
+    {SYS_utimensat, "utimensat", FILE_IN::DIRECTORY_AND_PATH}, // of a descriptor when there is no path
     {SYS_truncate, "truncate", FILE_IN::PATH},
 #ifdef SYS_open // the older forms; newer machines have none of them
     {SYS_open, "open", FILE_IN::PATH, 1},
@@ -119,6 +122,9 @@ std::string pathOf(pid_t pid, const CALL& call, const std::uint64_t* arguments) 
     }
     const bool inDirectory = call.file == FILE_IN::DIRECTORY_AND_PATH;
     std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
+    if (path.empty()) {
+        return target(link);
+    }
     if (path.front() == '/') {
         return path;
     }

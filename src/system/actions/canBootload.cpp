@@ -93,6 +93,9 @@ action::STATUS canBootload::compareRecorded(bool force) {
 }
 
 action::STATUS canBootload::upToDate() {
+    if (base->unfinished) {
+        dialogue.logItem("Unfinished module, and nothing in the package for it", logger::LOG_WARNING);
+    }
     resetModule();
     return NOUPDATE;
 }

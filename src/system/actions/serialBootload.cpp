@@ -103,6 +103,9 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         return NOMODULE;
     }
     if (!needsUpdateBase(record.swVersion, record.hwRev, force || base->unfinished)) {
+        if (base->unfinished) {
+            logItem("Unfinished module, and nothing in the package for it", logger::LOG_WARNING);
+        }
         resetModule();
         return NOUPDATE;
     }

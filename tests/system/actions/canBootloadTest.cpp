@@ -70,6 +70,9 @@ TEST_F(canBootloadTest, AModuleLeftUnfinishedIsProgrammedWhateverItReports) {
         item.swVersion = std::string("2.0.0");
         EXPECT_EQ(enter(kind, "2.0.0"), action::GOUPDATE);
     }
+    item.update.items.clear();
+    EXPECT_EQ(act.needsUpdate(false), action::NOUPDATE);
+    EXPECT_TRUE(holds(newlyLogged(), "[Warning]: CAN: Unfinished module, and nothing in the package for it"));
 }
 
 TEST_F(canBootloadTest, ASilentModuleIsNotThere) {
