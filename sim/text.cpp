@@ -13,8 +13,8 @@ std::string format(const char* pattern, ...) {
     std::array<char, 256> text{};
     va_list arguments;
     va_start(arguments, pattern);
-    std::vsnprintf(text.data(), text.size(), pattern,
-                   arguments); // NOLINT(clang-analyzer-valist.Uninitialized)
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+    std::vsnprintf(text.data(), text.size(), pattern, arguments);
     va_end(arguments);
     return text.data();
 }

@@ -62,7 +62,7 @@ protected:
         const unsigned pieces = below(4) + 1;
         for (unsigned piece = 0; piece < pieces; ++piece) {
             for (unsigned count = below(200) + 1; count > 0 && at < 0xFF00; --count) {
-                std::vector<std::uint8_t> bytes((below(30) == 0 ? below(4) + 1 : 4) * 4);
+                std::vector<std::uint8_t> bytes(4 * std::size_t{below(30) == 0 ? below(4) + 1 : 4});
                 for (std::size_t i = 0; i < bytes.size(); ++i) {
                     bytes[i] = static_cast<std::uint8_t>(pic24 && i % 4 == 3 ? 0 : below(256));
                     meant[base + at + static_cast<std::uint32_t>(i)] = bytes[i];
@@ -106,7 +106,7 @@ TEST_F(cleanImageTest, IsProgrammedAsItStands) {
         unsigned clean = 0;
         for (unsigned round = 0; round < 150; ++round) {
             ByAddress meant;
-            if (check(draw(row.base, pic24, meant), row.processor, row.serial) != "")
+            if (!check(draw(row.base, pic24, meant), row.processor, row.serial).empty())
                 continue;
             ++clean;
             hexpage image;

@@ -70,7 +70,7 @@ protected:
     /** The log since the last call. */
     Texts newlyLogged() {
         const Texts all = logged();
-        const Texts fresh(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
+        Texts fresh(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
         seen = all.size();
         return fresh;
     }
