@@ -9,6 +9,8 @@ namespace package {
 namespace {
 
 // A full page of 2048 bytes: 251 rows of 7 bytes, then 49 of 6 (the last of 3), between start and write.
+constexpr double BETWEEN = 0.00008; // an exchange and the next, in s
+
 TEST(busModelTest, CountsTheDialogue) {
     const TemporaryDirectory directory;
     const auto path = directory.path() / "image.hex";
@@ -22,14 +24,14 @@ TEST(busModelTest, CountsTheDialogue) {
         double seconds; // at 115200
     } rows[] = {
         // 302 exchanges: 9655 wire bytes, two pauses
-        {"stm32f3", 0x08000000, 2048, 1, 0, 2 * 302, 9655 * 10 / 115200.0 + 302 * 0.00015 + 0.02},
+        {"stm32f3", 0x08000000, 2048, 1, 0, 2 * 302, 9655 * 10 / 115200.0 + 302 * BETWEEN + 0.02},
         // besides, everything is erased on a quiet line
-        {"stm32f4", 0x08000000, 2048, 1, 1, 2 * 303, 9687 * 10 / 115200.0 + 303 * 0.00015 + 0.02 + 0.11},
+        {"stm32f4", 0x08000000, 2048, 1, 1, 2 * 303, 9687 * 10 / 115200.0 + 303 * BETWEEN + 0.02 + 0.11},
         // two full pages of 220 rows; the empty one that the reader makes behind them is not erased
-        {"pic24", 0, 0x2800, 2, 0, 2 * 444, 14184 * 10 / 115200.0 + 444 * 0.00015 + 0.04},
-        {"pic32-pages", 0x1D000000, 16, 1, 0, 2 * 5, 149 * 10 / 115200.0 + 5 * 0.00015 + 0.02},
+        {"pic24", 0, 0x2800, 2, 0, 2 * 444, 14184 * 10 / 115200.0 + 444 * BETWEEN + 0.04},
+        {"pic32-pages", 0x1D000000, 16, 1, 0, 2 * 5, 149 * 10 / 115200.0 + 5 * BETWEEN + 0.02},
         // three records of 7, 21 and 5 bytes in 1, 3 and 1 rows; the short ones wait twice
-        {"pic32-records", 0x1D000000, 16, 3, 1, 2 * 9, 268 * 10 / 115200.0 + 9 * 0.00015 + 0.01 + 0.5},
+        {"pic32-records", 0x1D000000, 16, 3, 1, 2 * 9, 268 * 10 / 115200.0 + 9 * BETWEEN + 0.01 + 0.5},
     };
     for (const auto& row : rows) {
         writeFile(path, hexImage({{row.start, row.size}}));
