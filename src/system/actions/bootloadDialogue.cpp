@@ -312,8 +312,9 @@ int bootloadDialogue::sendRow(std::uint8_t module, std::uint32_t row, const std:
         if (reported == row && isFrom(module) && (answeredDirectly || !confirmed)) {
             return reply.status;
         }
-        expectStale(QUIET);
         std::printf("expecting row %d, got row%d\n", static_cast<int>(row), static_cast<int>(reported));
+        expectStale(QUIET);
+        settle(); // else each try would be answered by what the one before has left
     }
     return answered ? MISSEDPACKET : -1;
 }

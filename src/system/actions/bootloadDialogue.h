@@ -62,8 +62,9 @@ public:
     std::uint8_t eraseBlock(std::uint8_t module, std::uint32_t address, std::uint8_t count, bool wideAddress);
     std::uint8_t eraseAll(std::uint8_t module);
     /**
-     * Sends row `row` of `data`, up to 4 tries. -1 when no try was answered, else the reply's status;
-     * MISSEDPACKET when the module kept reporting another row.
+     * Sends row `row` of `data`, up to 4 tries; after an answer for another row only once the line has been
+     * quiet. -1 when no try was answered, else the reply's status; MISSEDPACKET when the module kept
+     * reporting another row.
      */
     int sendDataRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data);
     /** Sends all rows of `data`: the result of the first that failed, else OK. */
