@@ -60,8 +60,7 @@ TEST_F(updateCoreTest, TheHaltMessageSurvivesASilentBusAfterTheLinkHasStopped) {
         EXPECT_TRUE(holds(logged(), "[Notice]: Restarting full system"));
         const Frame request = secondGeneration ? Frame{1, {2}} : RESTART_SYSTEM;
         const Frame status{1, {2, 3}};
-        // Four tries of three waits. A frame is discarded by the next one when the bus was too busy to take
-        // it.
+        // Four tries of three waits. The next frame discards one that the bus was too busy to take.
         ASSERT_TRUE(bus.awaitSent(before + 4 + 12 - 2));
         const std::vector<Frame> sent = bus.sent();
         const auto first = sent.begin() + static_cast<std::ptrdiff_t>(before);

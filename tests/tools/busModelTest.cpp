@@ -8,9 +8,9 @@
 namespace package {
 namespace {
 
-// A full page of 2048 bytes: 251 rows of 7 bytes, then 49 of 6 (the last of 3), between start and write.
 constexpr double BETWEEN = 0.00008; // an exchange and the next, in s
 
+// A full page of 2048 bytes: 251 rows of 7 bytes, then 49 of 6 (the last of 3), between start and write.
 TEST(busModelTest, CountsTheDialogue) {
     const TemporaryDirectory directory;
     const auto path = directory.path() / "image.hex";

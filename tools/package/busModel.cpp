@@ -13,9 +13,8 @@ namespace {
 using namespace busProtocol;
 
 constexpr double BITS_PER_BYTE = 10;
-constexpr double PAUSE = 0.010; // behind a start of page, an erase and a written page
-constexpr double OVERHEAD =
-    0.000080; // measured: 10 us from a reply to the next request, 190 on a busy machine
+constexpr double PAUSE = 0.010;          // behind a start of page, an erase and a written page
+constexpr double OVERHEAD = 0.000080;    // from a reply to the next request: 10 us, on a busy machine 190
 constexpr double UNANSWERED = 0.240;     // 200 polls, a status request with 20 more, a pause
 constexpr unsigned UNANSWERED_ASKS = 12; // 4 tries of 3 passes
 constexpr std::size_t RECORD_OVERHEAD = 5;

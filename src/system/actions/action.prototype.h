@@ -36,6 +36,8 @@ protected:
      * the package is installed, too.
      */
     bool needsUpdateBase(std::string compVersion, std::uint8_t hwRev, bool force);
+    /** The same for a module, which is also updated whenever an earlier run left it unfinished. */
+    bool needsUpdateModule(std::string compVersion, std::uint8_t hwRev, bool force);
     /** needsUpdate() of a host item: its recorded version and revision decide. */
     STATUS needsUpdateHost(bool force);
 

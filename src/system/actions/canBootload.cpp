@@ -70,7 +70,7 @@ action::STATUS canBootload::compareReported(bool force) {
         std::printf("No module\n");
         return NOMODULE;
     }
-    if (!needsUpdateBase(record.swVersion, record.hwRev, force || base->unfinished)) {
+    if (!needsUpdateModule(record.swVersion, record.hwRev, force)) {
         return upToDate();
     }
     pic24NewBL = true;
@@ -85,7 +85,7 @@ action::STATUS canBootload::compareReported(bool force) {
 action::STATUS canBootload::compareRecorded(bool force) {
     if (!base->isAccurate) {
         base->hwRev = 0; // a module of unknown version is always programmed
-    } else if (!needsUpdateBase(base->swVersion, base->hwRev, force || base->unfinished)) {
+    } else if (!needsUpdateModule(base->swVersion, base->hwRev, force)) {
         return upToDate();
     }
     csys->comBus->setBuffSize(OLD_BOOTLOADER_SIZE);
@@ -93,9 +93,6 @@ action::STATUS canBootload::compareRecorded(bool force) {
 }
 
 action::STATUS canBootload::upToDate() {
-    if (base->unfinished) {
-        dialogue.logItem("Unfinished module, and nothing in the package for it", logger::LOG_WARNING);
-    }
     resetModule();
     return NOUPDATE;
 }

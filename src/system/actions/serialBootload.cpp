@@ -102,10 +102,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         std::printf("BL responding is not SERIAL\n");
         return NOMODULE;
     }
-    if (!needsUpdateBase(record.swVersion, record.hwRev, force || base->unfinished)) {
-        if (base->unfinished) {
-            logItem("Unfinished module, and nothing in the package for it", logger::LOG_WARNING);
-        }
+    if (!needsUpdateModule(record.swVersion, record.hwRev, force)) {
         resetModule();
         return NOUPDATE;
     }

@@ -72,7 +72,7 @@ TEST_F(canBootloadTest, AModuleLeftUnfinishedIsProgrammedWhateverItReports) {
     }
     item.update.items.clear();
     EXPECT_EQ(act.needsUpdate(false), action::NOUPDATE);
-    EXPECT_TRUE(holds(newlyLogged(), "[Warning]: CAN: Unfinished module, and nothing in the package for it"));
+    EXPECT_TRUE(holds(newlyLogged(), "[Warning]: Unfinished module, and nothing in the package for it"));
 }
 
 TEST_F(canBootloadTest, ASilentModuleIsNotThere) {

@@ -157,8 +157,7 @@ TEST_F(serialBootloadTest, WhatGoesWrongWithRecordsIsLogged) {
     EXPECT_EQ(enter(RECORDS, "2.0.0"), action::GOUPDATE) << "part of an image may report its version";
     item.update.items.clear();
     EXPECT_EQ(act.needsUpdate(false), action::NOUPDATE);
-    EXPECT_TRUE(
-        holds(newlyLogged(), "[Warning]: Serial: Unfinished module, and nothing in the package for it"));
+    EXPECT_TRUE(holds(newlyLogged(), "[Warning]: Unfinished module, and nothing in the package for it"));
 }
 
 TEST_F(serialBootloadTest, ABadImageIsRefusedBeforeAnythingIsErased) {
