@@ -1,0 +1,57 @@
+// How a module behaves in time, and in all that the protocol leaves open. By default it does everything at
+// once and answers plainly.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+namespace sim {
+
+struct Temper {
+    using Time = std::chrono::milliseconds;
+
+    // What becomes of a request that comes while the module works.
+    enum class Busy {
+        Queue,  // done and answered behind the work, in its turn
+        Drop,   // never heard
+        Answer, // a status request is answered at once, all others are dropped
+    };
+    // When an erase or a page write is answered.
+    enum class Answers {
+        Directly, // when the work is done
+        OnStatus, // not by itself: the status request behind the work gets it
+        AtOnce,   // before the work, which goes on meanwhile
+    };
+    // What a status request is answered with.
+    enum class OnStatus {
+        LastReply,
+        State,   // OK and the row accepted last; while it works BADCHECKSUM, row 0
+        Nothing, // it stays without an answer
+    };
+
+    // How long each kind of work takes.
+    Time enterTime{0}; // from "," to its answer
+    Time startTime{0};
+    Time rowTime{0};
+    Time writeTime{0};
+    Time erasePageTime{0}; // for each page of an erase
+    Time eraseAllTime{0};
+
+    Time latency{0}; // of each answer, on its way; the module itself is free meanwhile
+
+    Busy busy = Busy::Queue;
+    Answers writeAnswer = Answers::Directly;
+    Answers eraseAnswer = Answers::Directly;
+    OnStatus onStatus = OnStatus::LastReply;
+
+    std::optional<std::uint8_t> namedModule;      // that replies name instead of the module's own address
+    std::optional<std::uint8_t> identifiedModule; // the same for the identification
+    unsigned replyLength = 4;                     // bytes of a reply: 2 is the short form, 3 names no module
+    std::uint16_t enterRow = 0;                   // row in an old bootloader's answer to ","
+    unsigned enterNth = 1;    // "," is answered from this one on, counted since power came
+    bool deafToEnter = false; // "," is not heard any more once it was answered
+    Time idleTime{0};         // the session ends after such a silence; 0: never
+};
+
+} // namespace sim
