@@ -1,7 +1,7 @@
 #include "ProcBusThread.h"
 
+#include "coreState.h"
 #include "termination.h"
-#include "updateCore.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -24,24 +24,24 @@ enum STAGE : std::uint8_t { OUTSIDE = 0, LENGTH = 1, PAYLOAD = 2, CRC_LOW = 3, C
 /** Which module's record a message 22 belongs to, and whether it shows that the module is there. */
 constexpr struct {
     std::uint8_t number;
-    updateCore::MODULE updateCore::*module;
+    coreState::MODULE coreState::*module;
     bool showsPresence; // the others' presence is known from message 21 alone
 } IDENTITIES[] = {
-    {3, &updateCore::cy1, false}, {4, &updateCore::cy2, false},    {5, &updateCore::cy3, false},
-    {6, &updateCore::cy4, false}, {7, &updateCore::master, false}, {8, &updateCore::motor, false},
-    {9, &updateCore::s1, false},  {10, &updateCore::s2, false},    {11, &updateCore::s3, false},
-    {12, &updateCore::s4, false}, {13, &updateCore::mf1, true},    {14, &updateCore::mf2, true},
-    {15, &updateCore::mf3, true}, {50, &updateCore::arts, true},
+    {3, &coreState::cy1, false}, {4, &coreState::cy2, false},    {5, &coreState::cy3, false},
+    {6, &coreState::cy4, false}, {7, &coreState::master, false}, {8, &coreState::motor, false},
+    {9, &coreState::s1, false},  {10, &coreState::s2, false},    {11, &coreState::s3, false},
+    {12, &coreState::s4, false}, {13, &coreState::mf1, true},    {14, &coreState::mf2, true},
+    {15, &coreState::mf3, true}, {50, &coreState::arts, true},
 };
 
 /** The six 4-bit fields of message 21, low half of each byte first. */
 constexpr struct {
     std::uint8_t byte;
     std::uint8_t shift;
-    updateCore::MODULE updateCore::*module;
+    coreState::MODULE coreState::*module;
 } STATUS_FIELDS[] = {
-    {2, 0, &updateCore::master}, {2, 4, &updateCore::motor}, {3, 0, &updateCore::s1},
-    {3, 4, &updateCore::s2},     {4, 0, &updateCore::s3},    {4, 4, &updateCore::s4},
+    {2, 0, &coreState::master}, {2, 4, &coreState::motor}, {3, 0, &coreState::s1},
+    {3, 4, &coreState::s2},     {4, 0, &coreState::s3},    {4, 4, &coreState::s4},
 };
 
 std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
@@ -57,7 +57,7 @@ std::string serialText(const std::uint8_t* bytes) {
 
 } // namespace
 
-ProcBusThread::ProcBusThread(updateCore* core)
+ProcBusThread::ProcBusThread(coreState* core)
     : readSize(READ_AT_ONCE),
       UARTREAD(new std::uint8_t[READ_SIZE]()),
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
@@ -239,14 +239,14 @@ void ProcBusThread::fileIdentification(const PROCBUS_MSG& msg) {
         record.swVersion = versionText(msg.data[3], msg.data[2], msg.data[1]);
         record.moduleReported = static_cast<std::int8_t>(msg.data[5]);
         record.serialBootload = (msg.data[4] & SERIAL_BOOTLOADER_BIT) != 0;
-        record.reportedType = static_cast<updateCore::PROC_TYPE>(msg.data[4] & ~SERIAL_BOOTLOADER_BIT);
+        record.reportedType = static_cast<coreState::PROC_TYPE>(msg.data[4] & ~SERIAL_BOOTLOADER_BIT);
         record.blInitData = true;
     });
 }
 
 void ProcBusThread::fileStatus(const PROCBUS_MSG& msg) {
     for (const auto& field : STATUS_FIELDS) {
-        updateCore::MODULE& module = sys->*field.module;
+        coreState::MODULE& module = sys->*field.module;
         const unsigned value = (msg.data[field.byte] >> field.shift) & 0x0FU;
         if (value == STATUS_LOST) {
             module.lostCom = true;
@@ -271,7 +271,7 @@ void ProcBusThread::fileIdentity(const PROCBUS_MSG& msg) {
         if (identity.number != msg.data[0]) {
             continue;
         }
-        updateCore::MODULE& module = sys->*identity.module;
+        coreState::MODULE& module = sys->*identity.module;
         module.serial = serialText(msg.data + 1);
         module.base.swVersion = versionText(msg.data[9], msg.data[8], msg.data[7]);
         module.base.hwRev = msg.data[11];

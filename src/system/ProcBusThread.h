@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <memory>
 
-class updateCore;
+class coreState;
 
 /**
  * The link to the bus processor. Its thread cuts the serial byte stream into messages, checks them and files
@@ -32,7 +32,7 @@ public:
     };
 
     /** Opens and configures the core's `uartPort`; the log says how that went. Does not start the thread. */
-    explicit ProcBusThread(updateCore* sys);
+    explicit ProcBusThread(coreState* sys);
     ~ProcBusThread() override;
 
     /** True when the port could be opened and configured. */
@@ -88,7 +88,7 @@ private:
     std::unique_ptr<std::uint8_t[]> UARTREAD;
     std::unique_ptr<std::uint8_t[]> UARTRXBUF;
     std::unique_ptr<std::uint8_t[]> UARTTXBUF;
-    updateCore* sys;
+    coreState* sys;
     uart sPort;
     crc16 checker;
 };

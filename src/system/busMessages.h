@@ -65,7 +65,7 @@ struct REPLY {
 struct IDENTIFICATION {
     std::uint8_t hwRev = 0;
     std::uint8_t version[3] = {}; ///< first, second and third number
-    std::uint8_t type = 0;        ///< updateCore::PROC_TYPE
+    std::uint8_t type = 0;        ///< coreState::PROC_TYPE
     bool serial = false;          ///< it is a serial bootloader
     std::int8_t module = NO_MODULE;
     bool operator==(const IDENTIFICATION&) const = default;

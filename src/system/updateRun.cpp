@@ -22,7 +22,7 @@ const char* const SYSTEM_DIR = "/";
 /** The modules on the CAN bootloader, in the order in which they are visited. */
 constexpr struct {
     const char* name;
-    updateCore::MODULE updateCore::*module;
+    coreState::MODULE coreState::*module;
 } CAN_MODULES[] = {
     {"MultiFunction #1", &updateCore::mf1}, {"MultiFunction #2", &updateCore::mf2},
     {"MultiFunction #3", &updateCore::mf3}, {"ARTS Sensor", &updateCore::arts},

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../updateCore.h"
+#include "../coreState.h"
 
 #include <cstdint>
 #include <string>
@@ -20,8 +20,8 @@ public:
         UPERROR = 3   ///< the check itself failed
     };
 
-    explicit action(updateCore* core) : csys(core) {}
-    void setBase(updateCore::BASE_ITEM* item) { base = item; }
+    explicit action(coreState* core) : csys(core) {}
+    void setBase(coreState::BASE_ITEM* item) { base = item; }
 
     virtual STATUS needsUpdate(bool force) = 0;
     /** True when the item was brought up to date; else the log says why not. */
@@ -41,6 +41,6 @@ protected:
     /** needsUpdate() of a host item: its recorded version and revision decide. */
     STATUS needsUpdateHost(bool force);
 
-    updateCore::BASE_ITEM* base = nullptr; ///< not owned; null until setBase()
-    updateCore* csys;                      ///< not owned
+    coreState::BASE_ITEM* base = nullptr; ///< not owned; null until setBase()
+    coreState* csys;                      ///< not owned
 };

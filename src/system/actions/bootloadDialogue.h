@@ -2,7 +2,7 @@
 
 #include "../../lib/hexfile/hexPage.h"
 #include "../ProcBusThread.h"
-#include "../updateCore.h"
+#include "../coreState.h"
 #include "flashLayouts.h"
 
 #include <chrono>
@@ -34,7 +34,7 @@ public:
     using LAYOUT = flashLayouts::LAYOUT;
 
     /** `prefix` begins every log text of the dialogue. */
-    bootloadDialogue(updateCore* core, std::string prefix) : csys(core), logPrefix(prefix) {}
+    bootloadDialogue(coreState* core, std::string prefix) : csys(core), logPrefix(prefix) {}
 
     /** Asks the module for its last reply and waits at most 20 polls of 1 ms for it. */
     bool sendReqStat(std::uint8_t module);
@@ -46,7 +46,7 @@ public:
     /** Up to 4 tries, each with a timeout of 20; true at the first answer. */
     bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
     /** What answered the last request, as it came; without an answer, what busResetResponse() leaves. */
-    const updateCore::REPLY& lastReply() const { return reply; }
+    const coreState::REPLY& lastReply() const { return reply; }
     /**
      * Asks the module into its bootloader; false when it does not answer. lastReply() then tells whether it
      * sent its identification (`blInitData`), and what that says; the one of a module before is forgotten. An
@@ -106,9 +106,9 @@ private:
     PAGE_RESULT retry(const char* reason);
     void logFailure(const char* reason) const;
 
-    updateCore* csys;
+    coreState* csys;
     std::string logPrefix;
-    updateCore::REPLY reply;
+    coreState::REPLY reply;
     bool answeredDirectly = false;                     ///< the last answer came before any status request
     clock::time_point quietAt = clock::now() + LATEST; ///< until then earlier requests may be answered
     std::uint32_t lastRow = 0;                         ///< last row sent of the open page

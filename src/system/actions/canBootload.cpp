@@ -58,13 +58,13 @@ action::STATUS canBootload::needsUpdate(bool force) {
         dialogue.logItem("Could not switch to bootload mode", logger::LOG_WARNING);
         return NOMODULE;
     }
-    procType = updateCore::PIC24;
+    procType = coreState::PIC24;
     return dialogue.lastReply().blInitData ? compareReported(force) : compareRecorded(force);
 }
 
 /** The bootloader identified itself: its own words decide. */
 action::STATUS canBootload::compareReported(bool force) {
-    const updateCore::REPLY& record = dialogue.lastReply();
+    const coreState::REPLY& record = dialogue.lastReply();
     std::printf("%d %d\n", base->id, static_cast<int>(record.moduleReported));
     if (record.serialBootload || record.moduleReported != static_cast<std::int8_t>(base->id)) {
         std::printf("No module\n");
@@ -108,12 +108,12 @@ void canBootload::resetModule() {
  */
 const char* canBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
     switch (procType) {
-    case updateCore::STM32F3:
-    case updateCore::STM32F0:
-    case updateCore::STM32F4:
-        layout = flashLayouts::stm32(procType == updateCore::STM32F4);
+    case coreState::STM32F3:
+    case coreState::STM32F0:
+    case coreState::STM32F4:
+        layout = flashLayouts::stm32(procType == coreState::STM32F4);
         return "STM32 Update ";
-    case updateCore::PIC24:
+    case coreState::PIC24:
         if (pic24NewBL) {
             layout = flashLayouts::pic24New(wideAddress());
             return "PIC New ";

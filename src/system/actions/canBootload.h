@@ -12,7 +12,7 @@ public:
     using BLSTATUS = bootloadDialogue::BLSTATUS;
     using enum bootloadDialogue::BLSTATUS;
 
-    explicit canBootload(updateCore* core) : action(core), dialogue(core, "CAN: ") {}
+    explicit canBootload(coreState* core) : action(core), dialogue(core, "CAN: ") {}
 
     /**
      * Switches the module into its bootloader and compares versions. NOMODULE when it does not answer or is
@@ -37,9 +37,9 @@ private:
     STATUS upToDate();
     const char* selectLayout(bootloadDialogue::LAYOUT& layout) const;
     void resetModule();
-    bool wideAddress() const { return procType != updateCore::PIC24; }
+    bool wideAddress() const { return procType != coreState::PIC24; }
 
-    updateCore::PROC_TYPE procType = updateCore::UNKNOWN;
+    coreState::PROC_TYPE procType = coreState::UNKNOWN;
     bool pic24NewBL = false; ///< the bootloader sent its identification
     bootloadDialogue dialogue;
 };

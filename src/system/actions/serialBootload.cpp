@@ -97,7 +97,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
         logItem("Could not switch to bootload mode", logger::LOG_WARNING);
         return NOMODULE;
     }
-    const updateCore::REPLY& record = dialogue.lastReply();
+    const coreState::REPLY& record = dialogue.lastReply();
     if (!record.blInitData || !record.serialBootload) {
         std::printf("BL responding is not SERIAL\n");
         return NOMODULE;
@@ -122,7 +122,7 @@ void serialBootload::resetModule() {
 bool serialBootload::run() {
     logItem("Starting bootload", logger::LOG_NOTICE);
     const std::string path = packageFile::ofItem(*base);
-    if (!(procType == updateCore::PIC32_REC ? run_v1(path) : run_v2(path))) {
+    if (!(procType == coreState::PIC32_REC ? run_v1(path) : run_v2(path))) {
         return false;
     }
     csys->setUnfinished(*base, false);
@@ -188,15 +188,15 @@ bool serialBootload::programRecord(const hexrecords::HEX_RECORD& record) {
 
 bool serialBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
     switch (procType) {
-    case updateCore::STM32F3:
-    case updateCore::STM32F0:
-    case updateCore::STM32F4:
-        layout = flashLayouts::stm32(procType == updateCore::STM32F4);
+    case coreState::STM32F3:
+    case coreState::STM32F0:
+    case coreState::STM32F4:
+        layout = flashLayouts::stm32(procType == coreState::STM32F4);
         return true;
-    case updateCore::PIC24:
+    case coreState::PIC24:
         layout = flashLayouts::pic24New(true);
         return true;
-    case updateCore::PIC32_MEM:
+    case coreState::PIC32_MEM:
         layout = flashLayouts::pic32();
         return true;
     default:

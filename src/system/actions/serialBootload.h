@@ -17,7 +17,7 @@ public:
     using BLSTATUS = bootloadDialogue::BLSTATUS;
     using enum bootloadDialogue::BLSTATUS;
 
-    explicit serialBootload(updateCore* core) : action(core), dialogue(core, "SerialV2: ") {}
+    explicit serialBootload(coreState* core) : action(core), dialogue(core, "SerialV2: ") {}
 
     /** As canBootload's; NOMODULE also for a module that is not on the serial bootloader. */
     STATUS needsUpdate(bool force) override;
@@ -44,6 +44,6 @@ private:
     void resetModule();
     void logItem(const std::string& text, logger::LOG_TYPE type) const;
 
-    updateCore::PROC_TYPE procType = updateCore::UNKNOWN;
+    coreState::PROC_TYPE procType = coreState::UNKNOWN;
     bootloadDialogue dialogue;
 };
