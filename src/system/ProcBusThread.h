@@ -3,7 +3,7 @@
 #include "../drivers/uart.h"
 #include "../lib/crc16.h"
 #include "../lib/shared.h"
-#include "busProtocol.h"
+#include "busMessages.h"
 
 #include <QThread>
 #include <cstdint>
@@ -13,7 +13,7 @@ class coreState;
 
 /**
  * The link to the bus processor. Its thread cuts the serial byte stream into messages, checks them and files
- * what they say into the core's module table and bootloader record. Owned by the core.
+ * what they say into the core's module table and reply box. Owned by the core.
  *
  * The receive loop can be terminated while it reads, nowhere else. `send` runs in the caller's thread; the
  * system has one sender at a time (loader, update run, halt message).
@@ -22,14 +22,7 @@ class ProcBusThread : public QThread {
     Q_OBJECT
 
 public:
-    struct PROCBUS_MSG {
-        std::uint8_t id = 0;
-        std::uint8_t data[busProtocol::MAX_PAYLOAD] = {};
-        std::uint32_t checksum = 0; ///< as received, low byte first; unused when sending
-        std::uint8_t length = 0;    ///< bytes of `data` that count
-        std::uint8_t stage = 0;     ///< of the receive scan
-        std::uint8_t ptr = 0;       ///< of the receive scan
-    };
+    using PROCBUS_MSG = busMessages::PROCBUS_MSG;
 
     /** Opens and configures the core's `uartPort`; the log says how that went. Does not start the thread. */
     explicit ProcBusThread(coreState* sys);
@@ -69,8 +62,7 @@ private:
     bool configurePort();
     void scanBuffer();
     void finishFrame(PROCBUS_MSG& msg, unsigned last);
-    void fileReply(const PROCBUS_MSG& msg);
-    void fileIdentification(const PROCBUS_MSG& msg);
+    void fileAnswer(const PROCBUS_MSG& msg);
     void fileStatus(const PROCBUS_MSG& msg);
     void fileIdentity(const PROCBUS_MSG& msg);
 

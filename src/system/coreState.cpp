@@ -122,30 +122,6 @@ void coreState::clearUpdateItems() {
     }
 }
 
-void coreState::busResetResponse() {
-    const std::lock_guard<std::mutex> held(recordGuard);
-    bootloader.hasResponse = false;
-    bootloader.page = 0xFFFF;
-    bootloader.status = 0;
-    bootloader.moduleReported = -1;
-    responseFiled.clear();
-}
-
-coreState::REPLY coreState::reply() {
-    const std::lock_guard<std::mutex> held(recordGuard);
-    return bootloader;
-}
-
-bool coreState::awaitResponse(unsigned polls) {
-    for (unsigned i = 0; i < polls && !bootloader.hasResponse; ++i) {
-        if (cancel) {
-            return false;
-        }
-        responseFiled.poll();
-    }
-    return bootloader.hasResponse;
-}
-
 void coreState::pause(unsigned milliseconds) {
     termination::allowDuring([milliseconds] { return ::usleep(milliseconds * 1000); });
 }

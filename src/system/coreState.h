@@ -2,12 +2,11 @@
 
 #include "../lib/logger.h"
 #include "../lib/shared.h"
-#include "responseSignal.h"
+#include "replyBox.h"
 
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -22,16 +21,9 @@ class ProcBusThread;
  */
 class coreState {
 public:
-    /** Processor kind of a module, as its bootloader reports it. */
-    enum PROC_TYPE : std::uint8_t {
-        UNKNOWN = 0,
-        PIC24 = 1,
-        PIC32_REC = 2,
-        STM32F3 = 3,
-        STM32F0 = 4,
-        PIC32_MEM = 5,
-        STM32F4 = 6
-    };
+    using PROC_TYPE = busProtocol::PROC_TYPE;
+    using enum busProtocol::PROC_TYPE;
+    using REPLY = replyBox::RECORD;
 
     /** One file or image of a package. */
     struct UPDATE_ITEM {
@@ -67,23 +59,8 @@ public:
         BASE_ITEM base;
     };
 
-    /**
-     * The last reply of the module that is being bootloaded. The link thread writes it, `hasResponse` last;
-     * the thread that waits for the reply reads `hasResponse` first, and the fields then from a copy
-     * (reply()), so that the next reply can't get between them.
-     */
-    struct REPLY {
-        shared<std::uint8_t> status;             ///< canBootload::BLSTATUS
-        shared<std::int8_t> moduleReported = -1; ///< bus address, -1 for none
-        shared<std::uint32_t> page;              ///< row (or page) the reply refers to; 0xFFFF for none
-        shared<bool> hasResponse;                ///< a reply came since busResetResponse()
-        shared<std::uint8_t> hwRev;
-        sharedText swVersion;
-        shared<bool> blInitData; ///< an identification was received
-        shared<bool> serialBootload;
-        shared<bool> oldProtocol;
-        shared<PROC_TYPE> reportedType = UNKNOWN;
-    } bootloader;
+    replyBox answers; ///< of the module that is being bootloaded
+    REPLY& bootloader = answers.record();
 
     shared<bool> resetG1; ///< the halt message is the second-generation reset
     shared<bool> reboot;  ///< after the event loop: start the updater again instead of halting
@@ -118,25 +95,14 @@ public:
     shared<bool> startModePending;
 
     /** Clears the reply state before a request. Called by the requesting thread. */
-    void busResetResponse();
-    /**
-     * Files a reply with `file`, which writes the record's fields, and makes it known to the requesting
-     * thread. Called by the link thread; never half before and half behind a busResetResponse().
-     */
-    template <class FILE>
-    void fileResponse(FILE file) {
-        const std::lock_guard<std::mutex> held(recordGuard);
-        file(bootloader);
-        bootloader.hasResponse = true;
-        responseFiled.notify();
-    }
+    void busResetResponse() { answers.reset(); }
     /** The record as one reply left it. */
-    REPLY reply();
+    REPLY reply() { return answers.copy(); }
     /**
      * Waits for a reply: at most `polls` polls of 1 ms, fewer when it comes or the run is cancelled. True
      * when there is one. The calling thread may be terminated meanwhile.
      */
-    bool awaitResponse(unsigned polls);
+    bool awaitResponse(unsigned polls) { return answers.await(polls, cancel); }
     /** Sleeps for less than a second. The calling thread may be terminated meanwhile. */
     void pause(unsigned milliseconds);
     void removeUpdateFiles();
@@ -179,7 +145,4 @@ protected:
 
 private:
     bool replaceFile(const std::string& path, const std::string& text);
-
-    responseSignal responseFiled;
-    std::mutex recordGuard; ///< held while a reply is filed or cleared, with termination forbidden
 };
