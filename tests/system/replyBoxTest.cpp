@@ -96,7 +96,7 @@ TEST(replyBoxTest, AnAnswerWakesTheWait) {
         best = std::min(best, std::chrono::steady_clock::now() - start);
     }
     partner.join();
-    EXPECT_LT(best, std::chrono::milliseconds(ROUNDS)); // by polls alone each round would take 2 ms
+    EXPECT_LT(best, std::chrono::milliseconds(ROUNDS) / 2); // by polls alone a round takes 1 ms and more
 }
 
 TEST(replyBoxTest, AThreadThatIsTerminatedLeavesNothingLocked) {
