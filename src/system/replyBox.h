@@ -51,7 +51,10 @@ public:
 
     /** Files an answer and wakes who waits for it. Link thread. */
     void file(const busMessages::ANSWER& answer);
-    /** Forgets every answer; of the record, whose reply it was and what it said. Before a request. */
+    /**
+     * Before a request: forgets every answer, and in the record `hasResponse`, `page`, `status` and
+     * `moduleReported`, in this order. What an identification said stays.
+     */
     void reset();
 
     /** The oldest answer that was not taken yet. */
