@@ -21,7 +21,9 @@ BusProcessor::BusProcessor(std::vector<ModuleConfig> inventory, FaultScript& fau
       timing_(timing),
       log_("bus", trace) {
     for (ModuleConfig& config : inventory)
-        modules_.push_back(std::make_unique<Module>(std::move(config), trace));
+        modules_.push_back(
+            std::make_unique<Module>(std::move(config), scheduler, trace,
+                                     [this](const Message& m, TimePoint when) { send(encode(m), when); }));
 }
 
 void BusProcessor::start(TimePoint now) {
@@ -60,8 +62,8 @@ void BusProcessor::relay(const Request& request, TimePoint now) {
     if (!reaches(faults, module, now))
         return;
     prepare(faults, request, module, now);
-    if (auto reply = answer(request, module, now))
-        deliver(std::move(*reply), faults, now);
+    ask(request, module, now,
+        [this, faults](Message reply, TimePoint when) { deliver(std::move(reply), faults, when); });
 }
 
 Module* BusProcessor::find(std::uint8_t address) const {
@@ -79,19 +81,18 @@ Module* BusProcessor::route(const Request& request) {
     return addressed_;
 }
 
-std::optional<Message> BusProcessor::answer(const Request& request, Module* module, TimePoint now) {
+void BusProcessor::ask(const Request& request, Module* module, TimePoint now, const Module::Sink& respond) {
     const bool repeat =
         answeredItself_ && request.kind == RequestKind::Status && request.module == controlModule;
     const bool own = request.kind == RequestKind::UpdateMode || request.kind == RequestKind::SystemRestart;
     answeredItself_ = own || repeat;
     if (answeredItself_)
-        return answerItself(request);
-    if (module == nullptr)
-        return {};
-    return module->handle(request, now);
+        respond(answerItself(request), now);
+    else if (module != nullptr)
+        module->handle(request, now, respond);
 }
 
-std::optional<Message> BusProcessor::answerItself(const Request& request) {
+Message BusProcessor::answerItself(const Request& request) {
     if (request.kind == RequestKind::UpdateMode)
         updateMode_ = true;
     if (request.kind == RequestKind::SystemRestart)

@@ -97,11 +97,6 @@ Message makeReply(std::uint8_t messageId, Reply reply, std::uint8_t module) {
              static_cast<std::uint8_t>(reply.row >> 8), module}};
 }
 
-Message makeShortReply(std::uint8_t messageId, Reply reply) {
-    return {messageId,
-            {static_cast<std::uint8_t>(reply.status), static_cast<std::uint8_t>(reply.row & 0xFF)}};
-}
-
 Message makeIdentification(std::uint8_t hardware, Version version, std::uint8_t kind, std::uint8_t module) {
     return {id::identification, {hardware, version.third, version.second, version.first, kind, module}};
 }
