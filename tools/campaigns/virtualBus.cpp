@@ -111,6 +111,7 @@ void virtualBus::checkLimit(clock::time_point when) const {
 void virtualHost::send(const busMessages::PROCBUS_MSG& msg) {
     bus.advance(bus.now() + perExchange);
     bus.answers.clear();
+    sent.push_back(msg);
     bus.send(msg);
 }
 

@@ -85,6 +85,7 @@ public:
     void log(const std::string& text, logger::LOG_TYPE type) override;
 
     std::vector<std::string> logged;
+    std::vector<busMessages::PROCBUS_MSG> sent;
 
 private:
     virtualBus& bus;
