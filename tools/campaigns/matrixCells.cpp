@@ -141,12 +141,10 @@ std::string Cell::text() const {
     return words;
 }
 
-Temper Cell::temper() const {
-    Temper temper;
+void Cell::apply(Temper& temper) const {
     for (const Trait& trait : traits) {
         trait.value->set(temper);
     }
-    return temper;
 }
 
 Memory imageOf(const Kind& kind, const Shape& shape, std::mt19937_64& random) {

@@ -45,7 +45,7 @@ struct Cell {
 
     /** "stm32f4 gaps row-ms=60 busy=drop" */
     std::string text() const;
-    sim::Temper temper() const;
+    void apply(sim::Temper& temper) const;
 };
 
 Memory imageOf(const Kind& kind, const Shape& shape, std::mt19937_64& random);

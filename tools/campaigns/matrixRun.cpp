@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::uint8_t CAN_ADDRESS = 13;
 constexpr std::uint8_t SERIAL_ADDRESS = sim::controlModule;
+constexpr std::chrono::seconds LAST_WORK{60}; // what a module may still be at when the dialogue has ended
 
 bool isSerial(const Kind& kind) {
     return std::string(kind.name).rfind("pic32", 0) == 0;
@@ -100,7 +101,7 @@ virtualBus::SETTINGS MatrixRuns::busFor(const Cell& cell, const Firmware& made) 
     bus.module.address = bus.module.serialBootloader ? SERIAL_ADDRESS : CAN_ADDRESS;
     bus.module.processor = &sim::processorNamed(cell.kind->name);
     bus.module.flash = made.before;
-    bus.module.temper = cell.temper();
+    cell.apply(bus.module.temper);
     bus.faults = settings.faults;
     bus.seed = cell.number + 1;
     bus.baud = settings.baud;
@@ -116,14 +117,16 @@ MatrixResult MatrixRuns::run(const Cell& cell, Dialogue dialogue) {
     const DialogueTarget target{bus.module().config().address, isSerial(*cell.kind), made.path};
     MatrixResult result;
     try {
-        const bool done =
-            dialogue == Dialogue::PLAIN ? plainDialogue(host).flash(target) : flashByPanel(host, target);
+        const bool done = dialogue == Dialogue::PLAIN
+                              ? plainDialogue(host, settings.countRowFailures).flash(target)
+                              : flashByPanel(host, target);
+        result.time = bus.now() - start;
+        bus.advance(bus.now() + LAST_WORK);
         const bool equal = done && holds(bus.module().flash(), made.firstCell, made.after);
         result.verdict = !done ? Verdict::REFUSED : equal ? Verdict::FLASHED : Verdict::WRONG;
     } catch (const virtualBus::endless&) {
         result.verdict = Verdict::ENDLESS;
     }
-    result.time = bus.now() - start;
     result.log = std::move(host.logged);
     result.requests = std::move(host.sent);
     return result;

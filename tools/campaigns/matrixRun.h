@@ -37,6 +37,7 @@ public:
         std::vector<std::string> faults; ///< lines of the simulator's fault script
         unsigned baud = 115200;
         std::chrono::microseconds exchangeTime{0}; ///< what the panel itself takes for a request
+        bool countRowFailures = false;             ///< by the plain dialogue
         std::string trace;                         ///< "-" for standard output
     };
 

@@ -10,8 +10,19 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 
 namespace {
+
+std::FILE* results = stdout;
+
+/** What an image's reader and a dialogue print on standard output is no result. */
+void silenceOthers() {
+    results = fdopen(dup(STDOUT_FILENO), "w");
+    if (results == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) {
+        throw std::runtime_error("no standard output");
+    }
+}
 
 constexpr const char* ABOUT =
     "Runs the panel's dialogue and the plainest one against simulated modules of many behaviours.\n"
@@ -62,13 +73,13 @@ public:
     }
 
     static void printTitle() {
-        std::printf("%-14s%7s |%8s%6s%8s |%8s%6s%8s |%7s%6s%7s\n", "", "cells", "plain", "WRONG", "ENDLESS",
-                    "panel", "WRONG", "ENDLESS", "better", "worse", "time");
+        std::fprintf(results, "%-14s%7s |%8s%6s%8s |%8s%6s%8s |%7s%6s%7s\n", "", "cells", "plain", "WRONG",
+                     "ENDLESS", "panel", "WRONG", "ENDLESS", "better", "worse", "time");
     }
     void print(const std::string& name) const {
-        std::printf("%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells, plain[0], plain[2],
-                    plain[3], panel[0], panel[2], panel[3], better, worse,
-                    plainTime.count() > 0 ? panelTime / plainTime : 1.0);
+        std::fprintf(results, "%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells, plain[0],
+                     plain[2], plain[3], panel[0], panel[2], panel[3], better, worse,
+                     plainTime.count() > 0 ? panelTime / plainTime : 1.0);
     }
 
     bool neverMay() const { return panel[2] + panel[3] > 0; }
@@ -134,17 +145,17 @@ private:
 
     static void list(const Cell& cell, const std::string& text, const Comparison& result) {
         const auto& log = result.panel.log;
-        std::printf("--cell %zu: %s: plain %s, panel %s%s\n", cell.number, text.c_str(),
-                    VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
-                    VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
-                    log.empty() ? "" : (": " + log.back()).c_str());
+        std::fprintf(results, "--cell %zu: %s: plain %s, panel %s%s\n", cell.number, text.c_str(),
+                     VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
+                     VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
+                     log.empty() ? "" : (": " + log.back()).c_str());
     }
 
     void printTable() const {
         Tally::printTitle();
         all.print("all");
         for (const auto* group : {&byKind, &byDimension}) {
-            std::printf("\n");
+            std::fprintf(results, "\n");
             for (const auto& [name, tally] : *group) {
                 tally.print(name);
             }
@@ -163,15 +174,15 @@ private:
 int repeat(const Options& options) {
     const Cell cell = MatrixCells(options.seed, options.together).at(*options.cell);
     MatrixRuns runs(options.runs);
-    std::cout << cell.text() << std::endl;
+    std::fprintf(results, "%s\n", cell.text().c_str());
     for (const Dialogue dialogue : {Dialogue::PLAIN, Dialogue::PANEL}) {
         if (!options.isAsked(dialogue)) {
             continue;
         }
-        std::cout << (dialogue == Dialogue::PLAIN ? "plain:" : "panel:") << std::endl;
+        std::fprintf(results, "%s:\n", dialogue == Dialogue::PLAIN ? "plain" : "panel");
         const MatrixResult result = runs.run(cell, dialogue);
-        std::cout << VERDICTS[static_cast<std::size_t>(result.verdict)] << " after " << result.time.count()
-                  << " s" << std::endl;
+        std::fprintf(results, "%s after %.3f s\n", VERDICTS[static_cast<std::size_t>(result.verdict)],
+                     result.time.count());
     }
     return 0;
 }
@@ -196,18 +207,18 @@ int compareWire(const Options& options) {
         const auto plain = framesOf(runs.run(cell, Dialogue::PLAIN));
         const auto panel = framesOf(runs.run(cell, Dialogue::PANEL));
         const auto [left, right] = std::mismatch(plain.begin(), plain.end(), panel.begin(), panel.end());
-        std::cout << cell.text() << ": " << plain.size() << " frames";
+        std::fprintf(results, "%s: %zu frames", cell.text().c_str(), plain.size());
         if (!options.dialogue.empty()) {
-            std::cout << '\n';
+            std::fprintf(results, "\n");
             for (const std::string& frame : options.isAsked(Dialogue::PLAIN) ? plain : panel) {
-                std::cout << frame << '\n';
+                std::fprintf(results, "%s\n", frame.c_str());
             }
         } else if (left == plain.end() && right == panel.end()) {
-            std::cout << ", the same\n";
+            std::fprintf(results, ", the same\n");
         } else {
-            std::cout << ", other from frame " << left - plain.begin() << " on: plain "
-                      << (left == plain.end() ? "none" : *left) << ", panel "
-                      << (right == panel.end() ? "none" : *right) << '\n';
+            std::fprintf(results, ", other from frame %td on: plain %s, panel %s\n", left - plain.begin(),
+                         left == plain.end() ? "none" : left->c_str(),
+                         right == panel.end() ? "none" : right->c_str());
             equal = false;
         }
     }
@@ -226,6 +237,8 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--lose", options.runs.lose, "share of requests, and of replies, that are lost")
         ->check(CLI::Range(0.0, 1.0));
     app.add_option("--fault", options.runs.faults, "a line of the simulator's fault script; may be repeated");
+    app.add_flag("--count-rows", options.runs.countRowFailures,
+                 "the plain dialogue starts a page anew at most four times after a failed row, not for ever");
     app.add_option("--baud", options.runs.baud, "of the line (115200)")->check(CLI::PositiveNumber);
     app.add_option("--exchange-us", options.exchangeUs, "what the panel itself takes for a request (0)");
     auto* cell = app.add_option("--cell", options.cell, "run this cell only");
@@ -245,6 +258,9 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
         options.runs.exchangeTime = std::chrono::microseconds(options.exchangeUs);
         options.runs.trace = options.trace ? "-" : "";
+        if (!options.trace) {
+            silenceOthers();
+        }
         return options.wire   ? compareWire(options)
                : options.cell ? repeat(options)
                               : Campaign(options).execute();

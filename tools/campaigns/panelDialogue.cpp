@@ -3,5 +3,5 @@
 #include "plainDialogue.h"
 
 bool flashByPanel(bootloadHost& host, const DialogueTarget& target) {
-    return plainDialogue(host).flash(target);
+    return plainDialogue(host, false).flash(target);
 }

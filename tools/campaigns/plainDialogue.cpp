@@ -234,20 +234,19 @@ bool plainDialogue::eraseEmptyPages() {
 }
 
 bool plainDialogue::programPage() {
-    for (unsigned retries = 0; retries < TRIES; host.pause(PAUSE)) {
+    unsigned retries = 0;
+    while (retries < TRIES) {
         const std::uint8_t status = sendSoh(*page);
         if (status == IGNOREPG) {
             return true;
         }
-        if (status != OK) {
-            ++retries;
-            continue;
+        if (status == OK && sendRows(page->data) != OK) {
+            retries += countRowFailures ? 1 : 0;
+            continue; // at once
         }
-        if (sendRows(page->data) != OK) {
-            continue; // with the page's start; only refused starts and writes are counted
-        }
-        if (sendPageWrite()) {
-            host.pause(PAUSE);
+        const bool written = status == OK && sendPageWrite();
+        host.pause(PAUSE);
+        if (written) {
             return true;
         }
         ++retries;

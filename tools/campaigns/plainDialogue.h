@@ -14,7 +14,12 @@
  */
 class plainDialogue {
 public:
-    explicit plainDialogue(bootloadHost& panel) : host(panel) {}
+    /**
+     * A page starts anew when a row of it failed. With `rowFailuresCount` that is one of its four tries, else
+     * it may go on for ever.
+     */
+    plainDialogue(bootloadHost& panel, bool rowFailuresCount)
+        : host(panel), countRowFailures(rowFailuresCount) {}
 
     /** True when every request went well: the module should hold the image then. */
     bool flash(const DialogueTarget& target);
@@ -57,6 +62,7 @@ private:
     bool programRecord(const BYTES& record);
 
     bootloadHost& host;
+    bool countRowFailures;
     DialogueTarget target{};
     RECORD record;
     std::uint8_t procType = 0;
