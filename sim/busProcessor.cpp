@@ -6,8 +6,23 @@ namespace sim {
 
 namespace {
 
-bool isReplyFault(FaultKind kind) {
-    return kind >= FaultKind::Lost;
+// It strikes a message, not the module.
+bool isOnTheWay(const Fault& fault) {
+    return fault.kind() >= FaultKind::Lost;
+}
+
+bool isReplyFault(const Fault& fault) {
+    return isOnTheWay(fault) && !fault.damagesRequest();
+}
+
+// Whether a frame that was damaged on its way still says what it was sent to say.
+bool says(const Bytes& bytes, const Message& message) {
+    Decoder decoder;
+    for (const std::uint8_t byte : bytes)
+        for (const Frame& frame : decoder.feed(byte, TimePoint()))
+            if (frame.kind != Frame::Kind::Noise && frame.kind != Frame::Kind::BadCrc)
+                return frame.message.id == message.id && frame.message.payload == message.payload;
+    return false;
 }
 
 } // namespace
@@ -27,6 +42,8 @@ BusProcessor::BusProcessor(std::vector<ModuleConfig> inventory, FaultScript& fau
 }
 
 void BusProcessor::start(TimePoint now) {
+    for (const auto& module : modules_)
+        module->start(now);
     if (timing_.statusPeriod.count() > 0)
         tellOfModules(now);
 }
@@ -51,15 +68,15 @@ void BusProcessor::receive(const Frame& frame, TimePoint now) {
     if (!parsed.request)
         return;
     scheduler_.at(now + timing_.relayDelay,
-                  [this, request = *parsed.request](TimePoint due) { relay(request, due); });
+                  [this, frame, request = *parsed.request](TimePoint due) { relay(frame, request, due); });
 }
 
-void BusProcessor::relay(const Request& request, TimePoint now) {
+void BusProcessor::relay(const Frame& frame, const Request& request, TimePoint now) {
     Module* const module = route(request);
     std::vector<Fault*> faults;
     if (module == nullptr || module->isListening())
         faults = faults_.strike(module == nullptr ? request.module : module->config().address, request);
-    if (!reaches(faults, module, now))
+    if (!reaches(faults, module, now) || !staysWhole(frame, faults, now))
         return;
     prepare(faults, request, module, now);
     ask(request, module, now,
@@ -120,6 +137,17 @@ bool BusProcessor::reaches(const std::vector<Fault*>& faults, Module* module, Ti
     return arrives;
 }
 
+bool BusProcessor::staysWhole(const Frame& frame, const std::vector<Fault*>& faults, TimePoint now) {
+    Bytes bytes = frame.raw;
+    for (Fault* fault : faults) {
+        if (!fault->damagesRequest())
+            continue;
+        inject(*fault, now);
+        fault->corrupt(bytes);
+    }
+    return bytes == frame.raw || says(bytes, frame.message);
+}
+
 void BusProcessor::switchOff(Fault& fault, Module& module, TimePoint now) {
     module.powerOff(fault.requests());
     if (fault.delay().count() > 0)
@@ -134,7 +162,7 @@ void BusProcessor::prepare(const std::vector<Fault*>& faults, const Request& req
     if (module == nullptr)
         return;
     for (Fault* fault : faults) {
-        if (isReplyFault(fault->kind()))
+        if (isOnTheWay(*fault))
             continue;
         inject(*fault, now);
         if (fault->kind() == FaultKind::WriteError)
@@ -151,7 +179,7 @@ void BusProcessor::deliver(Message reply, const std::vector<Fault*>& faults, Tim
     bool lost = false;
     bool twice = false;
     for (Fault* fault : faults) {
-        if (!isReplyFault(fault->kind()))
+        if (!isReplyFault(*fault))
             continue;
         inject(*fault, now);
         fault->alter(reply);
@@ -165,7 +193,8 @@ void BusProcessor::deliver(Message reply, const std::vector<Fault*>& faults, Tim
     for (Fault* fault : faults) {
         if (fault->kind() == FaultKind::Noise)
             send(fault->noise(), start);
-        fault->corrupt(frame);
+        if (!fault->damagesRequest())
+            fault->corrupt(frame);
     }
     send(frame, start);
     if (twice)

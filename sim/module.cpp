@@ -25,6 +25,30 @@ Module::Module(ModuleConfig config, Scheduler& scheduler, Trace& trace, Sink una
         bootloader_->ignorePage(page);
 }
 
+void Module::start(TimePoint now) {
+    every(temper_.babblePeriod, now, [this](TimePoint due) { babble(due); });
+    every(temper_.identityPeriod, now, [this](TimePoint due) { tellIdentity(due); });
+}
+
+void Module::every(Temper::Time period, TimePoint now, const std::function<void(TimePoint due)>& task) {
+    if (period.count() == 0)
+        return;
+    scheduler_.at(now + period, [this, period, task](TimePoint due) {
+        task(due);
+        every(period, due, task);
+    });
+}
+
+void Module::babble(TimePoint now) {
+    if (isListening() && inBootloader_)
+        say(unasked_, replyMessage(replyId(), {}), now);
+}
+
+void Module::tellIdentity(TimePoint now) {
+    if (isListening())
+        say(unasked_, identityMessage(temper_.identityHardware[identitiesTold_++ % 2]), now);
+}
+
 void Module::handle(const Request& request, TimePoint now, const Sink& respond) {
     if (!powered_) {
         countLostRequest();
@@ -100,6 +124,7 @@ void Module::finish(const Job& job, TimePoint now) {
 }
 
 void Module::finishWork(const Job& job, TimePoint now) {
+    const unsigned written = bootloader_->written();
     const Reply result = bootload(job.request);
     lastReply_ = result;
     owed_.reset();
@@ -107,6 +132,8 @@ void Module::finishWork(const Job& job, TimePoint now) {
         say(job.respond, replyMessage(replyId(), result), now);
     else if (job.answers == Temper::Answers::OnStatus || result.status != Status::Ok)
         owed_ = result;
+    if (bootloader_->written() != written && bootloader_->written() == temper_.restartAfter)
+        startBootloaderAnew(now);
 }
 
 void Module::forgetWork() {
@@ -267,6 +294,13 @@ void Module::startApplication() {
     owed_.reset();
 }
 
+void Module::startBootloaderAnew(TimePoint now) {
+    startApplication();
+    inBootloader_ = true;
+    if (config_.processor->identifies)
+        say(unasked_, identification(), now);
+}
+
 // A request came or work was done: the silence after which the session ends begins anew.
 void Module::awaitIdleness(TimePoint now) {
     const unsigned occasion = ++occasions_;
@@ -289,6 +323,10 @@ std::uint8_t Module::statusField() const {
 std::optional<Message> Module::identity() const {
     if (!isListening() || inBootloader_)
         return {};
+    return identityMessage(config_.hardware);
+}
+
+Message Module::identityMessage(std::uint8_t hardware) const {
     Message message{id::moduleIdentity, Bytes(config_.shortIdentity ? 11 : 12)};
     Bytes& p = message.payload;
     p[0] = config_.number;
@@ -300,7 +338,7 @@ std::optional<Message> Module::identity() const {
     p[versionAt + 1] = version_.second;
     p[versionAt + 2] = version_.first;
     if (!config_.shortIdentity && versionAt != 1)
-        p[11] = config_.hardware;
+        p[11] = hardware;
     return message;
 }
 

@@ -24,6 +24,8 @@ public:
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
+    // To be called once, first: what it does of its own accord begins.
+    void start(TimePoint now);
     // A request that reached the module. Its answer goes to respond: within this call when it takes no time,
     // else out of the scheduler; never when the module stays silent.
     void handle(const Request& request, TimePoint now, const Sink& respond);
@@ -79,8 +81,15 @@ private:
     Message enterBootloader();
     Message identification() const;
 
+    Message identityMessage(std::uint8_t hardware) const;
+
+    void every(Temper::Time period, TimePoint now, const std::function<void(TimePoint due)>& task);
+    void babble(TimePoint now);
+    void tellIdentity(TimePoint now);
+
     void startProgram();
     void startApplication();
+    void startBootloaderAnew(TimePoint now);
     void countLostRequest();
     void awaitIdleness(TimePoint now);
 
@@ -101,7 +110,8 @@ private:
     bool working_ = false;
     std::deque<Job> waiting_; // in the order in which they came
     unsigned life_ = 0;       // work that began in an earlier one is void
-    unsigned occasions_ = 0;  // on which the session was kept from ending
+    unsigned identitiesTold_ = 0;
+    unsigned occasions_ = 0; // on which the session was kept from ending
 };
 
 } // namespace sim
