@@ -166,6 +166,15 @@ constexpr Key keys[] = {
     {"identity-hw", [](ModuleConfig& c, const std::string& v) { c.temper.identityHardware = toPair(v); }},
 };
 
+void addModule(std::vector<ModuleConfig>& modules, ModuleConfig config) {
+    for (const ModuleConfig& other : modules)
+        if (other.name == config.name)
+            throw std::invalid_argument(config.name + " stands there twice");
+    modules.push_back(std::move(config));
+}
+
+} // namespace
+
 ModuleConfig parseModule(const std::vector<std::string>& line) {
     const auto known = std::find_if(std::begin(knownModules), std::end(knownModules),
                                     [&line](const KnownModule& module) { return module.name == line[0]; });
@@ -188,15 +197,6 @@ ModuleConfig parseModule(const std::vector<std::string>& line) {
     }
     return config;
 }
-
-void addModule(std::vector<ModuleConfig>& modules, ModuleConfig config) {
-    for (const ModuleConfig& other : modules)
-        if (other.name == config.name)
-            throw std::invalid_argument(config.name + " stands there twice");
-    modules.push_back(std::move(config));
-}
-
-} // namespace
 
 std::vector<ModuleConfig> loadInventory(const std::string& file) {
     std::vector<ModuleConfig> modules;

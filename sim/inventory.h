@@ -29,6 +29,9 @@ struct ModuleConfig {
     Flash flash; // as it is at the start
 };
 
+// A line of an inventory, cut into words. Throws std::invalid_argument.
+ModuleConfig parseModule(const std::vector<std::string>& line);
+
 // Throws std::runtime_error, naming file and line, for anything it can't use. An empty name gives no modules.
 std::vector<ModuleConfig> loadInventory(const std::string& file);
 

@@ -1,23 +1,16 @@
 #include "matrixCells.h"
 
-#include <algorithm>
-#include <initializer_list>
-#include <utility>
-
-using sim::Temper;
-
 namespace {
-
-const char* const KINDS[] = {"pic24",   "pic24-old",   "stm32f0",      "stm32f3",
-                             "stm32f4", "pic32-pages", "pic32-records"};
 
 constexpr std::uint32_t FULL = 0xFFFFFFFF; // all bytes of a page
 
 const Shape SHAPES[] = {
     {"one-row", {{0, 5}}, true},
     {"full", {{0, FULL}}, true},
+    {"two-full", {{0, FULL}, {1, FULL}}, true},
     {"several", {{0, 50}, {1, 50}, {2, 50}}, true},
     {"gaps", {{0, 30}, {3, 30}, {6, 9}}, true},
+    {"late-start", {{2, 30}}, false},
     {"last-row-1", {{0, 40}, {1, 1}}, false},
     {"last-row-2", {{0, 40}, {1, 2}}, false},
     {"last-row-3", {{0, 40}, {1, 3}}, false},
@@ -49,55 +42,26 @@ bool erases(const Kind& kind) {
     return erasesPages(kind) || erasesAll(kind);
 }
 
-template <class FIELD>
-Dimension numbers(const char* name, FIELD Temper::*field, std::initializer_list<unsigned> values,
-                  bool (*concerns)(const Kind&) = always) {
-    Dimension dimension{name, {}, concerns};
-    for (const unsigned value : values) {
-        dimension.values.push_back(
-            {std::to_string(value), [field, value](Temper& temper) { temper.*field = FIELD(value); }});
-    }
-    return dimension;
-}
-
-template <class FIELD>
-Dimension ways(const char* name, FIELD Temper::*field,
-               std::initializer_list<std::pair<const char*, FIELD>> values,
-               bool (*concerns)(const Kind&) = always) {
-    Dimension dimension{name, {}, concerns};
-    for (const auto& [text, value] : values) {
-        dimension.values.push_back({text, [field, way = value](Temper& temper) { temper.*field = way; }});
-    }
-    return dimension;
-}
-
-const std::vector<Dimension>& dimensions() {
-    using Answers = Temper::Answers;
-    static const std::vector<Dimension> all = {
-        numbers("row-ms", &Temper::rowTime, {20, 45, 60, 100, 200, 400}),
-        numbers("start-ms", &Temper::startTime, {20, 45, 60, 100, 200, 400, 600}, takesPages),
-        numbers("write-ms", &Temper::writeTime, {10, 50, 100, 200, 400, 800, 1500}),
-        numbers("erase-page-ms", &Temper::erasePageTime, {20, 100, 500}, erasesPages),
-        numbers("erase-all-ms", &Temper::eraseAllTime, {200, 1000, 2500, 3000, 8000, 16000}, erasesAll),
-        ways("busy", &Temper::busy, {{"drop", Temper::Busy::Drop}, {"answer", Temper::Busy::Answer}}),
-        ways("write-answer", &Temper::writeAnswer,
-             {{"status", Answers::OnStatus}, {"at-once", Answers::AtOnce}}),
-        ways("erase-answer", &Temper::eraseAnswer,
-             {{"status", Answers::OnStatus}, {"at-once", Answers::AtOnce}}, erases),
-        ways("on-status", &Temper::onStatus,
-             {{"state", Temper::OnStatus::State}, {"nothing", Temper::OnStatus::Nothing}}),
-        numbers("names", &Temper::namedModule, {0, 1, 99}),
-        numbers("identifies", &Temper::identifiedModule, {1, 99}, identifies),
-        numbers("reply-length", &Temper::replyLength, {2, 3, 5, 8}),
-        numbers("enter-row", &Temper::enterRow, {1, 5, 0xFFFF}, isOld),
-        numbers("enter-nth", &Temper::enterNth, {2, 3, 4}),
-        numbers("enter-ms", &Temper::enterTime, {300, 900}),
-        ways("deaf", &Temper::deafToEnter, {{"", true}}),
-        numbers("latency-ms", &Temper::latency, {20, 45, 60, 100, 130, 180}),
-        numbers("idle-ms", &Temper::idleTime, {300, 450, 1000}),
-    };
-    return all;
-}
+const Dimension DIMENSIONS[] = {
+    {"row-ms", {"20", "45", "60", "100", "200", "400"}, always},
+    {"start-ms", {"20", "45", "60", "100", "200", "400", "600"}, takesPages},
+    {"write-ms", {"10", "50", "100", "200", "400", "800", "1500"}, always},
+    {"erase-page-ms", {"20", "100", "500"}, erasesPages},
+    {"erase-all-ms", {"200", "1000", "2500", "3000", "8000", "16000"}, erasesAll},
+    {"busy", {"drop", "answer"}, always},
+    {"write-answer", {"status", "at-once"}, always},
+    {"erase-answer", {"status", "at-once"}, erases},
+    {"on-status", {"state", "nothing"}, always},
+    {"names", {"0", "1", "99"}, always},
+    {"identifies", {"1", "99"}, identifies},
+    {"reply-length", {"2", "3", "5", "8"}, always},
+    {"enter-row", {"1", "5", "65535"}, isOld},
+    {"enter-nth", {"2", "3", "4"}, always},
+    {"enter-ms", {"300", "900"}, always},
+    {"deaf", {""}, always},
+    {"latency-ms", {"20", "45", "60", "100", "130", "180"}, always},
+    {"idle-ms", {"300", "450", "1000"}, always},
+};
 
 std::vector<const Shape*> shapesFor(const Kind& kind) {
     std::vector<const Shape*> shapes;
@@ -111,7 +75,7 @@ std::vector<const Shape*> shapesFor(const Kind& kind) {
 
 std::vector<const Dimension*> dimensionsFor(const Kind& kind) {
     std::vector<const Dimension*> concerned;
-    for (const Dimension& dimension : dimensions()) {
+    for (const Dimension& dimension : DIMENSIONS) {
         if (dimension.concerns(kind)) {
             concerned.push_back(&dimension);
         }
@@ -134,17 +98,16 @@ std::uint32_t pageAddress(const Kind& kind, std::uint32_t page) {
 } // namespace
 
 std::string Cell::text() const {
-    std::string words = std::string(kind->name) + " " + shape->name;
-    for (const Trait& trait : traits) {
-        words += " " + trait.dimension->name + (trait.value->text.empty() ? "" : "=" + trait.value->text);
-    }
-    return words;
+    return std::string(kind->name) + " " + shape->name + temper();
 }
 
-void Cell::apply(Temper& temper) const {
+std::string Cell::temper() const {
+    std::string words;
     for (const Trait& trait : traits) {
-        trait.value->set(temper);
+        const std::string value = trait.value;
+        words += std::string(" ") + trait.dimension->name + (value.empty() ? "" : "=" + value);
     }
+    return words;
 }
 
 Memory imageOf(const Kind& kind, const Shape& shape, std::mt19937_64& random) {
@@ -167,13 +130,13 @@ MatrixCells::MatrixCells(std::uint64_t seedOfDrawn, unsigned traitsOfDrawn)
             single.push_back({single.size(), &kind, shape, traits});
         }
     };
-    for (const char* name : KINDS) {
-        add(kindNamed(name), {});
+    for (const Kind& kind : kinds()) {
+        add(kind, {});
     }
-    for (const char* name : KINDS) {
-        for (const Dimension* dimension : dimensionsFor(kindNamed(name))) {
-            for (const Dimension::Value& value : dimension->values) {
-                add(kindNamed(name), {{dimension, &value}});
+    for (const Kind& kind : kinds()) {
+        for (const Dimension* dimension : dimensionsFor(kind)) {
+            for (const char* value : dimension->values) {
+                add(kind, {{dimension, value}});
             }
         }
     }
@@ -185,12 +148,12 @@ Cell MatrixCells::at(std::size_t number) const {
 
 Cell MatrixCells::drawn(std::size_t number) const {
     std::mt19937_64 random(seed * 1'000'000'007 + number);
-    const Kind& kind = kindNamed(pick(KINDS, random));
+    const Kind& kind = pick(kinds(), random);
     Cell cell{number, &kind, pick(shapesFor(kind), random), {}};
     std::vector<const Dimension*> left = dimensionsFor(kind);
     while (cell.traits.size() < together && !left.empty()) {
         const auto at = left.begin() + static_cast<std::ptrdiff_t>(random() % left.size());
-        cell.traits.push_back({*at, &pick((*at)->values, random)});
+        cell.traits.push_back({*at, pick((*at)->values, random)});
         left.erase(at);
     }
     return cell;

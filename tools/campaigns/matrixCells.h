@@ -1,10 +1,8 @@
 #pragma once
 
 #include "firmware.h"
-#include "sim/temper.h"
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,19 +22,15 @@ struct Shape {
 /** One thing in which modules behave differently, and the ways in which they do; the usual one is left out.
  */
 struct Dimension {
-    struct Value {
-        std::string text; ///< as an inventory of the simulator has it, behind "NAME="; empty for a mere NAME
-        std::function<void(sim::Temper&)> set;
-    };
-    std::string name;
-    std::vector<Value> values;
+    const char* name;                   ///< key in an inventory of the simulator
+    std::vector<const char*> values;    ///< an empty one is for a mere key
     bool (*concerns)(const Kind& kind); ///< it makes a difference with modules of this kind
 };
 
 struct Cell {
     struct Trait {
         const Dimension* dimension;
-        const Dimension::Value* value;
+        const char* value;
     };
     std::size_t number;
     const Kind* kind;
@@ -45,7 +39,8 @@ struct Cell {
 
     /** "stm32f4 gaps row-ms=60 busy=drop" */
     std::string text() const;
-    void apply(sim::Temper& temper) const;
+    /** What an inventory says of the module: " row-ms=60 busy=drop" */
+    std::string temper() const;
 };
 
 Memory imageOf(const Kind& kind, const Shape& shape, std::mt19937_64& random);

@@ -13,8 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uint8_t CAN_ADDRESS = 13;
-constexpr std::uint8_t SERIAL_ADDRESS = sim::controlModule;
 constexpr std::chrono::seconds LAST_WORK{60}; // what a module may still be at when the dialogue has ended
 
 bool isSerial(const Kind& kind) {
@@ -96,12 +94,9 @@ const MatrixRuns::Firmware& MatrixRuns::firmwareOf(const Kind& kind, const Shape
 
 virtualBus::SETTINGS MatrixRuns::busFor(const Cell& cell, const Firmware& made) const {
     virtualBus::SETTINGS bus;
-    bus.module.name = cell.kind->name;
-    bus.module.serialBootloader = isSerial(*cell.kind);
-    bus.module.address = bus.module.serialBootloader ? SERIAL_ADDRESS : CAN_ADDRESS;
-    bus.module.processor = &sim::processorNamed(cell.kind->name);
+    bus.module = sim::parseModule(sim::words(std::string(isSerial(*cell.kind) ? "ctrl" : "mf1") + " kind=" +
+                                             cell.kind->name + " " + settings.temper + cell.temper()));
     bus.module.flash = made.before;
-    cell.apply(bus.module.temper);
     bus.faults = settings.faults;
     bus.seed = cell.number + 1;
     bus.baud = settings.baud;

@@ -33,6 +33,7 @@ struct MatrixResult {
 class MatrixRuns {
 public:
     struct Settings {
+        std::string temper;              ///< further words for every module, as in an inventory
         double lose = 0;                 ///< share of requests, and of replies, that are lost
         std::vector<std::string> faults; ///< lines of the simulator's fault script
         unsigned baud = 115200;

@@ -234,6 +234,8 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--only", options.only, "cells whose words contain this");
     app.add_option("--list", options.lists, "tell the cells that are better, worse, wrong ...")
         ->check(CLI::IsMember({"better", "worse", "wrong", "endless", "plain-wrong", "plain-endless"}));
+    app.add_option("--temper", options.runs.temper,
+                   "further words for every module, as an inventory has them");
     app.add_option("--lose", options.runs.lose, "share of requests, and of replies, that are lost")
         ->check(CLI::Range(0.0, 1.0));
     app.add_option("--fault", options.runs.faults, "a line of the simulator's fault script; may be repeated");
