@@ -143,10 +143,11 @@ private:
         });
     }
 
-    static void list(const Cell& cell, const std::string& text, const Comparison& result) {
+    void list(const Cell& cell, const std::string& text, const Comparison& result) const {
         const auto& log = result.panel.log;
-        std::fprintf(results, "--cell %zu: %s: plain %s, panel %s%s\n", cell.number, text.c_str(),
-                     VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
+        std::fprintf(results, "--seed %llu --together %u --cell %zu: %s: plain %s, panel %s%s\n",
+                     static_cast<unsigned long long>(options.seed), options.together, cell.number,
+                     text.c_str(), VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
                      VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
                      log.empty() ? "" : (": " + log.back()).c_str());
     }
