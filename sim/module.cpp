@@ -74,6 +74,8 @@ void Module::begin(Job job, TimePoint now) {
     log_.setTime(now);
     if (!obeys(job.request))
         return;
+    if (job.request.kind != RequestKind::Status)
+        owed_.reset();
     job.answers = answersTo(job.request);
     if (job.answers == Temper::Answers::AtOnce) {
         lastReply_ = Reply{};
@@ -127,7 +129,6 @@ void Module::finishWork(const Job& job, TimePoint now) {
     const unsigned written = bootloader_->written();
     const Reply result = bootload(job.request);
     lastReply_ = result;
-    owed_.reset();
     if (job.answers == Temper::Answers::Directly)
         say(job.respond, replyMessage(replyId(), result), now);
     else if (job.answers == Temper::Answers::OnStatus || result.status != Status::Ok)
@@ -215,7 +216,7 @@ std::optional<Reply> Module::statusReply() {
         return {};
     if (tellsState && working_)
         return Reply{Status::BadChecksum, 0};
-    if (owed_ && !working_)
+    if (owed_)
         return std::exchange(owed_, std::nullopt);
     if (tellsState)
         return Reply{Status::Ok, bootloader_->lastRow()};

@@ -105,7 +105,7 @@ private:
     unsigned entersHeard_ = 0; // since power came
     bool inBootloader_ = false;
     std::optional<Reply> lastReply_; // since the bootloader started
-    std::optional<Reply> owed_;      // result that only a status request can still fetch
+    std::optional<Reply> owed_; // result that a status request can still fetch, up to the next other request
 
     bool working_ = false;
     std::deque<Job> waiting_; // in the order in which they came

@@ -18,10 +18,10 @@ constexpr milliseconds AFTERWARDS(400);
 /** One module behind the bus processor; what it answers is written down with its time. */
 class moduleOnBus {
 public:
-    moduleOnBus(const std::string& keys, const std::string& fault)
+    moduleOnBus(const std::string& keys, const std::string& faultTexts)
         : trace("", START),
           faults(1),
-          bus(inventory(keys), withFault(fault), scheduler, trace,
+          bus(inventory(keys), withFaults(faultTexts), scheduler, trace,
               [this](const Bytes& frame, TimePoint when) { note(frame, when); },
               {std::chrono::microseconds(0), milliseconds(0)}) {
         bus.start(START);
@@ -59,8 +59,9 @@ private:
         return modules;
     }
 
-    FaultScript& withFault(const std::string& text) {
-        if (!text.empty()) {
+    FaultScript& withFaults(const std::string& texts) {
+        std::istringstream stream(texts);
+        for (std::string text; std::getline(stream, text, ';');) {
             faults.add(text);
         }
         return faults;
@@ -120,7 +121,7 @@ private:
 
 struct CASE {
     const char* keys;
-    const char* fault;
+    const char* faults;
     const char* script;
     const char* answers;
     unsigned written;
@@ -128,9 +129,9 @@ struct CASE {
 
 void playAll(std::initializer_list<CASE> cases) {
     for (const CASE& c : cases) {
-        moduleOnBus bus(c.keys, c.fault);
-        EXPECT_EQ(bus.play(c.script), c.answers) << c.keys << "; " << c.fault << "; " << c.script;
-        EXPECT_EQ(bus.written(), c.written) << c.keys << "; " << c.fault << "; " << c.script;
+        moduleOnBus bus(c.keys, c.faults);
+        EXPECT_EQ(bus.play(c.script), c.answers) << c.keys << "; " << c.faults << "; " << c.script;
+        EXPECT_EQ(bus.written(), c.written) << c.keys << "; " << c.faults << "; " << c.script;
     }
 }
 
@@ -150,8 +151,9 @@ TEST(temperTest, WorkTakesItsTime) {
         // on its way an answer keeps nobody from asking on
         {"kind=stm32f3 latency-ms=15", "", PAGE, "15 id/13, 25 OK/0, 35 OK/0, 45 OK/1, 55 OK/0", 1},
         // power that goes takes along what was begun and what waits
-        {"kind=stm32f3 write-ms=50", "power-cycle on=start nth=2 ms=5",
-         PAGE ", 50 status, 60 start 7, 70 enter, 80 write", ROWS ", 70 id/13, 80 MISSEDPACKET/0", 0},
+        {"kind=stm32f3 enter-ms=5 write-ms=50", "power-cycle on=start nth=2 ms=5",
+         PAGE ", 50 status, 60 start 7, 70 enter, 80 write",
+         "5 id/13, 10 OK/0, 20 OK/0, 30 OK/1, 75 id/13, 80 MISSEDPACKET/0", 0},
     });
 }
 
@@ -219,7 +221,8 @@ TEST(temperTest, SessionsBeginAndEnd) {
          "0 enter, 10 enter, 20 status, 30 enter, 40 enter", "10 OK/0, 40 OK/0", 0},
         {"kind=stm32f3 deaf", "", "0 enter, 10 start 7, 20 enter, 30 row 0, 40 leave, 50 enter",
          "0 id/13, 10 OK/0, 30 OK/0, 40 OK/0, 50 id/13", 0},
-        // every request and the end of work put the end of the session off
+        // work is no silence, but what follows it is; every request puts the end off
+        {"kind=stm32f3 idle-ms=100 write-ms=300", "", PAGE ", 445 status", ROWS ", 340 OK/0", 1},
         {"kind=stm32f3 idle-ms=100 write-ms=300", "", PAGE ", 430 status, 520 status, 621 status, 630 enter",
          ROWS ", 340 OK/0, 430 OK/0, 520 OK/0, 630 id/13", 1},
     });
@@ -246,6 +249,7 @@ TEST(temperTest, BytesAreDamagedOnTheirWay) {
         // the closing bytes say nothing
         {"kind=stm32f3", "flip-request on=start at=17", script, "0 id/13, 10 OK/0, 20 OK/0", 0},
         {"kind=stm32f3", "drop-byte on=start", script, damaged, 0},
+        {"kind=stm32f3", "cut on=start at=1; flip on=start", script, damaged, 0},
         {"kind=stm32f3", "insert-byte on=start at=5 value=4", script, damaged, 0},
     });
 }
