@@ -4,24 +4,15 @@ namespace {
 
 constexpr std::uint32_t FULL = 0xFFFFFFFF; // all bytes of a page
 
-const Shape SHAPES[] = {
-    {"one-row", {{0, 5}}, true},
-    {"full", {{0, FULL}}, true},
-    {"two-full", {{0, FULL}, {1, FULL}}, true},
-    {"several", {{0, 50}, {1, 50}, {2, 50}}, true},
-    {"gaps", {{0, 30}, {3, 30}, {6, 9}}, true},
-    {"late-start", {{2, 30}}, false},
-    {"last-row-1", {{0, 40}, {1, 1}}, false},
-    {"last-row-2", {{0, 40}, {1, 2}}, false},
-    {"last-row-3", {{0, 40}, {1, 3}}, false},
-    {"last-row-4", {{0, 40}, {1, 4}}, false},
-    {"last-row-5", {{0, 40}, {1, 5}}, false},
-    {"last-row-6", {{0, 40}, {1, 6}}, false},
-    {"last-row-7", {{0, 40}, {1, 7}}, false},
-};
-
 bool always(const Kind&) {
     return true;
+}
+bool packs(const Kind& kind) {
+    return kind.packed;
+}
+/** A used page is not filled up. */
+bool sendsPart(const Kind& kind) {
+    return !packs(kind);
 }
 bool identifies(const Kind& kind) {
     return kind.name != std::string("pic24-old");
@@ -41,6 +32,22 @@ bool erasesAll(const Kind& kind) {
 bool erases(const Kind& kind) {
     return erasesPages(kind) || erasesAll(kind);
 }
+
+const Shape SHAPES[] = {
+    {"one-row", {{0, 5}}, always},
+    {"full", {{0, FULL}}, always},
+    {"two-full", {{0, FULL}, {1, FULL}}, packs},
+    {"several", {{0, 50}, {1, 50}, {2, 50}}, always},
+    {"gaps", {{0, 30}, {3, 30}, {6, 9}}, always},
+    {"late-start", {{2, 30}}, sendsPart},
+    {"last-row-1", {{0, 40}, {1, 1}}, sendsPart},
+    {"last-row-2", {{0, 40}, {1, 2}}, sendsPart},
+    {"last-row-3", {{0, 40}, {1, 3}}, sendsPart},
+    {"last-row-4", {{0, 40}, {1, 4}}, sendsPart},
+    {"last-row-5", {{0, 40}, {1, 5}}, sendsPart},
+    {"last-row-6", {{0, 40}, {1, 6}}, sendsPart},
+    {"last-row-7", {{0, 40}, {1, 7}}, sendsPart},
+};
 
 const Dimension DIMENSIONS[] = {
     {"row-ms", {"20", "45", "60", "100", "200", "400"}, always},
@@ -66,7 +73,7 @@ const Dimension DIMENSIONS[] = {
 std::vector<const Shape*> shapesFor(const Kind& kind) {
     std::vector<const Shape*> shapes;
     for (const Shape& shape : SHAPES) {
-        if (shape.whole || !kind.packed) {
+        if (shape.suits(kind)) {
             shapes.push_back(&shape);
         }
     }

@@ -16,7 +16,7 @@ struct Shape {
     };
     std::string name;
     std::vector<Part> parts;
-    bool whole; ///< different, too, where a used page is filled up
+    bool (*suits)(const Kind& kind); ///< it is no other shape's twin with this kind
 };
 
 /** One thing in which modules behave differently, and the ways in which they do; the usual one is left out.

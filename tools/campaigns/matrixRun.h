@@ -54,7 +54,7 @@ private:
         std::string path;
         std::uint32_t firstCell = 0; ///< of flash, from which on it was full before
         sim::Flash before;
-        sim::Bytes after;
+        std::vector<sim::Bytes> after; ///< either of these
     };
 
     const Firmware& firmwareOf(const Kind& kind, const Shape& shape);
