@@ -15,8 +15,9 @@ namespace {
 
 constexpr std::chrono::seconds LAST_WORK{60}; // what a module may still be at when the dialogue has ended
 
-bool isSerial(const Kind& kind) {
-    return std::string(kind.name).rfind("pic32", 0) == 0;
+/** As an inventory names it: a PIC32 sits on the serial bootloader. */
+const char* moduleName(const Kind& kind) {
+    return std::string(kind.name).rfind("pic32", 0) == 0 ? "ctrl" : "mf1";
 }
 
 fs::path temporaryDirectory() {
@@ -103,8 +104,9 @@ const MatrixRuns::Firmware& MatrixRuns::firmwareOf(const Kind& kind, const Shape
 
 virtualBus::SETTINGS MatrixRuns::busFor(const Cell& cell, const Firmware& made) const {
     virtualBus::SETTINGS bus;
-    bus.module = sim::parseModule(sim::words(std::string(isSerial(*cell.kind) ? "ctrl" : "mf1") + " kind=" +
-                                             cell.kind->name + " " + settings.temper + cell.temper()));
+    bus.module =
+        sim::parseModule(sim::words(std::string(moduleName(*cell.kind)) + " kind=" + cell.kind->name + " " +
+                                    settings.temper + cell.temper()));
     bus.module.flash = made.before;
     bus.faults = settings.faults;
     bus.seed = cell.number + 1;
@@ -118,7 +120,8 @@ MatrixResult MatrixRuns::run(const Cell& cell, Dialogue dialogue) {
     virtualBus bus(busFor(cell, made));
     virtualHost host(bus, settings.exchangeTime);
     const virtualBus::clock::time_point start = bus.now();
-    const DialogueTarget target{bus.module().config().address, isSerial(*cell.kind), made.path};
+    const sim::ModuleConfig& module = bus.module().config();
+    const DialogueTarget target{module.address, module.serialBootloader, made.path};
     MatrixResult result;
     try {
         const bool done = dialogue == Dialogue::PLAIN
@@ -127,7 +130,7 @@ MatrixResult MatrixRuns::run(const Cell& cell, Dialogue dialogue) {
         result.time = bus.now() - start;
         bus.advance(bus.now() + LAST_WORK);
         const bool equal = std::any_of(made.after.begin(), made.after.end(), [&](const sim::Bytes& after) {
-            return holds(bus.module().flash(), made.firstCell, after);
+            return holds(module.flash, made.firstCell, after);
         });
         result.verdict = !done ? Verdict::REFUSED : equal ? Verdict::FLASHED : Verdict::WRONG;
     } catch (const virtualBus::endless&) {

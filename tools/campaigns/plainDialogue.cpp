@@ -35,14 +35,13 @@ enum PROCESSOR : std::uint8_t {
 void plainDialogue::fileAnswers() {
     while (const auto answer = host.receive(bootloadHost::milliseconds(0))) {
         if (const auto& said = answer->identification) {
-            record.moduleReported = said->module;
+            record.identifiedModule = said->module;
             record.serialBootload = said->serial;
             record.reportedType = said->type;
             record.blInitData = true;
         } else {
             record.status = answer->reply.status;
             record.page = answer->reply.row;
-            record.moduleReported = answer->reply.module;
         }
         record.hasResponse = true;
     }
@@ -53,7 +52,6 @@ void plainDialogue::clearAndSend(const MESSAGE& msg) {
     record.hasResponse = false;
     record.page = NO_PAGE;
     record.status = 0;
-    record.moduleReported = busMessages::NO_MODULE;
     host.send(msg);
 }
 
@@ -180,7 +178,7 @@ bool plainDialogue::isRightModule() const {
         return record.serialBootload;
     }
     return !record.blInitData ||
-           (!record.serialBootload && record.moduleReported == static_cast<std::int8_t>(target.address));
+           (!record.serialBootload && record.identifiedModule == static_cast<std::int8_t>(target.address));
 }
 
 bool plainDialogue::selectLayout() {

@@ -33,7 +33,7 @@ private:
         bool hasResponse = false;
         std::uint8_t status = 0;
         std::uint32_t page = 0;
-        std::int8_t moduleReported = 0;
+        std::int8_t identifiedModule = 0;
         bool blInitData = false;
         bool serialBootload = false;
         std::uint8_t reportedType = 0;
