@@ -69,6 +69,10 @@ std::uint8_t at(const Memory& memory, std::uint32_t address) {
 
 } // namespace
 
+std::span<const Kind> kinds() {
+    return KINDS;
+}
+
 const Kind& kindNamed(const std::string& name) {
     return *std::find_if(std::begin(KINDS), std::end(KINDS),
                          [&](const Kind& kind) { return kind.name == name; });
