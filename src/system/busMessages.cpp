@@ -201,4 +201,8 @@ std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t th
     return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
 }
 
+std::string IDENTIFICATION::versionText() const {
+    return busMessages::versionText(version[0], version[1], version[2]);
+}
+
 } // namespace busMessages

@@ -69,6 +69,7 @@ struct IDENTIFICATION {
     std::uint8_t type = 0;        ///< busProtocol::PROC_TYPE
     bool serial = false;          ///< it is a serial bootloader
     std::int8_t module = NO_MODULE;
+    std::string versionText() const;
     bool operator==(const IDENTIFICATION&) const = default;
 };
 

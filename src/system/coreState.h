@@ -94,6 +94,9 @@ public:
      */
     shared<bool> startModePending;
 
+    /** Images that can't arrive whole are refused; else the log warns of them. Key `strict_images`. */
+    bool strictImages = false;
+
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse() { answers.reset(); }
     /** The record as one reply left it. */

@@ -43,13 +43,20 @@ void replyBox::write(const busMessages::REPLY& reply) {
 }
 
 void replyBox::write(const busMessages::IDENTIFICATION& identification) {
-    const auto& version = identification.version;
     last.hwRev = identification.hwRev;
-    last.swVersion = busMessages::versionText(version[0], version[1], version[2]);
+    last.swVersion = identification.versionText();
     last.moduleReported = identification.module;
     last.serialBootload = identification.serial;
     last.reportedType = static_cast<busProtocol::PROC_TYPE>(identification.type);
     last.blInitData = true;
+}
+
+void replyBox::forgetIdentification() {
+    const std::lock_guard<std::mutex> held(guard);
+    last.blInitData = false;
+    last.hwRev = 0;
+    last.swVersion = std::string();
+    last.serialBootload = false;
 }
 
 void replyBox::reset() {

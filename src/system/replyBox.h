@@ -56,6 +56,8 @@ public:
      * `moduleReported`, in this order. What an identification said stays.
      */
     void reset();
+    /** Before a module is asked into its bootloader: what the one before said of itself. */
+    void forgetIdentification();
 
     /** The oldest answer that was not taken yet. */
     std::optional<busMessages::ANSWER> take();

@@ -9,6 +9,7 @@
 #include <string>
 
 class action;
+class serialBootload;
 class updateCoreLoad;
 
 /**
@@ -61,7 +62,7 @@ public slots:
 
 private:
     void endThreads();
-    bool enterUpdateMode();
+    bool enterUpdateMode(serialBootload& sender);
     bool updateUpdater();
-    bool updateEverythingElse();
+    bool updateEverythingElse(serialBootload& serial);
 };
