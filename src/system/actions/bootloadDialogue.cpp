@@ -260,7 +260,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     }
     if (answer.reply.status == OK || !heard.maybe) {
         heard.maybe = answer.reply;
-        heard.maybeUntil = host.now() + passOf(timeoutOf(request.kind)) * (1U << (2 * request.attempt));
+        heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
     return request.proof == PROOF::MARK;
 }
@@ -361,8 +361,7 @@ void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
 
 /** What may be another's answer is taken in the end, unless the module is known to answer by itself. */
 bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
-    const bool isLast = n + 1 >= TRIES || (request.kind == KIND::WRITE && request.attempt + 1 >= TRIES);
-    return isLast && !answersDirectly[indexOf(request.kind)];
+    return (n + 1 >= TRIES || request.last) && !answersDirectly[indexOf(request.kind)];
 }
 
 bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n) {

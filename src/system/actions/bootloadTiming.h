@@ -61,6 +61,10 @@ constexpr milliseconds eraseWork(std::uint32_t pages) {
     return pages == 0 ? ERASE_ALL_WORK : std::min(ERASE_ALL_WORK, ERASE_WORK + pages * ERASE_PAGE_WORK);
 }
 
+/** What may be another's answer is taken for a request that others prove, when no better one follows. */
+constexpr milliseconds BETTER_ANSWER[TRIES] = {milliseconds(80), milliseconds(320), milliseconds(1000),
+                                               milliseconds(1000)};
+
 // What may still come on the line.
 constexpr milliseconds LATEST{500};          // a reply is at most this late, or lost
 constexpr milliseconds LATEST_ENTRY{2000};   // so is the answer to "enter your bootloader"

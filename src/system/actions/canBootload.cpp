@@ -83,6 +83,7 @@ action::STATUS canBootload::compareReported(bool isOwn, bool force) {
     std::printf("%d %d\n", base->id, static_cast<int>(said.module));
     if (said.serial || !isOwn) {
         std::printf("No module\n");
+        log("Bootloader of another module", logger::LOG_WARNING);
         return NOMODULE;
     }
     const std::string version = said.versionText();

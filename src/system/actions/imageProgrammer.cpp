@@ -46,7 +46,8 @@ REQUEST imageProgrammer::request(KIND kind, std::uint32_t row) const {
     made.module = module;
     made.kind = kind;
     made.row = row;
-    made.attempt = attempt;
+    made.attempt = attempt % LONE;
+    made.last = kind == KIND::WRITE && attempt + 1 >= TRIES;
     made.work = kind == KIND::WRITE ? WRITE_WORK : ROW_WORK;
     return made;
 }

@@ -79,6 +79,6 @@ private:
     unsigned attempt = LONE;   ///< how often the page or record at hand was begun before
     bool wasAnswered = false;  ///< the last request
 
-    /** A request that is part of no page: what may be its answer is taken, since nothing comes behind it. */
-    static constexpr unsigned LONE = bootloadTiming::TRIES - 1;
+    /** Of a request that is part of no page: it waits like the first, and is the last. */
+    static constexpr unsigned LONE = bootloadTiming::TRIES;
 };

@@ -86,6 +86,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
     const busMessages::IDENTIFICATION& said = dialogue.identification();
     if (entry != bootloadDialogue::ENTRY::IDENTIFIED || !said.serial) {
         std::printf("BL responding is not SERIAL\n");
+        log("Serial: Not a serial bootloader", logger::LOG_WARNING);
         return NOMODULE;
     }
     const std::string version = said.versionText();
