@@ -169,17 +169,32 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
 
 // Quiet
 
-/** Until when something may come that could be taken for the answer to the request; none when nothing may. */
-std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request) const {
+/** Whether the answer to an earlier request could be taken for the answer to this one. */
+bool bootloadDialogue::confuses(const OPEN& entry, const REQUEST& request) const {
+    if (isAsked(entry)) {
+        return false;
+    }
+    if (request.kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == OPEN::MARKED) {
+        return true;
+    }
+    if (entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED) {
+        return !identifies;
+    }
+    const bool repeatsRow =
+        entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
+    return repeatsRow || entry.row == request.row;
+}
+
+/**
+ * Until when something may come that could be taken for the answer to the request; none when nothing may. The
+ * first try of a request that nothing proves does not wait for earlier answers, lest the session end
+ * meanwhile: its own is doubted then, and it is asked again behind a mark.
+ */
+std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request,
+                                                                               bool again) const {
     std::optional<clock::time_point> until;
     for (const OPEN& entry : open) {
-        const bool repeatsRow =
-            entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
-        const bool isEntry = entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED;
-        const bool confuses = request.kind == KIND::ENTER || entry.kind == KIND::COMMAND ||
-                              (isEntry ? !identifies : entry.row == request.row) || repeatsRow ||
-                              entry.type == OPEN::MARKED;
-        if (!isAsked(entry) && confuses) {
+        if (confuses(entry, request) && (again || !provesNothing(request))) {
             until = std::max(until.value_or(entry.until), entry.until);
         }
     }
@@ -190,10 +205,10 @@ std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(c
 }
 
 /** Lets pass what could be taken for the request's answer. False when the line does not fall quiet. */
-bool bootloadDialogue::settle(const REQUEST& request) {
+bool bootloadDialogue::settle(const REQUEST& request, bool again) {
     const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
     drain();
-    while (const auto until = confusedUntil(request)) {
+    while (const auto until = confusedUntil(request, again)) {
         const auto now = host.now();
         if (now >= limit || host.cancelled()) {
             return false;
@@ -202,7 +217,7 @@ bool bootloadDialogue::settle(const REQUEST& request) {
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
             judge(*answer);
         } else if (host.now() >= sentAt + KEEP_ALIVE) {
-            keepAlive(request);
+            keepAlive(request, again);
         }
     }
     std::erase_if(open, [&](const OPEN& entry) { return entry.until <= host.now() && !isAsked(entry); });
@@ -210,13 +225,14 @@ bool bootloadDialogue::settle(const REQUEST& request) {
 }
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
-void bootloadDialogue::keepAlive(const REQUEST& request) {
+void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
     const bool isWaiting =
         std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
-    if (request.proof == PROOF::MARK && !isWaiting) {
-        sendMark();
-    } else if (request.proof == PROOF::NOTHING && lastReply && lastReply->row != request.row) {
+    const bool isDistinct = lastReply && lastReply->row != request.row;
+    if (request.proof == PROOF::NOTHING && isDistinct) {
         sendStatus(request.module, NOTHING_ASKED);
+    } else if ((request.proof == PROOF::MARK || again) && !isWaiting) {
+        sendMark();
     }
     sentAt = host.now();
 }
@@ -226,7 +242,8 @@ void bootloadDialogue::keepAlive(const REQUEST& request) {
 /** Whether the answer to a status request looks the same before and behind the request, and nothing else
  * tells. */
 bool bootloadDialogue::provesNothing(const REQUEST& request) const {
-    return request.proof == PROOF::NOTHING && (!lastReply || lastReply->row == request.row);
+    return request.proof == PROOF::NOTHING &&
+           (!lastReply || (lastReply->row == request.row && lastReply->status == OK));
 }
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
@@ -312,7 +329,6 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
  * request was carried out, provided that it repeats its last reply.
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
-    lastReply.reset();
     sendMark();
     const milliseconds wait = std::max(KEEP_ALIVE, 2 * fastest);
     while (const auto answer = host.receive(wait)) {
@@ -346,7 +362,7 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
 }
 
 void bootloadDialogue::learnTime(KIND kind) {
-    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - sentAt);
+    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - askedAt);
     slowest[indexOf(kind)] = std::max(slowest[indexOf(kind)], took);
     fastest = fastest.count() == 0 ? took : std::min(fastest, took);
 }
@@ -391,16 +407,18 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
 bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned tries, unsigned firstTry) {
     RESULT result;
     ++asked;
+    askedAt = host.now();
+    const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
     if (provesNothing(request) && lingers < LINGERS) {
         ++lingers;
         host.pause(LINGER);
     }
     for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
-        if (n > 0 && request.proof == PROOF::MARK) {
+        if (n > 0 && wantsMark) {
             HEARD unheard;
             setMark(request, unheard);
         }
-        if (request.proof != PROOF::LATER && !settle(request)) {
+        if (request.proof != PROOF::LATER && !settle(request, n > 0)) {
             continue;
         }
         const bool answered = result.answered;
@@ -571,11 +589,12 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
     request.kind = KIND::ENTER;
     request.proof = PROOF::NOTHING;
     ENTERING state = ENTERING::SILENT;
+    askedAt = host.now();
     const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
     ++asked;
     host.pause(LINGER); // the module before may have answered twice
     for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
-        if ((n == 0 || disturbed) && !settle(request)) {
+        if ((n == 0 || disturbed) && !settle(request, true)) {
             continue;
         }
         sendRequest(request);

@@ -142,9 +142,10 @@ private:
     void forgetLate();
     bool isAsked(const OPEN& entry) const;
 
-    bool settle(const REQUEST& request);
-    std::optional<clock::time_point> confusedUntil(const REQUEST& request) const;
-    void keepAlive(const REQUEST& request);
+    bool confuses(const OPEN& entry, const REQUEST& request) const;
+    std::optional<clock::time_point> confusedUntil(const REQUEST& request, bool again) const;
+    bool settle(const REQUEST& request, bool again);
+    void keepAlive(const REQUEST& request, bool again);
 
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
@@ -166,8 +167,9 @@ private:
 
     bootloadHost& host;
     std::vector<OPEN> open;
-    unsigned asked = 0; ///< number of the request at hand
-    clock::time_point sentAt{};
+    unsigned asked = 0;          ///< number of the request at hand
+    clock::time_point sentAt{};  ///< the last request, of whatever kind
+    clock::time_point askedAt{}; ///< the request at hand, the first time
 
     std::optional<ANSWER> lastHeard;
     clock::time_point heardAt{};
