@@ -96,6 +96,9 @@ bool bootloadDialogue::couldRepeat(const OPEN& entry, const ANSWER& answer) cons
 }
 
 bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) const {
+    if (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus) {
+        return false;
+    }
     const bool asksForIdentity = entry.type == OPEN::REQUESTED && entry.kind == KIND::ENTER;
     if (answer.identification) {
         return asksForIdentity;
@@ -159,6 +162,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
         doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
     }
     const bool isOwn = own != open.end();
+    answersStatus = answersStatus || (!isOwn && other != open.end() && other->type == OPEN::STATUS);
     if ((!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply))) {
         noteStranger(answer);
         return WHOSE::OTHER;
@@ -171,7 +175,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
 
 /** Whether the answer to an earlier request could be taken for the answer to this one. */
 bool bootloadDialogue::confuses(const OPEN& entry, const REQUEST& request) const {
-    if (isAsked(entry)) {
+    if (isAsked(entry) || (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus)) {
         return false;
     }
     if (request.kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == OPEN::MARKED) {
@@ -279,7 +283,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
         heard.maybe = answer.reply;
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
-    return request.proof == PROOF::MARK;
+    return request.proof == PROOF::MARK && answer.reply.status == OK;
 }
 
 /** True when the try is settled; else nothing that settles it came in time. */
@@ -314,13 +318,27 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
         if (hear(request, STATUS_WAIT + PAUSE, heard)) {
             return;
         }
-        const bool mayWork = (n == 0 || heard.alive) && host.now() - start < workOf(request);
+        const bool mayWork =
+            (n == 0 || heard.alive || heard.wasAlive) && host.now() - start < workOf(request);
         if (pass >= passes && !mayWork) {
             return;
         }
         // While it is silent it is at work, or gone: either way, one status request says as much as many.
-        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, ROW_WORK / 2);
+        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, KEEP_ALIVE);
     }
+}
+
+/** Whether the module repeats its last reply when it is asked for its status: not every one does. */
+bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
+    for (unsigned n = 0; n < 2; ++n) {
+        sendStatus(module, NOTHING_ASKED);
+        if (const auto repeated = host.receive(wait)) {
+            judge(*repeated);
+            return !repeated->identification && repeated->reply == lastReply;
+        }
+    }
+    ignoresStatus = !answersStatus;
+    return false;
 }
 
 /**
@@ -330,17 +348,12 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     sendMark();
-    const milliseconds wait = std::max(KEEP_ALIVE, 2 * fastest);
+    const milliseconds wait = std::max(MARK_WAIT, 2 * fastest);
     while (const auto answer = host.receive(wait)) {
         if (isMarkReply(*answer)) {
             judge(*answer);
             lastReply = answer->reply;
-            sendStatus(request.module, NOTHING_ASKED);
-            const auto repeated = host.receive(wait);
-            if (repeated) {
-                judge(*repeated);
-            }
-            if (!repeated || repeated->identification || repeated->reply != answer->reply) {
+            if (!isRepeated(request.module, wait)) {
                 lastReply.reset();
             }
             return true;
@@ -380,12 +393,13 @@ bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
     return (n + 1 >= TRIES || request.last) && !answersDirectly[indexOf(request.kind)];
 }
 
-bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n) {
+bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
     RESULT result;
     HEARD heard;
+    heard.wasAlive = wasAlive;
     sendRequest(request);
     listen(request, n, heard);
-    if (heard.maybe && !heard.own && request.proof == PROOF::MARK) {
+    if (heard.maybe && heard.maybe->status == OK && !heard.own && request.proof == PROOF::MARK) {
         clarify(request, n, heard);
     }
     result.answered = heard.alive;
@@ -414,15 +428,13 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned 
         host.pause(LINGER);
     }
     for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
-        if (n > 0 && wantsMark) {
-            HEARD unheard;
-            setMark(request, unheard);
-        }
+        HEARD unheard;
+        const bool isMarked = n > 0 && wantsMark && setMark(request, unheard);
         if (request.proof != PROOF::LATER && !settle(request, n > 0)) {
             continue;
         }
         const bool answered = result.answered;
-        result = tryOnce(request, std::min(n, TRIES - 1));
+        result = tryOnce(request, std::min(n, TRIES - 1), isMarked);
         result.answered = result.answered || answered;
     }
     if (result.reply) {
@@ -505,6 +517,8 @@ void bootloadDialogue::beginSession(std::uint8_t module) {
     name.reset();
     said = IDENTIFICATION();
     identifies = false;
+    answersStatus = false;
+    ignoresStatus = false;
     restarted = false;
     lingers = 0;
     fastest = milliseconds(0);
