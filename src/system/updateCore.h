@@ -51,12 +51,12 @@ public:
         sharedText swVersion;       ///< installed version: system manifest, or reported by the module
         shared<std::uint8_t> hwRev; ///< hardware revision: selects the entry of `update.items`
         std::uint8_t id = 0;        ///< bus address; 0 for host items
-        bool unfinished = false;    ///< setUnfinished(): update it whatever version it reports
         shared<bool> isAccurate;    ///< the installed version is known for certain
         struct {
             std::vector<UPDATE_ITEM> items; ///< what the package offers, indexed by hardware revision
             bool resetAfterUpdate = false;  ///< restart the module after programming
         } update;
+        bool unfinished = false; ///< setUnfinished(): update it whatever version it reports
     };
 
     /** A host item under its name in both manifests. */
@@ -81,7 +81,7 @@ public:
      */
     struct REPLY {
         shared<std::uint8_t> status;             ///< canBootload::BLSTATUS
-        shared<std::int8_t> moduleReported = -1; ///< bus address, -1 for none
+        shared<std::int8_t> moduleReported{-1}; ///< bus address, -1 for none
         shared<std::uint32_t> page;              ///< row (or page) the reply refers to; 0xFFFF for none
         shared<bool> hasResponse;                ///< a reply came since busResetResponse()
         shared<std::uint8_t> hwRev;
@@ -89,7 +89,7 @@ public:
         shared<bool> blInitData; ///< an identification was received
         shared<bool> serialBootload;
         shared<bool> oldProtocol;
-        shared<PROC_TYPE> reportedType = UNKNOWN;
+        shared<PROC_TYPE> reportedType{UNKNOWN};
     } bootloader;
 
     shared<bool> resetG1; ///< the halt message is the second-generation reset
