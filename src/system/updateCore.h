@@ -130,6 +130,7 @@ public:
      * entry sets the flag only after the window has been shown, and showing the window starts the loader.
      */
     shared<bool> startModePending;
+    bool strictImages = false; ///< refuse an image that can't arrive whole; else it is sent as it was read
 
     /** Ends every thread, then saves the system manifest. Called after the event loop has ended. */
     void stop();

@@ -1,6 +1,7 @@
 #include "canBootload.h"
 
 #include "flashLayouts.h"
+#include "imageVerdict.h"
 #include "packageFile.h"
 
 #include <cstdio>
@@ -136,7 +137,8 @@ bool canBootload::run() {
     }
     dialogue.logItem(title + path, logger::LOG_NOTICE);
     hexpage image;
-    if (!flashLayouts::readImage(path, layout, image)) {
+    if (!flashLayouts::readImage(path, layout, image) ||
+        !imageVerdict::accepts(*csys, "CAN: ", imageCheck::ofPages(path, layout, image))) {
         dialogue.logItem("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }

@@ -1,6 +1,7 @@
 #include "serialBootload.h"
 
 #include "flashLayouts.h"
+#include "imageVerdict.h"
 #include "packageFile.h"
 
 #include <cstdio>
@@ -13,7 +14,9 @@ constexpr std::uint8_t REQUEST_SIZE = 5; // the link's receive size for the dial
 constexpr unsigned TRIES = 4;
 constexpr unsigned RESET_TIMEOUT = 5;
 
-/** A record as the module takes it: the HEX line's bytes in their order, closed by the sum that it must have.
+/**
+ * A record as the module takes it: the HEX line's bytes in their order. The sum is worked out, since in a
+ * line with a carriage return the reader can't see it; but where it is wrong, the module is to see that.
  */
 std::vector<std::uint8_t> binaryForm(const hexrecords::HEX_RECORD& record) {
     std::vector<std::uint8_t> bytes = {record.size, busProtocol::byteOf(record.address, 1),
@@ -22,21 +25,8 @@ std::vector<std::uint8_t> binaryForm(const hexrecords::HEX_RECORD& record) {
         bytes.push_back(busProtocol::byteOf(value, 0));
     }
     const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0U);
-    bytes.push_back(static_cast<std::uint8_t>(0x100U - (sum & 0xFFU)));
+    bytes.push_back(record.sumsUp ? static_cast<std::uint8_t>(0x100U - (sum & 0xFFU)) : record.checksum);
     return bytes;
-}
-
-/** True when every record is as long as it says and sums up, and some of them hold data. */
-bool isWhole(hexrecords& image) {
-    bool holdsData = false;
-    image.resetIterator();
-    while (const hexrecords::HEX_RECORD* record = image.getNextRecord()) {
-        if (record->size != record->data.size() || !record->sumsUp) {
-            return false;
-        }
-        holdsData = holdsData || (record->type == 0 && record->size > 0);
-    }
-    return holdsData;
 }
 
 } // namespace
@@ -133,7 +123,7 @@ bool serialBootload::run() {
 
 bool serialBootload::run_v1(const std::string& path) {
     hexrecords image(functs().isFile(path) ? path : std::string());
-    if (!image.getFileOK() || !isWhole(image)) {
+    if (!image.getFileOK() || !imageVerdict::accepts(*csys, "Serial: ", imageCheck::ofRecords(path))) {
         logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
@@ -211,7 +201,8 @@ bool serialBootload::run_v2(const std::string& path) {
         return false;
     }
     hexpage image;
-    if (!flashLayouts::readImage(path, layout, image)) {
+    if (!flashLayouts::readImage(path, layout, image) ||
+        !imageVerdict::accepts(*csys, "SerialV2: ", imageCheck::ofPages(path, layout, image))) {
         dialogue.logItem("Bad HEX file", logger::LOG_ERROR);
         return false;
     }
