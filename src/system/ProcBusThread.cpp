@@ -58,7 +58,7 @@ std::string serialText(const std::uint8_t* bytes) {
 } // namespace
 
 ProcBusThread::ProcBusThread(updateCore* core)
-    : readSize(READ_AT_ONCE),
+    : readSize{READ_AT_ONCE},
       UARTREAD(new std::uint8_t[READ_SIZE]()),
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
       UARTTXBUF(new std::uint8_t[TX_SIZE]()),

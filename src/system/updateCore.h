@@ -80,10 +80,10 @@ public:
      * (reply()), so that the next reply can't get between them.
      */
     struct REPLY {
-        shared<std::uint8_t> status;             ///< canBootload::BLSTATUS
+        shared<std::uint8_t> status;            ///< canBootload::BLSTATUS
         shared<std::int8_t> moduleReported{-1}; ///< bus address, -1 for none
-        shared<std::uint32_t> page;              ///< row (or page) the reply refers to; 0xFFFF for none
-        shared<bool> hasResponse;                ///< a reply came since busResetResponse()
+        shared<std::uint32_t> page;             ///< row (or page) the reply refers to; 0xFFFF for none
+        shared<bool> hasResponse;               ///< a reply came since busResetResponse()
         shared<std::uint8_t> hwRev;
         sharedText swVersion;
         shared<bool> blInitData; ///< an identification was received
