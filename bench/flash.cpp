@@ -5,6 +5,7 @@
 #include "system/actions/canBootload.h"
 #include "system/actions/packageFile.h"
 #include "system/actions/serialBootload.h"
+#include "system/updateCore.h"
 
 #include <iterator>
 #include <stdexcept>

@@ -38,6 +38,8 @@ public:
     bool isOpen() const { return rows_.isOpen(); }
     // Something was written since the last restart and nothing is left half done.
     bool isComplete() const { return !isOpen() && lastWrite_ == Status::Ok; }
+    // The row accepted last of the page that is or was open, 0 for none.
+    std::uint16_t lastRow() const { return rows_.lastRow(); }
     unsigned written() const { return written_; } // pages, or data records
     unsigned erases() const { return erases_; }   // erase commands carried out
 

@@ -6,8 +6,23 @@ namespace sim {
 
 namespace {
 
-bool isReplyFault(FaultKind kind) {
-    return kind >= FaultKind::Lost;
+// It strikes a message, not the module.
+bool isOnTheWay(const Fault& fault) {
+    return fault.kind() >= FaultKind::Lost;
+}
+
+bool isReplyFault(const Fault& fault) {
+    return isOnTheWay(fault) && !fault.damagesRequest();
+}
+
+// Whether a frame that was damaged on its way still says what it was sent to say.
+bool says(const Bytes& bytes, const Message& message) {
+    Decoder decoder;
+    for (const std::uint8_t byte : bytes)
+        for (const Frame& frame : decoder.feed(byte, TimePoint()))
+            if (frame.kind != Frame::Kind::Noise && frame.kind != Frame::Kind::BadCrc)
+                return frame.message.id == message.id && frame.message.payload == message.payload;
+    return false;
 }
 
 } // namespace
@@ -21,10 +36,14 @@ BusProcessor::BusProcessor(std::vector<ModuleConfig> inventory, FaultScript& fau
       timing_(timing),
       log_("bus", trace) {
     for (ModuleConfig& config : inventory)
-        modules_.push_back(std::make_unique<Module>(std::move(config), trace));
+        modules_.push_back(
+            std::make_unique<Module>(std::move(config), scheduler, trace,
+                                     [this](const Message& m, TimePoint when) { send(encode(m), when); }));
 }
 
 void BusProcessor::start(TimePoint now) {
+    for (const auto& module : modules_)
+        module->start(now);
     if (timing_.statusPeriod.count() > 0)
         tellOfModules(now);
 }
@@ -49,19 +68,19 @@ void BusProcessor::receive(const Frame& frame, TimePoint now) {
     if (!parsed.request)
         return;
     scheduler_.at(now + timing_.relayDelay,
-                  [this, request = *parsed.request](TimePoint due) { relay(request, due); });
+                  [this, frame, request = *parsed.request](TimePoint due) { relay(frame, request, due); });
 }
 
-void BusProcessor::relay(const Request& request, TimePoint now) {
+void BusProcessor::relay(const Frame& frame, const Request& request, TimePoint now) {
     Module* const module = route(request);
     std::vector<Fault*> faults;
     if (module == nullptr || module->isListening())
         faults = faults_.strike(module == nullptr ? request.module : module->config().address, request);
-    if (!reaches(faults, module, now))
+    if (!reaches(faults, module, now) || !staysWhole(frame, faults, now))
         return;
     prepare(faults, request, module, now);
-    if (auto reply = answer(request, module, now))
-        deliver(std::move(*reply), faults, now);
+    ask(request, module, now,
+        [this, faults](Message reply, TimePoint when) { deliver(std::move(reply), faults, when); });
 }
 
 Module* BusProcessor::find(std::uint8_t address) const {
@@ -79,19 +98,18 @@ Module* BusProcessor::route(const Request& request) {
     return addressed_;
 }
 
-std::optional<Message> BusProcessor::answer(const Request& request, Module* module, TimePoint now) {
+void BusProcessor::ask(const Request& request, Module* module, TimePoint now, const Module::Sink& respond) {
     const bool repeat =
         answeredItself_ && request.kind == RequestKind::Status && request.module == controlModule;
     const bool own = request.kind == RequestKind::UpdateMode || request.kind == RequestKind::SystemRestart;
     answeredItself_ = own || repeat;
     if (answeredItself_)
-        return answerItself(request);
-    if (module == nullptr)
-        return {};
-    return module->handle(request, now);
+        respond(answerItself(request), now);
+    else if (module != nullptr)
+        module->handle(request, now, respond);
 }
 
-std::optional<Message> BusProcessor::answerItself(const Request& request) {
+Message BusProcessor::answerItself(const Request& request) {
     if (request.kind == RequestKind::UpdateMode)
         updateMode_ = true;
     if (request.kind == RequestKind::SystemRestart)
@@ -119,6 +137,17 @@ bool BusProcessor::reaches(const std::vector<Fault*>& faults, Module* module, Ti
     return arrives;
 }
 
+bool BusProcessor::staysWhole(const Frame& frame, const std::vector<Fault*>& faults, TimePoint now) {
+    Bytes bytes = frame.raw;
+    for (Fault* fault : faults) {
+        if (!fault->damagesRequest())
+            continue;
+        inject(*fault, now);
+        fault->corrupt(bytes);
+    }
+    return bytes == frame.raw || says(bytes, frame.message);
+}
+
 void BusProcessor::switchOff(Fault& fault, Module& module, TimePoint now) {
     module.powerOff(fault.requests());
     if (fault.delay().count() > 0)
@@ -133,7 +162,7 @@ void BusProcessor::prepare(const std::vector<Fault*>& faults, const Request& req
     if (module == nullptr)
         return;
     for (Fault* fault : faults) {
-        if (isReplyFault(fault->kind()))
+        if (isOnTheWay(*fault))
             continue;
         inject(*fault, now);
         if (fault->kind() == FaultKind::WriteError)
@@ -150,7 +179,7 @@ void BusProcessor::deliver(Message reply, const std::vector<Fault*>& faults, Tim
     bool lost = false;
     bool twice = false;
     for (Fault* fault : faults) {
-        if (!isReplyFault(fault->kind()))
+        if (!isReplyFault(*fault))
             continue;
         inject(*fault, now);
         fault->alter(reply);
@@ -164,7 +193,8 @@ void BusProcessor::deliver(Message reply, const std::vector<Fault*>& faults, Tim
     for (Fault* fault : faults) {
         if (fault->kind() == FaultKind::Noise)
             send(fault->noise(), start);
-        fault->corrupt(frame);
+        if (!fault->damagesRequest())
+            fault->corrupt(frame);
     }
     send(frame, start);
     if (twice)

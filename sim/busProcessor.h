@@ -8,7 +8,8 @@
 
 namespace sim {
 
-// Used by one thread only; all work that lies ahead goes through the scheduler.
+// Used by one thread only; all work that lies ahead goes through the scheduler. It asks no clock: whoever
+// drives it hands in the time, which may be a made-up one that never falls.
 class BusProcessor {
 public:
     // Puts a frame on the line to the panel, its first bit not before start.
@@ -29,6 +30,7 @@ public:
     BusProcessor(std::vector<ModuleConfig> inventory, FaultScript& faults, Scheduler& scheduler, Trace& trace,
                  Sender sender, Timing timing);
 
+    // To be called once, first.
     void start(TimePoint now);
     // A frame, or noise, whose last bit arrived at now.
     void receive(const Frame& frame, TimePoint now);
@@ -38,13 +40,14 @@ public:
     const Counters& counters() const { return counters_; }
 
 private:
-    void relay(const Request& request, TimePoint now);
+    void relay(const Frame& frame, const Request& request, TimePoint now);
     Module* find(std::uint8_t address) const;
     Module* route(const Request& request);
-    std::optional<Message> answer(const Request& request, Module* module, TimePoint now);
-    std::optional<Message> answerItself(const Request& request);
+    void ask(const Request& request, Module* module, TimePoint now, const Module::Sink& respond);
+    Message answerItself(const Request& request);
     void restartSystem();
     bool reaches(const std::vector<Fault*>& faults, Module* module, TimePoint now);
+    bool staysWhole(const Frame& frame, const std::vector<Fault*>& faults, TimePoint now);
     void prepare(const std::vector<Fault*>& faults, const Request& request, Module* module, TimePoint now);
     void switchOff(Fault& fault, Module& module, TimePoint now);
     void deliver(Message reply, const std::vector<Fault*>& faults, TimePoint now);

@@ -13,6 +13,7 @@ namespace {
 struct KindName {
     const char* name;
     FaultKind kind;
+    bool damagesRequest = false;
 };
 
 constexpr KindName kindNames[] = {
@@ -33,14 +34,20 @@ constexpr KindName kindNames[] = {
     {"sync", FaultKind::Sync},
     {"flip", FaultKind::Flip},
     {"cut", FaultKind::Cut},
+    {"drop-byte", FaultKind::DropByte},
+    {"insert-byte", FaultKind::InsertByte},
+    {"flip-request", FaultKind::Flip, true},
+    {"cut-request", FaultKind::Cut, true},
+    {"drop-byte-request", FaultKind::DropByte, true},
+    {"insert-byte-request", FaultKind::InsertByte, true},
 };
 
-FaultKind faultKind(const std::string& name) {
+const KindName& kindNamed(const std::string& name) {
     const auto entry = std::find_if(std::begin(kindNames), std::end(kindNames),
                                     [&name](const KindName& candidate) { return candidate.name == name; });
     if (entry == std::end(kindNames))
         throw std::invalid_argument("unknown fault '" + name + "'");
-    return entry->kind;
+    return *entry;
 }
 
 double toShare(const std::string& text) {
@@ -67,7 +74,10 @@ std::string firstWord(const std::vector<std::string>& list) {
 } // namespace
 
 Fault::Fault(const std::string& text, std::uint64_t seed)
-    : text_(firstWord(words(text))), kind_(faultKind(text_)), engine_(seed) {
+    : text_(firstWord(words(text))),
+      kind_(kindNamed(text_).kind),
+      damagesRequest_(kindNamed(text_).damagesRequest),
+      engine_(seed) {
     const auto list = words(text);
     for (auto word = list.begin() + 1; word != list.end(); ++word) {
         const auto [key, value] = keyValue(*word);

@@ -110,11 +110,24 @@ std::size_t Fault::flippedByte(std::size_t frameSize) {
     return payloadOffset + random(frameSize - payloadOffset - closingBytes.size());
 }
 
+std::size_t Fault::anyByte(std::size_t frameSize) {
+    return at_ ? std::min<std::size_t>(*at_, frameSize - 1) : random(frameSize);
+}
+
 void Fault::corrupt(Bytes& frame) {
+    if (frame.size() < frameOverhead) // another fault has cut it
+        return;
     if (kind_ == FaultKind::Flip)
         frame[flippedByte(frame.size())] ^= static_cast<std::uint8_t>(1U << (bit_ ? *bit_ : random(8)));
     if (kind_ == FaultKind::Cut)
         frame.resize(std::min(at_ ? *at_ : 1 + random(frame.size() - 1), frame.size()));
+    if (kind_ == FaultKind::DropByte)
+        frame.erase(frame.begin() + static_cast<std::ptrdiff_t>(anyByte(frame.size())));
+    if (kind_ == FaultKind::InsertByte) {
+        const auto place = frame.begin() + static_cast<std::ptrdiff_t>(anyByte(frame.size()));
+        frame.insert(place,
+                     value_ ? static_cast<std::uint8_t>(*value_) : static_cast<std::uint8_t>(random(256)));
+    }
 }
 
 } // namespace sim

@@ -26,6 +26,8 @@ enum class FaultKind {
     Sync,
     Flip,
     Cut,
+    DropByte,
+    InsertByte,
 };
 
 class Fault {
@@ -34,6 +36,8 @@ public:
     Fault(const std::string& text, std::uint64_t seed);
 
     FaultKind kind() const { return kind_; }
+    // It damages the request's frame; other faults of these kinds damage the reply's.
+    bool damagesRequest() const { return damagesRequest_; }
     const std::string& text() const { return text_; }
 
     // Whether the fault strikes this request (or the reply to it). To be asked once for every request.
@@ -47,7 +51,7 @@ public:
 
     // Changes what a reply says; nothing for a fault of another kind.
     void alter(Message& reply) const;
-    // Damages a reply's frame; nothing for a fault of another kind.
+    // Damages a frame; nothing for a fault of another kind.
     void corrupt(Bytes& frame);
 
 private:
@@ -56,9 +60,11 @@ private:
     bool isTurn();
     std::size_t random(std::size_t below);
     std::size_t flippedByte(std::size_t frameSize);
+    std::size_t anyByte(std::size_t frameSize);
 
     std::string text_;
     FaultKind kind_;
+    bool damagesRequest_;
     std::mt19937_64 engine_;
 
     // Which requests.

@@ -47,11 +47,36 @@ Bytes toSerialNumber(const std::string& text) {
     return bytes;
 }
 
-// One of two words; true for the second.
-bool isSecond(const std::string& value, const char* first, const char* second) {
-    if (value != first && value != second)
-        throw std::invalid_argument("'" + value + "' is neither " + first + " nor " + second);
-    return value == second;
+// What one of some words stands for.
+template <typename Meaning>
+Meaning choose(const std::string& value, std::initializer_list<std::pair<const char*, Meaning>> words) {
+    std::string known;
+    for (const auto& [word, meaning] : words) {
+        if (value == word)
+            return meaning;
+        known += std::string(known.empty() ? "" : ", ") + word;
+    }
+    throw std::invalid_argument("'" + value + "' is none of " + known);
+}
+
+Temper::Answers toAnswers(const std::string& value) {
+    using enum Temper::Answers;
+    return choose<Temper::Answers>(value, {{"direct", Directly}, {"status", OnStatus}, {"at-once", AtOnce}});
+}
+
+unsigned toCount(const std::string& text, unsigned max) {
+    const unsigned count = toNumber(text, 10, max);
+    if (count == 0)
+        throw std::invalid_argument("this number starts at 1");
+    return count;
+}
+
+// "A,B"
+std::array<std::uint8_t, 2> toPair(const std::string& text) {
+    const auto comma = text.find(',');
+    if (comma == std::string::npos)
+        throw std::invalid_argument("'" + text + "' is no pair of numbers");
+    return {toByte(text.substr(0, comma)), toByte(text.substr(comma + 1))};
 }
 
 // "BYTE@ADDRESS+LENGTH", all hexadecimal, the address in the module's units; or the name of a HEX file.
@@ -69,6 +94,11 @@ void preload(ModuleConfig& config, const std::string& value) {
     config.flash.preload(config.processor->cellOf(address), bytes);
 }
 
+template <auto Field>
+void setTime(ModuleConfig& config, const std::string& value) {
+    config.temper.*Field = Temper::Time(toNumber(value));
+}
+
 using Setter = void (*)(ModuleConfig&, const std::string&);
 
 struct Key {
@@ -79,11 +109,19 @@ struct Key {
 constexpr Key keys[] = {
     {"kind", [](ModuleConfig& c, const std::string& v) { c.processor = &processorNamed(v); }},
     {"link",
-     [](ModuleConfig& c, const std::string& v) { c.serialBootloader = isSecond(v, "can", "serial"); }},
+     [](ModuleConfig& c, const std::string& v) {
+         c.serialBootloader = choose<bool>(v, {{"can", false}, {"serial", true}});
+     }},
     {"absent", [](ModuleConfig& c, const std::string&) { c.present = false; }},
     {"lost", [](ModuleConfig& c, const std::string&) { c.lost = true; }},
-    {"reply", [](ModuleConfig& c, const std::string& v) { c.shortReplies = isSecond(v, "long", "short"); }},
-    {"identity", [](ModuleConfig& c, const std::string& v) { c.shortIdentity = isSecond(v, "12", "11"); }},
+    {"reply",
+     [](ModuleConfig& c, const std::string& v) {
+         c.temper.replyLength = choose<unsigned>(v, {{"long", 4}, {"short", 2}});
+     }},
+    {"identity",
+     [](ModuleConfig& c, const std::string& v) {
+         c.shortIdentity = choose<bool>(v, {{"12", false}, {"11", true}});
+     }},
     {"hw", [](ModuleConfig& c, const std::string& v) { c.hardware = toByte(v); }},
     {"mode", [](ModuleConfig& c, const std::string& v) { c.mode = toByte(v, 7); }},
     {"version", [](ModuleConfig& c, const std::string& v) { c.version = Version::parse(v); }},
@@ -91,7 +129,51 @@ constexpr Key keys[] = {
     {"serial", [](ModuleConfig& c, const std::string& v) { c.serialNumber = toSerialNumber(v); }},
     {"ignore", [](ModuleConfig& c, const std::string& v) { c.ignoredPages.push_back(toNumber(v, 16)); }},
     {"preload", preload},
+    {"enter-ms", setTime<&Temper::enterTime>},
+    {"start-ms", setTime<&Temper::startTime>},
+    {"row-ms", setTime<&Temper::rowTime>},
+    {"write-ms", setTime<&Temper::writeTime>},
+    {"erase-page-ms", setTime<&Temper::erasePageTime>},
+    {"erase-all-ms", setTime<&Temper::eraseAllTime>},
+    {"latency-ms", setTime<&Temper::latency>},
+    {"idle-ms", setTime<&Temper::idleTime>},
+    {"babble-ms", setTime<&Temper::babblePeriod>},
+    {"identity-ms", setTime<&Temper::identityPeriod>},
+    {"busy",
+     [](ModuleConfig& c, const std::string& v) {
+         using enum Temper::Busy;
+         c.temper.busy = choose<Temper::Busy>(v, {{"queue", Queue}, {"drop", Drop}, {"answer", Answer}});
+     }},
+    {"write-answer", [](ModuleConfig& c, const std::string& v) { c.temper.writeAnswer = toAnswers(v); }},
+    {"erase-answer", [](ModuleConfig& c, const std::string& v) { c.temper.eraseAnswer = toAnswers(v); }},
+    {"on-status",
+     [](ModuleConfig& c, const std::string& v) {
+         using enum Temper::OnStatus;
+         c.temper.onStatus =
+             choose<Temper::OnStatus>(v, {{"last", LastReply}, {"state", State}, {"nothing", Nothing}});
+     }},
+    {"names", [](ModuleConfig& c, const std::string& v) { c.temper.namedModule = toByte(v); }},
+    {"identifies", [](ModuleConfig& c, const std::string& v) { c.temper.identifiedModule = toByte(v); }},
+    {"reply-length",
+     [](ModuleConfig& c, const std::string& v) { c.temper.replyLength = toCount(v, maxPayload); }},
+    {"enter-row",
+     [](ModuleConfig& c, const std::string& v) {
+         c.temper.enterRow = static_cast<std::uint16_t>(toNumber(v, 10, 0xFFFF));
+     }},
+    {"enter-nth", [](ModuleConfig& c, const std::string& v) { c.temper.enterNth = toCount(v, 1000); }},
+    {"deaf", [](ModuleConfig& c, const std::string&) { c.temper.deafToEnter = true; }},
+    {"restart-after", [](ModuleConfig& c, const std::string& v) { c.temper.restartAfter = toNumber(v); }},
+    {"identity-hw", [](ModuleConfig& c, const std::string& v) { c.temper.identityHardware = toPair(v); }},
 };
+
+void addModule(std::vector<ModuleConfig>& modules, ModuleConfig config) {
+    for (const ModuleConfig& other : modules)
+        if (other.name == config.name)
+            throw std::invalid_argument(config.name + " stands there twice");
+    modules.push_back(std::move(config));
+}
+
+} // namespace
 
 ModuleConfig parseModule(const std::vector<std::string>& line) {
     const auto known = std::find_if(std::begin(knownModules), std::end(knownModules),
@@ -115,15 +197,6 @@ ModuleConfig parseModule(const std::vector<std::string>& line) {
     }
     return config;
 }
-
-void addModule(std::vector<ModuleConfig>& modules, ModuleConfig config) {
-    for (const ModuleConfig& other : modules)
-        if (other.name == config.name)
-            throw std::invalid_argument(config.name + " stands there twice");
-    modules.push_back(std::move(config));
-}
-
-} // namespace
 
 std::vector<ModuleConfig> loadInventory(const std::string& file) {
     std::vector<ModuleConfig> modules;

@@ -35,12 +35,13 @@ std::string describeRequest(const Message& message) {
 std::string describeReply(const Message& message) {
     const Bytes& p = message.payload;
     const char* name = message.id == id::reply ? "reply" : "serial-reply";
-    if (p.size() == 2)
-        return format("%s status=%s row=%u", name, nameOf(static_cast<Status>(p[0])), p[1]);
-    if (p.size() == 4)
-        return format("%s status=%s row=%u module=%u", name, nameOf(static_cast<Status>(p[0])),
-                      static_cast<unsigned>(p[1] | p[2] << 8), p[3]);
-    return p.size() == 6 ? format("obsolete-%s", name) : "unknown";
+    if (p.size() < 2)
+        return "unknown";
+    if (p.size() == 6)
+        return format("obsolete-%s", name);
+    const auto row = static_cast<unsigned>(p.size() > 2 ? p[1] | p[2] << 8 : p[1]);
+    const std::string text = format("%s status=%s row=%u", name, nameOf(static_cast<Status>(p[0])), row);
+    return p.size() > 3 ? text + format(" module=%u", p[3]) : text;
 }
 
 std::string describeIdentification(const Message& message) {
@@ -95,11 +96,6 @@ Message makeReply(std::uint8_t messageId, Reply reply, std::uint8_t module) {
     return {messageId,
             {static_cast<std::uint8_t>(reply.status), static_cast<std::uint8_t>(reply.row & 0xFF),
              static_cast<std::uint8_t>(reply.row >> 8), module}};
-}
-
-Message makeShortReply(std::uint8_t messageId, Reply reply) {
-    return {messageId,
-            {static_cast<std::uint8_t>(reply.status), static_cast<std::uint8_t>(reply.row & 0xFF)}};
 }
 
 Message makeIdentification(std::uint8_t hardware, Version version, std::uint8_t kind, std::uint8_t module) {

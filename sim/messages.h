@@ -25,8 +25,6 @@ struct Reply {
 const char* nameOf(Status status);
 
 Message makeReply(std::uint8_t messageId, Reply reply, std::uint8_t module);
-// The row is cut to 8 bits.
-Message makeShortReply(std::uint8_t messageId, Reply reply);
 Message makeIdentification(std::uint8_t hardware, Version version, std::uint8_t kind, std::uint8_t module);
 
 // Name and decoded fields, such as "reply status=OK row=5 module=9".

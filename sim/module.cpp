@@ -1,6 +1,7 @@
 #include "module.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace sim {
 
@@ -10,8 +11,11 @@ constexpr std::uint8_t lostField = 15;
 
 } // namespace
 
-Module::Module(ModuleConfig config, Trace& trace)
+Module::Module(ModuleConfig config, Scheduler& scheduler, Trace& trace, Sink unasked)
     : config_(std::move(config)),
+      temper_(config_.temper),
+      scheduler_(scheduler),
+      unasked_(std::move(unasked)),
       version_(config_.version),
       log_(config_.name, trace),
       powered_(!config_.lost) {
@@ -21,49 +25,135 @@ Module::Module(ModuleConfig config, Trace& trace)
         bootloader_->ignorePage(page);
 }
 
-std::optional<Message> Module::handle(const Request& request, TimePoint now) {
-    log_.setTime(now);
-    if (!powered_)
+void Module::start(TimePoint now) {
+    every(temper_.babblePeriod, now, [this](TimePoint due) { babble(due); });
+    every(temper_.identityPeriod, now, [this](TimePoint due) { tellIdentity(due); });
+}
+
+void Module::every(Temper::Time period, TimePoint now, const std::function<void(TimePoint due)>& task) {
+    if (period.count() == 0)
+        return;
+    scheduler_.at(now + period, [this, period, task](TimePoint due) {
+        task(due);
+        every(period, due, task);
+    });
+}
+
+void Module::babble(TimePoint now) {
+    if (isListening() && inBootloader_)
+        say(unasked_, replyMessage(replyId(), {}), now);
+}
+
+void Module::tellIdentity(TimePoint now) {
+    if (isListening())
+        say(unasked_, identityMessage(temper_.identityHardware[identitiesTold_++ % 2]), now);
+}
+
+void Module::handle(const Request& request, TimePoint now, const Sink& respond) {
+    if (!powered_) {
         countLostRequest();
-    else if (config_.present)
-        return answer(request);
-    return {};
-}
-
-std::optional<Message> Module::answer(const Request& request) {
-    if (request.kind == RequestKind::Enter)
-        return enterBootloader();
-    if (request.kind == RequestKind::Leave) {
-        restart();
-        return answerWith({}, request.kind);
+        return;
     }
-    if (!inBootloader_ || !hasRightLength(request))
-        return {};
-    lastReply_ = bootload(request);
-    return answerWith(*lastReply_, request.kind);
+    if (!config_.present)
+        return;
+    awaitIdleness(now);
+    if (working_)
+        hearMeanwhile({request, respond}, now);
+    else
+        begin({request, respond}, now);
 }
 
-Message Module::answerWith(Reply reply, RequestKind request) const {
-    const bool systemCommand = request == RequestKind::Leave || request == RequestKind::Enter;
-    const std::uint8_t messageId = systemCommand ? id::reply : replyId();
-    return config_.shortReplies ? makeShortReply(messageId, reply)
-                                : makeReply(messageId, reply, config_.address);
+void Module::hearMeanwhile(Job job, TimePoint now) {
+    if (temper_.busy == Temper::Busy::Queue)
+        waiting_.push_back(std::move(job));
+    else if (temper_.busy == Temper::Busy::Answer && job.request.kind == RequestKind::Status && inBootloader_)
+        finish(job, now);
 }
 
-std::uint8_t Module::replyId() const {
-    return config_.serialBootloader ? id::serialReply : id::reply;
-}
-
-std::optional<Message> Module::enterBootloader() {
-    restart();
-    inBootloader_ = true;
-    const Processor& processor = *config_.processor;
-    if (!processor.identifies) {
+void Module::begin(Job job, TimePoint now) {
+    log_.setTime(now);
+    if (!obeys(job.request))
+        return;
+    if (job.request.kind != RequestKind::Status)
+        owed_.reset();
+    job.answers = answersTo(job.request);
+    if (job.answers == Temper::Answers::AtOnce) {
         lastReply_ = Reply{};
-        return answerWith(*lastReply_, RequestKind::Enter);
+        say(job.respond, replyMessage(replyId(), *lastReply_), now);
     }
-    const auto kind = static_cast<std::uint8_t>(processor.kind | (config_.serialBootloader ? serialBit : 0));
-    return makeIdentification(config_.hardware, version_, kind, config_.address);
+    const Temper::Time time = workTime(job.request);
+    if (time.count() == 0) {
+        finish(job, now);
+        return;
+    }
+    working_ = true;
+    scheduler_.at(now + time, [this, job = std::move(job), life = life_](TimePoint due) {
+        if (life != life_)
+            return;
+        working_ = false;
+        finish(job, due);
+        awaitIdleness(due);
+        takeNext(due);
+    });
+}
+
+void Module::takeNext(TimePoint now) {
+    while (!working_ && !waiting_.empty()) {
+        Job job = std::move(waiting_.front());
+        waiting_.pop_front();
+        begin(std::move(job), now);
+    }
+}
+
+void Module::finish(const Job& job, TimePoint now) {
+    log_.setTime(now);
+    switch (job.request.kind) {
+    case RequestKind::Enter:
+        say(job.respond, enterBootloader(), now);
+        break;
+    case RequestKind::Leave:
+        startProgram();
+        say(job.respond, replyMessage(id::reply, {}), now);
+        break;
+    case RequestKind::Status:
+        if (const auto reply = statusReply())
+            say(job.respond, replyMessage(replyId(), *reply), now);
+        break;
+    default:
+        finishWork(job, now);
+        break;
+    }
+}
+
+void Module::finishWork(const Job& job, TimePoint now) {
+    const unsigned written = bootloader_->written();
+    const Reply result = bootload(job.request);
+    lastReply_ = result;
+    if (job.answers == Temper::Answers::Directly)
+        say(job.respond, replyMessage(replyId(), result), now);
+    else if (job.answers == Temper::Answers::OnStatus || result.status != Status::Ok)
+        owed_ = result;
+    if (bootloader_->written() != written && bootloader_->written() == temper_.restartAfter)
+        startBootloaderAnew(now);
+}
+
+void Module::forgetWork() {
+    ++life_;
+    working_ = false;
+    waiting_.clear();
+}
+
+bool Module::obeys(const Request& request) {
+    switch (request.kind) {
+    case RequestKind::Enter:
+        if (inBootloader_ && temper_.deafToEnter)
+            return false;
+        return ++entersHeard_ >= temper_.enterNth;
+    case RequestKind::Leave:
+        return true;
+    default:
+        return inBootloader_ && hasRightLength(request);
+    }
 }
 
 bool Module::hasRightLength(const Request& request) {
@@ -73,6 +163,36 @@ bool Module::hasRightLength(const Request& request) {
         return true;
     log_.add(format("%s command in the %u-byte form", nameOf(request.kind), request.wideAddress ? 8U : 6U));
     return false;
+}
+
+Temper::Time Module::workTime(const Request& request) const {
+    switch (request.kind) {
+    case RequestKind::Enter:
+        return temper_.enterTime;
+    case RequestKind::StartPage:
+        return temper_.startTime;
+    case RequestKind::DataRow:
+        return temper_.rowTime;
+    case RequestKind::WritePage: // a repeated one finds nothing to write
+        return bootloader_->isOpen() ? temper_.writeTime : Temper::Time(0);
+    case RequestKind::EraseBlocks:
+        return temper_.erasePageTime * request.count;
+    case RequestKind::EraseAll:
+        return temper_.eraseAllTime;
+    default:
+        return Temper::Time(0);
+    }
+}
+
+Temper::Answers Module::answersTo(const Request& request) const {
+    const bool erases = request.kind == RequestKind::EraseBlocks || request.kind == RequestKind::EraseAll;
+    if (!erases && request.kind != RequestKind::WritePage)
+        return Temper::Answers::Directly;
+    const Temper::Answers answers = erases ? temper_.eraseAnswer : temper_.writeAnswer;
+    // Without an open page there is no work that an answer could run ahead of: the last result is known.
+    if (answers == Temper::Answers::AtOnce && !erases && !bootloader_->isOpen())
+        return Temper::Answers::Directly;
+    return answers;
 }
 
 Reply Module::bootload(const Request& request) {
@@ -85,28 +205,74 @@ Reply Module::bootload(const Request& request) {
         return bootloader_->writePage();
     case RequestKind::EraseBlocks:
         return bootloader_->eraseBlocks(request.address, request.count);
-    case RequestKind::EraseAll:
-        return bootloader_->eraseAll();
     default:
-        return lastReply_.value_or(Reply{Status::MissedPacket, 0});
+        return bootloader_->eraseAll();
     }
+}
+
+std::optional<Reply> Module::statusReply() {
+    const bool tellsState = temper_.onStatus == Temper::OnStatus::State;
+    if (temper_.onStatus == Temper::OnStatus::Nothing)
+        return {};
+    if (tellsState && working_)
+        return Reply{Status::BadChecksum, 0};
+    if (owed_)
+        return std::exchange(owed_, std::nullopt);
+    if (tellsState)
+        return Reply{Status::Ok, bootloader_->lastRow()};
+    return lastReply_.value_or(Reply{Status::MissedPacket, 0});
+}
+
+void Module::say(const Sink& sink, Message message, TimePoint now) {
+    if (temper_.latency.count() == 0) {
+        sink(std::move(message), now);
+        return;
+    }
+    scheduler_.at(now + temper_.latency,
+                  [sink, message = std::move(message)](TimePoint due) { sink(message, due); });
+}
+
+Message Module::replyMessage(std::uint8_t messageId, Reply reply) const {
+    Message message = makeReply(messageId, reply, temper_.namedModule.value_or(config_.address));
+    message.payload.resize(temper_.replyLength);
+    return message;
+}
+
+std::uint8_t Module::replyId() const {
+    return config_.serialBootloader ? id::serialReply : id::reply;
+}
+
+Message Module::enterBootloader() {
+    startProgram();
+    inBootloader_ = true;
+    if (config_.processor->identifies)
+        return identification();
+    lastReply_ = Reply{Status::Ok, temper_.enterRow};
+    return replyMessage(id::reply, *lastReply_);
+}
+
+Message Module::identification() const {
+    const unsigned kind = config_.processor->kind | (config_.serialBootloader ? serialBit : 0U);
+    return makeIdentification(config_.hardware, version_, static_cast<std::uint8_t>(kind),
+                              temper_.identifiedModule.value_or(config_.address));
 }
 
 void Module::restart() {
     if (!isListening())
         return;
-    if (bootloader_->isComplete() && bootloader_->written() > 0)
-        version_ = config_.next.value_or(version_);
-    startApplication();
+    forgetWork();
+    startProgram();
 }
 
 void Module::powerOff(unsigned afterRequests) {
+    forgetWork();
     powered_ = false;
     returnAfter_ = afterRequests;
 }
 
 void Module::powerOn() {
     powered_ = true;
+    entersHeard_ = 0;
     startApplication();
 }
 
@@ -115,10 +281,36 @@ void Module::countLostRequest() {
         powerOn();
 }
 
+// What was programmed becomes the program that runs from now on.
+void Module::startProgram() {
+    if (bootloader_->isComplete() && bootloader_->written() > 0)
+        version_ = config_.next.value_or(version_);
+    startApplication();
+}
+
 void Module::startApplication() {
     bootloader_->restart();
     inBootloader_ = false;
     lastReply_.reset();
+    owed_.reset();
+}
+
+void Module::startBootloaderAnew(TimePoint now) {
+    startApplication();
+    inBootloader_ = true;
+    if (config_.processor->identifies)
+        say(unasked_, identification(), now);
+}
+
+// A request came or work was done: the silence after which the session ends begins anew.
+void Module::awaitIdleness(TimePoint now) {
+    const unsigned occasion = ++occasions_;
+    if (temper_.idleTime.count() == 0)
+        return;
+    scheduler_.at(now + temper_.idleTime, [this, occasion](TimePoint) {
+        if (occasion == occasions_ && !working_ && inBootloader_)
+            startProgram();
+    });
 }
 
 std::uint8_t Module::statusField() const {
@@ -132,6 +324,10 @@ std::uint8_t Module::statusField() const {
 std::optional<Message> Module::identity() const {
     if (!isListening() || inBootloader_)
         return {};
+    return identityMessage(config_.hardware);
+}
+
+Message Module::identityMessage(std::uint8_t hardware) const {
     Message message{id::moduleIdentity, Bytes(config_.shortIdentity ? 11 : 12)};
     Bytes& p = message.payload;
     p[0] = config_.number;
@@ -143,7 +339,7 @@ std::optional<Message> Module::identity() const {
     p[versionAt + 1] = version_.second;
     p[versionAt + 2] = version_.first;
     if (!config_.shortIdentity && versionAt != 1)
-        p[11] = config_.hardware;
+        p[11] = hardware;
     return message;
 }
 

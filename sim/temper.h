@@ -2,6 +2,7 @@
 // once and answers plainly.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -21,7 +22,7 @@ struct Temper {
     enum class Answers {
         Directly, // when the work is done
         OnStatus, // not by itself: the status request behind the work gets it
-        AtOnce,   // before the work, which goes on meanwhile
+        AtOnce,   // OK before the work, whose failure the status request behind it gets
     };
     // What a status request is answered with.
     enum class OnStatus {
@@ -30,7 +31,7 @@ struct Temper {
         Nothing, // it stays without an answer
     };
 
-    // How long each kind of work takes.
+    // How long each kind of work takes. It has happened when that time is over, not before.
     Time enterTime{0}; // from "," to its answer
     Time startTime{0};
     Time rowTime{0};
@@ -51,7 +52,13 @@ struct Temper {
     std::uint16_t enterRow = 0;                   // row in an old bootloader's answer to ","
     unsigned enterNth = 1;    // "," is answered from this one on, counted since power came
     bool deafToEnter = false; // "," is not heard any more once it was answered
-    Time idleTime{0};         // the session ends after such a silence; 0: never
+    Time idleTime{0};         // the session ends after such a silence, work not counted; 0: never
+
+    // What no sound module does, for trials with hostile ones; 0: never.
+    unsigned restartAfter = 0; // pages, or data records: its bootloader starts anew by itself behind that one
+    Time babblePeriod{0};      // of replies "OK, row 0" that nobody asked for, while in its bootloader
+    Time identityPeriod{0};    // of messages 22, in update mode and in its bootloader, too
+    std::array<std::uint8_t, 2> identityHardware{0, 1}; // hardware revisions in them, in turn
 };
 
 } // namespace sim

@@ -1,7 +1,7 @@
 #include "ProcBusThread.h"
 
+#include "coreState.h"
 #include "termination.h"
-#include "updateCore.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -24,40 +24,24 @@ enum STAGE : std::uint8_t { OUTSIDE = 0, LENGTH = 1, PAYLOAD = 2, CRC_LOW = 3, C
 /** Which module's record a message 22 belongs to, and whether it shows that the module is there. */
 constexpr struct {
     std::uint8_t number;
-    updateCore::MODULE updateCore::*module;
+    coreState::MODULE coreState::*module;
     bool showsPresence; // the others' presence is known from message 21 alone
 } IDENTITIES[] = {
-    {3, &updateCore::cy1, false}, {4, &updateCore::cy2, false},    {5, &updateCore::cy3, false},
-    {6, &updateCore::cy4, false}, {7, &updateCore::master, false}, {8, &updateCore::motor, false},
-    {9, &updateCore::s1, false},  {10, &updateCore::s2, false},    {11, &updateCore::s3, false},
-    {12, &updateCore::s4, false}, {13, &updateCore::mf1, true},    {14, &updateCore::mf2, true},
-    {15, &updateCore::mf3, true}, {50, &updateCore::arts, true},
+    {3, &coreState::cy1, false}, {4, &coreState::cy2, false},    {5, &coreState::cy3, false},
+    {6, &coreState::cy4, false}, {7, &coreState::master, false}, {8, &coreState::motor, false},
+    {9, &coreState::s1, false},  {10, &coreState::s2, false},    {11, &coreState::s3, false},
+    {12, &coreState::s4, false}, {13, &coreState::mf1, true},    {14, &coreState::mf2, true},
+    {15, &coreState::mf3, true}, {50, &coreState::arts, true},
 };
 
-/** The six 4-bit fields of message 21, low half of each byte first. */
-constexpr struct {
-    std::uint8_t byte;
-    std::uint8_t shift;
-    updateCore::MODULE updateCore::*module;
-} STATUS_FIELDS[] = {
-    {2, 0, &updateCore::master}, {2, 4, &updateCore::motor}, {3, 0, &updateCore::s1},
-    {3, 4, &updateCore::s2},     {4, 0, &updateCore::s3},    {4, 4, &updateCore::s4},
+/** The modules of message 21, in the order of its fields. */
+constexpr coreState::MODULE coreState::*STATUS_MODULES[busMessages::STATUS_COUNT] = {
+    &coreState::master, &coreState::motor, &coreState::s1, &coreState::s2, &coreState::s3, &coreState::s4,
 };
-
-std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
-    return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
-}
-
-std::string serialText(const std::uint8_t* bytes) {
-    char text[13];
-    std::snprintf(text, sizeof text, "%02x%02x%02x%02x%02x%02x", bytes[0], bytes[1], bytes[2], bytes[3],
-                  bytes[4], bytes[5]);
-    return text;
-}
 
 } // namespace
 
-ProcBusThread::ProcBusThread(updateCore* core)
+ProcBusThread::ProcBusThread(coreState* core)
     : readSize{READ_AT_ONCE},
       UARTREAD(new std::uint8_t[READ_SIZE]()),
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
@@ -87,15 +71,8 @@ void ProcBusThread::send(PROCBUS_MSG msg) {
     if (!canRun || msg.length > MAX_PAYLOAD) {
         return;
     }
-    const std::uint32_t crc = checker.crc16_calculate(msg.data, msg.length);
-    std::uint8_t* out = std::copy(SYNC.begin(), SYNC.end(), UARTTXBUF.get());
-    *out++ = msg.id;
-    *out++ = msg.length;
-    out = std::copy(msg.data, msg.data + msg.length, out);
-    *out++ = byteOf(crc, 0);
-    *out++ = byteOf(crc, 1);
-    out = std::copy(FRAME_END.begin(), FRAME_END.end(), out);
-    sPort.uart_write(UARTTXBUF.get(), static_cast<int>(out - UARTTXBUF.get()));
+    const std::size_t size = busMessages::encodeFrame(msg, UARTTXBUF.get());
+    sPort.uart_write(UARTTXBUF.get(), static_cast<int>(size));
 }
 
 void ProcBusThread::run() {
@@ -185,19 +162,14 @@ void ProcBusThread::finishFrame(PROCBUS_MSG& msg, unsigned last) {
 }
 
 void ProcBusThread::receive(PROCBUS_MSG msg) {
-    if (msg.length < MAX_PAYLOAD) {
-        std::fill(msg.data + msg.length, msg.data + MAX_PAYLOAD, std::uint8_t{0});
-    }
     sys->ctrl.available = true; // whatever it says, a valid message shows that the control module lives
     sys->ctrl.lostCom = false;
     lastMsg = 0;
     switch (msg.id) {
     case REPLY:
     case REPLY_SERIAL:
-        fileReply(msg);
-        break;
     case IDENTIFICATION:
-        fileIdentification(msg);
+        fileAnswer(msg);
         break;
     case MODULE_STATUS:
         fileStatus(msg);
@@ -210,71 +182,50 @@ void ProcBusThread::receive(PROCBUS_MSG msg) {
     }
 }
 
-void ProcBusThread::fileReply(const PROCBUS_MSG& msg) {
-    if (msg.length == OLD_REPLY_LENGTH) {
-        sys->bootloader.oldProtocol = true;
-        return;
+void ProcBusThread::fileAnswer(const PROCBUS_MSG& msg) {
+    const auto byte = [&msg](unsigned n) { return busMessages::payloadByte(msg, n); };
+    if (msg.id == IDENTIFICATION) {
+        std::printf("INIT BL: %x HW: %d SW: %d.%d.%d\n", byte(4), byte(0), byte(3), byte(2), byte(1));
     }
-    sys->fileResponse([&msg](auto& record) {
-        record.status = msg.data[0];
-        if (msg.length == SHORT_REPLY_LENGTH) {
-            record.page = msg.data[1] <= SHORT_REPLY_LAST_PAGE ? msg.data[1] : 0U;
-            record.moduleReported = -1;
-        } else {
-            record.page = msg.data[1] + 256U * msg.data[2];
-            record.moduleReported = static_cast<std::int8_t>(msg.data[3]);
-        }
-    });
-}
-
-void ProcBusThread::fileIdentification(const PROCBUS_MSG& msg) {
-    std::printf("INIT BL: %x HW: %d SW: %d.%d.%d\n", msg.data[4], msg.data[0], msg.data[3], msg.data[2],
-                msg.data[1]);
-    if (msg.length == OLD_IDENTIFICATION_LENGTH) {
+    if (const auto answer = busMessages::decodeAnswer(msg)) {
+        sys->answers.file(*answer);
+    } else {
         sys->bootloader.oldProtocol = true;
-        return;
     }
-    sys->fileResponse([&msg](auto& record) {
-        record.hwRev = msg.data[0] <= LAST_HW_REV ? msg.data[0] : std::uint8_t{0};
-        record.swVersion = versionText(msg.data[3], msg.data[2], msg.data[1]);
-        record.moduleReported = static_cast<std::int8_t>(msg.data[5]);
-        record.serialBootload = (msg.data[4] & SERIAL_BOOTLOADER_BIT) != 0;
-        record.reportedType = static_cast<updateCore::PROC_TYPE>(msg.data[4] & ~SERIAL_BOOTLOADER_BIT);
-        record.blInitData = true;
-    });
 }
 
 void ProcBusThread::fileStatus(const PROCBUS_MSG& msg) {
-    for (const auto& field : STATUS_FIELDS) {
-        updateCore::MODULE& module = sys->*field.module;
-        const unsigned value = (msg.data[field.byte] >> field.shift) & 0x0FU;
-        if (value == STATUS_LOST) {
+    const auto reported = busMessages::decodeStatus(msg);
+    for (std::size_t n = 0; n < reported.size(); ++n) {
+        coreState::MODULE& module = sys->*STATUS_MODULES[n];
+        if (reported[n].lost) {
             module.lostCom = true;
-        } else if ((value & 1U) == 0) {
-            module.available = true;
+            continue;
+        }
+        module.available = reported[n].available;
+        if (reported[n].available) {
             module.lostCom = false;
-            module.mode = static_cast<std::uint8_t>(value >> 1);
-        } else {
-            module.available = false;
+            module.mode = reported[n].mode;
         }
     }
 }
 
 void ProcBusThread::fileIdentity(const PROCBUS_MSG& msg) {
-    if (msg.data[0] == CONTROL_MODULE) {
+    const busMessages::MODULE_IDENTITY reported = busMessages::decodeIdentity(msg);
+    if (reported.number == CONTROL_MODULE) {
         sys->ctrl.available = true;
-        sys->ctrl.base.swVersion = versionText(msg.data[3], msg.data[2], msg.data[1]);
+        sys->ctrl.base.swVersion = reported.version;
         sys->ctrl.base.isAccurate = true;
         return;
     }
     for (const auto& identity : IDENTITIES) {
-        if (identity.number != msg.data[0]) {
+        if (identity.number != reported.number) {
             continue;
         }
-        updateCore::MODULE& module = sys->*identity.module;
-        module.serial = serialText(msg.data + 1);
-        module.base.swVersion = versionText(msg.data[9], msg.data[8], msg.data[7]);
-        module.base.hwRev = msg.data[11];
+        coreState::MODULE& module = sys->*identity.module;
+        module.serial = reported.serial;
+        module.base.swVersion = reported.version;
+        module.base.hwRev = reported.hwRev;
         module.base.isAccurate = true;
         if (identity.showsPresence) {
             module.available = true;

@@ -3,17 +3,17 @@
 #include "../drivers/uart.h"
 #include "../lib/crc16.h"
 #include "../lib/shared.h"
-#include "busProtocol.h"
+#include "busMessages.h"
 
 #include <QThread>
 #include <cstdint>
 #include <memory>
 
-class updateCore;
+class coreState;
 
 /**
  * The link to the bus processor. Its thread cuts the serial byte stream into messages, checks them and files
- * what they say into the core's module table and bootloader record. Owned by the core.
+ * what they say into the core's module table and reply box. Owned by the core.
  *
  * The receive loop can be terminated while it reads, nowhere else. `send` runs in the caller's thread; the
  * system has one sender at a time (loader, update run, halt message).
@@ -22,17 +22,10 @@ class ProcBusThread : public QThread {
     Q_OBJECT
 
 public:
-    struct PROCBUS_MSG {
-        std::uint8_t id = 0;
-        std::uint8_t data[busProtocol::MAX_PAYLOAD] = {};
-        std::uint32_t checksum = 0; ///< as received, low byte first; unused when sending
-        std::uint8_t length = 0;    ///< bytes of `data` that count
-        std::uint8_t stage = 0;     ///< of the receive scan
-        std::uint8_t ptr = 0;       ///< of the receive scan
-    };
+    using PROCBUS_MSG = busMessages::PROCBUS_MSG;
 
     /** Opens and configures the core's `uartPort`; the log says how that went. Does not start the thread. */
-    explicit ProcBusThread(updateCore* sys);
+    explicit ProcBusThread(coreState* sys);
     ~ProcBusThread() override;
 
     /** True when the port could be opened and configured. */
@@ -69,8 +62,7 @@ private:
     bool configurePort();
     void scanBuffer();
     void finishFrame(PROCBUS_MSG& msg, unsigned last);
-    void fileReply(const PROCBUS_MSG& msg);
-    void fileIdentification(const PROCBUS_MSG& msg);
+    void fileAnswer(const PROCBUS_MSG& msg);
     void fileStatus(const PROCBUS_MSG& msg);
     void fileIdentity(const PROCBUS_MSG& msg);
 
@@ -88,7 +80,7 @@ private:
     std::unique_ptr<std::uint8_t[]> UARTREAD;
     std::unique_ptr<std::uint8_t[]> UARTRXBUF;
     std::unique_ptr<std::uint8_t[]> UARTTXBUF;
-    updateCore* sys;
+    coreState* sys;
     uart sPort;
     crc16 checker;
 };

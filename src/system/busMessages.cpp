@@ -3,12 +3,15 @@
 #include "../lib/crc16.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace busMessages {
 
 using namespace busProtocol;
 
 namespace {
+
+constexpr unsigned FIRST_STATUS = 2; // payload byte with the first two modules
 
 PROCBUS_MSG command(std::uint8_t module, COMMAND code) {
     PROCBUS_MSG msg;
@@ -31,10 +34,7 @@ PROCBUS_MSG addressedCommand(std::uint8_t module, COMMAND code, std::uint32_t ad
     return msg;
 }
 
-/** Payload byte `n`, 0 behind the end. */
-std::uint8_t at(const PROCBUS_MSG& msg, unsigned n) {
-    return n < msg.length ? msg.data[n] : std::uint8_t{0};
-}
+constexpr auto at = payloadByte;
 
 ANSWER decodeReply(const PROCBUS_MSG& msg) {
     ANSWER answer;
@@ -60,6 +60,18 @@ ANSWER decodeIdentification(const PROCBUS_MSG& msg) {
     said.serial = (at(msg, 4) & SERIAL_BOOTLOADER_BIT) != 0;
     said.module = static_cast<std::int8_t>(at(msg, 5));
     return {said, {}};
+}
+
+/** The version whose third number is payload byte `n`; the others follow it. */
+std::string versionAt(const PROCBUS_MSG& msg, unsigned n) {
+    return versionText(at(msg, n + 2), at(msg, n + 1), at(msg, n));
+}
+
+std::string serialText(const PROCBUS_MSG& msg) {
+    char text[13];
+    std::snprintf(text, sizeof text, "%02x%02x%02x%02x%02x%02x", at(msg, 1), at(msg, 2), at(msg, 3),
+                  at(msg, 4), at(msg, 5), at(msg, 6));
+    return text;
 }
 
 } // namespace
@@ -141,6 +153,10 @@ std::size_t encodeFrame(const PROCBUS_MSG& msg, std::uint8_t* out) {
     return static_cast<std::size_t>(end - out);
 }
 
+std::uint8_t payloadByte(const PROCBUS_MSG& msg, unsigned n) {
+    return n < msg.length ? msg.data[n] : std::uint8_t{0};
+}
+
 bool isObsolete(const PROCBUS_MSG& msg) {
     return msg.id == busProtocol::IDENTIFICATION
                ? msg.length == OLD_IDENTIFICATION_LENGTH
@@ -162,8 +178,31 @@ std::optional<ANSWER> decodeAnswer(const PROCBUS_MSG& msg) {
     }
 }
 
+std::array<MODULE_STATUS, STATUS_COUNT> decodeStatus(const PROCBUS_MSG& msg) {
+    std::array<MODULE_STATUS, STATUS_COUNT> modules;
+    for (unsigned n = 0; n < STATUS_COUNT; ++n) {
+        const unsigned field = (at(msg, FIRST_STATUS + n / 2) >> (n % 2 * 4)) & 0x0FU;
+        modules[n].lost = field == STATUS_LOST;
+        modules[n].available = (field & 1U) == 0;
+        modules[n].mode = static_cast<std::uint8_t>(field >> 1);
+    }
+    return modules;
+}
+
+MODULE_IDENTITY decodeIdentity(const PROCBUS_MSG& msg) {
+    const std::uint8_t number = at(msg, 0);
+    if (number == CONTROL_MODULE) {
+        return {number, {}, versionAt(msg, 1), 0};
+    }
+    return {number, serialText(msg), versionAt(msg, 7), at(msg, 11)};
+}
+
 std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t third) {
     return std::to_string(first) + "." + std::to_string(second) + "." + std::to_string(third);
+}
+
+std::string IDENTIFICATION::versionText() const {
+    return busMessages::versionText(version[0], version[1], version[2]);
 }
 
 } // namespace busMessages

@@ -2,6 +2,7 @@
 
 #include "busProtocol.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -65,9 +66,10 @@ struct REPLY {
 struct IDENTIFICATION {
     std::uint8_t hwRev = 0;
     std::uint8_t version[3] = {}; ///< first, second and third number
-    std::uint8_t type = 0;        ///< updateCore::PROC_TYPE
+    std::uint8_t type = 0;        ///< busProtocol::PROC_TYPE
     bool serial = false;          ///< it is a serial bootloader
     std::int8_t module = NO_MODULE;
+    std::string versionText() const;
     bool operator==(const IDENTIFICATION&) const = default;
 };
 
@@ -78,10 +80,38 @@ struct ANSWER {
     bool operator==(const ANSWER&) const = default;
 };
 
+/** What a status message says of one module. */
+struct MODULE_STATUS {
+    bool lost = false; ///< communication with it was lost; the rest is not known then
+    bool available = false;
+    std::uint8_t mode = 0; ///< operating mode of an available one, 0 to 7
+    bool operator==(const MODULE_STATUS&) const = default;
+};
+
+/** Modules that one status message speaks of. */
+constexpr std::size_t STATUS_COUNT = 6;
+
+/** What a module says of itself. */
+struct MODULE_IDENTITY {
+    std::uint8_t number = 0; ///< its own count of modules, not the bus address
+    std::string serial;      ///< the control module does not tell it, nor its revision
+    std::string version;
+    std::uint8_t hwRev = 0;
+    bool operator==(const MODULE_IDENTITY&) const = default;
+};
+
+/** Payload byte `n`, 0 behind the end. */
+std::uint8_t payloadByte(const PROCBUS_MSG& msg, unsigned n);
+
+// Bytes that are missing from a payload count as 0.
+
 /** True for a reply or an identification of an obsolete bootloader, recognised by its length alone. */
 bool isObsolete(const PROCBUS_MSG& msg);
-/** None for messages of any other kind, and for those of an obsolete bootloader. Bytes missing count as 0. */
+/** None for messages of any other kind, and for those of an obsolete bootloader. */
 std::optional<ANSWER> decodeAnswer(const PROCBUS_MSG& msg);
+/** In the order of the message's fields, the low half of each byte first. */
+std::array<MODULE_STATUS, STATUS_COUNT> decodeStatus(const PROCBUS_MSG& msg);
+MODULE_IDENTITY decodeIdentity(const PROCBUS_MSG& msg);
 
 /** "1.2.3" */
 std::string versionText(std::uint8_t first, std::uint8_t second, std::uint8_t third);

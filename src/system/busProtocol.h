@@ -54,6 +54,17 @@ constexpr std::uint8_t LAST_HW_REV = 250;           // above it the hardware rev
 constexpr std::uint8_t SERIAL_BOOTLOADER_BIT = 0x80;
 constexpr std::uint8_t STATUS_LOST = 15; // 4-bit status field: communication lost
 
+/** Processor kind of a module, as its bootloader reports it. */
+enum PROC_TYPE : std::uint8_t {
+    UNKNOWN = 0,
+    PIC24 = 1,
+    PIC32_REC = 2,
+    STM32F3 = 3,
+    STM32F0 = 4,
+    PIC32_MEM = 5,
+    STM32F4 = 6
+};
+
 constexpr std::uint32_t FIRST_WIDE_ROW = 251;
 constexpr std::uint32_t ROW_BYTES = 7;
 constexpr std::uint32_t WIDE_ROW_BYTES = 6;

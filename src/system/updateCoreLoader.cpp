@@ -3,10 +3,10 @@
 #include "../lib/functs.h"
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
+#include "coreState.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
 #include "termination.h"
-#include "updateCore.h"
 
 #include <cryptopp/files.h>
 #include <cryptopp/filters.h>

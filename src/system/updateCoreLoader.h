@@ -4,7 +4,7 @@
 #include <QThread>
 #include <string>
 
-class updateCore;
+class coreState;
 
 /**
  * The thread that brings a package from the USB stick onto the panel, proves it intact, unpacks it and reads
@@ -16,7 +16,7 @@ class updateCoreLoad : public QThread {
 
 public:
     /** The core that is read and filled; set before the thread is started. Not owned. */
-    void setCore(updateCore* c) { core = c; }
+    void setCore(coreState* c) { core = c; }
     void run() override;
     /** True when `file` exists and its SHA-1 is the one that `file` + ".sha" names. */
     bool validateFile(std::string file);
@@ -35,5 +35,5 @@ private:
     bool prepareSystem();
     bool fail(const char* shown, const char* logged);
 
-    updateCore* core = nullptr;
+    coreState* core = nullptr;
 };

@@ -22,7 +22,7 @@ const char* const SYSTEM_DIR = "/";
 /** The modules on the CAN bootloader, in the order in which they are visited. */
 constexpr struct {
     const char* name;
-    updateCore::MODULE updateCore::*module;
+    coreState::MODULE coreState::*module;
 } CAN_MODULES[] = {
     {"MultiFunction #1", &updateCore::mf1}, {"MultiFunction #2", &updateCore::mf2},
     {"MultiFunction #3", &updateCore::mf3}, {"ARTS Sensor", &updateCore::arts},
@@ -50,7 +50,8 @@ void updateCore::run() {
     comBus->reload_uart();
     gotStatusMessage("Switching System to Bootload Mode...");
     const stopwatch total;
-    if (!enterUpdateMode()) {
+    serialBootload serial(this);
+    if (!enterUpdateMode(serial)) {
         emit sendUpdateDone(false);
         return;
     }
@@ -60,7 +61,7 @@ void updateCore::run() {
         return;
     }
     resumeUpdate = false;
-    if (!updateEverythingElse()) {
+    if (!updateEverythingElse(serial)) {
         return; // runUpdate has said what there was to say
     }
     success = true;
@@ -69,8 +70,7 @@ void updateCore::run() {
     emit sendUpdateDone(true);
 }
 
-bool updateCore::enterUpdateMode() {
-    serialBootload sender(this);
+bool updateCore::enterUpdateMode(serialBootload& sender) {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
@@ -97,11 +97,10 @@ bool updateCore::updateUpdater() {
 }
 
 /** Every item but the updater, in the order that the modules need. False when one of them failed. */
-bool updateCore::updateEverythingElse() {
+bool updateCore::updateEverythingElse(serialBootload& serial) {
     kernelUpdate kernelWriter(this);
     fileUpdate files(this);
-    canBootload can(this);
-    serialBootload serial(this);
+    canBootload can(this, &serial.wire());
     const auto update = [this](action* act, BASE_ITEM* item, const char* name) {
         return runUpdate(act, item, name, forceUpdate, TICK) != action::UPERROR;
     };
@@ -139,7 +138,7 @@ std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::stri
         if (items.empty()) {
             return action::NOMODULE; // a module that the package has nothing for: passed over without a word
         }
-        const std::uint8_t revision = item->hwRev;
+        const std::uint8_t revision = act->revision();
         const std::string version = revision < items.size() ? items[revision].version : "";
         report("Updating " + name + ": " + item->swVersion + " -> " + version);
         const stopwatch operation;

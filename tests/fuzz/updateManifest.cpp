@@ -4,6 +4,7 @@
 #include "panelCore.h"
 #include "system/parsers/jsonText.h"
 #include "system/parsers/updateParser.h"
+#include "system/updateCore.h"
 
 namespace {
 

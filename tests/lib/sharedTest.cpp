@@ -1,7 +1,8 @@
 #include "lib/shared.h"
 
-#include "system/updateCore.h"
+#include "system/coreState.h"
 
+#include <QString>
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
@@ -25,7 +26,7 @@ std::size_t lengthOf(const std::string& text) {
 }
 
 TEST(sharedText, ReadsLikeAString) {
-    updateCore::BASE_ITEM item;
+    coreState::BASE_ITEM item;
     const sharedText& text = item.swVersion;
     item.swVersion = "1.2.3";
     const std::string plain = text;
@@ -127,26 +128,26 @@ TEST(sharedText, TwoThreadsLoseNoCharacter) {
 }
 
 TEST(shared, ReadsLikeThePlainValue) {
-    updateCore::MODULE module;
-    updateCore::REPLY reply;
+    coreState::MODULE module;
+    coreState::REPLY reply;
     module.mode = 5;
     module.base.hwRev = std::uint8_t{2};
     reply.page = 0xFFFF;
-    reply.reportedType = updateCore::STM32F4;
+    reply.reportedType = coreState::STM32F4;
     const int number = 5;
     const std::size_t size = 3;
     EXPECT_TRUE(module.mode == number && 5U == module.mode && module.base.hwRev < size);
     EXPECT_TRUE(reply.moduleReported == -1 && reply.moduleReported < number && reply.page > size);
     EXPECT_EQ(module.mode, number);
     EXPECT_EQ(reply.page, 0xFFFFU);
-    EXPECT_EQ(reply.reportedType, updateCore::STM32F4);
+    EXPECT_EQ(reply.reportedType, coreState::STM32F4);
     EXPECT_FALSE(module.available);
     EXPECT_TRUE(!module.available && !(module.available || module.lostCom));
     const char letters[] = "abcdef";
     EXPECT_EQ(letters[module.mode], 'f');
     EXPECT_EQ(std::vector<int>({7, 8, 9})[module.base.hwRev], 9);
     switch (reply.reportedType) {
-    case updateCore::STM32F4:
+    case coreState::STM32F4:
         break;
     default:
         ADD_FAILURE();
@@ -203,21 +204,21 @@ TEST(shared, TwoThreadsLoseNoStep) {
 }
 
 TEST(shared, RecordsAreListedLikePlainOnes) {
-    const updateCore::BASE_ITEM item{"1.0", 2, 9, true, {{{"image.hex", "2.0"}}, true}};
+    const coreState::BASE_ITEM item{"1.0", 2, 9, true, {{{"image.hex", "2.0"}}, true}};
     EXPECT_EQ(item.swVersion, "1.0");
     EXPECT_EQ(item.hwRev, 2);
     EXPECT_EQ(item.id, 9);
     EXPECT_TRUE(item.isAccurate && item.update.resetAfterUpdate);
     EXPECT_EQ(item.update.items.at(0).version, "2.0");
-    updateCore::MODULE module{3, "0a0b", true, false, item};
-    const updateCore::MODULE copy = module;
+    coreState::MODULE module{3, "0a0b", true, false, item};
+    const coreState::MODULE copy = module;
     module = {};
     EXPECT_EQ(module.mode, 0);
     EXPECT_EQ(copy.mode, 3);
     EXPECT_EQ(copy.serial, "0a0b");
     EXPECT_TRUE(copy.available && !copy.lostCom);
     EXPECT_EQ(copy.base.swVersion + copy.base.update.items[0].item, "1.0image.hex");
-    const updateCore::BASE_ITEM named{.swVersion = "1", .hwRev = 4, .isAccurate = true, .update = {}};
+    const coreState::BASE_ITEM named{.swVersion = "1", .hwRev = 4, .isAccurate = true, .update = {}};
     EXPECT_EQ(named.hwRev, 4);
 }
 

@@ -133,8 +133,8 @@ TEST_F(ProcBusThreadTest, FilesReplies) {
         {"module above 127", {3, {0, 0, 0, 0xFE}}, false, 0, 0, -2},
         {"short", {3, {4, 253}}, false, 4, 253, -1},
         {"short, page out of range", {3, {4, 254}}, false, 4, 0, -1},
-        {"three bytes", {3, {4, 1, 2}}, false, 4, 0x201, 0}, // missing bytes count as 0
-        {"one byte", {5, {3}}, false, 3, 0, 0},
+        {"three bytes", {3, {4, 1, 2}}, false, 4, 0x201, -1}, // too short to name a module
+        {"one byte", {5, {3}}, false, 3, 0, -1},              // missing bytes count as 0
         {"CAN, obsolete", {3, Bytes(6, 1)}, true, 0, 0xFFFF, -1},
         {"serial, obsolete", {5, Bytes(6, 1)}, true, 0, 0xFFFF, -1},
         {"identification, obsolete", {6, Bytes(11, 1)}, true, 0, 0xFFFF, -1},

@@ -69,6 +69,10 @@ std::uint8_t at(const Memory& memory, std::uint32_t address) {
 
 } // namespace
 
+std::span<const Kind> kinds() {
+    return KINDS;
+}
+
 const Kind& kindNamed(const std::string& name) {
     return *std::find_if(std::begin(KINDS), std::end(KINDS),
                          [&](const Kind& kind) { return kind.name == name; });
@@ -154,10 +158,14 @@ Memory flashAfter(const Kind& kind, const Memory& image, const std::set<std::uin
     Memory flash;
     const std::uint32_t start = kind.regions.front();
     const auto pages = usedPages(kind, image);
+    // The fourth byte of the last instruction has no place in flash: behind a full page it makes one more,
+    // without data.
+    const bool spills = kind.packed && (image.rbegin()->first + 1) % kind.pageBytes == 0;
+    const std::uint32_t last = pages.back() + (spills ? kind.pageBytes : 0);
     for (std::uint32_t page = start; page < start + OLD_BYTES; page += kind.pageBytes) {
         const bool used = std::count(pages.begin(), pages.end(), page) > 0;
         const bool outside = kind.regions.size() > 1 && page > start && page < kind.regions.back();
-        const bool isGap = !used && !outside && page < pages.back();
+        const bool isGap = !used && !outside && page <= last;
         const bool ignored = ignoredPages.count(page) > 0;
         for (std::uint32_t i = page; i < std::min(page + kind.pageBytes, start + OLD_BYTES); ++i) {
             if ((ignored && !kind.erasedWhole) || !(kind.erasedWhole || used || (isGap && kind.gapsErased))) {

@@ -4,6 +4,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,7 @@ struct Kind {
     std::uint32_t unit(std::uint32_t address) const { return packed ? address / 2 : address; }
 };
 
+std::span<const Kind> kinds();
 const Kind& kindNamed(const std::string& name);
 
 /** A few KiB: full, partial and one-row pages, with unused ones between them. */

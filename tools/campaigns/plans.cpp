@@ -7,8 +7,6 @@
 
 namespace {
 
-const char* const KINDS[] = {"pic24",   "pic24-old",   "stm32f0",      "stm32f3",
-                             "stm32f4", "pic32-pages", "pic32-records"};
 const char* const MODULES[] = {"mf1", "mf2", "mf3",   "arts",   "s1",  "s2",
                                "s3",  "s4",  "motor", "master", "ctrl"};
 
@@ -46,7 +44,7 @@ std::vector<ScriptCase> readScript(const std::string& file) {
 
 Plan sharePlan(double share, std::uint64_t seed) {
     std::mt19937_64 random(seed);
-    const std::string kind = KINDS[seed % std::size(KINDS)];
+    const std::string kind = kinds()[static_cast<std::size_t>(seed % kinds().size())].name;
     Plan plan = singleModule(kind, kind.rfind("pic32", 0) == 0 ? "ctrl" : "mf1", seed);
     Target& target = plan.targets[0];
     const bool isPic24 =

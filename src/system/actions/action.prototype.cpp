@@ -1,6 +1,7 @@
 #include "action.prototype.h"
 
 bool action::needsUpdateBase(std::string compVersion, std::uint8_t hwRev, bool force) {
+    setRevision(hwRev);
     const auto& items = base->update.items;
     if (hwRev >= items.size()) {
         return false;

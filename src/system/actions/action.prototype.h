@@ -1,8 +1,9 @@
 #pragma once
 
-#include "../updateCore.h"
+#include "../coreState.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 /**
@@ -20,8 +21,16 @@ public:
         UPERROR = 3   ///< the check itself failed
     };
 
-    explicit action(updateCore* core) : csys(core) {}
-    void setBase(updateCore::BASE_ITEM* item) { base = item; }
+    explicit action(coreState* core) : csys(core) {}
+    void setBase(coreState::BASE_ITEM* item) {
+        base = item;
+        checked.reset();
+    }
+    /**
+     * The hardware revision whose image is meant: the one that needsUpdate() has checked, whatever the item's
+     * module reports meanwhile; before that the item's.
+     */
+    std::uint8_t revision() const { return checked.value_or(base->hwRev); }
 
     virtual STATUS needsUpdate(bool force) = 0;
     /** True when the item was brought up to date; else the log says why not. */
@@ -41,6 +50,11 @@ protected:
     /** needsUpdate() of a host item: its recorded version and revision decide. */
     STATUS needsUpdateHost(bool force);
 
-    updateCore::BASE_ITEM* base = nullptr; ///< not owned; null until setBase()
-    updateCore* csys;                      ///< not owned
+    void setRevision(std::uint8_t hwRev) { checked = hwRev; }
+
+    coreState::BASE_ITEM* base = nullptr; ///< not owned; null until setBase()
+    coreState* csys;                      ///< not owned
+
+private:
+    std::optional<std::uint8_t> checked;
 };

@@ -1,151 +1,452 @@
 #include "bootloadDialogue.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 
-using namespace busProtocol;
-using MESSAGE = ProcBusThread::PROCBUS_MSG;
+using namespace bootloadTiming;
+using namespace busMessages;
+using std::chrono::duration_cast;
 
 namespace {
 
-constexpr unsigned TRIES = 4;
-constexpr unsigned PASSES = 3;          // of the wait for one reply
-constexpr unsigned STATUS_POLLS = 20;   // of 1 ms
-constexpr unsigned POLLS_PER_UNIT = 10; // a timeout counts units of 10 ms
-constexpr unsigned PAUSE_MS = 10;
-
-constexpr std::chrono::milliseconds QUIET{100};   // a doubled reply has come within this
-constexpr std::chrono::seconds LONGEST_SETTLE{2}; // for a line that never falls quiet
-
-// Timeouts, in units of 10 ms.
-constexpr unsigned COMMAND_TIMEOUT = 20;
-constexpr unsigned PAGE_TIMEOUT = 5; // start of page, erase and data rows
-constexpr unsigned WRITE_TIMEOUT = 10;
-constexpr unsigned CONFIRM_TIMEOUTS[TRIES] = {PAGE_TIMEOUT, 20, 60, 200};
-constexpr unsigned SLOW_COMMAND_TIMEOUT = 100;
-
-constexpr std::uint8_t COMMAND_BUFFER_SIZE = 15;
-constexpr std::uint32_t NO_ROW = 0xFFFF; // in the record: no reply has come, or an identification only
-
-MESSAGE command(std::uint8_t module, COMMAND code) {
-    MESSAGE msg;
-    msg.id = BOOTLOADER_COMMAND;
-    msg.length = 2;
-    msg.data[0] = module;
-    msg.data[1] = code;
-    return msg;
-}
-
-MESSAGE addressedCommand(std::uint8_t module, COMMAND code, std::uint32_t address, bool wide) {
-    MESSAGE msg = command(module, code);
-    msg.length = wide ? 8 : 6;
-    msg.data[2] = byteOf(address, 1);
-    msg.data[3] = byteOf(address, 0);
-    if (wide) {
-        msg.data[6] = byteOf(address, 2);
-        msg.data[7] = byteOf(address, 3);
-    }
-    return msg;
-}
-
-MESSAGE systemCommand(std::uint8_t module, std::uint8_t arg) {
-    MESSAGE msg;
-    msg.id = SYSTEM_COMMAND;
-    msg.length = 2;
-    msg.data[0] = module;
-    msg.data[1] = arg;
-    return msg;
-}
-
-MESSAGE dataRow(std::uint32_t row, const std::vector<std::uint8_t>& data) {
-    MESSAGE msg;
-    msg.data[msg.length++] = byteOf(row, 0);
-    if (row < FIRST_WIDE_ROW) {
-        msg.id = DATA_ROW;
-    } else {
-        msg.id = DATA_ROW_WIDE;
-        msg.data[msg.length++] = byteOf(row, 1);
-    }
-    for (std::size_t at = rowOffset(row); at < data.size() && msg.length < ROW_PAYLOAD; ++at) {
-        msg.data[msg.length++] = data[at];
-    }
-    return msg;
-}
-
-/** Neither the reply to such a row nor that to a status request after it can carry row 0. */
-bool isLaterRow(const MESSAGE& msg) {
-    return msg.id == DATA_ROW_WIDE || (msg.id == DATA_ROW && msg.data[0] > 1);
-}
-
-/** Whether a reply for this row, or an identification, can be the one to the message. */
-bool mayAnswer(std::uint32_t row, const MESSAGE& msg) {
-    const bool asksForIdentity = msg.id == SYSTEM_COMMAND && msg.data[1] == ENTER_BOOTLOADER;
-    return row == (msg.id == DATA_ROW ? msg.data[0] : 0U) || (row == NO_ROW && asksForIdentity);
-}
-
-__attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) {
-    char buffer[160];
-    va_list args;
-    va_start(args, text);
-    std::vsnprintf(buffer, sizeof buffer, text, args); // NOLINT(clang-analyzer-valist.Uninitialized)
-    va_end(args);
-    return buffer;
-}
-
 /**
- * Number of pages up to the last one with data. An empty page behind that is none of the image's: the reader
- * makes one when a record fills its page but for the phantom byte that has no place in flash.
+ * A row that never is the next one of a page or record, when none is open or it has one row: what the module
+ * says to it differs from what it says to any request in its order.
  */
-std::uint32_t countPagesToData(hexpage& image) {
-    std::uint32_t count = 0;
-    std::uint32_t upToData = 0;
-    image.resetIterator();
-    while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        ++count;
-        upToData = page->data.empty() ? upToData : count;
-    }
-    return upToData;
+constexpr std::uint32_t MARK_ROW = 2;
+
+PROCBUS_MSG markRow() {
+    PROCBUS_MSG msg;
+    msg.id = busProtocol::DATA_ROW;
+    msg.length = 2;
+    msg.data[0] = MARK_ROW;
+    msg.data[1] = 0xFF;
+    return msg;
+}
+
+constexpr std::uint32_t NO_ROW = 0xFFFFFFFF; // that no reply names
+
+constexpr std::size_t indexOf(KIND kind) {
+    return static_cast<std::size_t>(kind);
 }
 
 } // namespace
 
-void bootloadDialogue::logItem(const std::string& text, logger::LOG_TYPE type) const {
-    csys->log->log_item(logPrefix + text, type);
+/** What a status request is about that follows no request. */
+const bootloadDialogue::OPEN bootloadDialogue::NOTHING_ASKED{OPEN::STATUS, KIND::ROW, 0, NO_ROW, {}, {}, {}};
+
+// Sending
+
+void bootloadDialogue::send(const PROCBUS_MSG& msg, OPEN entry, milliseconds lifetime) {
+    drain();
+    sentAt = host.now();
+    entry.sent = sentAt;
+    entry.until = sentAt + lifetime;
+    sentSince = true;
+    open.push_back(entry);
+    host.send(msg);
 }
 
-bool bootloadDialogue::sendReqStat(std::uint8_t module) {
-    csys->busResetResponse();
-    csys->comBus->send(command(module, REQUEST_STATUS));
-    return csys->awaitResponse(STATUS_POLLS);
+/** What came meanwhile is nobody's but that of requests before. */
+void bootloadDialogue::drain() {
+    while (const auto answer = host.receive(milliseconds(0))) {
+        judge(*answer);
+    }
 }
 
-bool bootloadDialogue::sendWithResponse(std::uint8_t module, MESSAGE msg, unsigned timeout) {
-    const bool isLater = isLaterRow(msg);
-    const bool quiet = isQuiet();
-    csys->busResetResponse();
-    reply = csys->reply();
-    csys->comBus->send(msg);
-    answeredDirectly = true;
-    for (unsigned pass = 0; pass < PASSES && !csys->cancel; ++pass) {
-        if (csys->awaitResponse(timeout * POLLS_PER_UNIT)) {
-            reply = csys->reply();
-            if (!isLater && (!quiet || !mayAnswer(reply.page, msg))) {
-                expectStale(LATEST); // it may be an earlier request's, and the one to this still to come
+void bootloadDialogue::sendRequest(const REQUEST& request) {
+    OPEN entry;
+    entry.kind = request.kind;
+    entry.number = asked;
+    entry.row = request.row;
+    const milliseconds late = request.kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
+    send(request.msg, entry, std::max(late, 2 * slowest[indexOf(request.kind)]));
+}
+
+void bootloadDialogue::sendStatus(std::uint8_t module, const OPEN& about) {
+    OPEN entry = about;
+    entry.type = OPEN::STATUS;
+    entry.repeats = lastReply;
+    send(requestStatus(module), entry, LATEST);
+}
+
+void bootloadDialogue::sendMark() {
+    OPEN entry;
+    entry.type = OPEN::MARKED;
+    entry.row = MARK_ROW;
+    send(markRow(), entry, LATEST);
+}
+
+// Whose answer is it?
+
+bool bootloadDialogue::isAsked(const OPEN& entry) const {
+    return entry.number == asked && entry.type == OPEN::REQUESTED;
+}
+
+/** A module that has been silent ever since may be at work still, and answer everything behind that. */
+void bootloadDialogue::forgetLate() {
+    const auto now = host.now();
+    std::erase_if(open, [&](const OPEN& entry) {
+        return entry.until <= now && heardAt > entry.sent && !isAsked(entry);
+    });
+}
+
+/** Whether a status request may be answered so although the request that it is about was not carried out. */
+bool bootloadDialogue::couldRepeat(const OPEN& entry, const ANSWER& answer) const {
+    return !entry.repeats || *entry.repeats == answer.reply;
+}
+
+bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) const {
+    const bool asksForIdentity = entry.type == OPEN::REQUESTED && entry.kind == KIND::ENTER;
+    if (answer.identification) {
+        return asksForIdentity;
+    }
+    if (asksForIdentity) {
+        return !identifies;
+    }
+    const bool fits =
+        entry.kind == KIND::COMMAND || answer.reply.row == entry.row || answer.reply.status != OK;
+    return fits || (entry.type == OPEN::STATUS && couldRepeat(entry, answer));
+}
+
+/** The same answer again, with nothing sent in between: doubled on its way. */
+bool bootloadDialogue::isEcho(const ANSWER& answer) const {
+    return lastHeard == answer && !sentSince && host.now() - heardAt <= ECHO;
+}
+
+/** Such as no request in its order gets. */
+bool bootloadDialogue::isMarkReply(const ANSWER& answer) {
+    return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
+}
+
+/** A module that has given its own name so far does not go by another one now. */
+bool bootloadDialogue::isOthers(const REPLY& reply) const {
+    return name == static_cast<std::int8_t>(talkingTo) && reply.module != NO_MODULE && reply.module != *name;
+}
+
+void bootloadDialogue::noteStranger(const ANSWER& answer) {
+    disturbed = true;
+    strangerAt = host.now();
+    if (answer.identification && answer.identification->module == said.module) {
+        restarted = true;
+    }
+}
+
+/**
+ * Strikes the request that was answered off the list, as far as that is known. An answer that may be the
+ * request's or another's is counted as the other's: once all others are answered, the next one is its own.
+ */
+bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
+    const bool echo = isEcho(answer);
+    forgetLate();
+    for (OPEN& entry : open) { // what was sent into the silence is answered about now, if ever
+        const auto soon = host.now() + QUIET;
+        entry.until = entry.sent >= heardAt ? std::max(entry.until, soon) : entry.until;
+    }
+    lastHeard = answer;
+    heardAt = host.now();
+    sentSince = false;
+    auto own = open.end();
+    auto other = open.end();
+    bool doubted = echo && disturbed; // by doubled answers, nothing can be counted
+    for (auto entry = open.begin(); entry != open.end(); ++entry) {
+        if (!couldAnswer(*entry, answer)) {
+            continue;
+        }
+        const bool isOwn = isAsked(*entry);
+        const bool isMarks = entry->type == OPEN::MARKED && isMarkReply(answer);
+        own = isOwn && own == open.end() ? entry : own;
+        other = !isOwn && (other == open.end() || isMarks) ? entry : other;
+        doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
+    }
+    const bool isOwn = own != open.end();
+    if ((!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply))) {
+        noteStranger(answer);
+        return WHOSE::OTHER;
+    }
+    open.erase(isOwn && (!doubted || other == open.end()) ? own : other);
+    return !isOwn ? WHOSE::OTHER : doubted ? WHOSE::MAYBE : WHOSE::OWN;
+}
+
+// Quiet
+
+/** Until when something may come that could be taken for the answer to the request; none when nothing may. */
+std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request) const {
+    std::optional<clock::time_point> until;
+    for (const OPEN& entry : open) {
+        const bool repeatsRow =
+            entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
+        const bool isEntry = entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED;
+        const bool confuses = request.kind == KIND::ENTER || entry.kind == KIND::COMMAND ||
+                              (isEntry ? !identifies : entry.row == request.row) || repeatsRow ||
+                              entry.type == OPEN::MARKED;
+        if (!isAsked(entry) && confuses) {
+            until = std::max(until.value_or(entry.until), entry.until);
+        }
+    }
+    if (disturbed) {
+        until = std::max(until.value_or(strangerAt + QUIET), strangerAt + QUIET);
+    }
+    return until > host.now() ? until : std::nullopt;
+}
+
+/** Lets pass what could be taken for the request's answer. False when the line does not fall quiet. */
+bool bootloadDialogue::settle(const REQUEST& request) {
+    const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
+    drain();
+    while (const auto until = confusedUntil(request)) {
+        const auto now = host.now();
+        if (now >= limit || host.cancelled()) {
+            return false;
+        }
+        const auto next = std::min(*until, std::max(now, sentAt + KEEP_ALIVE));
+        if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
+            judge(*answer);
+        } else if (host.now() >= sentAt + KEEP_ALIVE) {
+            keepAlive(request);
+        }
+    }
+    std::erase_if(open, [&](const OPEN& entry) { return entry.until <= host.now() && !isAsked(entry); });
+    return true;
+}
+
+/** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
+void bootloadDialogue::keepAlive(const REQUEST& request) {
+    const bool isWaiting =
+        std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
+    if (request.proof == PROOF::MARK && !isWaiting) {
+        sendMark();
+    } else if (request.proof == PROOF::NOTHING && lastReply && lastReply->row != request.row) {
+        sendStatus(request.module, NOTHING_ASKED);
+    }
+    sentAt = host.now();
+}
+
+// Listening
+
+/** Whether the answer to a status request looks the same before and behind the request, and nothing else
+ * tells. */
+bool bootloadDialogue::provesNothing(const REQUEST& request) const {
+    return request.proof == PROOF::NOTHING && (!lastReply || lastReply->row == request.row);
+}
+
+/** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
+milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) const {
+    static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(1000), WRITE_WORK,
+                                                  WRITE_WORK};
+    const milliseconds known = std::max(2 * fastest, slowest[indexOf(request.kind)] * 5 / 4);
+    const milliseconds usual = std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
+    // An answer to a status request proves nothing here: the module is given the time to answer by itself.
+    return provesNothing(request) && n == 0 ? std::max(usual, ALONE[request.attempt]) : usual;
+}
+
+/** How long the request may be at work, by what it may take and what its like have taken so far. */
+milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
+    const milliseconds known = slowest[indexOf(request.kind)];
+    return known.count() == 0 ? request.work
+                              : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
+}
+
+/** True when the answer settles the try. */
+bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HEARD& heard) {
+    heard.alive = true;
+    const WHOSE whose = judge(answer);
+    if (answer.identification || whose == WHOSE::OTHER) {
+        return false;
+    }
+    if (whose == WHOSE::OWN) {
+        heard.own = answer.reply;
+        heard.refused = answer.reply.row != request.row || (request.mustBeOk && answer.reply.status != OK);
+        return true;
+    }
+    if (answer.reply.status == OK || !heard.maybe) {
+        heard.maybe = answer.reply;
+        heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
+    }
+    return request.proof == PROOF::MARK;
+}
+
+/** True when the try is settled; else nothing that settles it came in time. */
+bool bootloadDialogue::hear(const REQUEST& request, milliseconds wait, HEARD& heard) {
+    const auto until = host.now() + wait;
+    while (!host.cancelled()) {
+        const bool provisional = heard.maybe && request.proof == PROOF::LATER;
+        const auto end = provisional ? std::min(until, heard.maybeUntil) : until;
+        const auto now = host.now();
+        const auto answer = host.receive(std::chrono::ceil<milliseconds>(std::max(end, now) - now));
+        if (answer && consider(request, *answer, heard)) {
+            return true;
+        }
+        if (!answer) {
+            return provisional && host.now() >= heard.maybeUntil;
+        }
+    }
+    return true;
+}
+
+void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
+    const auto start = host.now();
+    const unsigned passes = PASSES * GROWTH[n];
+    OPEN about;
+    about.kind = request.kind;
+    about.number = asked;
+    about.row = request.row;
+    milliseconds wait = directWait(request, n);
+    for (unsigned pass = 1; !hear(request, wait, heard); ++pass) {
+        heard.direct = false;
+        sendStatus(request.module, about);
+        if (hear(request, STATUS_WAIT + PAUSE, heard)) {
+            return;
+        }
+        const bool mayWork = (n == 0 || heard.alive) && host.now() - start < workOf(request);
+        if (pass >= passes && !mayWork) {
+            return;
+        }
+        // While it is silent it is at work, or gone: either way, one status request says as much as many.
+        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, ROW_WORK / 2);
+    }
+}
+
+/**
+ * Replaces the module's last reply by the one to a row that is out of its order. True when the module did
+ * answer it, so that it is not at work any more. From then on it tells by a status request whether the next
+ * request was carried out, provided that it repeats its last reply.
+ */
+bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
+    lastReply.reset();
+    sendMark();
+    const milliseconds wait = std::max(KEEP_ALIVE, 2 * fastest);
+    while (const auto answer = host.receive(wait)) {
+        if (isMarkReply(*answer)) {
+            judge(*answer);
+            lastReply = answer->reply;
+            sendStatus(request.module, NOTHING_ASKED);
+            const auto repeated = host.receive(wait);
+            if (repeated) {
+                judge(*repeated);
+            }
+            if (!repeated || repeated->identification || repeated->reply != answer->reply) {
+                lastReply.reset();
             }
             return true;
         }
-        answeredDirectly = false;
-        expectStale(isLater ? QUIET : LATEST);
-        sendReqStat(module);
-        csys->pause(PAUSE_MS);
+        if (consider(request, *answer, heard) && heard.own) {
+            return false;
+        }
+    }
+    return false;
+}
+
+/** What came may be older. When the module is at work still, its answer is to come. */
+void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard) {
+    if (!setMark(request, heard) && !heard.own) {
+        REQUEST waiting = request;
+        waiting.proof = PROOF::NOTHING; // that is, for as long as it may take
+        listen(waiting, n, heard);
+    }
+}
+
+void bootloadDialogue::learnTime(KIND kind) {
+    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - sentAt);
+    slowest[indexOf(kind)] = std::max(slowest[indexOf(kind)], took);
+    fastest = fastest.count() == 0 ? took : std::min(fastest, took);
+}
+
+void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
+    learnTime(request.kind);
+    lastReply = result.reply;
+    if (result.certain && !name) {
+        name = result.reply->module;
+    }
+}
+
+/** What may be another's answer is taken in the end, unless the module is known to answer by itself. */
+bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
+    return (n + 1 >= TRIES || request.last) && !answersDirectly[indexOf(request.kind)];
+}
+
+bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n) {
+    RESULT result;
+    HEARD heard;
+    sendRequest(request);
+    listen(request, n, heard);
+    if (heard.maybe && !heard.own && request.proof == PROOF::MARK) {
+        clarify(request, n, heard);
+    }
+    result.answered = heard.alive;
+    const bool takesMaybe = heard.maybe && (isLastTry(request, n) ||
+                                            (request.proof == PROOF::LATER && heard.maybe->status == OK));
+    if (heard.own && !heard.refused) {
+        result.reply = heard.own;
+        result.certain = true;
+        bool& directly = answersDirectly[indexOf(request.kind)];
+        directly = directly || heard.direct;
+    } else if (!heard.own && takesMaybe) {
+        result.reply = heard.maybe;
+    } else if (request.failed) {
+        request.failed(heard.own ? heard.own : heard.maybe);
+    }
+    return result;
+}
+
+bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned tries, unsigned firstTry) {
+    RESULT result;
+    ++asked;
+    if (provesNothing(request) && lingers < LINGERS) {
+        ++lingers;
+        host.pause(LINGER);
+    }
+    for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
+        if (n > 0 && request.proof == PROOF::MARK) {
+            HEARD unheard;
+            setMark(request, unheard);
+        }
+        if (request.proof != PROOF::LATER && !settle(request)) {
+            continue;
+        }
+        const bool answered = result.answered;
+        result = tryOnce(request, std::min(n, TRIES - 1));
+        result.answered = result.answered || answered;
+    }
+    if (result.reply) {
+        learn(request, result);
+    } else {
+        lastReply.reset();
+    }
+    return result;
+}
+
+// Commands
+
+bool bootloadDialogue::sendReqStat(std::uint8_t module) {
+    sendStatus(module, NOTHING_ASKED);
+    const auto answer = host.receive(STATUS_WAIT);
+    if (answer) {
+        judge(*answer);
+    }
+    return answer.has_value();
+}
+
+bool bootloadDialogue::sendWithResponse(std::uint8_t module, const PROCBUS_MSG& msg, unsigned timeout) {
+    REQUEST request;
+    request.msg = msg;
+    ++asked;
+    sendRequest(request);
+    for (unsigned pass = 0; pass < PASSES && !host.cancelled(); ++pass) {
+        auto answer = host.receive(milliseconds(timeout * UNIT_MS));
+        if (!answer) {
+            sendStatus(module, NOTHING_ASKED);
+            answer = host.receive(STATUS_WAIT + PAUSE);
+        }
+        if (answer) {
+            judge(*answer);
+            return true;
+        }
     }
     return false;
 }
 
 bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
-    csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
+    for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
         if (sendWithResponse(module, systemCommand(module, arg), COMMAND_TIMEOUT)) {
             return true;
         }
@@ -153,320 +454,140 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
     return false;
 }
 
-bool bootloadDialogue::enterBootloader(std::uint8_t module) {
-    auto& record = csys->bootloader;
-    record.hwRev = 0;
-    record.swVersion = std::string();
-    record.serialBootload = false;
-    bool mayBeOld = false;
-    unsigned timeout = COMMAND_TIMEOUT;
-    csys->comBus->setBuffSize(COMMAND_BUFFER_SIZE);
-    expectStale(QUIET); // of the module before
-    settle();
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        const bool quiet = isQuiet();
-        record.blInitData = false;
-        mayBeOld = false;
-        if (!sendWithResponse(module, systemCommand(module, ENTER_BOOTLOADER), timeout)) {
-            continue;
+// Entering a bootloader
+
+/** What has been heard of a module that is asked into its bootloader, by its worth. */
+enum class bootloadDialogue::ENTERING : std::uint8_t {
+    SILENT,
+    ALIVE,      ///< something that no old bootloader answers with
+    DOUBTED,    ///< a reply that may be another request's
+    PLAIN,      ///< an old bootloader's own reply
+    ANOTHER,    ///< an identification that names another module
+    IDENTIFIED, ///< the module's own
+};
+
+namespace {
+
+/** What follows from what was heard: whether more is to be asked for, and what it comes to in the end. */
+constexpr struct {
+    bool endsAsking;
+    bootloadDialogue::ENTRY result;
+} ENTERINGS[] = {
+    {false, bootloadDialogue::ENTRY::NONE},   {false, bootloadDialogue::ENTRY::NONE},
+    {false, bootloadDialogue::ENTRY::PLAIN},  {true, bootloadDialogue::ENTRY::PLAIN},
+    {true, bootloadDialogue::ENTRY::ANOTHER}, {true, bootloadDialogue::ENTRY::IDENTIFIED},
+};
+
+} // namespace
+
+void bootloadDialogue::beginSession(std::uint8_t module) {
+    talkedTo = talkingTo;
+    talkingTo = module;
+    lastReply.reset();
+    name.reset();
+    said = IDENTIFICATION();
+    identifies = false;
+    restarted = false;
+    lingers = 0;
+    fastest = milliseconds(0);
+    std::fill(std::begin(slowest), std::end(slowest), milliseconds(0));
+    std::fill(std::begin(answersDirectly), std::end(answersDirectly), false);
+}
+
+/** The module of the session before may still answer. */
+bool bootloadDialogue::wasTalkedTo(std::int8_t named) const {
+    return talkedTo != 0 && talkedTo != talkingTo && named == static_cast<std::int8_t>(talkedTo);
+}
+
+bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, const REQUEST& request,
+                                                      bool byName) {
+    const WHOSE whose = judge(answer);
+    if (answer.identification) {
+        const std::int8_t named = answer.identification->module;
+        if (!byName || named == static_cast<std::int8_t>(request.module)) {
+            said = *answer.identification;
+            identifies = true;
+            return ENTERING::IDENTIFIED;
         }
-        if (reply.page == NO_ROW) {
-            if (reply.blInitData && isFrom(module)) {
-                return true;
-            }
-        } else {
-            // A status request is answered with an error by a bootloader that has not answered anything yet.
-            mayBeOld = isFrom(module) && reply.page == 0 && (answeredDirectly || reply.status == OK);
-            const bool isPlain = quiet && answeredDirectly;
-            expectStale(QUIET);
-            settle();
-            if (record.blInitData) {
-                record.blInitData = mayBeOld = false; // beside a reply: who sent which is not known
-            } else if (mayBeOld && isPlain) {
-                return !csys->cancel;
-            }
-        }
-        timeout = SLOW_COMMAND_TIMEOUT; // there is a module, which may be slow to identify itself
-        settle();
+        const bool late = wasTalkedTo(named) || disturbed;
+        said = late ? said : *answer.identification;
+        return late ? ENTERING::ALIVE : ENTERING::ANOTHER;
     }
-    reply = csys->reply(); // an identification may have come while the line fell quiet
-    return (reply.blInitData || mayBeOld) && !csys->cancel;
-}
-
-void bootloadDialogue::expectStale(std::chrono::milliseconds wait) {
-    quietAt = std::max(quietAt, clock::now() + wait);
-}
-
-/** Lets the replies to earlier requests pass that may still come: none is to be taken for the next one's. */
-void bootloadDialogue::settle() {
-    const auto limit = clock::now() + LONGEST_SETTLE;
-    while (!isQuiet() && clock::now() < limit && !csys->cancel) {
-        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(quietAt - clock::now());
-        csys->busResetResponse();
-        if (csys->awaitResponse(static_cast<unsigned>(rest.count()))) {
-            expectStale(QUIET);
-        }
+    if (said.module != NO_MODULE && answer.reply.module == static_cast<std::int8_t>(request.module)) {
+        identifies = true;
+        return ENTERING::IDENTIFIED; // that said something else, but goes by its own name
     }
-}
-
-/** Whether the reply is the module's, as far as it tells. */
-bool bootloadDialogue::isFrom(std::uint8_t module) const {
-    const std::int8_t reported = reply.moduleReported;
-    return reported == -1 || reported == static_cast<std::int8_t>(module);
-}
-
-/** One try of a page's request, which succeeds when the module answers for row 0. */
-bool bootloadDialogue::tryRequest(std::uint8_t module, const MESSAGE& msg, unsigned timeout) {
-    if (!sendWithResponse(module, msg, timeout)) {
-        return false;
+    if (whose == WHOSE::OTHER || wasTalkedTo(answer.reply.module)) {
+        return ENTERING::ALIVE;
     }
-    const bool answered = isFrom(module) && reply.page == 0;
-    if (!answered) {
-        expectStale(QUIET);
+    lastReply = answer.reply;
+    if (whose == WHOSE::OWN) {
+        return answer.reply.status == OK ? ENTERING::PLAIN : ENTERING::DOUBTED;
     }
-    return answered;
-}
-
-/** Up to 4 tries; `failure` when none succeeded, else the reply's status. */
-std::uint8_t bootloadDialogue::requestStatus(std::uint8_t module, const MESSAGE& msg, BLSTATUS failure) {
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (tryRequest(module, msg, PAGE_TIMEOUT)) {
-            const std::uint8_t status = reply.status;
-            csys->pause(PAUSE_MS);
-            return status;
-        }
-    }
-    return failure;
+    return answer.reply.status == OK ? ENTERING::DOUBTED : ENTERING::ALIVE;
 }
 
 /**
- * The same for requests whose effect nothing checks later. An answer that came only on a status request may
- * repeat the reply to the request before and does not count; each try waits longer than the one before, for a
- * module that is slow.
+ * One try's passes. A bootloader that is slow to identify itself is known by its answers to status requests:
+ * it is not asked again, since that would start it anew.
  */
-std::uint8_t bootloadDialogue::confirmedStatus(std::uint8_t module, const MESSAGE& msg, BLSTATUS failure) {
-    expectStale(QUIET);
-    for (const unsigned timeout : CONFIRM_TIMEOUTS) {
-        settle();
-        if (csys->cancel) {
+bootloadDialogue::ENTERING bootloadDialogue::listenForEntry(const REQUEST& request, bool byName,
+                                                            ENTERING state) {
+    const auto start = host.now();
+    const auto heardWithin = [&](milliseconds wait) {
+        const auto until = host.now() + wait;
+        for (auto now = host.now(); now <= until && !host.cancelled(); now = host.now()) {
+            const auto answer = host.receive(std::chrono::ceil<milliseconds>(until - now));
+            if (!answer) {
+                return false;
+            }
+            state = std::max(state, classify(*answer, request, byName));
+            if (ENTERINGS[static_cast<std::size_t>(state)].endsAsking) {
+                learnTime(KIND::ENTER);
+                return true;
+            }
+        }
+        return host.cancelled();
+    };
+    OPEN about;
+    about.kind = KIND::COMMAND;
+    about.number = asked;
+    for (unsigned pass = 1; !heardWithin(timeoutOf(KIND::ENTER)); ++pass) {
+        sendStatus(request.module, about);
+        const bool done = heardWithin(STATUS_WAIT + PAUSE);
+        const bool mayWork = state != ENTERING::SILENT && host.now() - start < ENTER_WORK;
+        if (done || (pass >= PASSES && !mayWork)) {
             break;
         }
-        if (tryRequest(module, msg, timeout) && answeredDirectly) {
-            const std::uint8_t status = reply.status;
-            csys->pause(PAUSE_MS);
-            return status;
-        }
     }
-    return failure;
+    return state;
 }
 
-std::uint8_t bootloadDialogue::startPage(std::uint8_t module, const hexpage::MEMORY_PAGE& page,
-                                         bool wideAddress) {
-    MESSAGE msg = addressedCommand(module, START_PAGE, page.startAddress, wideAddress);
-    msg.data[4] = byteOf(page.dataLength, 1);
-    msg.data[5] = byteOf(page.dataLength, 0);
-    const bool quiet = isQuiet();
-    std::uint8_t status = requestStatus(module, msg, BADCHECKSUM);
-    if (status == IGNOREPG && !(quiet && isQuiet() && answeredDirectly)) {
-        status = confirmedStatus(module, msg, BADCHECKSUM); // it may have been said of the page before
-    }
-    if (status == IGNOREPG) {
-        expectStale(QUIET);
-        settle();
-    }
-    return status;
-}
-
-std::uint8_t bootloadDialogue::eraseBlock(std::uint8_t module, std::uint32_t address, std::uint8_t count,
-                                          bool wideAddress) {
-    MESSAGE msg = addressedCommand(module, ERASE_BLOCKS, address, wideAddress);
-    msg.data[4] = count;
-    return confirmedStatus(module, msg, ERASEERR);
-}
-
-std::uint8_t bootloadDialogue::eraseAll(std::uint8_t module) {
-    return confirmedStatus(module, addressedCommand(module, ERASE_ALL, 0, true), ERASEERR);
-}
-
-int bootloadDialogue::sendDataRow(std::uint8_t module, std::uint32_t row,
-                                  const std::vector<std::uint8_t>& data) {
-    return sendRow(module, row, data, false);
-}
-
-/** `confirmed`: as confirmedStatus() does it. */
-int bootloadDialogue::sendRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data,
-                              bool confirmed) {
-    const MESSAGE msg = dataRow(row, data);
-    bool answered = false;
-    lastRow = row;
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (confirmed) {
-            settle();
-        }
-        if (!sendWithResponse(module, msg, PAGE_TIMEOUT)) {
-            std::printf("No response\n");
+bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName) {
+    beginSession(module);
+    REQUEST request;
+    request.msg = systemCommand(module, busProtocol::ENTER_BOOTLOADER);
+    request.module = module;
+    request.kind = KIND::ENTER;
+    request.proof = PROOF::NOTHING;
+    ENTERING state = ENTERING::SILENT;
+    const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
+    ++asked;
+    host.pause(LINGER); // the module before may have answered twice
+    for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
+        if ((n == 0 || disturbed) && !settle(request)) {
             continue;
         }
-        answered = true;
-        const std::uint32_t reported = reply.page;
-        if (reported == row && isFrom(module) && (answeredDirectly || !confirmed)) {
-            return reply.status;
-        }
-        std::printf("expecting row %d, got row%d\n", static_cast<int>(row), static_cast<int>(reported));
-        expectStale(QUIET);
-        settle(); // else each try would be answered by what the one before has left
-    }
-    return answered ? MISSEDPACKET : -1;
-}
-
-int bootloadDialogue::sendRows(std::uint8_t module, const std::vector<std::uint8_t>& data) {
-    int status = OK;
-    for (std::uint32_t row = 0; rowOffset(row) < data.size() && status == OK; ++row) {
-        status = sendDataRow(module, row, data);
-    }
-    return status;
-}
-
-int bootloadDialogue::sendRecord(std::uint8_t module, const std::vector<std::uint8_t>& bytes) {
-    if (bytes.size() > rowOffset(1)) {
-        return sendRows(module, bytes);
-    }
-    expectStale(QUIET);
-    return sendRow(module, 0, bytes, true);
-}
-
-bool bootloadDialogue::sendPageWrite(std::uint8_t module) {
-    const bool ambiguous = lastRow == 0; // a reply to the only row looks like one to the page write
-    if (ambiguous) {
-        expectStale(QUIET);
-    }
-    for (unsigned n = 0; n < TRIES && !csys->cancel; ++n) {
-        if (n == 0 || ambiguous) { // else only the first write can be what is answered
-            settle();
-        }
-        if (tryRequest(module, command(module, WRITE_PAGE), WRITE_TIMEOUT) && reply.status == OK &&
-            (answeredDirectly || !ambiguous)) {
-            return true;
-        }
-        if (reply.hasResponse && (reply.page != 0 || reply.status != OK)) {
-            std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(reply.status),
-                        static_cast<unsigned>(reply.page));
+        sendRequest(request);
+        state = listenForEntry(request, byName, state);
+        if (ENTERINGS[static_cast<std::size_t>(state)].endsAsking) {
+            break;
         }
     }
-    return false;
-}
-
-bool bootloadDialogue::programImage(std::uint8_t module, const LAYOUT& layout, hexpage& image) {
-    const std::uint32_t total = image.getTotalPages();
-    const std::uint32_t used = countPagesToData(image);
-    image.resetIterator();
-    if (layout.eraseAllFirst && eraseAll(module) != OK) {
-        logFailure("Could not erase range (all)");
-        return false;
-    }
-    std::uint32_t index = 0;
-    hexpage::MEMORY_PAGE* page = image.getNextPage();
-    while (page != nullptr && index < used) {
-        if (csys->cancel) {
-            return false;
-        }
-        if (!page->data.empty()) {
-            if (!programPage(module, layout, *page, index, total)) {
-                return false;
-            }
-        } else if (layout.eraseEmptyPages) {
-            if (!eraseEmptyRun(module, layout, image, page, index)) {
-                return false;
-            }
-            continue; // with the page that ended the run
-        }
-        page = image.getNextPage();
-        ++index;
-    }
-    return true;
-}
-
-/** Erases the adjoining pages without data that start at `page`; leaves `page` at the one behind them. */
-bool bootloadDialogue::eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, hexpage& image,
-                                     hexpage::MEMORY_PAGE*& page, std::uint32_t& index) {
-    const std::uint32_t start = page->startAddress;
-    std::uint32_t count = 0;
-    std::uint32_t next = start;
-    while (page != nullptr && page->data.empty() && page->startAddress == next) {
-        next = page->endAddress + 1;
-        ++count;
-        page = image.getNextPage();
-    }
-    logItem(format("Erasing blocks at 0x%x (%d)", start, static_cast<int>(count)), logger::LOG_NOTICE);
-    const std::uint8_t status = eraseBlock(module, start, byteOf(count, 0), layout.wideAddress);
-    if (status != OK && status != IGNOREPG) {
-        logFailure("Could not erase range");
-        return false;
-    }
-    index += count;
-    logItem("Blocks Erased", logger::LOG_NOTICE);
-    return true;
-}
-
-bool bootloadDialogue::programPage(std::uint8_t module, const LAYOUT& layout, hexpage::MEMORY_PAGE& page,
-                                   std::uint32_t index, std::uint32_t total) {
-    page.dataLength = static_cast<std::uint32_t>(page.data.size());
-    mayBeWritten = false;
-    for (unsigned n = 0; n < TRIES; ++n) {
-        logItem(format("Working on Address# 0x%x (%d/%d) LEN: %lu", page.startAddress,
-                       static_cast<int>(index), static_cast<int>(total),
-                       static_cast<unsigned long>(page.dataLength)),
-                logger::LOG_NOTICE);
-        if (attemptPage(module, layout, page) == PAGE_RESULT::DONE) {
-            return true;
-        }
-        if (csys->cancel) {
-            return false;
+    if (isPlain() || state == ENTERING::ANOTHER) { // it may say more: what it is, or who it is
+        while (const auto answer = host.receive(IDENTIFICATION_WAIT)) {
+            state = std::max(state, classify(*answer, request, byName));
         }
     }
-    logItem("Page retry count exceeded.  Exiting.", logger::LOG_ERROR);
-    return false;
-}
-
-bootloadDialogue::PAGE_RESULT bootloadDialogue::attemptPage(std::uint8_t module, const LAYOUT& layout,
-                                                            const hexpage::MEMORY_PAGE& page) {
-    const std::uint8_t started = startPage(module, page, layout.wideAddress);
-    if (started == IGNOREPG && !mayBeWritten) { // one that took the rows before holds who knows what now
-        logItem("Page ignored", logger::LOG_NOTICE);
-        return PAGE_RESULT::DONE;
-    }
-    if (started != OK) {
-        return retry("Could not send SOH.  Retrying.");
-    }
-    settle(); // a late answer to the start of page looks like one to row 0
-    const int sent = sendRows(module, page.data);
-    if (sent < 0) {
-        return retry("No response from data send...retrying page");
-    }
-    if (sent != OK) {
-        return retry("Data TX error...retrying...");
-    }
-    mayBeWritten = true;
-    if (!sendPageWrite(module)) {
-        return retry("Could not write page to internal flash...retrying...");
-    }
-    logItem("Page written successfully", logger::LOG_NOTICE);
-    csys->pause(PAUSE_MS);
-    return PAGE_RESULT::DONE;
-}
-
-/** Says why the run ends, unless it was cancelled. */
-void bootloadDialogue::logFailure(const char* reason) const {
-    if (!csys->cancel) {
-        logItem(reason, logger::LOG_ERROR);
-    }
-}
-
-/** Says why the page starts again, unless it does not because the run was cancelled. */
-bootloadDialogue::PAGE_RESULT bootloadDialogue::retry(const char* reason) {
-    if (!csys->cancel) {
-        logItem(reason, logger::LOG_WARNING);
-        csys->pause(PAUSE_MS);
-    }
-    return PAGE_RESULT::RETRY;
+    return host.cancelled() ? ENTRY::NONE : ENTERINGS[static_cast<std::size_t>(state)].result;
 }

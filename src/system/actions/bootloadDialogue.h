@@ -1,22 +1,20 @@
 #pragma once
 
-#include "../../lib/hexfile/hexPage.h"
-#include "../ProcBusThread.h"
-#include "../updateCore.h"
-#include "flashLayouts.h"
+#include "bootloadHost.h"
+#include "bootloadTiming.h"
 
-#include <chrono>
 #include <cstdint>
-#include <string>
+#include <functional>
+#include <optional>
 #include <vector>
 
 /**
- * The dialogue with a module's bootloader, one request and one reply at a time: what the CAN and the serial
- * bootloader action have in common. docs/bus-protocol.md has the messages.
+ * One request to a module's bootloader and the one reply to it: what the CAN and the serial bootloader have
+ * in common. Decides whose reply an answer is; docs/dialogue.md explains the rule.
  *
- * Runs on the thread of the action that holds it and polls the core's bootloader record, which the link
- * thread fills. Every wait ends at once when the core's `cancel` is set, with the request's failure result.
- * Timeouts count units of 10 ms.
+ * Runs on the thread of its host. Every wait ends at once when the run is cancelled, with the request's
+ * failure result. Nothing is known of the line at first; the dialogue is to outlive the modules it talks to,
+ * since replies to the last requests to one may still come while the next one is asked.
  */
 class bootloadDialogue {
 public:
@@ -31,86 +29,162 @@ public:
         IGNOREPG = 6
     };
 
-    using LAYOUT = flashLayouts::LAYOUT;
+    using KIND = bootloadTiming::KIND;
+    using milliseconds = bootloadTiming::milliseconds;
 
-    /** `prefix` begins every log text of the dialogue. */
-    bootloadDialogue(updateCore* core, std::string prefix) : csys(core), logPrefix(prefix) {}
+    /** What will show that a request was carried out, beside an answer that may be another's. */
+    enum class PROOF : std::uint8_t {
+        LATER,  ///< the requests behind it fail when it was not
+        MARK,   ///< nothing, but no page is open: the module's last reply may be replaced by a mark
+        NOTHING ///< nothing, and a page is open
+    };
 
-    /** Asks the module for its last reply and waits at most 20 polls of 1 ms for it. */
+    struct REQUEST {
+        busMessages::PROCBUS_MSG msg;
+        std::uint8_t module = 0; ///< that is asked for its status when no answer comes
+        KIND kind = KIND::COMMAND;
+        std::uint32_t row = 0; ///< that the reply names
+        PROOF proof = PROOF::LATER;
+        milliseconds work{0};  ///< how long the module may be at work on it
+        unsigned attempt = 0;  ///< how often what it is part of was begun before; waits longer
+        bool last = false;     ///< it is not begun again: what may be its answer is taken in the end
+        bool mustBeOk = false; ///< a reply with an error fails the try
+        /** Called behind each try that failed, with the reply that did not count. */
+        std::function<void(const std::optional<busMessages::REPLY>&)> failed;
+    };
+
+    struct RESULT {
+        std::optional<busMessages::REPLY> reply; ///< none when all tries failed
+        bool answered = false;                   ///< something came while it was waited for
+        bool certain = false;                    ///< the reply is nobody else's
+    };
+
+    enum class ENTRY : std::uint8_t {
+        NONE,       ///< no bootloader answered
+        PLAIN,      ///< an old one, which does not say what it is
+        ANOTHER,    ///< it says that it is another module's; identification() has what it said
+        IDENTIFIED, ///< the same of the module's own
+    };
+
+    explicit bootloadDialogue(bootloadHost& panel) : host(panel) {}
+
+    /** Asks the module for its last reply and waits at most 20 polls of 1 ms for an answer. */
     bool sendReqStat(std::uint8_t module);
     /**
-     * Sends a request and waits for a reply: 3 passes of `timeout` x 10 polls of 1 ms, a status request and a
-     * pause of 10 ms after each silent pass. The reply to a status request counts, too.
+     * Sends a message and waits for any answer: 3 passes of `timeout` units of 10 ms, a status request and a
+     * pause of 10 ms after each silent pass. The answer to a status request counts, too.
      */
-    bool sendWithResponse(std::uint8_t module, ProcBusThread::PROCBUS_MSG msg, unsigned timeout);
+    bool sendWithResponse(std::uint8_t module, const busMessages::PROCBUS_MSG& msg, unsigned timeout);
     /** Up to 4 tries, each with a timeout of 20; true at the first answer. */
     bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
-    /** What answered the last request, as it came; without an answer, what busResetResponse() leaves. */
-    const updateCore::REPLY& lastReply() const { return reply; }
-    /**
-     * Asks the module into its bootloader; false when it does not answer. lastReply() then tells whether it
-     * sent its identification (`blInitData`), and what that says; the one of a module before is forgotten. An
-     * answer that may not be the one to this request (it came only on a status request, or while late replies
-     * may come) is not taken for an old bootloader's: the request is repeated within its 4 tries, since an
-     * image in the wrong layout would be worse than a lost second.
-     */
-    bool enterBootloader(std::uint8_t module);
 
-    /** Announces a page. BADCHECKSUM after 4 failed tries, else the reply's status. */
-    std::uint8_t startPage(std::uint8_t module, const hexpage::MEMORY_PAGE& page, bool wideAddress);
-    /** ERASEERR after 4 failed tries, else the reply's status. */
-    std::uint8_t eraseBlock(std::uint8_t module, std::uint32_t address, std::uint8_t count, bool wideAddress);
-    std::uint8_t eraseAll(std::uint8_t module);
     /**
-     * Sends row `row` of `data`, up to 4 tries; after an answer for another row only once the line has been
-     * quiet. -1 when no try was answered, else the reply's status; MISSEDPACKET when the module kept
-     * reporting another row.
+     * Asks the module into its bootloader, and begins a session with it. With `byName` an identification
+     * counts that names the module, or at last another one; else any.
      */
-    int sendDataRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data);
-    /** Sends all rows of `data`: the result of the first that failed, else OK. */
-    int sendRows(std::uint8_t module, const std::vector<std::uint8_t>& data);
+    ENTRY enter(std::uint8_t module, bool byName);
+    const busMessages::IDENTIFICATION& identification() const { return said; }
+    /** An identification came in mid-session that nobody had asked for: the bootloader has started anew. */
+    bool hasRestarted() const { return restarted; }
+
     /**
-     * The same for rows without a start of page, which row 0 opens. When there is only that one, makes sure
-     * that it came: a module without open rows answers the page write with the result of the one before.
+     * Sends a request until it is answered for its row, at most `tries` times, the later ones waiting longer.
+     * `firstTry` counts tries that the caller made before.
      */
-    int sendRecord(std::uint8_t module, const std::vector<std::uint8_t>& bytes);
-    /** Up to 4 tries; true only when the module confirmed that the rows it got were written. */
-    bool sendPageWrite(std::uint8_t module);
-
-    /** Erases as the layout asks and programs every page. False after the log has said what failed. */
-    bool programImage(std::uint8_t module, const LAYOUT& layout, hexpage& image);
-
-    void logItem(const std::string& text, logger::LOG_TYPE type) const;
+    RESULT ask(const REQUEST& request, unsigned tries = bootloadTiming::TRIES, unsigned firstTry = 0);
 
 private:
-    enum class PAGE_RESULT { DONE, RETRY };
+    using clock = bootloadHost::clock;
+    using ANSWER = busMessages::ANSWER;
+    using REPLY = busMessages::REPLY;
 
-    using clock = std::chrono::steady_clock;
-    static constexpr std::chrono::milliseconds LATEST{500}; ///< a reply is at most this late, or lost
+    /** A request that may still be answered, and what it could still answer. */
+    struct OPEN {
+        enum TYPE : std::uint8_t { REQUESTED, STATUS, MARKED };
+        TYPE type = REQUESTED;
+        KIND kind = KIND::COMMAND;
+        unsigned number = 0;          ///< which request of ours it is, or asks the status of
+        std::uint32_t row = 0;        ///< that the request's reply names
+        std::optional<REPLY> repeats; ///< a status request's: the reply before; none when that is unknown
+        clock::time_point sent;
+        clock::time_point until; ///< behind it no answer comes any more
+    };
+    static const OPEN NOTHING_ASKED;
+    enum class WHOSE : std::uint8_t {
+        OWN,   ///< surely the request's
+        MAYBE, ///< the request's, or another's that is still open
+        OTHER
+    };
+    /** What came while one try was listened for. */
+    struct HEARD {
+        std::optional<REPLY> own;
+        std::optional<REPLY> maybe;
+        clock::time_point maybeUntil; ///< how long a better one is waited for
+        bool direct = true;           ///< no status request was sent
+        bool alive = false;           ///< the module answered something
+        bool refused = false;         ///< `own` is an error that fails the try
+    };
+    enum class ENTERING : std::uint8_t;
 
-    bool tryRequest(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, unsigned timeout);
-    std::uint8_t requestStatus(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg, BLSTATUS failure);
-    std::uint8_t confirmedStatus(std::uint8_t module, const ProcBusThread::PROCBUS_MSG& msg,
-                                 BLSTATUS failure);
-    int sendRow(std::uint8_t module, std::uint32_t row, const std::vector<std::uint8_t>& data,
-                bool confirmed);
-    bool isFrom(std::uint8_t module) const;
-    void expectStale(std::chrono::milliseconds wait);
-    bool isQuiet() const { return clock::now() >= quietAt; }
-    void settle();
-    bool eraseEmptyRun(std::uint8_t module, const LAYOUT& layout, hexpage& image, hexpage::MEMORY_PAGE*& page,
-                       std::uint32_t& index);
-    bool programPage(std::uint8_t module, const LAYOUT& layout, hexpage::MEMORY_PAGE& page,
-                     std::uint32_t index, std::uint32_t total);
-    PAGE_RESULT attemptPage(std::uint8_t module, const LAYOUT& layout, const hexpage::MEMORY_PAGE& page);
-    PAGE_RESULT retry(const char* reason);
-    void logFailure(const char* reason) const;
+    void send(const busMessages::PROCBUS_MSG& msg, OPEN entry, milliseconds lifetime);
+    void sendRequest(const REQUEST& request);
+    void sendStatus(std::uint8_t module, const OPEN& about);
+    void sendMark();
+    void drain();
 
-    updateCore* csys;
-    std::string logPrefix;
-    updateCore::REPLY reply;
-    bool answeredDirectly = false;                     ///< the last answer came before any status request
-    clock::time_point quietAt = clock::now() + LATEST; ///< until then earlier requests may be answered
-    std::uint32_t lastRow = 0;                         ///< last row sent of the open page
-    bool mayBeWritten = false;                         ///< the page at hand, in part at least
+    bool couldAnswer(const OPEN& entry, const ANSWER& answer) const;
+    bool couldRepeat(const OPEN& entry, const ANSWER& answer) const;
+    WHOSE judge(const ANSWER& answer);
+    bool isEcho(const ANSWER& answer) const;
+    static bool isMarkReply(const ANSWER& answer);
+    bool isOthers(const REPLY& reply) const;
+    void noteStranger(const ANSWER& answer);
+    void forgetLate();
+    bool isAsked(const OPEN& entry) const;
+
+    bool settle(const REQUEST& request);
+    std::optional<clock::time_point> confusedUntil(const REQUEST& request) const;
+    void keepAlive(const REQUEST& request);
+
+    void listen(const REQUEST& request, unsigned n, HEARD& heard);
+    bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
+    bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
+    void clarify(const REQUEST& request, unsigned n, HEARD& heard);
+    bool setMark(const REQUEST& request, HEARD& heard);
+    bool provesNothing(const REQUEST& request) const;
+    milliseconds directWait(const REQUEST& request, unsigned n) const;
+    milliseconds workOf(const REQUEST& request) const;
+    RESULT tryOnce(const REQUEST& request, unsigned n);
+    bool isLastTry(const REQUEST& request, unsigned n) const;
+    void learnTime(KIND kind);
+    void learn(const REQUEST& request, const RESULT& result);
+
+    bool wasTalkedTo(std::int8_t named) const;
+    void beginSession(std::uint8_t module);
+    ENTERING listenForEntry(const REQUEST& request, bool byName, ENTERING state);
+    ENTERING classify(const ANSWER& answer, const REQUEST& request, bool byName);
+
+    bootloadHost& host;
+    std::vector<OPEN> open;
+    unsigned asked = 0; ///< number of the request at hand
+    clock::time_point sentAt{};
+
+    std::optional<ANSWER> lastHeard;
+    clock::time_point heardAt{};
+    bool sentSince = false;
+    bool disturbed = false; ///< something came that nobody had asked for
+    clock::time_point strangerAt{};
+
+    // Of the session with one module.
+    std::uint8_t talkingTo = 0;
+    std::uint8_t talkedTo = 0;       ///< the module before; 0 for none
+    std::optional<REPLY> lastReply;  ///< what a status request would repeat, as far as it is known
+    std::optional<std::int8_t> name; ///< that its replies gave it so far
+    busMessages::IDENTIFICATION said;
+    bool identifies = false; ///< the bootloader is one that says what it is
+    bool restarted = false;
+    unsigned lingers = 0;
+    milliseconds fastest{0}; ///< of all answers; 0 before the first
+    milliseconds slowest[bootloadTiming::KINDS] = {};
+    bool answersDirectly[bootloadTiming::KINDS] = {};
 };

@@ -1,5 +1,6 @@
 #include "canBootload.h"
 
+#include "../ProcBusThread.h"
 #include "flashLayouts.h"
 #include "imageVerdict.h"
 #include "packageFile.h"
@@ -19,74 +20,92 @@ bool canBootload::sendReqStat() {
     return dialogue.sendReqStat(base->id);
 }
 
-bool canBootload::sendWithResponse(ProcBusThread::PROCBUS_MSG msg, unsigned timeout) {
+bool canBootload::sendWithResponse(busMessages::PROCBUS_MSG msg, unsigned timeout) {
     return dialogue.sendWithResponse(base->id, msg, timeout);
 }
 
 bool canBootload::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
+    csys->comBus->setBuffSize(REQUEST_SIZE);
     return dialogue.sendSystemCommand(module, arg);
 }
 
+/** The programmer, told whom it programs. */
+imageProgrammer& canBootload::addressed() {
+    programmer.setTarget(base->id, wideAddress());
+    return programmer;
+}
+
 std::uint8_t canBootload::send_SOH(const hexpage::MEMORY_PAGE& page) {
-    return dialogue.startPage(base->id, page, wideAddress());
+    return addressed().startPage(page);
 }
 
 std::uint8_t canBootload::eraseBlock(std::uint32_t address, std::uint8_t count) {
-    return dialogue.eraseBlock(base->id, address, count, wideAddress());
+    return addressed().eraseBlock(address, count);
 }
 
 std::uint8_t canBootload::eraseAll() {
-    return dialogue.eraseAll(base->id);
+    return addressed().eraseAll();
 }
 
 bool canBootload::sendPageWrite() {
-    return dialogue.sendPageWrite(base->id);
+    return addressed().sendPageWrite();
 }
 
 int canBootload::sendDataRow(std::uint32_t row, const hexpage::MEMORY_PAGE& page) {
-    return dialogue.sendDataRow(base->id, row, page.data);
+    return addressed().sendDataRow(row, page.data);
 }
 
 action::STATUS canBootload::needsUpdate(bool force) {
+    csys->answers.forgetIdentification();
     pic24NewBL = false;
     csys->comBus->setBuffSize(REQUEST_SIZE);
-    dialogue.logItem("Requested module bootloader", logger::LOG_NOTICE);
-    const bool answered = dialogue.enterBootloader(base->id);
+    log("Requested module bootloader", logger::LOG_NOTICE);
+    const auto entry = dialogue.enter(base->id, true);
     if (csys->cancel) {
         return UPERROR;
     }
-    if (!answered) {
-        dialogue.logItem("Could not switch to bootload mode", logger::LOG_WARNING);
-        return NOMODULE;
+    procType = coreState::PIC24;
+    switch (entry) {
+    case bootloadDialogue::ENTRY::PLAIN:
+        return compareRecorded(force);
+    case bootloadDialogue::ENTRY::ANOTHER:
+    case bootloadDialogue::ENTRY::IDENTIFIED:
+        return compareReported(entry == bootloadDialogue::ENTRY::IDENTIFIED, force);
+    case bootloadDialogue::ENTRY::NONE:
+        break;
     }
-    procType = updateCore::PIC24;
-    return dialogue.lastReply().blInitData ? compareReported(force) : compareRecorded(force);
+    log("Could not switch to bootload mode", logger::LOG_WARNING);
+    return NOMODULE;
 }
 
 /** The bootloader identified itself: its own words decide. */
-action::STATUS canBootload::compareReported(bool force) {
-    const updateCore::REPLY& record = dialogue.lastReply();
-    std::printf("%d %d\n", base->id, static_cast<int>(record.moduleReported));
-    if (record.serialBootload || record.moduleReported != static_cast<std::int8_t>(base->id)) {
+action::STATUS canBootload::compareReported(bool isOwn, bool force) {
+    const busMessages::IDENTIFICATION& said = dialogue.identification();
+    std::printf("%d %d\n", base->id, static_cast<int>(said.module));
+    if (said.serial || !isOwn) {
         std::printf("No module\n");
+        log("Bootloader of another module", logger::LOG_WARNING);
         return NOMODULE;
     }
-    if (!needsUpdateModule(record.swVersion, record.hwRev, force)) {
+    const std::string version = said.versionText();
+    if (!needsUpdateModule(version, said.hwRev, force)) {
         return upToDate();
     }
     pic24NewBL = true;
-    base->swVersion = record.swVersion;
-    base->hwRev = record.hwRev;
-    procType = record.reportedType;
+    base->swVersion = version;
+    base->hwRev = said.hwRev;
+    procType = static_cast<coreState::PROC_TYPE>(said.type);
     csys->comBus->setBuffSize(NEW_BOOTLOADER_SIZE);
     return GOUPDATE;
 }
 
 /** An old bootloader, which does not say what it is: what the module has told before decides. */
 action::STATUS canBootload::compareRecorded(bool force) {
+    const std::uint8_t known = base->hwRev;
     if (!base->isAccurate) {
         base->hwRev = 0; // a module of unknown version is always programmed
-    } else if (!needsUpdateModule(base->swVersion, base->hwRev, force)) {
+        setRevision(0);
+    } else if (!needsUpdateModule(base->swVersion, known, force)) {
         return upToDate();
     }
     csys->comBus->setBuffSize(OLD_BOOTLOADER_SIZE);
@@ -100,21 +119,21 @@ action::STATUS canBootload::upToDate() {
 
 void canBootload::resetModule() {
     if (base->update.resetAfterUpdate) {
-        dialogue.logItem("Resetting Module", logger::LOG_NOTICE);
+        log("Resetting Module", logger::LOG_NOTICE);
         sendSystemCommand(base->id, busProtocol::RESTART);
     }
 }
 
 /** Chooses the memory layout by the processor and the text that announces it; null for one not known on CAN.
  */
-const char* canBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
+const char* canBootload::selectLayout(flashLayouts::LAYOUT& layout) const {
     switch (procType) {
-    case updateCore::STM32F3:
-    case updateCore::STM32F0:
-    case updateCore::STM32F4:
-        layout = flashLayouts::stm32(procType == updateCore::STM32F4);
+    case coreState::STM32F3:
+    case coreState::STM32F0:
+    case coreState::STM32F4:
+        layout = flashLayouts::stm32(procType == coreState::STM32F4);
         return "STM32 Update ";
-    case updateCore::PIC24:
+    case coreState::PIC24:
         if (pic24NewBL) {
             layout = flashLayouts::pic24New(wideAddress());
             return "PIC New ";
@@ -127,27 +146,27 @@ const char* canBootload::selectLayout(bootloadDialogue::LAYOUT& layout) const {
 }
 
 bool canBootload::run() {
-    dialogue.logItem("Starting bootload", logger::LOG_NOTICE);
-    const std::string path = packageFile::ofItem(*base);
-    bootloadDialogue::LAYOUT layout;
+    log("Starting bootload", logger::LOG_NOTICE);
+    const std::string path = packageFile::ofItem(*base, revision());
+    flashLayouts::LAYOUT layout;
     const char* const title = selectLayout(layout);
     if (title == nullptr) {
-        dialogue.logItem("Unsupported processor", logger::LOG_ERROR);
+        log("Unsupported processor", logger::LOG_ERROR);
         return false;
     }
-    dialogue.logItem(title + path, logger::LOG_NOTICE);
+    log(title + path, logger::LOG_NOTICE);
     hexpage image;
     if (!flashLayouts::readImage(path, layout, image) ||
         !imageVerdict::accepts(*csys, "CAN: ", imageCheck::ofPages(path, layout, image))) {
-        dialogue.logItem("Bad HEX file: " + path, logger::LOG_ERROR);
+        log("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }
     csys->setUnfinished(*base, true);
-    if (!dialogue.programImage(base->id, layout, image)) {
+    if (!addressed().programImage(layout, image, csys->strictImages)) {
         return false;
     }
     csys->setUnfinished(*base, false);
     resetModule();
-    dialogue.logItem("Bootload Finished", logger::LOG_NOTICE);
+    log("Bootload Finished", logger::LOG_NOTICE);
     return true;
 }

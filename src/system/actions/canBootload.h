@@ -1,18 +1,26 @@
 #pragma once
 
 #include "action.prototype.h"
-#include "bootloadDialogue.h"
+#include "coreHost.h"
+#include "imageProgrammer.h"
 
 /**
  * Reprograms a bus module over CAN, through the bus processor. Timeouts, tries and failure results are those
- * of bootloadDialogue, which conducts the dialogue.
+ * of bootloadDialogue and imageProgrammer, which conduct the dialogue.
  */
 class canBootload : public action {
 public:
     using BLSTATUS = bootloadDialogue::BLSTATUS;
     using enum bootloadDialogue::BLSTATUS;
 
-    explicit canBootload(updateCore* core) : action(core), dialogue(core, "CAN: ") {}
+    explicit canBootload(coreState* core) : canBootload(core, nullptr) {}
+    /** `wire`: a dialogue that outlives the action and knows what was asked on this line before. */
+    canBootload(coreState* core, bootloadDialogue* wire)
+        : action(core),
+          host(core),
+          own(host),
+          dialogue(wire != nullptr ? *wire : own),
+          programmer(host, dialogue, "CAN: ") {}
 
     /**
      * Switches the module into its bootloader and compares versions. NOMODULE when it does not answer or is
@@ -23,7 +31,7 @@ public:
     bool run() override;
 
     bool sendReqStat();
-    bool sendWithResponse(ProcBusThread::PROCBUS_MSG msg, unsigned timeout);
+    bool sendWithResponse(busMessages::PROCBUS_MSG msg, unsigned timeout);
     bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
     std::uint8_t send_SOH(const hexpage::MEMORY_PAGE& page);
     std::uint8_t eraseBlock(std::uint32_t address, std::uint8_t count);
@@ -32,14 +40,19 @@ public:
     int sendDataRow(std::uint32_t row, const hexpage::MEMORY_PAGE& page);
 
 private:
-    STATUS compareReported(bool force);
+    STATUS compareReported(bool isOwn, bool force);
     STATUS compareRecorded(bool force);
     STATUS upToDate();
-    const char* selectLayout(bootloadDialogue::LAYOUT& layout) const;
+    const char* selectLayout(flashLayouts::LAYOUT& layout) const;
+    imageProgrammer& addressed();
     void resetModule();
-    bool wideAddress() const { return procType != updateCore::PIC24; }
+    void log(const std::string& text, logger::LOG_TYPE type) { host.log("CAN: " + text, type); }
+    bool wideAddress() const { return procType != coreState::PIC24; }
 
-    updateCore::PROC_TYPE procType = updateCore::UNKNOWN;
+    coreState::PROC_TYPE procType = coreState::UNKNOWN;
     bool pic24NewBL = false; ///< the bootloader sent its identification
-    bootloadDialogue dialogue;
+    coreHost host;
+    bootloadDialogue own; ///< used when none is shared
+    bootloadDialogue& dialogue;
+    imageProgrammer programmer;
 };

@@ -50,7 +50,7 @@ action::STATUS fileUpdate::needsUpdate(bool force) {
 
 bool fileUpdate::run() {
     functs f;
-    const updateCore::UPDATE_ITEM& entry = base->update.items[base->hwRev];
+    const coreState::UPDATE_ITEM& entry = base->update.items[revision()];
     if (entry.item.size() <= packageFile::NO_FILE_LENGTH) {
         return true;
     }

@@ -13,7 +13,7 @@
  */
 class fileUpdate : public action {
 public:
-    explicit fileUpdate(updateCore* core) : action(core) {}
+    explicit fileUpdate(coreState* core) : action(core) {}
     /** The directory that the item is installed into, "/" until set. */
     void setInstallPath(std::string path) { configInstallPath = path; }
 

@@ -48,8 +48,7 @@ std::string restOf(std::size_t faults) {
 
 } // namespace
 
-bool imageVerdict::accepts(updateCore& core, const std::string& prefix,
-                           const std::vector<FINDING>& findings) {
+bool imageVerdict::accepts(coreState& core, const std::string& prefix, const std::vector<FINDING>& findings) {
     const bool accepted = !core.strictImages || !imageCheck::hasFault(findings);
     const logger::LOG_TYPE level = core.strictImages ? logger::LOG_ERROR : logger::LOG_WARNING;
     std::size_t faults = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../updateCore.h"
+#include "../coreState.h"
 #include "imageCheck.h"
 
 #include <string>
@@ -13,6 +13,6 @@ namespace imageVerdict {
  * Logs what was found, each text behind `prefix`. False when the image must not be sent: there is a fault,
  * and the configuration wants no such images. Nothing has been sent to the module by then.
  */
-bool accepts(updateCore& core, const std::string& prefix, const std::vector<imageCheck::FINDING>& findings);
+bool accepts(coreState& core, const std::string& prefix, const std::vector<imageCheck::FINDING>& findings);
 
 } // namespace imageVerdict

@@ -29,7 +29,7 @@ bool kernelUpdate::run() {
     if (csys->cancel) {
         return false;
     }
-    const updateCore::UPDATE_ITEM& image = base->update.items[base->hwRev];
+    const coreState::UPDATE_ITEM& image = base->update.items[revision()];
     if (image.item.size() <= packageFile::NO_FILE_LENGTH) {
         return true;
     }

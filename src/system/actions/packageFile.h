@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../updateCore.h"
+#include "../coreState.h"
 
 #include <string>
 
@@ -17,10 +17,9 @@ inline bool leadsOutside(const std::string& name) {
     return ("/" + name + "/").find("/../") != std::string::npos;
 }
 
-/** The image for the item's hardware revision; the bare directory when the package has none. */
-inline std::string ofItem(const updateCore::BASE_ITEM& item) {
+/** The image for a hardware revision; the bare directory when the package has none. */
+inline std::string ofItem(const coreState::BASE_ITEM& item, std::uint8_t revision) {
     const auto& items = item.update.items;
-    const std::uint8_t revision = item.hwRev;
     return DIRECTORY + (revision < items.size() ? items[revision].item : std::string());
 }
 

@@ -5,6 +5,6 @@ action::STATUS rootfsUpdate::needsUpdate(bool force) {
 }
 
 bool rootfsUpdate::run() {
-    base->swVersion = base->update.items[base->hwRev].version;
+    base->swVersion = base->update.items[revision()].version;
     return true;
 }

@@ -1,6 +1,6 @@
 #include "manifestParser.h"
 
-#include "../updateCore.h"
+#include "../coreState.h"
 
 bool manifestParser::value() {
     cur.hasKey = false;
@@ -14,7 +14,7 @@ bool manifestParser::Key(const char* text, unsigned length, bool) {
 }
 
 bool manifestParser::String(const char* text, unsigned length, bool) {
-    for (const updateCore::HOST_ITEM& entry : sys->hostItems()) {
+    for (const coreState::HOST_ITEM& entry : sys->hostItems()) {
         if (cur.key == entry.name) {
             entry.item->swVersion = std::string(text, length);
         }

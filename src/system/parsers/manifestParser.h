@@ -4,7 +4,7 @@
 #include <rapidjson/reader.h>
 #include <string>
 
-class updateCore;
+class coreState;
 
 /**
  * Reads the system manifest: a member named for a host item sets that item's installed version, at whatever
@@ -12,7 +12,7 @@ class updateCore;
  */
 class manifestParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, manifestParser> {
 public:
-    explicit manifestParser(updateCore* core) : sys(core) {}
+    explicit manifestParser(coreState* core) : sys(core) {}
 
     bool Null() { return value(); }
     bool Bool(bool) { return value(); }
@@ -35,5 +35,5 @@ private:
         std::string key;
         bool hasKey = false;
     } cur;
-    updateCore* sys; ///< not owned
+    coreState* sys; ///< not owned
 };

@@ -1,6 +1,6 @@
 #include "updateParser.h"
 
-updateParser::updateParser(updateCore* core)
+updateParser::updateParser(coreState* core)
     : sys(core),
       itemNames{
           {"kernel", {&sys->core.kernel}},
@@ -54,7 +54,7 @@ bool updateParser::String(const char* text, unsigned length, bool) {
     const LISTS* lists = listsOfItem();
     if (lists != nullptr && cur.key == "f") {
         cur.citem.item.assign(text, length);
-        for (updateCore::BASE_ITEM* list : *lists) {
+        for (coreState::BASE_ITEM* list : *lists) {
             list->update.items.push_back(cur.citem);
         }
     } else if (lists != nullptr && cur.key == "v") {
@@ -68,7 +68,7 @@ void updateParser::setVersion(const LISTS& lists, const std::string& version) {
     if (cur.index >= lists.front()->update.items.size()) {
         return;
     }
-    for (updateCore::BASE_ITEM* list : lists) {
+    for (coreState::BASE_ITEM* list : lists) {
         list->update.items[cur.index].version = version;
     }
     ++cur.index;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../updateCore.h"
+#include "../coreState.h"
 
 #include <cstdint>
 #include <rapidjson/reader.h>
@@ -15,7 +15,7 @@
  */
 class updateParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, updateParser> {
 public:
-    explicit updateParser(updateCore* core);
+    explicit updateParser(coreState* core);
 
     bool Null() { return value(); }
     bool Bool(bool) { return value(); }
@@ -32,7 +32,7 @@ public:
     bool EndArray(unsigned) { return true; }
 
 private:
-    using LISTS = std::vector<updateCore::BASE_ITEM*>; ///< filled alike
+    using LISTS = std::vector<coreState::BASE_ITEM*>; ///< filled alike
 
     bool value();
     const LISTS* listsOfItem() const;
@@ -44,8 +44,8 @@ private:
         bool hasKey = false;    ///< set by a key, cleared by a value
         std::uint8_t index = 0; ///< entry that the next version belongs to
         [[maybe_unused]] bool inArray = false;
-        updateCore::UPDATE_ITEM citem;
+        coreState::UPDATE_ITEM citem;
     } cur;
-    updateCore* sys; ///< not owned
+    coreState* sys; ///< not owned
     const std::vector<std::pair<std::string, LISTS>> itemNames;
 };

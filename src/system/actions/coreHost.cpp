@@ -1,0 +1,28 @@
+#include "coreHost.h"
+
+#include "../ProcBusThread.h"
+#include "../coreState.h"
+
+#include <algorithm>
+
+void coreHost::send(const busMessages::PROCBUS_MSG& msg) {
+    csys->busResetResponse();
+    csys->comBus->send(msg);
+}
+
+std::optional<busMessages::ANSWER> coreHost::receive(milliseconds wait) {
+    const auto polls = static_cast<unsigned>(std::max(wait.count(), milliseconds::rep{0}));
+    return csys->answers.receive(polls, csys->cancel);
+}
+
+void coreHost::pause(milliseconds time) {
+    csys->pause(static_cast<unsigned>(time.count()));
+}
+
+bool coreHost::cancelled() const {
+    return csys->cancel;
+}
+
+void coreHost::log(const std::string& text, logger::LOG_TYPE type) {
+    csys->log->log_item(text, type);
+}

@@ -1,0 +1,158 @@
+#include "coreState.h"
+
+#include "../lib/ConfigFile.h"
+#include "../lib/functs.h"
+#include "termination.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <sstream>
+#include <unistd.h>
+
+namespace {
+
+const char* const CONFIG_FILE = "/keldra/config/vx3.cfg";
+const char* const UNFINISHED_FILE = "/config/unfinished.modules"; // bus addresses, one a line
+
+constexpr struct {
+    coreState::MODULE coreState::*module;
+    std::uint8_t address;
+    bool resetAfterUpdate;
+} MODULES[] = {
+    {&coreState::cy1, 0, true},     {&coreState::cy2, 0, true},  {&coreState::cy3, 0, true},
+    {&coreState::cy4, 0, true},     // kept in the table, never visited
+    {&coreState::master, 7, false}, // the one that goes on without a restart
+    {&coreState::motor, 8, true},   {&coreState::ctrl, 2, true}, {&coreState::s1, 9, true},
+    {&coreState::s2, 10, true},     {&coreState::s3, 11, true},  {&coreState::s4, 12, true},
+    {&coreState::mf1, 13, true},    {&coreState::mf2, 14, true}, {&coreState::mf3, 15, true},
+    {&coreState::arts, 16, true},
+};
+
+/** Forces what was written to `path`, a file or a directory, onto the card. */
+bool flush(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool flushed = fsync(fd) == 0;
+    close(fd);
+    return flushed;
+}
+
+} // namespace
+
+void coreState::setUpItems() {
+    for (const auto& entry : MODULES) {
+        resetInitModule(&(this->*entry.module), entry.resetAfterUpdate);
+        (this->*entry.module).base.id = entry.address;
+    }
+    for (const HOST_ITEM& entry : hostItems()) {
+        resetInitBase(entry.item);
+    }
+}
+
+std::array<coreState::HOST_ITEM, 5> coreState::hostItems() {
+    return {{{"kernel", &core.kernel},
+             {"rootfs", &core.rootfs},
+             {"updater", &core.updater},
+             {"gui", &core.gui},
+             {"drivers", &core.drivers}}};
+}
+
+int coreState::readConfiguration() {
+    const ConfigFile config(CONFIG_FILE, "=", "#", "EndConfigFile");
+    config.readInto(uartPort, "up_mbus");
+    config.readInto(uartBaud, "ub_mbus");
+    config.readInto(rootPath, "dir");
+    std::uint32_t strict = 0;
+    config.readInto(strict, "strict_images");
+    strictImages = strict == 1;
+    // One value for both keys: panels configured with "debug" alone rely on its number as the log's limit.
+    std::uint32_t value = 0;
+    config.readInto(value, "debug");
+    debug = value == 1;
+    config.readInto(value, "log_max_size");
+    return static_cast<int>(value);
+}
+
+void coreState::resetInitModule(MODULE* m, bool resetAfter) {
+    m->available = false;
+    m->lostCom = false;
+    m->mode = 0;
+    m->base.hwRev = 0;
+    m->base.isAccurate = false;
+    m->base.update.resetAfterUpdate = resetAfter;
+    m->base.id = 0;
+    m->base.update.items.clear();
+}
+
+void coreState::resetInitBase(BASE_ITEM* b) {
+    b->hwRev = 0;
+    b->id = 0;
+    b->isAccurate = false;
+    b->update.resetAfterUpdate = false;
+    b->update.items.clear();
+}
+
+void coreState::loadUnfinished() {
+    std::istringstream addresses(functs().getFileContents(rootPath + UNFINISHED_FILE));
+    for (unsigned address = 0; addresses >> address;) {
+        for (const auto& entry : MODULES) {
+            BASE_ITEM& item = (this->*entry.module).base;
+            item.unfinished = item.unfinished || (address != 0 && item.id == address);
+        }
+    }
+}
+
+void coreState::setUnfinished(BASE_ITEM& item, bool unfinished) {
+    item.unfinished = unfinished;
+    std::string addresses;
+    for (const auto& entry : MODULES) {
+        const BASE_ITEM& each = (this->*entry.module).base;
+        addresses += each.unfinished ? std::to_string(each.id) + "\n" : "";
+    }
+    if (!replaceFile(rootPath + UNFINISHED_FILE, addresses)) {
+        log->log_item("Could not note which modules are unfinished", logger::LOG_ERROR);
+    }
+}
+
+void coreState::clearUpdateItems() {
+    for (const auto& entry : MODULES) {
+        (this->*entry.module).base.update.items.clear();
+    }
+    for (const HOST_ITEM& entry : hostItems()) {
+        entry.item->update.items.clear();
+    }
+}
+
+void coreState::pause(unsigned milliseconds) {
+    termination::allowDuring([milliseconds] { return ::usleep(milliseconds * 1000); });
+}
+
+void coreState::removeUpdateFiles() {
+    dropUnpackedManifest();
+    functs f;
+    f.rmDir("/keldra/tmp/keldra_update", true, false);
+    f.removeFile("/keldra/tmp/keldra_update.tgz");
+    f.removeFile("/keldra/tmp/keldra_update.tgz.sha");
+}
+
+void coreState::dropUnpackedManifest() {
+    functs().removeFile("/keldra/tmp/keldra_update/update.manifest");
+}
+
+/** A loss of power leaves the old content or the new one; a full card, the old one. */
+bool coreState::replaceFile(const std::string& path, const std::string& text) {
+    functs f;
+    const std::string temporary = path + ".new";
+    if (!f.writeFileContents(temporary, text) || !flush(temporary) ||
+        f.getFileSize(temporary) != static_cast<std::int32_t>(text.size())) {
+        f.removeFile(temporary);
+        return false;
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        f.removeFile(temporary);
+        return false;
+    }
+    return flush(rootPath + "/config");
+}

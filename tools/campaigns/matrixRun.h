@@ -1,0 +1,66 @@
+#pragma once
+
+#include "matrixCells.h"
+#include "virtualBus.h"
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+// One dialogue against one module in virtual time, and what came of it.
+
+enum class Dialogue { PLAIN, PANEL };
+
+enum class Verdict {
+    FLASHED, ///< it says that it is done, and the flash equals the image
+    REFUSED, ///< it says that it failed, or found no module
+    WRONG,   ///< it says that it is done, and the flash differs
+    ENDLESS, ///< it says nothing for longer than any update takes
+};
+constexpr std::array<const char*, 4> VERDICTS = {"flashed", "refused", "WRONG", "ENDLESS"};
+
+struct MatrixResult {
+    Verdict verdict = Verdict::REFUSED;
+    std::chrono::duration<double> time{0};          ///< virtual
+    std::vector<std::string> log;                   ///< of the dialogue
+    std::vector<busMessages::PROCBUS_MSG> requests; ///< all that it sent
+};
+
+/** Runs cells; owns a directory with their images. */
+class MatrixRuns {
+public:
+    struct Settings {
+        std::string temper;              ///< further words for every module, as in an inventory
+        double lose = 0;                 ///< share of requests, and of replies, that are lost
+        std::vector<std::string> faults; ///< lines of the simulator's fault script
+        unsigned baud = 115200;
+        std::chrono::microseconds exchangeTime{0}; ///< what the panel itself takes for a request
+        bool countRowFailures = false;             ///< by the plain dialogue
+        std::string trace;                         ///< "-" for standard output
+    };
+
+    explicit MatrixRuns(Settings settings);
+    MatrixRuns(const MatrixRuns&) = delete;
+    MatrixRuns& operator=(const MatrixRuns&) = delete;
+    ~MatrixRuns();
+
+    MatrixResult run(const Cell& cell, Dialogue dialogue);
+
+private:
+    struct Firmware {
+        std::string path;
+        std::uint32_t firstCell = 0; ///< of flash, from which on it was full before
+        sim::Flash before;
+        std::vector<sim::Bytes> after; ///< either of these
+    };
+
+    const Firmware& firmwareOf(const Kind& kind, const Shape& shape);
+    virtualBus::SETTINGS busFor(const Cell& cell, const Firmware& firmware) const;
+
+    Settings settings;
+    std::filesystem::path directory;
+    std::map<std::string, Firmware> firmware;
+};

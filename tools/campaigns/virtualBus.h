@@ -1,0 +1,93 @@
+#pragma once
+
+#include "sim/busProcessor.h"
+#include "system/actions/bootloadHost.h"
+
+#include <cstdint>
+#include <deque>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// The bus in a time of its own: nothing here waits, so that an image is flashed in a few milliseconds.
+
+/** One module behind the simulated bus processor, and the serial line to the panel with the pace of a UART.
+ */
+class virtualBus {
+public:
+    using clock = bootloadHost::clock;
+
+    /** No dialogue may take longer: one that does never ends. */
+    static constexpr std::chrono::minutes LONGEST{30};
+    class endless : public std::runtime_error {
+        using runtime_error::runtime_error;
+    };
+
+    struct SETTINGS {
+        sim::ModuleConfig module;
+        std::vector<std::string> faults; ///< lines of the simulator's fault script
+        std::uint64_t seed = 1;          ///< of the faults
+        unsigned baud = 115200;
+        std::string trace; ///< a file, "-" for standard output; empty for none
+    };
+
+    /** Throws std::exception for a fault or a trace it can't use. */
+    explicit virtualBus(SETTINGS settings);
+    virtualBus(const virtualBus&) = delete;
+    virtualBus& operator=(const virtualBus&) = delete;
+
+    clock::time_point now() const { return time; }
+    /** Puts a frame on the line to the bus, behind those that are on it. Takes no time. */
+    void send(const busMessages::PROCBUS_MSG& msg);
+    /** Lets time go by. Throws endless when it has gone by for too long, as send() does. */
+    void advance(clock::time_point until);
+    /** The same, but stops as soon as an answer is there. */
+    void awaitAnswer(clock::time_point until);
+
+    /** Answers that have come and were not taken, the oldest first. */
+    std::deque<busMessages::ANSWER> answers;
+
+    const sim::Module& module() const { return *bus.modules().front(); }
+    sim::Trace& trace() { return record; }
+
+private:
+    bool step(clock::time_point until);
+    void carry(const sim::Bytes& frame, clock::time_point earliest);
+    void take(const sim::Frame& frame);
+    clock::duration duration(std::size_t bytes) const;
+    void checkLimit(clock::time_point when) const;
+
+    const clock::time_point start{std::chrono::hours(1)};
+    clock::time_point time = start;
+    clock::time_point fromPanelFree = start; ///< when a direction has carried all that is on it
+    clock::time_point toPanelFree = start;
+    unsigned baud;
+    sim::Trace record;
+    sim::FaultScript faults;
+    sim::Scheduler scheduler;
+    sim::Decoder fromPanel;
+    sim::Decoder toPanel;
+    sim::BusProcessor bus;
+};
+
+/** The panel's side of a virtual bus. */
+class virtualHost : public bootloadHost {
+public:
+    /** `exchangeTime` passes with every request: what the panel itself takes. */
+    explicit virtualHost(virtualBus& carrier, std::chrono::microseconds exchangeTime = {})
+        : bus(carrier), perExchange(exchangeTime) {}
+
+    void send(const busMessages::PROCBUS_MSG& msg) override;
+    std::optional<busMessages::ANSWER> receive(milliseconds wait) override;
+    void pause(milliseconds time) override { bus.advance(bus.now() + time); }
+    clock::time_point now() const override { return bus.now(); }
+    bool cancelled() const override { return false; }
+    void log(const std::string& text, logger::LOG_TYPE type) override;
+
+    std::vector<std::string> logged;
+    std::vector<busMessages::PROCBUS_MSG> sent;
+
+private:
+    virtualBus& bus;
+    std::chrono::microseconds perExchange;
+};
