@@ -2,6 +2,7 @@
 
 #include "files.h"
 #include "lib/hexfile/hexRecords.h"
+#include "system/actions/imageCheck.h"
 #include "system/busProtocol.h"
 
 #include <algorithm>
@@ -108,8 +109,8 @@ namespace {
 BusCost costOfRecords(const std::filesystem::path& path) {
     BusCost cost;
     hexrecords image(path.string());
-    if (!image.getFileOK() || image.getTotal() == 0)
-        throw Failure(path.filename().string() + ": refused by the panel's reader");
+    if (!image.getFileOK() || imageCheck::hasFault(imageCheck::ofRecords(path.string())))
+        throw Failure(path.filename().string() + ": refused by the panel");
     cost.eraseAll();
     while (const hexrecords::HEX_RECORD* record = image.getNextRecord())
         cost.programRecord(record->data.size());
@@ -123,8 +124,8 @@ BusCost costOfImage(const std::filesystem::path& path, const Processor& processo
         return costOfRecords(path);
     const flashLayouts::LAYOUT layout = processor.layout(serial);
     hexpage image;
-    if (!readByPanel(path, layout, image))
-        throw Failure(path.filename().string() + ": refused by the panel's reader");
+    if (!acceptedByPanel(path, layout, image))
+        throw Failure(path.filename().string() + ": refused by the panel");
     BusCost cost;
     if (layout.eraseAllFirst)
         cost.eraseAll();

@@ -55,6 +55,8 @@ TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
                                         {1, hex("02 04")},
                                         {16, hex("02 21")}}));
     EXPECT_EQ(newlyLogged(), Texts({"[Notice]: Serial: Starting bootload",
+                                    "[Notice]: SerialV2: Image: data outside of the flash is dropped: page "
+                                    "0x1d080000, 0x1d080000 to 0x1d080000, 1 bytes, line 6",
                                     "[Notice]: SerialV2: Working on Address# 0x1d000000 (0/128) LEN: 8",
                                     "[Notice]: SerialV2: Page written successfully",
                                     "[Notice]: SerialV2: Working on Address# 0x1d07f000 (127/128) LEN: 3",
@@ -160,31 +162,66 @@ TEST_F(serialBootloadTest, WhatGoesWrongWithRecordsIsLogged) {
     EXPECT_TRUE(holds(newlyLogged(), "[Warning]: Unfinished module, and nothing in the package for it"));
 }
 
-TEST_F(serialBootloadTest, ABadImageIsRefusedBeforeAnythingIsErased) {
+TEST_F(serialBootloadTest, AnImageThatCantArriveWholeIsRefusedWhereStrict) {
+    const Frame erase{1, hex("02 06 00 00 00 00 00 00")};
+    const Frame write{1, hex("02 04")};
+    const struct {
+        std::uint8_t kind;
+        const char* image;
+        const char* found;
+        std::vector<Frame> sent; ///< where not strict
+    } rows[] = {
+        {RECORDS,
+         ":0400000001020304F3\n",
+         "damaged record: page 0x0, 0x0 to 0x3, 4 bytes, line 1", // sums up to F2
+         {erase, {2, hex("00 04 00 00 00 01 02 03")}, {2, hex("01 04 F3")}, write}},
+        {RECORDS,
+         "\n:0500000001020304F1\n",
+         "damaged record: page 0x0, 0x0 to 0x4, 5 bytes, line 2", // one is missing
+         {erase, {2, hex("00 05 00 00 00 01 02 03")}, {2, hex("01 04 F1")}, write}},
+        {RECORDS, "no record\n", "no data for the flash: page 0x0, 0x0 to 0x0, 0 bytes, line 0", {erase}},
+        {PAGES, "", "no data for the flash: page 0x1d000000, 0x1d000000 to 0x1d07ffff, 0 bytes, line 0", {}},
+        {0x81,
+         ":020000040800F2\n:0400000001020304F2\n", // behind a PIC24's memory
+         "no data for the flash: page 0x0, 0x0 to 0x7ffffd, 0 bytes, line 0",
+         {}},
+    };
+    for (const auto& row : rows) {
+        put(IMAGE, row.image);
+        const std::string prefix = row.kind == RECORDS ? ": Serial: " : ": SerialV2: ";
+        for (const bool strict : {true, false}) {
+            core->strictImages = strict;
+            ASSERT_EQ(enter(row.kind), action::GOUPDATE);
+            EXPECT_EQ(run(!strict), strict ? std::vector<Frame>() : row.sent) << row.image;
+            const Texts log = newlyLogged();
+            EXPECT_TRUE(holds(log, (strict ? "[Error]" : "[Warning]") + prefix + "Image: " + row.found))
+                << row.image;
+            EXPECT_EQ(log.back() == "[Error]" + prefix + "Bad HEX file", strict) << row.image;
+        }
+    }
+}
+
+TEST_F(serialBootloadTest, ACarriageReturnHidesNoSum) {
+    core->strictImages = true;
+    put(IMAGE, ":0400000001020304F2\r\n");
+    ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
+    const std::vector<Frame> sent = run(true);
+    EXPECT_EQ(sent.at(2), (Frame{2, hex("01 04 F2")}));
+    EXPECT_FALSE(holds(newlyLogged(), "Image"));
+}
+
+TEST_F(serialBootloadTest, AnUnreadableImageIsRefusedBeforeAnythingIsErased) {
+    put(IMAGE, hexUpper(0x1D000000) + ":FF000000010203\n");
     const struct {
         std::uint8_t kind;
         const char* item;
-        const char* text;
-    } rows[] = {
-        {RECORDS, "image.hex", ""},
-        {RECORDS, "image.hex", "no record\n"},
-        {RECORDS, "", ""},
-        {RECORDS, "missing", ""},
-        {RECORDS, "image.hex", ":0400000001020304F3\n"}, // sums up to F2
-        {RECORDS, "image.hex", ":0500000001020304F1\n"}, // a byte is missing
-        {PAGES, "image.hex", ""},
-        {PAGES, "", ""},
-        {PAGES, "image.hex", ":FF000000010203\n"},
-        {0x81, "image.hex", ":020000040800F2\n:0400000001020304F2\n"}, // behind a PIC24's memory
-    };
+    } rows[] = {{RECORDS, ""}, {RECORDS, "missing"}, {PAGES, ""}, {PAGES, "image.hex"}};
     for (const auto& row : rows) {
-        put(IMAGE, row.text);
         item.update.items = {{row.item, "2.0.0"}};
         ASSERT_EQ(enter(row.kind), action::GOUPDATE);
         EXPECT_TRUE(run(false).empty());
-        const bool records = row.kind == RECORDS;
         EXPECT_EQ(newlyLogged().back(),
-                  records ? "[Error]: Serial: Bad HEX file" : "[Error]: SerialV2: Bad HEX file");
+                  row.kind == RECORDS ? "[Error]: Serial: Bad HEX file" : "[Error]: SerialV2: Bad HEX file");
     }
 }
 
