@@ -64,59 +64,6 @@ TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
                                     "[Notice]: Serial: Bootload Finished"}));
 }
 
-TEST_F(serialBootloadTest, ARunOfEmptyPagesIsCountedInOneByte) {
-    put(IMAGE, hexImage({{0, 16}, {2 * (0x1000 + 300 * 0x400), 16}}));
-    ASSERT_EQ(enter(PIC24), action::GOUPDATE);
-    const std::vector<Frame> sent = run(true);
-    EXPECT_EQ(std::count(sent.begin(), sent.end(), Frame{1, hex("02 05 10 00 2C 00 00 00")}), 1);
-    EXPECT_TRUE(holds(newlyLogged(), "SerialV2: Erasing blocks at 0x1000 (300)"));
-}
-
-TEST_F(serialBootloadTest, ACancelEndsItBetweenPagesAndBetweenRecords) {
-    put(IMAGE, hexImage({{0x1D000000, 16}, {0x1D001000, 16}}));
-    for (const std::uint8_t kind : {RECORDS, PAGES}) {
-        core->cancel = false;
-        ASSERT_EQ(enter(kind), action::GOUPDATE);
-        answer([this](Request request, int) -> std::optional<Replies> {
-            core->cancel = core->cancel || request == WRITE;
-            return std::nullopt;
-        });
-        const int writes = sentOf(WRITE);
-        run(false);
-        EXPECT_EQ(sentOf(WRITE) - writes, 1);
-    }
-}
-
-TEST_F(serialBootloadTest, WhatGoesWrongWithPagesIsLogged) {
-    const char* const unwritten = "SerialV2: Could not write page to internal flash...retrying...";
-    const struct {
-        std::uint8_t kind;
-        Exception exception;
-        const char* text;
-        bool result;
-    } rows[] = {
-        {PAGES, refuse(START, WRITEERR, 3), "SerialV2: Could not send SOH.  Retrying.", true},
-        {PAGES, refuse(START, WRITEERR, ALWAYS), "SerialV2: Page retry count exceeded.  Exiting.", false},
-        {PAGES, refuse(START, IGNOREPG, 1), "SerialV2: Page ignored", true},
-        {PAGES, silence(ROW, 4), "SerialV2: No response from data send...retrying page", true},
-        {PAGES, refuse(ROW, BADCHECKSUM, 1), "SerialV2: Data TX error...retrying...", true},
-        {PAGES, refuse(WRITE, WRITEERR, 4), unwritten, true},
-        {STM32F4, nullptr, "SerialV2: Erasing blocks at 0x8000800 (1)", true},
-        {STM32F4, refuse(ERASE, IGNOREPG, 1), "SerialV2: Blocks Erased", true},
-        {STM32F4, refuse(ERASE, ERASEERR, 1), "SerialV2: Could not erase range", false},
-        {STM32F4, refuse(ERASE_ALL, ERASEERR, 1), "SerialV2: Could not erase range (all)", false},
-        {0x80, nullptr, "SerialV2: Unsupported processor", false},
-    };
-    for (const auto& row : rows) {
-        const std::uint32_t start = row.kind == PAGES ? 0x1D000000 : 0x08000000;
-        put(IMAGE, hexImage({{start, 16}, {start + 0x1000, 16}}));
-        ASSERT_EQ(enter(row.kind), action::GOUPDATE);
-        answer(row.exception);
-        run(row.result);
-        EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
-    }
-}
-
 TEST_F(serialBootloadTest, RecordsAreSentAsTheyAre) {
     put(IMAGE, hexRecord(4, 0, {0x1D, 0x00}) + hexRecord(0, 0x0010, {1, 2, 3, 4}) + ":00000001FF\n");
     ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
@@ -134,29 +81,26 @@ TEST_F(serialBootloadTest, RecordsAreSentAsTheyAre) {
                      "[Notice]: Serial: Programming Memory", "[Notice]: Serial: Bootload Finished"}));
 }
 
-TEST_F(serialBootloadTest, WhatGoesWrongWithRecordsIsLogged) {
-    const struct {
-        Exception exception;
-        const char* text;
-        bool result;
-    } rows[] = {
-        {refuse(ERASE_ALL, ERASEERR, 3), "[Warning]: Serial: Flash Mem Erase Fail: Internal Error", true},
-        {silence(ERASE_ALL, 4), "[Warning]: Serial: Flash Mem Erase Fail: No response", true},
-        {refuse(ERASE_ALL, ERASEERR, 4), "[Error]: Serial: Mem Erase Tries Exceeded....Exiting...", false},
-        {refuse(WRITE, WRITEERR, 4), "[Warning]: Serial: Could not write page to memory", true},
-        {silence(WRITE, 4), "[Warning]: Serial: No response from Write Command", true},
-        {refuse(ROW, BADCHECKSUM, ALWAYS), "[Error]: Serial: Program retry count exceeded...Exiting...",
-         false},
-    };
+TEST_F(serialBootloadTest, AModuleThatFailsIsLeftUnfinished) {
     put(IMAGE, hexImage({{0x1D000000, 4}}));
+    const struct {
+        std::uint8_t kind;
+        Request refused;
+        const char* text;
+    } rows[] = {{RECORDS, ROW, "[Error]: Serial: Program retry count exceeded...Exiting..."},
+                {PAGES, START, "[Error]: SerialV2: Page retry count exceeded.  Exiting."}};
     for (const auto& row : rows) {
-        ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
-        answer(row.exception);
-        run(row.result);
+        item.unfinished = false;
+        ASSERT_EQ(enter(row.kind), action::GOUPDATE);
+        answer(refuse(row.refused, BADCHECKSUM));
+        run(false);
         EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
-        EXPECT_EQ(item.unfinished, !row.result);
+        EXPECT_TRUE(item.unfinished);
+        EXPECT_EQ(enter(row.kind, "2.0.0"), action::GOUPDATE) << "part of an image may report its version";
     }
-    EXPECT_EQ(enter(RECORDS, "2.0.0"), action::GOUPDATE) << "part of an image may report its version";
+    ASSERT_EQ(enter(0x80), action::GOUPDATE);
+    run(false);
+    EXPECT_TRUE(holds(newlyLogged(), "[Error]: SerialV2: Unsupported processor"));
     item.update.items.clear();
     EXPECT_EQ(act.needsUpdate(false), action::NOUPDATE);
     EXPECT_TRUE(holds(newlyLogged(), "[Warning]: Unfinished module, and nothing in the package for it"));
