@@ -1,6 +1,7 @@
 #include "busModel.h"
 
 #include "files.h"
+#include "sim/text.h"
 #include "support/hexImage.h"
 #include "system/actions/bootloadDialogue.h"
 #include "tools/campaigns/panelDialogue.h"
