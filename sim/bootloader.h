@@ -32,6 +32,7 @@ public:
 
     // The page is answered with IGNOREPG, and no erase touches it.
     void ignorePage(std::uint32_t address) { ignored_.insert(address); }
+    bool isIgnored(std::uint32_t address) const { return ignored_.contains(address); }
     // The next erase fails.
     void refuseErase() { refuseErase_ = true; }
 
@@ -50,7 +51,6 @@ protected:
     virtual Status programRows() = 0;
     Status program(std::uint32_t cell, std::span<const std::uint8_t> bytes);
     Reply broken(Status status, const std::string& text); // logs text and answers with row 0
-    bool isIgnored(std::uint32_t address) const { return ignored_.contains(address); }
 
     const Processor& processor_;
     Flash& flash_;

@@ -92,6 +92,8 @@ void Module::begin(Job job, TimePoint now) {
             return;
         working_ = false;
         finish(job, due);
+        if (restartsBehindWork_)
+            restart();
         awaitIdleness(due);
         takeNext(due);
     });
@@ -140,6 +142,7 @@ void Module::finishWork(const Job& job, TimePoint now) {
 void Module::forgetWork() {
     ++life_;
     working_ = false;
+    restartsBehindWork_ = false;
     waiting_.clear();
 }
 
@@ -259,6 +262,9 @@ Message Module::identification() const {
 
 void Module::restart() {
     if (!isListening())
+        return;
+    restartsBehindWork_ = working_;
+    if (working_)
         return;
     forgetWork();
     startProgram();

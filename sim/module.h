@@ -30,7 +30,8 @@ public:
     // else out of the scheduler; never when the module stays silent.
     void handle(const Request& request, TimePoint now, const Sink& respond);
 
-    // The system restarts: the module takes up a new program, if it got one, and starts its application.
+    // The system restarts: the module takes up a new program, if it got one, and starts its application. One
+    // that is at work does so behind it.
     void restart();
     // The module hears nothing until powerOn, and what it was at is forgotten; afterRequests > 0: it comes
     // back by itself once so many requests have been lost on it.
@@ -108,6 +109,7 @@ private:
     std::optional<Reply> owed_; // result that a status request can still fetch, up to the next other request
 
     bool working_ = false;
+    bool restartsBehindWork_ = false;
     std::deque<Job> waiting_; // in the order in which they came
     unsigned life_ = 0;       // work that began in an earlier one is void
     unsigned identitiesTold_ = 0;

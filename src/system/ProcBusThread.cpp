@@ -42,7 +42,7 @@ constexpr coreState::MODULE coreState::*STATUS_MODULES[busMessages::STATUS_COUNT
 } // namespace
 
 ProcBusThread::ProcBusThread(coreState* core)
-    : readSize(READ_AT_ONCE),
+    : readSize{READ_AT_ONCE},
       UARTREAD(new std::uint8_t[READ_SIZE]()),
       UARTRXBUF(new std::uint8_t[RX_SIZE]()),
       UARTTXBUF(new std::uint8_t[TX_SIZE]()),

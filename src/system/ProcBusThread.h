@@ -66,8 +66,8 @@ private:
     void fileStatus(const PROCBUS_MSG& msg);
     void fileIdentity(const PROCBUS_MSG& msg);
 
-    shared<bool> haltThread = false;
-    shared<bool> reopening = false;              ///< the port is closed, and will be open again at once
+    shared<bool> haltThread{false};
+    shared<bool> reopening{false};               ///< the port is closed, and will be open again at once
     [[maybe_unused]] unsigned last_buff_ctr = 0; // these two and lastMsg are read by nothing
     [[maybe_unused]] unsigned last_buff_len = 0;
     bool canRun = false;

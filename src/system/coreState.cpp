@@ -64,6 +64,9 @@ int coreState::readConfiguration() {
     config.readInto(uartPort, "up_mbus");
     config.readInto(uartBaud, "ub_mbus");
     config.readInto(rootPath, "dir");
+    std::uint32_t strict = 0;
+    config.readInto(strict, "strict_images");
+    strictImages = strict == 1;
     // One value for both keys: panels configured with "debug" alone rely on its number as the log's limit.
     std::uint32_t value = 0;
     config.readInto(value, "debug");

@@ -36,12 +36,12 @@ public:
         sharedText swVersion;       ///< installed version: system manifest, or reported by the module
         shared<std::uint8_t> hwRev; ///< hardware revision: selects the entry of `update.items`
         std::uint8_t id = 0;        ///< bus address; 0 for host items
-        bool unfinished = false;    ///< setUnfinished(): update it whatever version it reports
         shared<bool> isAccurate;    ///< the installed version is known for certain
         struct {
             std::vector<UPDATE_ITEM> items; ///< what the package offers, indexed by hardware revision
             bool resetAfterUpdate = false;  ///< restart the module after programming
         } update;
+        bool unfinished = false; ///< setUnfinished(): update it whatever version it reports
     };
 
     /** A host item under its name in both manifests. */

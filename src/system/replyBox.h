@@ -25,8 +25,8 @@ public:
      * a copy(), so that the next answer can't get between two fields.
      */
     struct RECORD {
-        shared<std::uint8_t> status;                                 ///< canBootload::BLSTATUS
-        shared<std::int8_t> moduleReported = busMessages::NO_MODULE; ///< bus address, -1 for none
+        shared<std::uint8_t> status;                                ///< canBootload::BLSTATUS
+        shared<std::int8_t> moduleReported{busMessages::NO_MODULE}; ///< bus address, -1 for none
         shared<std::uint32_t> page; ///< row (or page) the reply refers to; 0xFFFF for none
         shared<bool> hasResponse;   ///< an answer came since reset()
         shared<std::uint8_t> hwRev;
@@ -34,7 +34,7 @@ public:
         shared<bool> blInitData; ///< an identification was received
         shared<bool> serialBootload;
         shared<bool> oldProtocol; ///< an obsolete bootloader answered, which is no response
-        shared<busProtocol::PROC_TYPE> reportedType = busProtocol::UNKNOWN;
+        shared<busProtocol::PROC_TYPE> reportedType{busProtocol::UNKNOWN};
     };
 
     /** Answers that are kept; when there are more, the oldest are lost. */

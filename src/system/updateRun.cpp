@@ -140,7 +140,7 @@ std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::stri
         }
         const std::uint8_t revision = act->revision();
         const std::string version = revision < items.size() ? items[revision].version : "";
-        report("Updating " + name + ": " + item->swVersion.get() + " -> " + version);
+        report("Updating " + name + ": " + item->swVersion + " -> " + version);
         const stopwatch operation;
         if (!act->run()) {
             emit sendUpdateDone(false);

@@ -2,13 +2,15 @@
 // has.
 
 #include "input.h"
-#include "system/actions/flashLayouts.h"
+#include "system/actions/imageCheck.h"
 
 #include <vector>
 
 namespace {
 
 using LAYOUT = flashLayouts::LAYOUT;
+
+constexpr std::size_t PROCESSORS = 5; // the first ones
 
 const std::vector<LAYOUT>& layouts() {
     static const LAYOUT::REGION top{0xFFFF0000, 0xFFFFFFFF, 0x1000};
@@ -40,6 +42,15 @@ std::size_t checkPages(const hexpage& image) {
     return bytes;
 }
 
+/** No page holds more than its region's pages have. */
+void checkSizes(const hexpage& image) {
+    for (const hexpage::MEMORY_REGION& region : image.getRegions()) {
+        for (const hexpage::MEMORY_PAGE& page : region.pages) {
+            input::require(page.data.size() <= region.blockSize);
+        }
+    }
+}
+
 /** The walk meets every byte exactly when the image says so. */
 void checkWalk(hexpage& image) {
     std::size_t met = 0;
@@ -61,9 +72,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // The first byte chooses the layout; '1' to '7' in the seeds.
     const LAYOUT& layout = layouts()[data[0] % layouts().size()];
+    const std::string path = input::file(data + 1, size - 1);
     hexpage image;
-    if (flashLayouts::readImage(input::file(data + 1, size - 1), layout, image)) {
+    const bool isRead = flashLayouts::readImage(path, layout, image);
+    if (isRead && &layout < &layouts()[PROCESSORS] &&
+        !imageCheck::hasFault(imageCheck::ofPages(path, layout, image))) {
         input::require(image.walkReachesAllData());
+        checkSizes(image);
     }
     checkWalk(image); // what a broken file left is walked, too
     return 0;

@@ -14,7 +14,7 @@ namespace {
 using busMessages::ANSWER;
 
 constexpr unsigned LONG = 100'000; // polls
-const shared<bool> NEVER = false;
+const shared<bool> NEVER{false};
 
 ANSWER forRow(std::uint32_t row) {
     ANSWER answer;
@@ -60,7 +60,7 @@ TEST(replyBoxTest, GivesTheLatestAnswersOutInTheirOrder) {
 }
 
 TEST(replyBoxTest, AWaitLastsItsPollsAndEndsOnCancel) {
-    const shared<bool> cancelled = true;
+    const shared<bool> cancelled{true};
     replyBox box;
     for (std::uint32_t n = 0; n < 50; ++n) { // the wakes of answers that were taken shorten nothing
         box.file(forRow(n));

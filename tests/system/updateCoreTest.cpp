@@ -13,6 +13,7 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
         const char* keys;
         bool debug;
         std::size_t limit; ///< of the log, in bytes
+        bool strict = false;
     } rows[] = {
         {"", false, 0},
         {"debug = 1\n", true, 1},
@@ -20,11 +21,14 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
         {"debug = 1\nlog_max_size = 9\n", true, 9},
         {"log_max_size = 9\n", false, 9},
         {"debug = 0\n", false, 0},
+        {"debug = 2\nstrict_images = 1\n", false, 2, true}, // that number is no part of it
+        {"strict_images = 2\n", false, 0, false},
     };
     for (const auto& row : rows) {
         configuration = "ub_mbus = 9600\ndir = /keldra # a comment\n" + std::string(row.keys);
         start();
         EXPECT_EQ(core->debug, row.debug) << row.keys;
+        EXPECT_EQ(core->strictImages, row.strict) << row.keys;
         EXPECT_EQ(core->uartBaud, 9600U);
         put("/keldra/logs/limit", std::string(row.limit, 'x'));
         EXPECT_FALSE(core->log->checkSize("limit")) << row.keys;

@@ -3,6 +3,7 @@
 #include "files.h"
 #include "support/hexImage.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -51,8 +52,8 @@ TEST_F(hexCheckTest, NoCutImagePasses) {
         EXPECT_NE(check(image.substr(0, size), "stm32f3"), "") << size;
 }
 
-// What passes is programmed byte for byte at its address, and nothing else is: images of random pieces, most
-// of which break some rule.
+// What the panel finds no fault with is programmed byte for byte at its address, and nothing else is: images
+// of random pieces, most of which break some rule. What the check passes is among it.
 class cleanImageTest : public hexCheckTest {
 protected:
     // Records of a few pieces, and the bytes they mean.
@@ -91,6 +92,13 @@ protected:
         return bytes;
     }
 
+    static bool isInside(const flashLayouts::LAYOUT& layout, std::uint32_t address) {
+        return std::any_of(layout.regions.begin(), layout.regions.end(), [&](const auto& region) {
+            const flashLayouts::BOUNDS bounds = boundsOf(layout, region);
+            return address >= bounds.start && address < bounds.end;
+        });
+    }
+
 private:
     std::minstd_rand random_;
 };
@@ -106,11 +114,15 @@ TEST_F(cleanImageTest, IsProgrammedAsItStands) {
         unsigned clean = 0;
         for (unsigned round = 0; round < 150; ++round) {
             ByAddress meant;
-            if (!check(draw(row.base, pic24, meant), row.processor, row.serial).empty())
-                continue;
-            ++clean;
+            const std::string findings = check(draw(row.base, pic24, meant), row.processor, row.serial);
+            const flashLayouts::LAYOUT layout = findProcessor(row.processor)->layout(row.serial);
             hexpage image;
-            ASSERT_TRUE(readByPanel(path(), findProcessor(row.processor)->layout(row.serial), image));
+            if (!acceptedByPanel(path(), layout, image)) {
+                EXPECT_NE(findings, "") << row.processor << " round " << round;
+                continue;
+            }
+            clean += findings.empty() ? 1 : 0;
+            std::erase_if(meant, [&](const auto& each) { return !isInside(layout, each.first); });
             ByAddress found = programmed(image, pic24);
             if (pic24) { // the fourth bytes have no place, and used pages are filled up
                 std::erase_if(meant, [](const auto& each) { return each.first % 4 == 3; });

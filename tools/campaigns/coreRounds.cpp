@@ -157,9 +157,9 @@ public:
 
     updateCore core;
     sharedText said;
-    shared<int> done = -1;
-    shared<int> loaded = -1;
-    shared<bool> restart = false;
+    shared<int> done{-1};
+    shared<int> loaded{-1};
+    shared<bool> restart{false};
 
 private:
     template <class SENDER, class SIGNAL, class HANDLER>

@@ -1,6 +1,6 @@
 // Updates under faults that are drawn from a seed, several at a time, each with the real core and the
 // simulated bus in a sandbox of its own. Counts how they end.
-#include "plans.h"
+#include "panelRun.h"
 
 #include <QCoreApplication>
 #include <atomic>
@@ -29,9 +29,6 @@ const char* const USAGE = R"(usage: fault-runs MODE [options]
   --keep DIR     leaves log, traces and dumps of each run there
 Exit status 1 when a run ended otherwise than as it may.
 )";
-constexpr const char* OUTCOMES[] = {"equal", "failed", "missing", "WRONG"};
-const std::string WRONG = OUTCOMES[3];
-
 struct Options {
     std::string mode; ///< the option that chose it, with its value
     double share = 0;
@@ -109,7 +106,8 @@ int runInside(int argc, char** argv, const Options& options) {
                      fs::copy_options::recursive | fs::copy_options::overwrite_existing);
         }
     }
-    std::cerr << "RESULT " << OUTCOMES[static_cast<int>(result.outcome)] << ' ' << result.detail << std::endl;
+    std::cerr << "RESULT " << OUTCOMES[static_cast<std::size_t>(result.outcome)] << ' ' << result.detail
+              << std::endl;
     _Exit(0); // a core whose run hangs can't be taken down
 }
 
@@ -188,12 +186,10 @@ private:
         std::string outcome;
         words >> label >> outcome;
         if (label != "RESULT") {
-            outcome = WRONG;
+            outcome = "crashed";
         }
-        const std::string& right = cases[job.entry - 1].outcomes;
-        const bool isRight = options.script.empty()
-                                 ? outcome != WRONG
-                                 : ("," + right + ",").find("," + outcome + ",") != std::string::npos;
+        const std::string right = options.script.empty() ? ANY_RIGHT_OUTCOME : cases[job.entry - 1].outcomes;
+        const bool isRight = ("," + right + ",").find("," + outcome + ",") != std::string::npos;
         const std::lock_guard<std::mutex> held(guard);
         ++counts[outcome];
         if (!isRight) {

@@ -29,12 +29,12 @@ std::uint32_t draw(std::mt19937_64& random, std::uint32_t from, std::uint32_t to
 }
 
 /** Bytes in a used page: all, some, or a single row. */
-std::uint32_t drawLength(const Kind& kind, std::mt19937_64& random) {
+std::uint32_t drawLength(const Kind& kind, std::mt19937_64& random, bool small) {
     const std::uint32_t grain = kind.packed ? 4 : 1;
     if (kind.byRecords) {
-        return draw(random, 1, 200);
+        return draw(random, 1, small ? 2 : 200);
     }
-    switch (draw(random, 0, 3)) {
+    switch (small ? 1 : draw(random, 0, 3)) {
     case 0:
         return kind.pageBytes;
     case 1:
@@ -78,11 +78,11 @@ const Kind& kindNamed(const std::string& name) {
                          [&](const Kind& kind) { return kind.name == name; });
 }
 
-Memory makeImage(const Kind& kind, std::mt19937_64& random) {
+Memory makeImage(const Kind& kind, std::mt19937_64& random, bool smallPages) {
     Memory image;
     std::uint32_t page = kind.regions.front();
     for (std::uint32_t n = draw(random, 2, 3); n > 0; --n) {
-        const std::uint32_t length = drawLength(kind, random);
+        const std::uint32_t length = drawLength(kind, random, smallPages);
         for (std::uint32_t i = 0; i < length; ++i) {
             image[page + i] =
                 kind.packed && i % 4 == 3 ? std::uint8_t{0} : static_cast<std::uint8_t>(random());

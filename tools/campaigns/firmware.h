@@ -30,8 +30,8 @@ struct Kind {
 std::span<const Kind> kinds();
 const Kind& kindNamed(const std::string& name);
 
-/** A few KiB: full, partial and one-row pages, with unused ones between them. */
-Memory makeImage(const Kind& kind, std::mt19937_64& random);
+/** A few KiB: full, partial and one-row pages, or the latter alone, with unused ones between them. */
+Memory makeImage(const Kind& kind, std::mt19937_64& random, bool smallPages = false);
 /** Pages of the image in the order in which they are sent. */
 std::vector<std::uint32_t> usedPages(const Kind& kind, const Memory& image);
 

@@ -1,12 +1,11 @@
 #pragma once
 
+#include "firmwareStore.h"
 #include "matrixCells.h"
 #include "virtualBus.h"
 
 #include <array>
 #include <chrono>
-#include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -29,7 +28,7 @@ struct MatrixResult {
     std::vector<busMessages::PROCBUS_MSG> requests; ///< all that it sent
 };
 
-/** Runs cells; owns a directory with their images. */
+/** Runs cells; owns their images. */
 class MatrixRuns {
 public:
     struct Settings {
@@ -45,22 +44,12 @@ public:
     explicit MatrixRuns(Settings settings);
     MatrixRuns(const MatrixRuns&) = delete;
     MatrixRuns& operator=(const MatrixRuns&) = delete;
-    ~MatrixRuns();
 
     MatrixResult run(const Cell& cell, Dialogue dialogue);
 
 private:
-    struct Firmware {
-        std::string path;
-        std::uint32_t firstCell = 0; ///< of flash, from which on it was full before
-        sim::Flash before;
-        std::vector<sim::Bytes> after; ///< either of these
-    };
-
-    const Firmware& firmwareOf(const Kind& kind, const Shape& shape);
     virtualBus::SETTINGS busFor(const Cell& cell, const Firmware& firmware) const;
 
     Settings settings;
-    std::filesystem::path directory;
-    std::map<std::string, Firmware> firmware;
+    FirmwareStore firmware;
 };

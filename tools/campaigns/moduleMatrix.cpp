@@ -1,6 +1,7 @@
 // The panel's bootloader dialogue and the plainest one against modules of many behaviours, in virtual time:
 // what the plain one can flash, the panel's must.
 #include "matrixRun.h"
+#include "results.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -10,19 +11,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 
 namespace {
-
-std::FILE* results = stdout;
-
-/** What an image's reader and a dialogue print on standard output is no result. */
-void silenceOthers() {
-    results = fdopen(dup(STDOUT_FILENO), "w");
-    if (results == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) {
-        throw std::runtime_error("no standard output");
-    }
-}
 
 constexpr const char* ABOUT =
     "Runs the panel's dialogue and the plainest one against simulated modules of many behaviours.\n"
@@ -73,12 +63,12 @@ public:
     }
 
     static void printTitle() {
-        std::fprintf(results, "%-14s%7s |%8s%6s%8s |%8s%6s%8s |%7s%6s%7s\n", "", "cells", "plain", "WRONG",
+        std::fprintf(results(), "%-14s%7s |%8s%6s%8s |%8s%6s%8s |%7s%6s%7s\n", "", "cells", "plain", "WRONG",
                      "ENDLESS", "panel", "WRONG", "ENDLESS", "better", "worse", "time");
     }
     void print(const std::string& name) const {
-        std::fprintf(results, "%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells, plain[0],
-                     plain[2], plain[3], panel[0], panel[2], panel[3], better, worse,
+        std::fprintf(results(), "%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells,
+                     plain[0], plain[2], plain[3], panel[0], panel[2], panel[3], better, worse,
                      plainTime.count() > 0 ? panelTime / plainTime : 1.0);
     }
 
@@ -145,7 +135,7 @@ private:
 
     void list(const Cell& cell, const std::string& text, const Comparison& result) const {
         const auto& log = result.panel.log;
-        std::fprintf(results, "--seed %llu --together %u --cell %zu: %s: plain %s, panel %s%s\n",
+        std::fprintf(results(), "--seed %llu --together %u --cell %zu: %s: plain %s, panel %s%s\n",
                      static_cast<unsigned long long>(options.seed), options.together, cell.number,
                      text.c_str(), VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
                      VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
@@ -156,7 +146,7 @@ private:
         Tally::printTitle();
         all.print("all");
         for (const auto* group : {&byKind, &byDimension}) {
-            std::fprintf(results, "\n");
+            std::fprintf(results(), "\n");
             for (const auto& [name, tally] : *group) {
                 tally.print(name);
             }
@@ -175,14 +165,14 @@ private:
 int repeat(const Options& options) {
     const Cell cell = MatrixCells(options.seed, options.together).at(*options.cell);
     MatrixRuns runs(options.runs);
-    std::fprintf(results, "%s\n", cell.text().c_str());
+    std::fprintf(results(), "%s\n", cell.text().c_str());
     for (const Dialogue dialogue : {Dialogue::PLAIN, Dialogue::PANEL}) {
         if (!options.isAsked(dialogue)) {
             continue;
         }
-        std::fprintf(results, "%s:\n", dialogue == Dialogue::PLAIN ? "plain" : "panel");
+        std::fprintf(results(), "%s:\n", dialogue == Dialogue::PLAIN ? "plain" : "panel");
         const MatrixResult result = runs.run(cell, dialogue);
-        std::fprintf(results, "%s after %.3f s\n", VERDICTS[static_cast<std::size_t>(result.verdict)],
+        std::fprintf(results(), "%s after %.3f s\n", VERDICTS[static_cast<std::size_t>(result.verdict)],
                      result.time.count());
     }
     return 0;
@@ -208,16 +198,16 @@ int compareWire(const Options& options) {
         const auto plain = framesOf(runs.run(cell, Dialogue::PLAIN));
         const auto panel = framesOf(runs.run(cell, Dialogue::PANEL));
         const auto [left, right] = std::mismatch(plain.begin(), plain.end(), panel.begin(), panel.end());
-        std::fprintf(results, "%s: %zu frames", cell.text().c_str(), plain.size());
+        std::fprintf(results(), "%s: %zu frames", cell.text().c_str(), plain.size());
         if (!options.dialogue.empty()) {
-            std::fprintf(results, "\n");
+            std::fprintf(results(), "\n");
             for (const std::string& frame : options.isAsked(Dialogue::PLAIN) ? plain : panel) {
-                std::fprintf(results, "%s\n", frame.c_str());
+                std::fprintf(results(), "%s\n", frame.c_str());
             }
         } else if (left == plain.end() && right == panel.end()) {
-            std::fprintf(results, ", the same\n");
+            std::fprintf(results(), ", the same\n");
         } else {
-            std::fprintf(results, ", other from frame %td on: plain %s, panel %s\n", left - plain.begin(),
+            std::fprintf(results(), ", other from frame %td on: plain %s, panel %s\n", left - plain.begin(),
                          left == plain.end() ? "none" : left->c_str(),
                          right == panel.end() ? "none" : right->c_str());
             equal = false;

@@ -19,27 +19,20 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const PACKAGE = "/keldra/tmp/keldra_update/";
-const char* const VERSION = "2.0.0";
 constexpr unsigned long LONGEST_RUN_MS = 280'000;
 constexpr unsigned BETWEEN_STARTS = 5; // seconds
 
 const struct {
     const char* name;
     const char* shown;
-    std::uint8_t address;
     updateCore::MODULE updateCore::*module;
 } MODULES[] = {
-    {"mf1", "MultiFunction #1", 13, &updateCore::mf1},
-    {"mf2", "MultiFunction #2", 14, &updateCore::mf2},
-    {"mf3", "MultiFunction #3", 15, &updateCore::mf3},
-    {"arts", "ARTS Sensor", 16, &updateCore::arts},
-    {"s1", "Secondary #1", 9, &updateCore::s1},
-    {"s2", "Secondary #2", 10, &updateCore::s2},
-    {"s3", "Secondary #3", 11, &updateCore::s3},
-    {"s4", "Secondary #4", 12, &updateCore::s4},
-    {"motor", "Motor", 8, &updateCore::motor},
-    {"master", "Primary", 7, &updateCore::master},
-    {"ctrl", "CTRL", 2, &updateCore::ctrl},
+    {"mf1", "MultiFunction #1", &updateCore::mf1}, {"mf2", "MultiFunction #2", &updateCore::mf2},
+    {"mf3", "MultiFunction #3", &updateCore::mf3}, {"arts", "ARTS Sensor", &updateCore::arts},
+    {"s1", "Secondary #1", &updateCore::s1},       {"s2", "Secondary #2", &updateCore::s2},
+    {"s3", "Secondary #3", &updateCore::s3},       {"s4", "Secondary #4", &updateCore::s4},
+    {"motor", "Motor", &updateCore::motor},        {"master", "Primary", &updateCore::master},
+    {"ctrl", "CTRL", &updateCore::ctrl},
 };
 
 const auto& moduleNamed(const std::string& name) {
@@ -123,25 +116,6 @@ private:
     pid_t process = 0;
 };
 
-std::string inventoryOf(const Plan& plan) {
-    std::ostringstream text;
-    for (const Target& target : plan.targets) {
-        const Kind& kind = *target.kind;
-        const std::uint32_t flashBytes = kind.packed ? OLD_BYTES / 4 * 3 : OLD_BYTES;
-        text << target.name << " kind=" << kind.name << " version=1.0.0 next=" << VERSION << std::hex
-             << std::uppercase << " preload=" << unsigned{OLD} << '@' << kind.unit(kind.regions.front())
-             << '+' << flashBytes << std::dec << ' ' << target.inventory;
-        if (!target.ignored.empty()) {
-            text << " ignore=" << target.ignored;
-        }
-        text << '\n';
-    }
-    for (const std::string& name : plan.upToDate) {
-        text << name << " version=" << VERSION << '\n';
-    }
-    return text.str();
-}
-
 class Run {
 public:
     Run(Plan requested, const std::string& program) : plan(std::move(requested)) {
@@ -150,10 +124,14 @@ public:
                                       "10000000\nEndConfigFile\n");
         std::mt19937_64 random(plan.seed);
         for (Target& target : plan.targets) {
-            target.image = makeImage(*target.kind, random);
+            target.image = makeImage(*target.kind, random, target.smallPages);
             put(PACKAGE + target.name + ".hex", hexFile(*target.kind, target.image, random));
         }
-        put("/tmp/modules", inventoryOf(plan));
+        std::string inventory;
+        for (const std::string& line : inventoryOf(plan)) {
+            inventory += line + "\n";
+        }
+        put("/tmp/modules", inventory);
         simulator = std::make_unique<Simulator>(plan, program);
         core = std::make_unique<updateCore>();
         offerPackage();
@@ -174,7 +152,7 @@ public:
             done = -1;
             core->startUpdate();
             if (!core->wait(LONGEST_RUN_MS)) {
-                return {Outcome::WRONG, "no end after " + std::to_string(LONGEST_RUN_MS / 1000) + " s"};
+                return {Outcome::ENDLESS, "no end after " + std::to_string(LONGEST_RUN_MS / 1000) + " s"};
             }
         }
         simulator->stop();
@@ -185,10 +163,11 @@ private:
     void offerPackage() {
         for (const Target& target : plan.targets) {
             auto& base = ((*core).*moduleNamed(target.name).module).base;
-            base.update.items.assign(3, {target.name + ".hex", VERSION}); // whatever its hardware revision
+            base.update.items.assign(
+                3, {target.name + ".hex", PACKAGE_VERSION}); // whatever its hardware revision
         }
         for (const std::string& name : plan.upToDate) {
-            ((*core).*moduleNamed(name).module).base.update.items = {{"none", VERSION}};
+            ((*core).*moduleNamed(name).module).base.update.items = {{"none", PACKAGE_VERSION}};
         }
         core->loaded = true;
     }
@@ -199,7 +178,7 @@ private:
             return {Outcome::WRONG, "the run ended without a word"};
         }
         if (done == 0 && !containsOneOf(log, REASONS)) {
-            return {Outcome::WRONG, "failed without a reason"};
+            return {Outcome::UNTOLD, "failed without a reason"};
         }
         bool missing = false;
         for (const Target& target : plan.targets) {
@@ -287,10 +266,6 @@ private:
 };
 
 } // namespace
-
-std::uint8_t addressOf(const std::string& module) {
-    return moduleNamed(module).address;
-}
 
 Result runPanel(const Plan& plan, const std::string& simulator) {
     return Run(plan, simulator).execute();

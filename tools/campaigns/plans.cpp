@@ -2,55 +2,145 @@
 
 #include "faultDraw.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 namespace {
 
-const char* const MODULES[] = {"mf1", "mf2", "mf3",   "arts",   "s1",  "s2",
-                               "s3",  "s4",  "motor", "master", "ctrl"};
+/** The serial bootloader is the control module's. */
+const char* homeOf(const std::string& kind) {
+    return kind.rfind("pic32", 0) == 0 ? "ctrl" : "mf1";
+}
 
 /** One module to update; all others are up to date. */
 Plan singleModule(const std::string& kind, const std::string& module, std::uint64_t seed) {
     Plan plan;
     plan.seed = seed;
     plan.targets = {{module, &kindNamed(kind)}};
-    for (const char* name : MODULES) {
-        if (name != plan.targets[0].name) {
-            plan.upToDate.emplace_back(name);
+    for (const PanelModule& other : PANEL_MODULES) {
+        if (other.name != plan.targets[0].name) {
+            plan.upToDate.emplace_back(other.name);
         }
     }
     return plan;
 }
 
+Plan byTurns(std::uint64_t seed) {
+    const std::string kind = kinds()[static_cast<std::size_t>(seed % kinds().size())].name;
+    return singleModule(kind, homeOf(kind), seed);
+}
+
+/** What stands between the outcomes and the faults. */
+void readWords(std::istringstream& line, ScriptCase& entry) {
+    std::string word;
+    auto begin = line.tellg();
+    while (line >> word && (word == "small" || word.find('=') != std::string::npos)) {
+        begin = line.tellg();
+        if (word == "small") {
+            entry.smallPages = true;
+        } else if (word.rfind("line=", 0) == 0) {
+            entry.lineDamage = std::stod(word.substr(5));
+        } else {
+            entry.words += " " + word;
+        }
+    }
+    line.clear();
+    line.seekg(begin);
+}
+
 } // namespace
+
+std::uint8_t addressOf(const std::string& module) {
+    return std::find_if(PANEL_MODULES.begin(), PANEL_MODULES.end(),
+                        [&](const PanelModule& entry) { return entry.name == module; })
+        ->address;
+}
+
+std::vector<std::string> inventoryOf(const Plan& plan) {
+    std::vector<std::string> lines;
+    for (const Target& target : plan.targets) {
+        const Kind& kind = *target.kind;
+        const std::uint32_t flashBytes = kind.packed ? OLD_BYTES / 4 * 3 : OLD_BYTES;
+        std::ostringstream text;
+        text << target.name << " kind=" << kind.name << " version=1.0.0 next=" << PACKAGE_VERSION << std::hex
+             << std::uppercase << " preload=" << unsigned{OLD} << '@' << kind.unit(kind.regions.front())
+             << '+' << flashBytes << std::dec << ' ' << target.inventory;
+        if (!target.ignored.empty()) {
+            text << " ignore=" << target.ignored;
+        }
+        lines.push_back(text.str());
+    }
+    for (const std::string& name : plan.upToDate) {
+        lines.push_back(name + " version=" + PACKAGE_VERSION);
+    }
+    return lines;
+}
+
+bool ScriptCase::allows(Outcome outcome) const {
+    const std::string name = OUTCOMES[static_cast<std::size_t>(outcome)];
+    return ("," + outcomes + ",").find("," + name + ",") != std::string::npos;
+}
 
 std::vector<ScriptCase> readScript(const std::string& file) {
     std::vector<ScriptCase> cases;
     std::ifstream in(file);
+    if (!in) {
+        throw std::runtime_error("cannot read " + file);
+    }
     for (std::string line; std::getline(in, line);) {
         std::istringstream words(line.substr(0, line.find('#')));
         ScriptCase entry;
         if (!(words >> entry.kind >> entry.module >> entry.starts >> entry.outcomes)) {
             continue;
         }
+        readWords(words, entry);
         for (std::string fault; std::getline(words >> std::ws, fault, ';');) {
             entry.faults.push_back(fault);
         }
-        cases.push_back(entry);
+        entry.text = line;
+        const std::string wanted = "," + entry.kind + ",";
+        for (const Kind& kind : kinds()) {
+            if (entry.kind == "any" || wanted.find("," + std::string(kind.name) + ",") != std::string::npos) {
+                cases.push_back(entry);
+                cases.back().kind = kind.name;
+                cases.back().module = entry.module == "any" ? homeOf(kind.name) : entry.module;
+            }
+        }
     }
     return cases;
 }
 
 Plan sharePlan(double share, std::uint64_t seed) {
     std::mt19937_64 random(seed);
-    const std::string kind = kinds()[static_cast<std::size_t>(seed % kinds().size())].name;
-    Plan plan = singleModule(kind, kind.rfind("pic32", 0) == 0 ? "ctrl" : "mf1", seed);
+    Plan plan = byTurns(seed);
     Target& target = plan.targets[0];
-    const bool isPic24 =
-        kind.rfind("pic24", 0) == 0; // the others' rows outnumber what a short reply can tell
+    const bool isPic24 = std::string(target.kind->name).rfind("pic24", 0) ==
+                         0; // the others' rows outnumber what a short reply can tell
     target.inventory = isPic24 && random() % 2 == 0 ? "reply=short" : "";
     plan.faults = drawReplyFaults(addressOf(target.name), share, random);
+    return plan;
+}
+
+Plan mixedPlan(std::uint64_t seed) {
+    std::mt19937_64 random(seed);
+    Plan plan = byTurns(seed);
+    plan.faults = drawMixedFaults({addressOf(plan.targets[0].name)}, random);
+    return plan;
+}
+
+Plan lossPlan(double share, std::uint64_t seed) {
+    Plan plan = sharePlan(share, seed);
+    std::mt19937_64 random(seed);
+    const double lost = static_cast<double>(50 + random() % 151) / 1000;
+    plan.faults.push_back("lost-request share=" + std::to_string(lost));
+    return plan;
+}
+
+Plan linePlan(std::uint64_t seed) {
+    std::mt19937_64 random(seed);
+    Plan plan = byTurns(seed);
+    plan.lineDamage = static_cast<double>(5 + random() % 96) / 10000;
     return plan;
 }
 
@@ -80,6 +170,9 @@ Plan fullPlan(std::uint64_t seed) {
 
 Plan scriptPlan(const ScriptCase& entry, std::uint64_t seed) {
     Plan plan = singleModule(entry.kind, entry.module, seed);
+    plan.targets[0].inventory = entry.words;
+    plan.targets[0].smallPages = entry.smallPages;
+    plan.lineDamage = entry.lineDamage;
     plan.starts = entry.starts;
     plan.faults = entry.faults;
     return plan;

@@ -1,7 +1,6 @@
 #include "virtualBus.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace {
@@ -13,10 +12,12 @@ constexpr sim::BusProcessor::Timing QUIET{std::chrono::microseconds(0), std::chr
 
 virtualBus::virtualBus(SETTINGS settings)
     : baud(settings.baud),
+      damage(settings.damage),
+      random(settings.seed),
       record(settings.trace, start),
       faults(settings.seed),
       bus(
-          {std::move(settings.module)}, faults, scheduler, record,
+          std::move(settings.modules), faults, scheduler, record,
           [this](const sim::Bytes& frame, sim::TimePoint earliest) { carry(frame, earliest); }, QUIET) {
     for (const std::string& fault : settings.faults) {
         faults.add(fault);
@@ -25,13 +26,15 @@ virtualBus::virtualBus(SETTINGS settings)
 }
 
 void virtualBus::send(const busMessages::PROCBUS_MSG& msg) {
-    std::array<std::uint8_t, busProtocol::MAX_PAYLOAD + busProtocol::FRAME_OVERHEAD> bytes{};
-    const std::size_t size = busMessages::encodeFrame(msg, bytes.data());
+    sim::Bytes frame(msg.length + busProtocol::FRAME_OVERHEAD);
+    busMessages::encodeFrame(msg, frame.data());
+    const sim::Bytes bytes = damaged(frame);
+    const std::size_t size = bytes.size();
     const clock::time_point begin = std::max(time, fromPanelFree);
     for (std::size_t i = 0; i < size; ++i) {
-        for (sim::Frame& frame : fromPanel.feed(bytes[i], begin + duration(i + 1))) {
+        for (sim::Frame& heard : fromPanel.feed(bytes[i], begin + duration(i + 1))) {
             scheduler.at(begin + duration(i + 1),
-                         [this, frame = std::move(frame)](sim::TimePoint due) { bus.receive(frame, due); });
+                         [this, heard = std::move(heard)](sim::TimePoint due) { bus.receive(heard, due); });
         }
     }
     fromPanelFree = begin + duration(size);
@@ -39,12 +42,13 @@ void virtualBus::send(const busMessages::PROCBUS_MSG& msg) {
 }
 
 /** Puts a frame, or noise, on the line to the panel. */
-void virtualBus::carry(const sim::Bytes& bytes, clock::time_point earliest) {
+void virtualBus::carry(const sim::Bytes& frame, clock::time_point earliest) {
+    const sim::Bytes bytes = damaged(frame);
     const clock::time_point begin = std::max(earliest, toPanelFree);
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        for (sim::Frame& frame : toPanel.feed(bytes[i], begin + duration(i + 1))) {
+        for (sim::Frame& heard : toPanel.feed(bytes[i], begin + duration(i + 1))) {
             scheduler.at(begin + duration(i + 1),
-                         [this, frame = std::move(frame)](sim::TimePoint) { take(frame); });
+                         [this, heard = std::move(heard)](sim::TimePoint) { take(heard); });
         }
     }
     toPanelFree = begin + duration(bytes.size());
@@ -97,6 +101,29 @@ void virtualBus::awaitAnswer(clock::time_point until) {
     }
 }
 
+/** Bytes as they come out of a line that damages a share of them: by a flipped bit, or one too few or many.
+ */
+sim::Bytes virtualBus::damaged(const sim::Bytes& bytes) {
+    if (damage == 0) {
+        return bytes;
+    }
+    constexpr double DRAWN = 0x1p-64; // makes a number from 0 to 1 of a drawn one
+    sim::Bytes arriving;
+    for (const std::uint8_t byte : bytes) {
+        const bool isStruck = static_cast<double>(random()) * DRAWN < damage;
+        const auto how = isStruck ? random() % 3 : 3;
+        if (how == 0) {
+            arriving.push_back(static_cast<std::uint8_t>(byte ^ 1U << random() % 8));
+        } else if (how == 1) {
+            arriving.push_back(static_cast<std::uint8_t>(random()));
+        }
+        if (how == 1 || how == 3) {
+            arriving.push_back(byte);
+        }
+    }
+    return arriving;
+}
+
 virtualBus::clock::duration virtualBus::duration(std::size_t bytes) const {
     const std::uint64_t nanoseconds = bytes * BITS_PER_BYTE * 1'000'000'000U / baud;
     return std::chrono::nanoseconds(nanoseconds);
@@ -125,7 +152,8 @@ std::optional<busMessages::ANSWER> virtualHost::receive(milliseconds wait) {
     return answer;
 }
 
-void virtualHost::log(const std::string& text, logger::LOG_TYPE) {
+void virtualHost::log(const std::string& text, logger::LOG_TYPE type) {
+    warned = warned || type != logger::LOG_NOTICE;
     logged.push_back(text);
     bus.trace().event(bus.now(), "log " + text);
 }

@@ -5,13 +5,15 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 // The bus in a time of its own: nothing here waits, so that an image is flashed in a few milliseconds.
 
-/** One module behind the simulated bus processor, and the serial line to the panel with the pace of a UART.
+/** The modules behind the simulated bus processor, and the serial line to the panel with the pace of a UART.
  */
 class virtualBus {
 public:
@@ -24,9 +26,10 @@ public:
     };
 
     struct SETTINGS {
-        sim::ModuleConfig module;
+        std::vector<sim::ModuleConfig> modules;
         std::vector<std::string> faults; ///< lines of the simulator's fault script
         std::uint64_t seed = 1;          ///< of the faults
+        double damage = 0;               ///< share of a line's bytes that are flipped, left out or added
         unsigned baud = 115200;
         std::string trace; ///< a file, "-" for standard output; empty for none
     };
@@ -47,13 +50,14 @@ public:
     /** Answers that have come and were not taken, the oldest first. */
     std::deque<busMessages::ANSWER> answers;
 
-    const sim::Module& module() const { return *bus.modules().front(); }
+    const std::vector<std::unique_ptr<sim::Module>>& modules() const { return bus.modules(); }
     sim::Trace& trace() { return record; }
 
 private:
     bool step(clock::time_point until);
     void carry(const sim::Bytes& frame, clock::time_point earliest);
     void take(const sim::Frame& frame);
+    sim::Bytes damaged(const sim::Bytes& bytes);
     clock::duration duration(std::size_t bytes) const;
     void checkLimit(clock::time_point when) const;
 
@@ -62,6 +66,8 @@ private:
     clock::time_point fromPanelFree = start; ///< when a direction has carried all that is on it
     clock::time_point toPanelFree = start;
     unsigned baud;
+    double damage;
+    std::mt19937_64 random;
     sim::Trace record;
     sim::FaultScript faults;
     sim::Scheduler scheduler;
@@ -85,6 +91,7 @@ public:
     void log(const std::string& text, logger::LOG_TYPE type) override;
 
     std::vector<std::string> logged;
+    bool warned = false; ///< there was a warning or an error among it
     std::vector<busMessages::PROCBUS_MSG> sent;
 
 private:

@@ -129,55 +129,74 @@ inline constexpr Fault fileUnnamed{"file-unnamed", Warning, "unpacks it and does
                                    "name it in the manifest or leave it out"};
 
 // Firmware images.
-inline constexpr Fault hexGarbage{"hex-garbage", Error, "skips the line, or reads other bytes from it",
-                                  "write the image again with the linker; don't edit it"};
-inline constexpr Fault hexCount{
-    "hex-count", Error, "trusts the count: programs the checksum as data, drops bytes or refuses the image",
-    "write the image again with the linker"};
-inline constexpr Fault hexTruncated{"hex-truncated", Error,
-                                    "programs the part that is there, or refuses the image",
-                                    "copy the image again, completely"};
-inline constexpr Fault hexChecksum{
-    "hex-checksum", Error,
-    "does not look at it (only a module that takes records does) and programs the "
-    "bytes",
-    "a byte was damaged: take the image from its origin again"};
+inline constexpr Fault hexGarbage{
+    "hex-garbage", Error,
+    "skips the line; a damaged record it refuses with strict_images = 1, else it warns and reads other bytes",
+    "write the image again with the linker; don't edit it"};
+inline constexpr Fault hexCount{"hex-count", Error,
+                                "refuses it with strict_images = 1; else warns and trusts the count: "
+                                "programs the checksum as data or drops bytes",
+                                "write the image again with the linker"};
+inline constexpr Fault hexTruncated{
+    "hex-truncated", Error,
+    "refuses it with strict_images = 1; else warns and programs the part that is there",
+    "copy the image again, completely"};
+inline constexpr Fault hexChecksum{"hex-checksum", Error,
+                                   "refuses it with strict_images = 1; else warns and programs the bytes (a "
+                                   "module that takes records refuses this one)",
+                                   "a byte was damaged: take the image from its origin again"};
 inline constexpr Fault hexForm{"hex-form", Error, "reads another address from it, or ignores it",
                                "write the image again with the linker"};
 inline constexpr Fault hexType{"hex-type", Error,
-                               "ignores it: what follows a segment address lands at the wrong place",
+                               "ignores it; a segment address it refuses with strict_images = 1, else it "
+                               "warns, and what follows lands at the wrong place",
                                "write the image as I32HEX: records of type 00, 01, 04 and 05"};
-inline constexpr Fault hexOrder{"hex-order", Error, "appends the bytes behind those that came before",
+inline constexpr Fault hexOrder{"hex-order", Error,
+                                "within a page, refuses it with strict_images = 1; else warns and appends "
+                                "the bytes behind those that came before",
                                 "sort the records by address"};
-inline constexpr Fault hexOverlap{"hex-overlap", Error, "programs both, one behind the other",
-                                  "check what was merged into the image"};
-inline constexpr Fault hexDuplicate{"hex-duplicate", Error, "programs both, one behind the other",
-                                    "check what was merged into the image"};
+inline constexpr Fault hexOverlap{
+    "hex-overlap", Error,
+    "refuses it with strict_images = 1; else warns and programs both, one behind the other",
+    "check what was merged into the image"};
+inline constexpr Fault hexDuplicate{
+    "hex-duplicate", Error,
+    "refuses it with strict_images = 1; else warns and programs both, one behind the other",
+    "check what was merged into the image"};
 inline constexpr Fault hexNoEnd{"hex-no-end", Error, "does not notice, and programs the part that is there",
                                 "copy the image again, completely; it ends with :00000001FF"};
 inline constexpr Fault hexAfterEnd{"hex-after-end", Error, "programs what follows the end, too",
                                    "keep one image a file"};
-inline constexpr Fault hexGap{"hex-gap", Error, "moves the bytes behind the gap up against those before it",
-                              "let the linker fill every used page from its start, with FF"};
+inline constexpr Fault hexGap{
+    "hex-gap", Error, "refuses it with strict_images = 1; else warns and moves the bytes behind the gap up",
+    "let the linker fill every used page from its start, with FF"};
 inline constexpr Fault hexOutside{
     "hex-outside", Error,
-    "drops the bytes in silence, or sends the record to a module without a place for it",
+    "drops the bytes with a line in the log (data that runs on from a region it refuses with strict_images = "
+    "1), or sends the record to a module without a place for it",
     "remove them from the image, or choose the right processor"};
-inline constexpr Fault hexTooLarge{"hex-too-large", Error, "refuses the image: \"Bad HEX file\"",
-                                   "link the program below that address (settings words don't belong here)"};
+inline constexpr Fault hexTooLarge{
+    "hex-too-large", Error, "refuses it with strict_images = 1; else warns and cuts the address to 16 bits",
+    "link the program below that address (settings words don't belong here)"};
 inline constexpr Fault hexEraseRun{"hex-erase-run", Error,
                                    "erases fewer pages than meant: the request counts to 256",
                                    "move the parts of the program together, or fill the space between them"};
-inline constexpr Fault hexFirstRegion{"hex-first-region", Error, "refuses the image: \"Bad HEX file\"",
-                                      "give the image its part in the first region, too"};
+inline constexpr Fault hexFirstRegion{
+    "hex-first-region", Error,
+    "refuses it with strict_images = 1; else warns and programs nothing, and counts it as done",
+    "give the image its part in the first region, too"};
 inline constexpr Fault hexAlignment{"hex-alignment", Error,
-                                    "takes the wrong bytes for the fourth ones, which it leaves out",
+                                    "refuses it with strict_images = 1; else warns and takes the wrong bytes "
+                                    "for the fourth ones, which it leaves out",
                                     "let every record begin and end with a whole instruction of 4 bytes"};
 inline constexpr Fault hexPhantom{"hex-phantom", Error, "leaves the byte out",
                                   "the image is not for this processor: use the PIC24 linker's"};
-inline constexpr Fault hexEmpty{"hex-empty", Error, "refuses the image: \"Bad HEX file\"",
-                                "put the module's image into the package"};
-inline constexpr Fault hexRefused{"hex-refused", Error, "refuses the image: \"Bad HEX file\"",
+inline constexpr Fault hexEmpty{
+    "hex-empty", Error,
+    "refuses it with strict_images = 1; else warns and programs nothing, and counts it as done",
+    "put the module's image into the package"};
+inline constexpr Fault hexRefused{"hex-refused", Error,
+                                  "refuses it, at least with strict_images = 1: \"Bad HEX file\"",
                                   "write the image again with the linker"};
 
 } // namespace package::faults

@@ -7,19 +7,10 @@
 
 namespace package {
 
+using flashLayouts::BOUNDS;
 using flashLayouts::LAYOUT;
 
 namespace {
-
-struct Bounds {
-    std::uint64_t start;
-    std::uint64_t end;
-};
-
-Bounds boundsOf(const LAYOUT& layout, const LAYOUT::REGION& region) {
-    const std::uint64_t scale = bytesPerAddress(layout);
-    return {region.start * scale, region.end * scale};
-}
 
 unsigned shown(std::uint64_t address) {
     return static_cast<unsigned>(address);
@@ -44,12 +35,12 @@ private:
     }
     // The line of the first data behind an address of the target.
     unsigned lineBehind(std::uint64_t address) const {
-        const auto found = file_.spans().lower_bound(address * bytesPerAddress(layout_));
-        return found != file_.spans().end() ? found->second.line : 0;
+        const auto found = file_.stretches().lower_bound(address * bytesPerAddress(layout_));
+        return found != file_.stretches().end() ? found->second.line : 0;
     }
     bool isInside(std::uint64_t address) const {
         return std::any_of(layout_.regions.begin(), layout_.regions.end(), [&](const LAYOUT::REGION& region) {
-            const Bounds bounds = boundsOf(layout_, region);
+            const BOUNDS bounds = boundsOf(layout_, region);
             return address >= bounds.start && address < bounds.end;
         });
     }
@@ -90,29 +81,27 @@ void FlashCheck::outside() {
 
 void FlashCheck::gaps() {
     for (const LAYOUT::REGION& region : layout_.regions) {
-        for (const Gap& gap : findGaps(file_, layout_, region))
+        for (const imageCheck::HOLE& gap : imageCheck::findGaps(file_.stretches(), layout_, region))
             report(faults::hexGap, gap.line,
                    format("no data from 0x%X to 0x%X (%u bytes), but behind it in the same page",
                           shown(gap.start), shown(gap.end - 1), shown(gap.end - gap.start)));
     }
 }
 
-// Requests with 16 address bits can't name every page.
+// Requests with 16 address bits can't name every address.
 void FlashCheck::addresses() {
     if (layout_.wideAddress)
         return;
     for (const LAYOUT::REGION& region : layout_.regions) {
-        const Bounds bounds = boundsOf(layout_, region);
-        const std::uint64_t page = fileBytesPerPage(layout_, region.blockSize);
+        const BOUNDS bounds = boundsOf(layout_, region);
         const std::uint64_t reach = std::uint64_t{flashLayouts::NARROW_ADDRESSES} * bytesPerAddress(layout_);
         for (const HexData& record : file_.records()) {
             const std::uint64_t last = record.address + record.bytes.size() - 1;
             if (last < bounds.start || last >= bounds.end)
                 continue;
-            const std::uint64_t pageEnd = bounds.start + ((last - bounds.start) / page + 1) * page;
-            if (pageEnd > reach) {
+            if (last >= reach) {
                 report(faults::hexTooLarge, record.line,
-                       format("0x%X lies behind the last page that the module's requests can name",
+                       format("0x%X lies behind the last address that the module's requests can name",
                               shown(last)));
                 return;
             }
@@ -143,7 +132,7 @@ void FlashCheck::instructions() {
 }
 
 void FlashCheck::firstRegion() {
-    const Bounds first = boundsOf(layout_, layout_.regions.front());
+    const BOUNDS first = boundsOf(layout_, layout_.regions.front());
     bool inFirst = false;
     unsigned other = 0; // the first line with data for the regions behind it
     for (const HexData& record : file_.records()) {
@@ -180,9 +169,9 @@ void FlashCheck::eraseRuns(hexpage& image) {
 const Processor& guessProcessor(const HexFile& file) {
     for (const char* name : {"stm32f0", "pic32-pages"}) {
         const LAYOUT layout = findProcessor(name)->layout(true);
-        const Bounds flash = boundsOf(layout, layout.regions.front());
-        if (!file.spans().empty() && file.spans().begin()->first >= flash.start &&
-            file.spans().begin()->first < flash.end)
+        const BOUNDS flash = boundsOf(layout, layout.regions.front());
+        if (!file.stretches().empty() && file.stretches().begin()->first >= flash.start &&
+            file.stretches().begin()->first < flash.end)
             return *findProcessor(name);
     }
     std::size_t zeros = 0;
@@ -192,23 +181,6 @@ const Processor& guessProcessor(const HexFile& file) {
             ++(record.bytes[i] == 0 ? zeros : others);
     }
     return *findProcessor(others > zeros ? "pic24-old" : "pic24");
-}
-
-std::vector<Gap> findGaps(const HexFile& file, const LAYOUT& layout, const LAYOUT::REGION& region) {
-    const Bounds bounds = boundsOf(layout, region);
-    const std::uint64_t page = fileBytesPerPage(layout, region.blockSize);
-    std::vector<Gap> gaps;
-    std::uint64_t end = bounds.start; // of the data before
-    for (const auto& [spanStart, span] : file.spans()) {
-        const std::uint64_t start = std::max(spanStart, bounds.start);
-        if (start >= std::min(span.end, bounds.end))
-            continue;
-        const std::uint64_t pageStart = bounds.start + (start - bounds.start) / page * page;
-        if (start > std::max(end, pageStart))
-            gaps.push_back({std::max(end, pageStart), start, span.line});
-        end = span.end;
-    }
-    return gaps;
 }
 
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
@@ -236,8 +208,8 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
     if (findings.all().size() != before)
         return; // the rest follows from what was found
     hexpage image;
-    if (!readByPanel(path, layout, image))
-        findings.add(faults::hexRefused, {name}, "the panel's reader refuses the image");
+    if (!acceptedByPanel(path, layout, image))
+        findings.add(faults::hexRefused, {name}, "the panel refuses the image");
     check.eraseRuns(image);
 }
 

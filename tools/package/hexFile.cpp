@@ -6,6 +6,7 @@
 #include "lib/hexfile/hexText.h"
 
 #include <algorithm>
+#include <map>
 #include <numeric>
 
 namespace package {
@@ -102,7 +103,6 @@ HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Fin
     }
     if (state.afterEnd != 0)
         findings.add(faults::hexAfterEnd, {name, state.afterEnd}, "something follows the end record");
-    mergeSpans();
 }
 
 void HexFile::readLine(std::string_view line, State& state) {
@@ -184,23 +184,8 @@ void HexFile::addData(const std::vector<std::uint8_t>& bytes, State& state) {
     const std::uint64_t start = state.upper | static_cast<std::uint64_t>(bytes[1] << 8 | bytes[2]);
     const auto data = bytes.begin() + DATA;
     records_.push_back({state.line, start, {data, data + static_cast<std::ptrdiff_t>(size)}});
+    imageCheck::addStretch(stretches_, start, {start + size, state.line});
     state.take(start, start + size);
-}
-
-void HexFile::mergeSpans() {
-    std::map<std::uint64_t, Span> starts;
-    for (const HexData& record : records_) {
-        const std::uint64_t end = record.address + record.bytes.size();
-        const auto [found, isNew] = starts.try_emplace(record.address, Span{end, record.line});
-        found->second.end = std::max(found->second.end, end);
-    }
-    auto last = spans_.end();
-    for (const auto& [start, span] : starts) {
-        if (last != spans_.end() && start <= last->second.end)
-            last->second.end = std::max(last->second.end, span.end);
-        else
-            last = spans_.emplace_hint(spans_.end(), start, span);
-    }
 }
 
 } // namespace package

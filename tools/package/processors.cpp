@@ -1,5 +1,7 @@
 #include "processors.h"
 
+#include "system/actions/imageCheck.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
@@ -74,6 +76,11 @@ const Processor* findProcessor(const std::string& name) {
 bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
     const Silence silence;
     return flashLayouts::readImage(path.string(), layout, image);
+}
+
+bool acceptedByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
+    return readByPanel(path, layout, image) &&
+           !imageCheck::hasFault(imageCheck::ofPages(path.string(), layout, image));
 }
 
 } // namespace package

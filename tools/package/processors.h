@@ -22,16 +22,9 @@ const std::vector<Processor>& processors();
 // Null for an unknown name.
 const Processor* findProcessor(const std::string& name);
 
-// HEX file addresses to one address of the target.
-inline std::uint32_t bytesPerAddress(const flashLayouts::LAYOUT& layout) {
-    return layout.pic24Addressing ? 2 : 1;
-}
-// HEX file bytes that a page of this size spans: a PIC24 page stores 3 of every 4.
-inline std::uint32_t fileBytesPerPage(const flashLayouts::LAYOUT& layout, std::uint32_t blockSize) {
-    return layout.pic24Addressing ? blockSize / 3 * 4 : blockSize;
-}
-
 // The panel's own reader. What it says on standard output is for the panel's journal and is dropped.
 bool readByPanel(const std::filesystem::path& path, const flashLayouts::LAYOUT& layout, hexpage& image);
+// The same; false also for what a panel with strict_images = 1 refuses.
+bool acceptedByPanel(const std::filesystem::path& path, const flashLayouts::LAYOUT& layout, hexpage& image);
 
 } // namespace package

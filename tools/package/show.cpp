@@ -23,15 +23,17 @@ constexpr Mark EMPTY = {'-', "\033[2m"};
 constexpr Mark GAP = {'!', "\033[31m"};
 constexpr const char* PLAIN = "\033[0m";
 
-Mark markOf(const hexpage::MEMORY_PAGE& page, const std::vector<Gap>& gaps, std::uint32_t scale) {
+Mark markOf(const hexpage::MEMORY_PAGE& page, const std::vector<imageCheck::HOLE>& gaps,
+            std::uint32_t scale) {
     const std::uint64_t start = std::uint64_t{page.startAddress} * scale;
     const std::uint64_t end = (std::uint64_t{page.endAddress} + 1) * scale;
-    const bool hasGap = std::any_of(gaps.begin(), gaps.end(),
-                                    [&](const Gap& gap) { return gap.start < end && gap.end > start; });
+    const bool hasGap = std::any_of(gaps.begin(), gaps.end(), [&](const imageCheck::HOLE& gap) {
+        return gap.start < end && gap.end > start;
+    });
     return hasGap ? GAP : page.data.empty() ? EMPTY : USED;
 }
 
-std::string drawRegion(const hexpage::MEMORY_REGION& region, const std::vector<Gap>& gaps,
+std::string drawRegion(const hexpage::MEMORY_REGION& region, const std::vector<imageCheck::HOLE>& gaps,
                        std::uint32_t scale, bool colours) {
     std::size_t used = 0;
     std::size_t bytes = 0;
@@ -66,12 +68,13 @@ std::string drawImage(const std::filesystem::path& path, const Processor* proces
                       file.records().size(), processor->name);
     const LAYOUT layout = processor->layout(serial);
     hexpage image;
-    if (!readByPanel(path, layout, image))
+    if (!readByPanel(path, layout, image) || image.getTotalPages() == 0)
         throw Failure(path.string() + ": the panel's reader refuses it for " + processor->name +
                       " (keldra-package check says why)");
     std::string text = name + " on " + processor->name + "   # used  - empty  ! gap\n";
     for (std::size_t i = 0; i < layout.regions.size(); ++i)
-        text += drawRegion(image.getRegions()[i], findGaps(file, layout, layout.regions[i]),
+        text += drawRegion(image.getRegions()[i],
+                           imageCheck::findGaps(file.stretches(), layout, layout.regions[i]),
                            bytesPerAddress(layout), colours);
     if (image.droppedBytes() > 0)
         text += format("%zu bytes lie outside of all regions and would be dropped\n", image.droppedBytes());

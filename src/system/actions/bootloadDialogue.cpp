@@ -96,6 +96,9 @@ bool bootloadDialogue::couldRepeat(const OPEN& entry, const ANSWER& answer) cons
 }
 
 bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) const {
+    if (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus) {
+        return false;
+    }
     const bool asksForIdentity = entry.type == OPEN::REQUESTED && entry.kind == KIND::ENTER;
     if (answer.identification) {
         return asksForIdentity;
@@ -159,6 +162,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
         doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
     }
     const bool isOwn = own != open.end();
+    answersStatus = answersStatus || (!isOwn && other != open.end() && other->type == OPEN::STATUS);
     if ((!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply))) {
         noteStranger(answer);
         return WHOSE::OTHER;
@@ -169,17 +173,32 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
 
 // Quiet
 
-/** Until when something may come that could be taken for the answer to the request; none when nothing may. */
-std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request) const {
+/** Whether the answer to an earlier request could be taken for the answer to this one. */
+bool bootloadDialogue::confuses(const OPEN& entry, const REQUEST& request) const {
+    if (isAsked(entry) || (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus)) {
+        return false;
+    }
+    if (request.kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == OPEN::MARKED) {
+        return true;
+    }
+    if (entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED) {
+        return !identifies;
+    }
+    const bool repeatsRow =
+        entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
+    return repeatsRow || entry.row == request.row;
+}
+
+/**
+ * Until when something may come that could be taken for the answer to the request; none when nothing may. The
+ * first try of a request that nothing proves does not wait for earlier answers, lest the session end
+ * meanwhile: its own is doubted then, and it is asked again behind a mark.
+ */
+std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request,
+                                                                               bool again) const {
     std::optional<clock::time_point> until;
     for (const OPEN& entry : open) {
-        const bool repeatsRow =
-            entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
-        const bool isEntry = entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED;
-        const bool confuses = request.kind == KIND::ENTER || entry.kind == KIND::COMMAND ||
-                              (isEntry ? !identifies : entry.row == request.row) || repeatsRow ||
-                              entry.type == OPEN::MARKED;
-        if (!isAsked(entry) && confuses) {
+        if (confuses(entry, request) && (again || !provesNothing(request))) {
             until = std::max(until.value_or(entry.until), entry.until);
         }
     }
@@ -190,10 +209,10 @@ std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(c
 }
 
 /** Lets pass what could be taken for the request's answer. False when the line does not fall quiet. */
-bool bootloadDialogue::settle(const REQUEST& request) {
+bool bootloadDialogue::settle(const REQUEST& request, bool again) {
     const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
     drain();
-    while (const auto until = confusedUntil(request)) {
+    while (const auto until = confusedUntil(request, again)) {
         const auto now = host.now();
         if (now >= limit || host.cancelled()) {
             return false;
@@ -202,7 +221,7 @@ bool bootloadDialogue::settle(const REQUEST& request) {
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
             judge(*answer);
         } else if (host.now() >= sentAt + KEEP_ALIVE) {
-            keepAlive(request);
+            keepAlive(request, again);
         }
     }
     std::erase_if(open, [&](const OPEN& entry) { return entry.until <= host.now() && !isAsked(entry); });
@@ -210,13 +229,14 @@ bool bootloadDialogue::settle(const REQUEST& request) {
 }
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
-void bootloadDialogue::keepAlive(const REQUEST& request) {
+void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
     const bool isWaiting =
         std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
-    if (request.proof == PROOF::MARK && !isWaiting) {
-        sendMark();
-    } else if (request.proof == PROOF::NOTHING && lastReply && lastReply->row != request.row) {
+    const bool isDistinct = lastReply && lastReply->row != request.row;
+    if (request.proof == PROOF::NOTHING && isDistinct) {
         sendStatus(request.module, NOTHING_ASKED);
+    } else if ((request.proof == PROOF::MARK || again) && !isWaiting) {
+        sendMark();
     }
     sentAt = host.now();
 }
@@ -226,7 +246,8 @@ void bootloadDialogue::keepAlive(const REQUEST& request) {
 /** Whether the answer to a status request looks the same before and behind the request, and nothing else
  * tells. */
 bool bootloadDialogue::provesNothing(const REQUEST& request) const {
-    return request.proof == PROOF::NOTHING && (!lastReply || lastReply->row == request.row);
+    return request.proof == PROOF::NOTHING &&
+           (!lastReply || (lastReply->row == request.row && lastReply->status == OK));
 }
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
@@ -262,7 +283,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
         heard.maybe = answer.reply;
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
-    return request.proof == PROOF::MARK;
+    return request.proof == PROOF::MARK && answer.reply.status == OK;
 }
 
 /** True when the try is settled; else nothing that settles it came in time. */
@@ -297,13 +318,27 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
         if (hear(request, STATUS_WAIT + PAUSE, heard)) {
             return;
         }
-        const bool mayWork = (n == 0 || heard.alive) && host.now() - start < workOf(request);
+        const bool mayWork =
+            (n == 0 || heard.alive || heard.wasAlive) && host.now() - start < workOf(request);
         if (pass >= passes && !mayWork) {
             return;
         }
         // While it is silent it is at work, or gone: either way, one status request says as much as many.
-        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, ROW_WORK / 2);
+        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, KEEP_ALIVE);
     }
+}
+
+/** Whether the module repeats its last reply when it is asked for its status: not every one does. */
+bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
+    for (unsigned n = 0; n < 2; ++n) {
+        sendStatus(module, NOTHING_ASKED);
+        if (const auto repeated = host.receive(wait)) {
+            judge(*repeated);
+            return !repeated->identification && repeated->reply == lastReply;
+        }
+    }
+    ignoresStatus = !answersStatus;
+    return false;
 }
 
 /**
@@ -312,19 +347,13 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
  * request was carried out, provided that it repeats its last reply.
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
-    lastReply.reset();
     sendMark();
-    const milliseconds wait = std::max(KEEP_ALIVE, 2 * fastest);
+    const milliseconds wait = std::max(MARK_WAIT, 2 * fastest);
     while (const auto answer = host.receive(wait)) {
         if (isMarkReply(*answer)) {
             judge(*answer);
             lastReply = answer->reply;
-            sendStatus(request.module, NOTHING_ASKED);
-            const auto repeated = host.receive(wait);
-            if (repeated) {
-                judge(*repeated);
-            }
-            if (!repeated || repeated->identification || repeated->reply != answer->reply) {
+            if (!isRepeated(request.module, wait)) {
                 lastReply.reset();
             }
             return true;
@@ -346,7 +375,7 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
 }
 
 void bootloadDialogue::learnTime(KIND kind) {
-    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - sentAt);
+    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - askedAt);
     slowest[indexOf(kind)] = std::max(slowest[indexOf(kind)], took);
     fastest = fastest.count() == 0 ? took : std::min(fastest, took);
 }
@@ -364,12 +393,13 @@ bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
     return (n + 1 >= TRIES || request.last) && !answersDirectly[indexOf(request.kind)];
 }
 
-bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n) {
+bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
     RESULT result;
     HEARD heard;
+    heard.wasAlive = wasAlive;
     sendRequest(request);
     listen(request, n, heard);
-    if (heard.maybe && !heard.own && request.proof == PROOF::MARK) {
+    if (heard.maybe && heard.maybe->status == OK && !heard.own && request.proof == PROOF::MARK) {
         clarify(request, n, heard);
     }
     result.answered = heard.alive;
@@ -391,20 +421,20 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
 bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned tries, unsigned firstTry) {
     RESULT result;
     ++asked;
+    askedAt = host.now();
+    const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
     if (provesNothing(request) && lingers < LINGERS) {
         ++lingers;
         host.pause(LINGER);
     }
     for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
-        if (n > 0 && request.proof == PROOF::MARK) {
-            HEARD unheard;
-            setMark(request, unheard);
-        }
-        if (request.proof != PROOF::LATER && !settle(request)) {
+        HEARD unheard;
+        const bool isMarked = n > 0 && wantsMark && setMark(request, unheard);
+        if (request.proof != PROOF::LATER && !settle(request, n > 0)) {
             continue;
         }
         const bool answered = result.answered;
-        result = tryOnce(request, std::min(n, TRIES - 1));
+        result = tryOnce(request, std::min(n, TRIES - 1), isMarked);
         result.answered = result.answered || answered;
     }
     if (result.reply) {
@@ -487,6 +517,8 @@ void bootloadDialogue::beginSession(std::uint8_t module) {
     name.reset();
     said = IDENTIFICATION();
     identifies = false;
+    answersStatus = false;
+    ignoresStatus = false;
     restarted = false;
     lingers = 0;
     fastest = milliseconds(0);
@@ -571,11 +603,12 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
     request.kind = KIND::ENTER;
     request.proof = PROOF::NOTHING;
     ENTERING state = ENTERING::SILENT;
+    askedAt = host.now();
     const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
     ++asked;
     host.pause(LINGER); // the module before may have answered twice
     for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
-        if ((n == 0 || disturbed) && !settle(request)) {
+        if ((n == 0 || disturbed) && !settle(request, true)) {
             continue;
         }
         sendRequest(request);

@@ -122,6 +122,7 @@ private:
         clock::time_point maybeUntil; ///< how long a better one is waited for
         bool direct = true;           ///< no status request was sent
         bool alive = false;           ///< the module answered something
+        bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try
     };
     enum class ENTERING : std::uint8_t;
@@ -142,19 +143,21 @@ private:
     void forgetLate();
     bool isAsked(const OPEN& entry) const;
 
-    bool settle(const REQUEST& request);
-    std::optional<clock::time_point> confusedUntil(const REQUEST& request) const;
-    void keepAlive(const REQUEST& request);
+    bool confuses(const OPEN& entry, const REQUEST& request) const;
+    std::optional<clock::time_point> confusedUntil(const REQUEST& request, bool again) const;
+    bool settle(const REQUEST& request, bool again);
+    void keepAlive(const REQUEST& request, bool again);
 
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
+    bool isRepeated(std::uint8_t module, milliseconds wait);
     bool setMark(const REQUEST& request, HEARD& heard);
     bool provesNothing(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
-    RESULT tryOnce(const REQUEST& request, unsigned n);
+    RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
     bool isLastTry(const REQUEST& request, unsigned n) const;
     void learnTime(KIND kind);
     void learn(const REQUEST& request, const RESULT& result);
@@ -166,8 +169,9 @@ private:
 
     bootloadHost& host;
     std::vector<OPEN> open;
-    unsigned asked = 0; ///< number of the request at hand
-    clock::time_point sentAt{};
+    unsigned asked = 0;          ///< number of the request at hand
+    clock::time_point sentAt{};  ///< the last request, of whatever kind
+    clock::time_point askedAt{}; ///< the request at hand, the first time
 
     std::optional<ANSWER> lastHeard;
     clock::time_point heardAt{};
@@ -181,7 +185,9 @@ private:
     std::optional<REPLY> lastReply;  ///< what a status request would repeat, as far as it is known
     std::optional<std::int8_t> name; ///< that its replies gave it so far
     busMessages::IDENTIFICATION said;
-    bool identifies = false; ///< the bootloader is one that says what it is
+    bool identifies = false;    ///< the bootloader is one that says what it is
+    bool answersStatus = false; ///< a status request was answered in this session
+    bool ignoresStatus = false; ///< two were not, though the module answered a mark right before
     bool restarted = false;
     unsigned lingers = 0;
     milliseconds fastest{0}; ///< of all answers; 0 before the first

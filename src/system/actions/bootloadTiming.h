@@ -72,6 +72,7 @@ constexpr milliseconds ECHO{20};             // the same answer again within thi
 constexpr milliseconds QUIET{100};           // what a disturbed line must be silent for
 constexpr milliseconds LONGEST_SETTLE{2000}; // for a line that never falls quiet
 constexpr milliseconds KEEP_ALIVE{200};      // a session may end when it hears nothing for longer
+constexpr milliseconds MARK_WAIT{250};       // for the answer to a mark, as a row takes it
 constexpr milliseconds LINGER{10};           // for a doubled reply, before a request that it would confirm
 constexpr unsigned LINGERS = 2;              // of a session, so that a quiet line loses no time to speak of
 constexpr milliseconds IDENTIFICATION_WAIT{70}; // behind an old bootloader's plain answer

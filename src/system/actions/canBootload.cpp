@@ -2,6 +2,7 @@
 
 #include "../ProcBusThread.h"
 #include "flashLayouts.h"
+#include "imageVerdict.h"
 #include "packageFile.h"
 
 #include <cstdio>
@@ -155,7 +156,8 @@ bool canBootload::run() {
     }
     log(title + path, logger::LOG_NOTICE);
     hexpage image;
-    if (!flashLayouts::readImage(path, layout, image)) {
+    if (!flashLayouts::readImage(path, layout, image) ||
+        !imageVerdict::accepts(*csys, "CAN: ", imageCheck::ofPages(path, layout, image))) {
         log("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }

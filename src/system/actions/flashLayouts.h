@@ -31,10 +31,31 @@ struct LAYOUT {
 constexpr std::uint32_t NARROW_ADDRESSES = 0x10000;
 
 /**
- * Reads an image. Throws nothing: false for a file that can't be read, that breaks the format, or of which
- * the bootloader dialogue could not send every byte to where it belongs.
+ * Reads an image. Throws nothing: false for a file that can't be read or that breaks the format. Whether all
+ * of it would reach the module is imageCheck's question.
  */
 bool readImage(const std::string& path, const LAYOUT& layout, hexpage& image);
+
+/** Bytes of the HEX file to one address of the target. */
+inline std::uint32_t bytesPerAddress(const LAYOUT& layout) {
+    return layout.pic24Addressing ? 2 : 1;
+}
+
+/** Bytes of the HEX file that a page of this size spans: a PIC24 page stores 3 of every 4. */
+inline std::uint32_t fileBytesPerPage(const LAYOUT& layout, std::uint32_t blockSize) {
+    return layout.pic24Addressing ? blockSize / 3 * 4 : blockSize;
+}
+
+/** Addresses of the HEX file; the end lies behind the last one, perhaps behind all of 32 bits. */
+struct BOUNDS {
+    std::uint64_t start;
+    std::uint64_t end;
+};
+
+inline BOUNDS boundsOf(const LAYOUT& layout, const LAYOUT::REGION& region) {
+    const std::uint64_t scale = bytesPerAddress(layout);
+    return {region.start * scale, region.end * scale};
+}
 
 /**
  * Flash from its start at 0x08000000 (the memory map of the STM32 reference manuals) up to the 8 KiB at the

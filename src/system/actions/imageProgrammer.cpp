@@ -24,7 +24,9 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) 
     return buffer;
 }
 
-/** A record as the module takes it: the HEX line's bytes in their order, closed by the sum that it must have.
+/**
+ * A record as the module takes it: the HEX line's bytes in their order. The sum is worked out, since in a
+ * line with a carriage return the reader can't see it; but where it is wrong, the module is to see that.
  */
 std::vector<std::uint8_t> binaryForm(const hexrecords::HEX_RECORD& record) {
     std::vector<std::uint8_t> bytes = {record.size, busProtocol::byteOf(record.address, 1),
@@ -33,7 +35,7 @@ std::vector<std::uint8_t> binaryForm(const hexrecords::HEX_RECORD& record) {
         bytes.push_back(busProtocol::byteOf(value, 0));
     }
     const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0U);
-    bytes.push_back(static_cast<std::uint8_t>(0x100U - (sum & 0xFFU)));
+    bytes.push_back(record.sumsUp ? static_cast<std::uint8_t>(0x100U - (sum & 0xFFU)) : record.checksum);
     return bytes;
 }
 

@@ -2,6 +2,7 @@
 
 #include "../ProcBusThread.h"
 #include "flashLayouts.h"
+#include "imageVerdict.h"
 #include "packageFile.h"
 
 #include <cstdio>
@@ -11,18 +12,6 @@ namespace {
 // The link's receive size at the steps of the dialogue.
 constexpr std::uint8_t COMMAND_SIZE = 15;
 constexpr std::uint8_t REQUEST_SIZE = 5;
-/** True when every record is as long as it says and sums up, and some of them hold data. */
-bool isWhole(hexrecords& image) {
-    bool holdsData = false;
-    image.resetIterator();
-    while (const hexrecords::HEX_RECORD* record = image.getNextRecord()) {
-        if (record->size != record->data.size() || !record->sumsUp) {
-            return false;
-        }
-        holdsData = holdsData || (record->type == 0 && record->size > 0);
-    }
-    return holdsData;
-}
 
 } // namespace
 
@@ -121,7 +110,7 @@ bool serialBootload::run() {
 
 bool serialBootload::run_v1(const std::string& path) {
     hexrecords image(functs().isFile(path) ? path : std::string());
-    if (!image.getFileOK() || !isWhole(image)) {
+    if (!image.getFileOK() || !imageVerdict::accepts(*csys, "Serial: ", imageCheck::ofRecords(path))) {
         log("Serial: Bad HEX file", logger::LOG_ERROR);
         return false;
     }
@@ -154,7 +143,8 @@ bool serialBootload::run_v2(const std::string& path) {
         return false;
     }
     hexpage image;
-    if (!flashLayouts::readImage(path, layout, image)) {
+    if (!flashLayouts::readImage(path, layout, image) ||
+        !imageVerdict::accepts(*csys, "SerialV2: ", imageCheck::ofPages(path, layout, image))) {
         log("SerialV2: Bad HEX file", logger::LOG_ERROR);
         return false;
     }

@@ -14,7 +14,6 @@ constexpr std::uint8_t CAN_MODULE = 9;
 constexpr std::uint8_t SERIAL_MODULE = 2;
 
 const std::string IMAGE = "/keldra/tmp/keldra_update/image.hex";
-constexpr int ALWAYS = 1000; // times that something goes wrong
 
 // Requests by their kind, as a fake bootloader tells them apart.
 enum class Request { ENTER, LEAVE, START, STATUS, WRITE, ERASE, ERASE_ALL, ROW };
@@ -24,40 +23,27 @@ using enum Request;
 class BootloaderTest : public Panel {
 protected:
     using Replies = std::vector<Frame>;
-    /** What to answer instead; nothing for the usual. `nth` counts requests of this kind from 1. */
-    using Exception = std::function<std::optional<Replies>(Request request, int nth)>;
+    /** What to answer instead; nothing for the usual. */
+    using Exception = std::function<std::optional<Replies>(Request request)>;
 
     explicit BootloaderTest(std::uint8_t address) : module(address) {
         start();
         answer();
     }
 
-    /** From now on. Counting starts anew. */
+    /** From now on. */
     void answer(Exception exception = nullptr) {
-        counts.clear();
         bus.autoAnswer([this, exception](const Frame& frame) {
             const Request request = kindOf(frame);
-            const int nth = ++counts[request];
-            if (exception != nullptr) {
-                if (const auto replies = exception(request, nth)) {
-                    return *replies;
-                }
-            }
-            return Replies{usual(request, frame)};
+            const auto replies = exception != nullptr ? exception(request) : std::nullopt;
+            return replies.value_or(Replies{usual(request, frame)});
         });
     }
 
-    /** Answers the first requests of this kind with a status of its own. */
-    Exception refuse(Request which, std::uint8_t code, int times) const {
-        return [=, this](Request request, int nth) -> std::optional<Replies> {
-            return request == which && nth <= times ? std::optional(Replies{status(code)}) : std::nullopt;
-        };
-    }
-    /** Leaves the first requests of this kind without an answer, and every status request. */
-    static Exception silence(Request which, int times) {
-        return [=](Request request, int nth) -> std::optional<Replies> {
-            const bool silent = request == STATUS || (request == which && nth <= times);
-            return silent ? std::optional(Replies()) : std::nullopt;
+    /** Answers every request of this kind with a status of its own. */
+    Exception refuse(Request which, std::uint8_t code) const {
+        return [=, this](Request request) -> std::optional<Replies> {
+            return request == which ? std::optional(Replies{status(code)}) : std::nullopt;
         };
     }
 
@@ -104,8 +90,7 @@ private:
         return status(0, static_cast<std::uint16_t>(row));
     }
 
-    std::map<Request, int> counts; ///< of the bus's thread
-    std::size_t seen = 0;          ///< lines of the log
+    std::size_t seen = 0; ///< lines of the log
 };
 
 /** The same with the action that programs the module, and an image for it. */

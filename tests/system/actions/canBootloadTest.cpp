@@ -173,90 +173,116 @@ TEST_F(canBootloadTest, TheLogTellsAWholeRun) {
                "[Notice]: CAN: Bootload Finished"}));
 }
 
-TEST_F(canBootloadTest, WhatGoesWrongIsLogged) {
-    const char* const exceeded = "[Error]: CAN: Page retry count exceeded.  Exiting.";
-    const char* const noStart = "[Warning]: CAN: Could not send SOH.  Retrying.";
-    const char* const noReply = "[Warning]: CAN: No response from data send...retrying page";
-    const char* const badRow = "[Warning]: CAN: Data TX error...retrying...";
-    const char* const unwritten = "[Warning]: CAN: Could not write page to internal flash...retrying...";
-    const char* const unerased = "[Error]: CAN: Could not erase range";
-    const Exception everyFourth = [this](Request request, int nth) {
-        return request == START && nth % 4 != 0 ? std::optional(Replies{status(WRITEERR)}) : std::nullopt;
-    };
-    const Exception writtenThenIgnored = [this](Request request, int nth) {
-        const bool wrong = request == WRITE || (request == START && nth > 1);
-        return wrong ? std::optional(Replies{status(request == WRITE ? WRITEERR : IGNOREPG)}) : std::nullopt;
-    };
+TEST_F(canBootloadTest, AModuleThatFailsIsLeftUnfinished) {
+    put(IMAGE, hexImage({{0x08000000, 16}}));
     const struct {
         std::uint8_t kind;
-        Exception exception;
+        Request refused;
         const char* text;
-        bool result;
-        int starts;
-        int writes;
-    } rows[] = {
-        {STM32F3, refuse(START, WRITEERR, 3), noStart, true, 4, 1},
-        {STM32F3, refuse(START, WRITEERR, ALWAYS), exceeded, false, 4, 0},
-        {STM32F3, refuse(START, IGNOREPG, 1), "[Notice]: CAN: Page ignored", true, 1, 0},
-        {STM32F3, silence(ROW, 4), noReply, true, 2, 1},
-        {STM32F3, refuse(ROW, BADCHECKSUM, 1), badRow, true, 2, 1},
-        {STM32F3, refuse(ROW, BADCHECKSUM, ALWAYS), exceeded, false, 4, 0},
-        {STM32F3, refuse(WRITE, WRITEERR, 3), "[Notice]: CAN: Page written successfully", true, 1, 4},
-        {STM32F3, refuse(WRITE, WRITEERR, 4), unwritten, true, 2, 5},
-        {STM32F3, refuse(WRITE, WRITEERR, ALWAYS), exceeded, false, 4, 16},
-        {STM32F3, writtenThenIgnored, exceeded, false, 4, 4},
-        {STM32F4, refuse(ERASE_ALL, ERASEERR, 1), "[Error]: CAN: Could not erase range (all)", false, 0, 0},
-        {PIC24, everyFourth, noStart, true, 8, 2}, // the tries of each page
-        {PIC24, refuse(ERASE, ERASEERR, 1), unerased, false, 1, 1},
-        {PIC24, refuse(ERASE, IGNOREPG, 1), "[Notice]: CAN: Blocks Erased", true, 2, 2},
-        {5, nullptr, "[Error]: CAN: Unsupported processor", false, 0, 0},
-    };
+    } rows[] = {{STM32F3, START, "[Error]: CAN: Page retry count exceeded.  Exiting."},
+                {STM32F4, ERASE_ALL, "[Error]: CAN: Could not erase range (all)"},
+                {5, LEAVE, "[Error]: CAN: Unsupported processor"}};
     for (const auto& row : rows) {
-        put(IMAGE, row.kind == PIC24 ? hexImage({{0, 16}, {0x2800, 16}}) : hexImage({{0x08000000, 16}}));
         item.unfinished = false;
         ASSERT_EQ(enter(row.kind), action::GOUPDATE);
-        answer(row.exception);
-        const int starts = sentOf(START);
-        const int writes = sentOf(WRITE);
-        run(row.result);
-        const Texts log = newlyLogged();
-        EXPECT_GT(std::count(log.begin(), log.end(), row.text), 0) << row.text;
-        EXPECT_EQ(sentOf(START) - starts, row.starts) << row.text;
-        EXPECT_EQ(sentOf(WRITE) - writes, row.writes) << row.text;
-        EXPECT_EQ(item.unfinished, !row.result && row.kind != 5) << row.text;
+        answer(refuse(row.refused, WRITEERR));
+        run(false);
+        EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
+        EXPECT_EQ(item.unfinished, row.refused != LEAVE);
     }
 }
 
-TEST_F(canBootloadTest, ABadImageIsRefusedBeforeAnythingIsErased) {
-    const std::string good = hexRecord(4, 0, {0x08, 0x00}) + hexRecord(0, 0, {1, 2, 3, 4});
+TEST_F(canBootloadTest, AnImageThatCantArriveWholeIsRefusedWhereStrict) {
+    const std::string good = hexImage({{0x08000000, 4}});
     const struct {
         const char* name;
         std::uint8_t kind;
-        std::string text;
+        std::string image;
+        const char* found; ///< the last line that tells it
+        const char* sent;  ///< where not strict
     } rows[] = {
-        {"more bytes than its line has", STM32F4, good + ":FF000400010203\n"},
-        {"empty", STM32F4, ""},
-        {"no data in any region", STM32F4, hexRecord(4, 0, {0x09, 0x00}) + hexRecord(0, 0, {1, 2, 3, 4})},
-        {"data that the walk does not reach", PIC24, hexRecord(0, 0x2000, {1, 2, 3, 0})},
-        {"behind 16 address bits", PIC24, hexImage({{0, 16}, {0x20000, 16}})},
-        {"behind 16 address bits, old", OLD_BOOTLOADER, hexImage({{0, 16}, {0x10000, 16}})},
-    };
-    const auto expectRefused = [this](const std::string& name, const std::string& path) {
-        EXPECT_TRUE(run(false).empty()) << name;
-        EXPECT_TRUE(holds(newlyLogged(), "[Error]: CAN: Bad HEX file: " + path)) << name;
+        {"gap", STM32F3, hexImage({{0x08000000, 4}, {0x08000010, 4}}),
+         "gap inside a page, what follows moves up: page 0x8000000, 0x8000004 to 0x800000f, 12 bytes, line 4",
+         "09 01 00 00 00 08 00 08; 2 rows, 8 bytes; "},
+        {"over the end", STM32F3, hexImage({{0x0803D800, 2064}}),
+         "data across the edge of the flash is dropped: page 0x803e000, 0x803e000 to 0x803e00f, 16 bytes, "
+         "line 130",
+         "09 01 D8 00 08 00 03 08; 300 rows, 2048 bytes; "},
+        {"not reached", PIC24, hexImage({{0x2000, 16}}),
+         "data is not reached, since the region before it has none: page 0x1000, 0x1000 to 0x1007, 16 bytes, "
+         "line 2",
+         ""},
+        {"16 address bits", PIC24, hexImage({{0, 16}, {0x20000, 16}}),
+         "data behind 16 address bits, which are cut: page 0x10000, 0x10000 to 0x10007, 16 bytes, line 4",
+         "09 01 00 00 06 00; 220 rows, 1536 bytes; 09 05 10 00 3C 00; "
+         "09 01 00 00 06 00; 220 rows, 1536 bytes; "},
+        {"16 address bits, old", OLD_BOOTLOADER, hexImage({{0xFC00, 0x400}, {0x10000, 1}}),
+         "data behind 16 address bits, which are cut: page 0xfc00, 0x10000 to 0x10000, 1 bytes, line 67",
+         "09 01 FC 00 04 01; 147 rows, 1025 bytes; "},
+        {"wrong sum", STM32F3, good + ":0400040001020304F2\n",
+         "damaged record: page 0x8000000, 0x8000004 to 0x8000007, 4 bytes, line 4",
+         "09 01 00 00 00 08 00 08; 2 rows, 8 bytes; "},
+        {"no data", STM32F4, hexImage({{0x09000000, 4}}),
+         "no data for the flash: page 0x8000000, 0x8000000 to 0x803dfff, 0 bytes, line 0",
+         "09 06 00 00 00 00 00 00; "},
     };
     for (const auto& row : rows) {
-        put(IMAGE, row.text);
-        ASSERT_EQ(enter(row.kind), action::GOUPDATE);
-        expectRefused(row.name, IMAGE);
+        put(IMAGE, row.image);
+        for (const bool strict : {true, false}) {
+            core->strictImages = strict;
+            ASSERT_EQ(enter(row.kind), action::GOUPDATE);
+            EXPECT_EQ(transcript(run(!strict)), strict ? "" : row.sent) << row.name;
+            const Texts log = newlyLogged();
+            const std::string level = strict ? "[Error]" : "[Warning]";
+            EXPECT_TRUE(holds(log, level + ": CAN: Image: " + row.found)) << row.name;
+            EXPECT_EQ(holds(log, "[Error]: CAN: Bad HEX file: " + IMAGE), strict) << row.name;
+        }
     }
+}
+
+TEST_F(canBootloadTest, WhatLiesOutsideOfTheFlashIsLoggedInOneLine) {
+    core->strictImages = true;
+    put(IMAGE, hexImage({{0, 2}, {0x08000000, 4}, {0x09000000, 4}}));
+    ASSERT_EQ(enter(STM32F3), action::GOUPDATE);
+    EXPECT_EQ(transcript(run(true)), "09 01 00 00 00 04 00 08; 1 rows, 4 bytes; ");
+    const Texts log = newlyLogged();
+    EXPECT_TRUE(holds(log, "[Notice]: CAN: Image: data outside of the flash is dropped: page 0x0, 0x0 to "
+                           "0x9000003, 6 bytes, line 2"));
+    EXPECT_EQ(
+        std::count_if(log.begin(), log.end(), [](const std::string& line) { return holds({line}, "Image"); }),
+        1);
+    put(IMAGE, hexImage({{0xFC00, 0x400}}));
+    ASSERT_EQ(enter(OLD_BOOTLOADER), action::GOUPDATE);
+    EXPECT_EQ(transcript(run(true)), "09 01 FC 00 04 00; 147 rows, 1024 bytes; ") << "up to the last address";
+    EXPECT_FALSE(holds(newlyLogged(), "Image"));
+}
+
+TEST_F(canBootloadTest, AnImageWithManyFaultsDoesNotFillTheLog) {
+    core->strictImages = true;
+    std::string image;
+    for (unsigned i = 0; i < 100; ++i) {
+        image += ":0400000001020304FF\n";
+    }
+    put(IMAGE, image);
+    ASSERT_EQ(enter(STM32F3), action::GOUPDATE);
+    run(false);
+    const Texts log = newlyLogged();
+    EXPECT_LT(log.size(), 20U);
+    EXPECT_TRUE(holds(log, "[Error]: CAN: Image: more of these: 91")) << "and no data in the flash";
+}
+
+TEST_F(canBootloadTest, AnUnreadableImageIsRefusedBeforeAnythingIsErased) {
+    put(IMAGE, hexImage({{0x08000000, 4}}) + ":FF000400010203\n");
     const std::string directory = IMAGE.substr(0, IMAGE.rfind('/') + 1);
-    item.update.items = {{"missing", "2.0.0"}};
-    expectRefused("missing", directory + "missing");
-    item.update.items = {{"", "2.0.0"}};
-    expectRefused("directory", directory);
+    ASSERT_EQ(enter(STM32F4), action::GOUPDATE);
+    for (const char* const name : {"image.hex", "missing", ""}) {
+        item.update.items = {{name, "2.0.0"}};
+        EXPECT_TRUE(run(false).empty()) << name;
+        EXPECT_TRUE(holds(newlyLogged(), "[Error]: CAN: Bad HEX file: " + directory + name));
+    }
     item.hwRev = std::uint8_t{7};
-    expectRefused("no item of this revision", directory);
+    EXPECT_TRUE(run(false).empty()) << "no item of this revision";
+    EXPECT_TRUE(holds(newlyLogged(), "[Error]: CAN: Bad HEX file: " + directory));
 }
 
 TEST_F(canBootloadTest, ACancelledRunAsksForTheStatusAtMostAndAnotherWorks) {
@@ -265,7 +291,7 @@ TEST_F(canBootloadTest, ACancelledRunAsksForTheStatusAtMostAndAnotherWorks) {
         core->cancel = false;
         ASSERT_EQ(enter(PIC24), action::GOUPDATE);
         int sentLater = 0;
-        answer([&](Request request, int) -> std::optional<Replies> {
+        answer([&](Request request) -> std::optional<Replies> {
             sentLater += core->cancel ? 1 : 0;
             if (request != where) {
                 return std::nullopt;

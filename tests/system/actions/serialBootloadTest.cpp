@@ -55,64 +55,13 @@ TEST_F(serialBootloadTest, PagesAreSentWithTheWholeAddress) {
                                         {1, hex("02 04")},
                                         {16, hex("02 21")}}));
     EXPECT_EQ(newlyLogged(), Texts({"[Notice]: Serial: Starting bootload",
+                                    "[Notice]: SerialV2: Image: data outside of the flash is dropped: page "
+                                    "0x1d080000, 0x1d080000 to 0x1d080000, 1 bytes, line 6",
                                     "[Notice]: SerialV2: Working on Address# 0x1d000000 (0/128) LEN: 8",
                                     "[Notice]: SerialV2: Page written successfully",
                                     "[Notice]: SerialV2: Working on Address# 0x1d07f000 (127/128) LEN: 3",
                                     "[Notice]: SerialV2: Page written successfully",
                                     "[Notice]: Serial: Bootload Finished"}));
-}
-
-TEST_F(serialBootloadTest, ARunOfEmptyPagesIsCountedInOneByte) {
-    put(IMAGE, hexImage({{0, 16}, {2 * (0x1000 + 300 * 0x400), 16}}));
-    ASSERT_EQ(enter(PIC24), action::GOUPDATE);
-    const std::vector<Frame> sent = run(true);
-    EXPECT_EQ(std::count(sent.begin(), sent.end(), Frame{1, hex("02 05 10 00 2C 00 00 00")}), 1);
-    EXPECT_TRUE(holds(newlyLogged(), "SerialV2: Erasing blocks at 0x1000 (300)"));
-}
-
-TEST_F(serialBootloadTest, ACancelEndsItBetweenPagesAndBetweenRecords) {
-    put(IMAGE, hexImage({{0x1D000000, 16}, {0x1D001000, 16}}));
-    for (const std::uint8_t kind : {RECORDS, PAGES}) {
-        core->cancel = false;
-        ASSERT_EQ(enter(kind), action::GOUPDATE);
-        answer([this](Request request, int) -> std::optional<Replies> {
-            core->cancel = core->cancel || request == WRITE;
-            return std::nullopt;
-        });
-        const int writes = sentOf(WRITE);
-        run(false);
-        EXPECT_EQ(sentOf(WRITE) - writes, 1);
-    }
-}
-
-TEST_F(serialBootloadTest, WhatGoesWrongWithPagesIsLogged) {
-    const char* const unwritten = "SerialV2: Could not write page to internal flash...retrying...";
-    const struct {
-        std::uint8_t kind;
-        Exception exception;
-        const char* text;
-        bool result;
-    } rows[] = {
-        {PAGES, refuse(START, WRITEERR, 3), "SerialV2: Could not send SOH.  Retrying.", true},
-        {PAGES, refuse(START, WRITEERR, ALWAYS), "SerialV2: Page retry count exceeded.  Exiting.", false},
-        {PAGES, refuse(START, IGNOREPG, 1), "SerialV2: Page ignored", true},
-        {PAGES, silence(ROW, 4), "SerialV2: No response from data send...retrying page", true},
-        {PAGES, refuse(ROW, BADCHECKSUM, 1), "SerialV2: Data TX error...retrying...", true},
-        {PAGES, refuse(WRITE, WRITEERR, 4), unwritten, true},
-        {STM32F4, nullptr, "SerialV2: Erasing blocks at 0x8000800 (1)", true},
-        {STM32F4, refuse(ERASE, IGNOREPG, 1), "SerialV2: Blocks Erased", true},
-        {STM32F4, refuse(ERASE, ERASEERR, 1), "SerialV2: Could not erase range", false},
-        {STM32F4, refuse(ERASE_ALL, ERASEERR, 1), "SerialV2: Could not erase range (all)", false},
-        {0x80, nullptr, "SerialV2: Unsupported processor", false},
-    };
-    for (const auto& row : rows) {
-        const std::uint32_t start = row.kind == PAGES ? 0x1D000000 : 0x08000000;
-        put(IMAGE, hexImage({{start, 16}, {start + 0x1000, 16}}));
-        ASSERT_EQ(enter(row.kind), action::GOUPDATE);
-        answer(row.exception);
-        run(row.result);
-        EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
-    }
 }
 
 TEST_F(serialBootloadTest, RecordsAreSentAsTheyAre) {
@@ -132,59 +81,91 @@ TEST_F(serialBootloadTest, RecordsAreSentAsTheyAre) {
                      "[Notice]: Serial: Programming Memory", "[Notice]: Serial: Bootload Finished"}));
 }
 
-TEST_F(serialBootloadTest, WhatGoesWrongWithRecordsIsLogged) {
-    const struct {
-        Exception exception;
-        const char* text;
-        bool result;
-    } rows[] = {
-        {refuse(ERASE_ALL, ERASEERR, 3), "[Warning]: Serial: Flash Mem Erase Fail: Internal Error", true},
-        {silence(ERASE_ALL, 4), "[Warning]: Serial: Flash Mem Erase Fail: No response", true},
-        {refuse(ERASE_ALL, ERASEERR, 4), "[Error]: Serial: Mem Erase Tries Exceeded....Exiting...", false},
-        {refuse(WRITE, WRITEERR, 4), "[Warning]: Serial: Could not write page to memory", true},
-        {silence(WRITE, 4), "[Warning]: Serial: No response from Write Command", true},
-        {refuse(ROW, BADCHECKSUM, ALWAYS), "[Error]: Serial: Program retry count exceeded...Exiting...",
-         false},
-    };
+TEST_F(serialBootloadTest, AModuleThatFailsIsLeftUnfinished) {
     put(IMAGE, hexImage({{0x1D000000, 4}}));
+    const struct {
+        std::uint8_t kind;
+        Request refused;
+        const char* text;
+    } rows[] = {{RECORDS, ROW, "[Error]: Serial: Program retry count exceeded...Exiting..."},
+                {PAGES, START, "[Error]: SerialV2: Page retry count exceeded.  Exiting."}};
     for (const auto& row : rows) {
-        ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
-        answer(row.exception);
-        run(row.result);
+        item.unfinished = false;
+        ASSERT_EQ(enter(row.kind), action::GOUPDATE);
+        answer(refuse(row.refused, BADCHECKSUM));
+        run(false);
         EXPECT_TRUE(holds(newlyLogged(), row.text)) << row.text;
-        EXPECT_EQ(item.unfinished, !row.result);
+        EXPECT_TRUE(item.unfinished);
+        EXPECT_EQ(enter(row.kind, "2.0.0"), action::GOUPDATE) << "part of an image may report its version";
     }
-    EXPECT_EQ(enter(RECORDS, "2.0.0"), action::GOUPDATE) << "part of an image may report its version";
+    ASSERT_EQ(enter(0x80), action::GOUPDATE);
+    run(false);
+    EXPECT_TRUE(holds(newlyLogged(), "[Error]: SerialV2: Unsupported processor"));
     item.update.items.clear();
     EXPECT_EQ(act.needsUpdate(false), action::NOUPDATE);
     EXPECT_TRUE(holds(newlyLogged(), "[Warning]: Unfinished module, and nothing in the package for it"));
 }
 
-TEST_F(serialBootloadTest, ABadImageIsRefusedBeforeAnythingIsErased) {
+TEST_F(serialBootloadTest, AnImageThatCantArriveWholeIsRefusedWhereStrict) {
+    const Frame erase{1, hex("02 06 00 00 00 00 00 00")};
+    const Frame write{1, hex("02 04")};
+    const struct {
+        std::uint8_t kind;
+        const char* image;
+        const char* found;
+        std::vector<Frame> sent; ///< where not strict
+    } rows[] = {
+        {RECORDS,
+         ":0400000001020304F3\n",
+         "damaged record: page 0x0, 0x0 to 0x3, 4 bytes, line 1", // sums up to F2
+         {erase, {2, hex("00 04 00 00 00 01 02 03")}, {2, hex("01 04 F3")}, write}},
+        {RECORDS,
+         "\n:0500000001020304F1\n",
+         "damaged record: page 0x0, 0x0 to 0x4, 5 bytes, line 2", // one is missing
+         {erase, {2, hex("00 05 00 00 00 01 02 03")}, {2, hex("01 04 F1")}, write}},
+        {RECORDS, "no record\n", "no data for the flash: page 0x0, 0x0 to 0x0, 0 bytes, line 0", {erase}},
+        {PAGES, "", "no data for the flash: page 0x1d000000, 0x1d000000 to 0x1d07ffff, 0 bytes, line 0", {}},
+        {0x81,
+         ":020000040800F2\n:0400000001020304F2\n", // behind a PIC24's memory
+         "no data for the flash: page 0x0, 0x0 to 0x7ffffd, 0 bytes, line 0",
+         {}},
+    };
+    for (const auto& row : rows) {
+        put(IMAGE, row.image);
+        const std::string prefix = row.kind == RECORDS ? ": Serial: " : ": SerialV2: ";
+        for (const bool strict : {true, false}) {
+            core->strictImages = strict;
+            ASSERT_EQ(enter(row.kind), action::GOUPDATE);
+            EXPECT_EQ(run(!strict), strict ? std::vector<Frame>() : row.sent) << row.image;
+            const Texts log = newlyLogged();
+            EXPECT_TRUE(holds(log, (strict ? "[Error]" : "[Warning]") + prefix + "Image: " + row.found))
+                << row.image;
+            EXPECT_EQ(log.back() == "[Error]" + prefix + "Bad HEX file", strict) << row.image;
+        }
+    }
+}
+
+TEST_F(serialBootloadTest, ACarriageReturnHidesNoSum) {
+    core->strictImages = true;
+    put(IMAGE, ":0400000001020304F2\r\n");
+    ASSERT_EQ(enter(RECORDS), action::GOUPDATE);
+    const std::vector<Frame> sent = run(true);
+    EXPECT_EQ(sent.at(2), (Frame{2, hex("01 04 F2")}));
+    EXPECT_FALSE(holds(newlyLogged(), "Image"));
+}
+
+TEST_F(serialBootloadTest, AnUnreadableImageIsRefusedBeforeAnythingIsErased) {
+    put(IMAGE, hexUpper(0x1D000000) + ":FF000000010203\n");
     const struct {
         std::uint8_t kind;
         const char* item;
-        const char* text;
-    } rows[] = {
-        {RECORDS, "image.hex", ""},
-        {RECORDS, "image.hex", "no record\n"},
-        {RECORDS, "", ""},
-        {RECORDS, "missing", ""},
-        {RECORDS, "image.hex", ":0400000001020304F3\n"}, // sums up to F2
-        {RECORDS, "image.hex", ":0500000001020304F1\n"}, // a byte is missing
-        {PAGES, "image.hex", ""},
-        {PAGES, "", ""},
-        {PAGES, "image.hex", ":FF000000010203\n"},
-        {0x81, "image.hex", ":020000040800F2\n:0400000001020304F2\n"}, // behind a PIC24's memory
-    };
+    } rows[] = {{RECORDS, ""}, {RECORDS, "missing"}, {PAGES, ""}, {PAGES, "image.hex"}};
     for (const auto& row : rows) {
-        put(IMAGE, row.text);
         item.update.items = {{row.item, "2.0.0"}};
         ASSERT_EQ(enter(row.kind), action::GOUPDATE);
         EXPECT_TRUE(run(false).empty());
-        const bool records = row.kind == RECORDS;
         EXPECT_EQ(newlyLogged().back(),
-                  records ? "[Error]: Serial: Bad HEX file" : "[Error]: SerialV2: Bad HEX file");
+                  row.kind == RECORDS ? "[Error]: Serial: Bad HEX file" : "[Error]: SerialV2: Bad HEX file");
     }
 }
 

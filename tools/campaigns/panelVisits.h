@@ -1,0 +1,33 @@
+#pragma once
+
+#include "dialogueTarget.h"
+#include "system/actions/bootloadDialogue.h"
+
+/** The panel's own dialogues, from module to module. */
+class panelVisits {
+public:
+    enum class RESULT {
+        DONE,
+        FAILED,
+        MISSING ///< no bootloader answered, or another one than there should be
+    };
+
+    explicit panelVisits(bootloadHost& panel) : host(panel), can(panel), serial(panel) {}
+
+    /** Switches the whole system to update mode, once before the first module. */
+    bool begin();
+    /** From the request to enter the bootloader to the restart. */
+    RESULT flash(const DialogueTarget& target);
+    /** The same of a module that is up to date, once it has said so. */
+    void pass(const DialogueTarget& target);
+
+private:
+    /** None when it did not enter; else whether its bootloader is an old one. */
+    std::optional<bool> enter(const DialogueTarget& target);
+    bool program(const DialogueTarget& target, bool plain);
+    bootloadDialogue& dialogueWith(const DialogueTarget& target) { return target.serial ? serial : can; }
+
+    bootloadHost& host;
+    bootloadDialogue can;
+    bootloadDialogue serial;
+};

@@ -1,0 +1,21 @@
+#include "results.h"
+
+#include <stdexcept>
+#include <unistd.h>
+
+namespace {
+
+std::FILE* stream = stdout;
+
+} // namespace
+
+std::FILE* results() {
+    return stream;
+}
+
+void silenceOthers() {
+    stream = fdopen(dup(STDOUT_FILENO), "w");
+    if (stream == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) {
+        throw std::runtime_error("no standard output");
+    }
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdio>
+
+// Standard output of a campaign, on which an image's reader and a dialogue print, too.
+
+/** Where results go. */
+std::FILE* results();
+/** What others print is to be seen no more. Throws std::runtime_error. */
+void silenceOthers();
