@@ -1,8 +1,8 @@
 #include "busModel.h"
 
 #include "files.h"
+#include "sim/text.h"
 #include "support/hexImage.h"
-#include "system/actions/bootloadDialogue.h"
 #include "tools/campaigns/panelVisits.h"
 #include "tools/campaigns/virtualBus.h"
 
@@ -55,8 +55,8 @@ TEST(busModelTest, PredictsThePanelsDialogue) {
         const Processor& processor = *findProcessor(row.processor);
         Bus bus(std::string(processor.onCan ? "s1" : "ctrl") + " kind=" + row.processor);
         const sim::ModuleConfig& module = bus.carrier.modules().front()->config();
-        ASSERT_EQ(panelVisits(bus.host).flash({module.address, module.serialBootloader, path}),
-                  panelVisits::RESULT::DONE);
+        const DialogueTarget target{module.address, module.serialBootloader, path};
+        ASSERT_EQ(panelVisits(bus.host).flash(target), panelVisits::RESULT::DONE);
 
         BusCost cost;
         cost.enterBootloader(processor.identifies);
@@ -71,16 +71,17 @@ TEST(busModelTest, PredictsThePanelsDialogue) {
 
 TEST(busModelTest, PredictsWhatAbsentModulesCost) {
     Bus bus("s1 lost");
-    bootloadDialogue dialogue(bus.host);
+    panelVisits panel(bus.host);
+    EXPECT_EQ(panel.flash({9, false, ""}), panelVisits::RESULT::MISSING);
     BusCost cost;
-    for (const std::uint8_t address : {std::uint8_t{9}, std::uint8_t{10}}) {
-        if (address == 10)
-            cost.afterAbsentModule();
-        EXPECT_EQ(dialogue.enter(address, true), bootloadDialogue::ENTRY::NONE);
-        cost.absentModule();
-        EXPECT_EQ(cost.messages, bus.host.sent.size());
-        EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
-    }
+    cost.absentModule();
+    EXPECT_EQ(cost.messages, bus.host.sent.size());
+    EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
+
+    EXPECT_EQ(panel.flash({10, false, ""}), panelVisits::RESULT::MISSING);
+    cost.afterAbsentModule();
+    cost.absentModule();
+    EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
 }
 
 } // namespace

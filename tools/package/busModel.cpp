@@ -4,6 +4,8 @@
 #include "lib/hexfile/hexRecords.h"
 #include "system/actions/imageCheck.h"
 
+#include <limits>
+
 namespace package {
 
 using namespace bootloadTiming;
@@ -13,6 +15,7 @@ namespace {
 constexpr double BITS_PER_BYTE = 10;
 constexpr double OVERHEAD = 0.000080; // from a reply to the next request: 10 us, on a busy machine 190
 constexpr std::size_t RECORD_OVERHEAD = 5;
+constexpr std::uint32_t LONGEST_ERASE = std::numeric_limits<std::uint8_t>::max(); // pages of one request
 constexpr std::uint8_t ANY = 0; // module or argument: the frame is as long for every one
 
 // A module that is asked into its bootloader is given so long to answer, each time.
@@ -139,17 +142,18 @@ BusCost costOfImage(const std::filesystem::path& path, const Processor& processo
     BusCost cost;
     if (layout.eraseAllFirst)
         cost.eraseAll();
-    bool inRun = false; // of empty pages, which are erased by one request
+    std::uint32_t run = 0; // empty pages in a row
     std::uint32_t next = 0;
     image.resetIterator();
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        const bool continues = inRun && page->startAddress == next;
-        inRun = page->data.empty();
+        run = page->startAddress == next ? run : 0;
         next = page->endAddress + 1;
-        if (!inRun)
+        if (!page->data.empty()) {
             cost.program(*page, layout.wideAddress);
-        else if (layout.eraseEmptyPages && !continues)
+            run = 0;
+        } else if (layout.eraseEmptyPages && run++ % LONGEST_ERASE == 0) {
             cost.eraseBlocks(layout.wideAddress);
+        }
     }
     return cost;
 }
