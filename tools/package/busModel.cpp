@@ -63,8 +63,6 @@ void BusCost::program(const hexpage::MEMORY_PAGE& page, bool wideAddress) {
     const std::uint32_t rows = busMessages::rowsOf(page.data.size());
     exchange(busMessages::startPage(ANY, 0, 0, wideAddress));
     wait(PAUSE);
-    if (rows == 1)
-        linger();
     sendRows(page.data);
     write(rows);
     wait(PAUSE);
@@ -73,8 +71,12 @@ void BusCost::program(const hexpage::MEMORY_PAGE& page, bool wideAddress) {
 
 void BusCost::programRecord(std::size_t bytes) {
     const std::vector<std::uint8_t> content(bytes + RECORD_OVERHEAD);
+    const std::uint32_t rows = busMessages::rowsOf(content.size());
+    if (rows == 1 && !rested_)
+        linger();
+    rested_ = false;
     sendRows(content);
-    write(busMessages::rowsOf(content.size()));
+    write(rows);
     dataBytes += static_cast<std::uint32_t>(bytes);
 }
 
@@ -94,6 +96,7 @@ void BusCost::write(std::uint32_t rows) {
 void BusCost::eraseBlocks(bool wideAddress) {
     exchange(busMessages::eraseBlocks(ANY, 0, 0, wideAddress));
     wait(PAUSE);
+    rested_ = true;
     ++erases;
 }
 

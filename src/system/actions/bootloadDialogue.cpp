@@ -41,7 +41,7 @@ void bootloadDialogue::send(const PROCBUS_MSG& msg, OPEN entry, milliseconds lif
     sentAt = host.now();
     entry.sent = sentAt;
     entry.until = sentAt + lifetime;
-    sentSince = true;
+    sentSince = sentSince || entry.type == OPEN::REQUESTED;
     open.push_back(entry);
     host.send(msg);
 }
@@ -140,6 +140,9 @@ void bootloadDialogue::noteStranger(const ANSWER& answer) {
  */
 bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
     const bool echo = isEcho(answer);
+    if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
+        prompt = host.now() - sentAt <= std::max(ECHO, 2 * fastest);
+    }
     forgetLate();
     for (OPEN& entry : open) { // what was sent into the silence is answered about now, if ever
         const auto soon = host.now() + QUIET;
@@ -150,7 +153,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
     sentSince = false;
     auto own = open.end();
     auto other = open.end();
-    bool doubted = echo && disturbed; // by doubled answers, nothing can be counted
+    bool doubted = echo && (disturbed || prompt); // by doubled answers, nothing can be counted
     for (auto entry = open.begin(); entry != open.end(); ++entry) {
         if (!couldAnswer(*entry, answer)) {
             continue;
@@ -276,8 +279,11 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
         return false;
     }
     if (whose == WHOSE::OWN) {
+        // Answers may overtake each other: of an OK and an error, either may be the other request's.
+        const bool contradicted = heard.maybe && heard.maybe->status == OK && answer.reply.status != OK;
         heard.own = answer.reply;
-        heard.refused = answer.reply.row != request.row || (request.mustBeOk && answer.reply.status != OK);
+        heard.refused = contradicted || answer.reply.row != request.row ||
+                        (request.mustBeOk && answer.reply.status != OK);
         return true;
     }
     if (answer.reply.status == OK || !heard.maybe) {
@@ -424,9 +430,10 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned 
     ++asked;
     askedAt = host.now();
     const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
-    if (provesNothing(request) && lingers < LINGERS) {
+    const milliseconds since = duration_cast<milliseconds>(host.now() - heardAt);
+    if (wantsMark && since < LINGER && (lingers < LINGERS || disturbed)) {
         ++lingers;
-        host.pause(LINGER);
+        host.pause(LINGER - since);
     }
     for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
         HEARD unheard;

@@ -175,7 +175,8 @@ private:
 
     std::optional<ANSWER> lastHeard;
     clock::time_point heardAt{};
-    bool sentSince = false;
+    bool sentSince = false; ///< a request, be it for no status or mark
+    bool prompt = false;    ///< it came soon behind what was sent last
     bool disturbed = false; ///< something came that nobody had asked for
     clock::time_point strangerAt{};
 

@@ -74,7 +74,7 @@ constexpr milliseconds LONGEST_SETTLE{2000}; // for a line that never falls quie
 constexpr milliseconds KEEP_ALIVE{200};      // a session may end when it hears nothing for longer
 constexpr milliseconds MARK_WAIT{250};       // for the answer to a mark, as a row takes it
 constexpr milliseconds LINGER{10};           // for a doubled reply, before a request that it would confirm
-constexpr unsigned LINGERS = 2;              // of a session, so that a quiet line loses no time to speak of
+constexpr unsigned LINGERS = 8;              // of a session, so that a quiet line loses no time to speak of
 constexpr milliseconds IDENTIFICATION_WAIT{70}; // behind an old bootloader's plain answer
 
 } // namespace bootloadTiming
