@@ -105,9 +105,9 @@ TEST_F(imageProgrammerTest, WhatGoesWrongIsTriedAgainAndLogged) {
          "A R0 W W W W R0 W R0 R1 R2 W R0 W R0 R1 W R0 W"},
         {RECORDS, "R: =1", false, 1, "[Error]: Serial: Program retry count exceeded...Exiting...",
          "A R0 R0 R0 R0"},
-        {RECORDS, "W: ok|id9", false, 1, "[Error]: Serial: The module started its bootloader anew",
+        {RECORDS, "W: ok&id9", false, 1, "[Error]: Serial: The module started its bootloader anew",
          "A R0 W R0 R1 R2 W"},
-        {RECORDS, "W: ok|id8 ok", true, 0, "anew", "A R0 W R0 R1 R2 W R0 W R0 R1 W R0 W"},
+        {RECORDS, "W: ok&id8 ok", true, 0, "anew", "A R0 W R0 R1 R2 W R0 W R0 R1 W R0 W"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(program(row.pages, TWO_PAGES, row.script), row.result) << row.script;
