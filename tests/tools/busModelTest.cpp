@@ -1,46 +1,87 @@
 #include "busModel.h"
 
 #include "files.h"
+#include "sim/text.h"
 #include "support/hexImage.h"
+#include "tools/campaigns/panelVisits.h"
+#include "tools/campaigns/virtualBus.h"
 
 #include <gtest/gtest.h>
 
 namespace package {
 namespace {
 
-constexpr double BETWEEN = 0.00008; // an exchange and the next, in s
+constexpr unsigned BAUD = 115200;
+constexpr std::chrono::microseconds OVERHEAD{80}; // of the panel, for each request
+constexpr double SURE = 0.001;                    // s
 
-// A full page of 2048 bytes: 251 rows of 7 bytes, then 49 of 6 (the last of 3), between start and write.
-TEST(busModelTest, CountsTheDialogue) {
-    const TemporaryDirectory directory;
-    const auto path = directory.path() / "image.hex";
+// A bus with one module, and the panel's side of it.
+struct Bus {
+    explicit Bus(const std::string& line) : carrier(settings(line)), host(carrier, OVERHEAD) {}
+    static virtualBus::SETTINGS settings(const std::string& line) {
+        virtualBus::SETTINGS made;
+        made.modules = {sim::parseModule(sim::words(line))};
+        made.baud = BAUD;
+        return made;
+    }
+    double seconds() const { return std::chrono::duration<double>(carrier.now() - start).count(); }
+
+    virtualBus carrier;
+    virtualHost host;
+    const virtualBus::clock::time_point start = carrier.now();
+};
+
+// What is predicted is what the panel's own dialogue takes with a module that answers at once.
+TEST(busModelTest, PredictsThePanelsDialogue) {
     const struct {
         const char* processor;
-        std::vector<std::pair<std::uint32_t, std::size_t>> runs;
+        std::vector<std::pair<std::uint32_t, std::size_t>> image; // from an address, so many bytes
         std::uint32_t pages;
         std::uint32_t erases;
-        std::uint32_t messages;
-        double seconds; // at 115200
     } rows[] = {
-        // 302 exchanges: 9655 wire bytes, two pauses
-        {"stm32f3", {{0x08000000, 2048}}, 1, 0, 2 * 302, 9655 * 10 / 115200.0 + 302 * BETWEEN + 0.02},
-        // besides, everything is erased on a quiet line
-        {"stm32f4", {{0x08000000, 2048}}, 1, 1, 2 * 303, 9687 * 10 / 115200.0 + 303 * BETWEEN + 0.02 + 0.11},
-        // two full pages of 220 rows; the empty one that the reader makes behind them is not erased
-        {"pic24", {{0, 0x800}, {0x2000, 0x800}}, 2, 0, 2 * 444, 14184 * 10 / 115200.0 + 444 * BETWEEN + 0.04},
-        {"pic32-pages", {{0x1D000000, 16}}, 1, 0, 2 * 5, 149 * 10 / 115200.0 + 5 * BETWEEN + 0.02},
-        // three records of 7, 21 and 5 bytes in 1, 3 and 1 rows; the short ones wait twice
-        {"pic32-records", {{0x1D000000, 16}}, 3, 1, 2 * 9, 268 * 10 / 115200.0 + 9 * BETWEEN + 0.01 + 0.5},
+        {"stm32f3", {{0x08000000, 2048}, {0x08000800, 5}}, 2, 0},
+        {"stm32f0", {{0x08000000, 5}, {0x08001000, 7}, {0x08002000, 1}}, 3, 0}, // all of one row
+        {"stm32f4", {{0x08000800, 2048}, {0x08002000, 50}}, 2, 3},              // two gaps, and everything
+        {"pic24", {{0, 0x40}, {0x2800, 0x800}}, 2, 2}, // a gap, and what a full page leaves behind it
+        {"pic24-old", {{0, 0x600}, {0x1800, 20}}, 2, 0},
+        {"pic32-pages", {{0x1D000000, 4096}, {0x1D003000, 4}}, 2, 0},
+        {"pic32-records", {{0x1D000000, 40}, {0x1D003000, 2}, {0x1D004000, 1}}, 9, 1}, // six of one row
     };
+    const TemporaryDirectory directory;
+    const auto path = directory.path() / "image.hex";
     for (const auto& row : rows) {
-        writeFile(path, hexImage(row.runs));
+        SCOPED_TRACE(row.processor);
+        writeFile(path, hexImage(row.image));
         const Processor& processor = *findProcessor(row.processor);
-        const BusCost cost = costOfImage(path, processor, !processor.onCan);
-        EXPECT_EQ(cost.pages, row.pages) << row.processor;
-        EXPECT_EQ(cost.erases, row.erases) << row.processor;
-        EXPECT_EQ(cost.messages, row.messages) << row.processor;
-        EXPECT_NEAR(cost.seconds(115200), row.seconds, 0.00005) << row.processor;
+        Bus bus(std::string(processor.onCan ? "s1" : "ctrl") + " kind=" + row.processor);
+        const sim::ModuleConfig& module = bus.carrier.modules().front()->config();
+        const DialogueTarget target{module.address, module.serialBootloader, path};
+        ASSERT_EQ(panelVisits(bus.host).flash(target), panelVisits::RESULT::DONE);
+
+        BusCost cost;
+        cost.enterBootloader(processor.identifies);
+        cost += costOfImage(path, processor, module.serialBootloader);
+        cost.systemCommand();
+        EXPECT_EQ(cost.pages, row.pages);
+        EXPECT_EQ(cost.erases, row.erases);
+        EXPECT_EQ(cost.messages, 2 * bus.host.sent.size());
+        EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
     }
+}
+
+TEST(busModelTest, PredictsWhatAbsentModulesCost) {
+    Bus bus("s1 lost");
+    panelVisits panel(bus.host);
+    EXPECT_EQ(panel.flash({9, false, ""}), panelVisits::RESULT::MISSING);
+    BusCost cost;
+    cost.absentModule();
+    EXPECT_EQ(cost.messages, bus.host.sent.size());
+    EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
+
+    EXPECT_EQ(panel.flash({10, false, ""}), panelVisits::RESULT::MISSING);
+    cost.afterAbsentModule();
+    cost.absentModule();
+    EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
 }
 
 } // namespace

@@ -36,7 +36,7 @@ bool selectLayout(const bootloadDialogue& dialogue, bool plain, bool serial, fla
 
 bool panelVisits::begin() {
     const bool switched =
-        serial.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE);
+        dialogue.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE);
     if (!switched) {
         host.log("Could not switch system to update mode", logger::LOG_ERROR);
     }
@@ -44,7 +44,6 @@ bool panelVisits::begin() {
 }
 
 std::optional<bool> panelVisits::enter(const DialogueTarget& target) {
-    bootloadDialogue& dialogue = dialogueWith(target);
     const auto entry = dialogue.enter(target.address, !target.serial);
     const bool plain = entry == bootloadDialogue::ENTRY::PLAIN;
     const bool identified = entry == bootloadDialogue::ENTRY::IDENTIFIED;
@@ -54,7 +53,6 @@ std::optional<bool> panelVisits::enter(const DialogueTarget& target) {
 }
 
 bool panelVisits::program(const DialogueTarget& target, bool plain) {
-    bootloadDialogue& dialogue = dialogueWith(target);
     imageProgrammer programmer(host, dialogue, "");
     if (target.serial && dialogue.identification().type == PIC32_REC) {
         hexrecords image(target.image);
@@ -83,12 +81,12 @@ panelVisits::RESULT panelVisits::flash(const DialogueTarget& target) {
     if (!program(target, *plain)) {
         return RESULT::FAILED;
     }
-    dialogueWith(target).sendSystemCommand(target.address, busProtocol::RESTART);
+    dialogue.sendSystemCommand(target.address, busProtocol::RESTART);
     return RESULT::DONE;
 }
 
 void panelVisits::pass(const DialogueTarget& target) {
     if (enter(target)) {
-        dialogueWith(target).sendSystemCommand(target.address, busProtocol::RESTART);
+        dialogue.sendSystemCommand(target.address, busProtocol::RESTART);
     }
 }

@@ -12,7 +12,7 @@ public:
         MISSING ///< no bootloader answered, or another one than there should be
     };
 
-    explicit panelVisits(bootloadHost& panel) : host(panel), can(panel), serial(panel) {}
+    explicit panelVisits(bootloadHost& panel) : host(panel), dialogue(panel) {}
 
     /** Switches the whole system to update mode, once before the first module. */
     bool begin();
@@ -25,9 +25,7 @@ private:
     /** None when it did not enter; else whether its bootloader is an old one. */
     std::optional<bool> enter(const DialogueTarget& target);
     bool program(const DialogueTarget& target, bool plain);
-    bootloadDialogue& dialogueWith(const DialogueTarget& target) { return target.serial ? serial : can; }
 
     bootloadHost& host;
-    bootloadDialogue can;
-    bootloadDialogue serial;
+    bootloadDialogue dialogue;
 };

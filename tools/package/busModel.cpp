@@ -3,84 +3,96 @@
 #include "files.h"
 #include "lib/hexfile/hexRecords.h"
 #include "system/actions/imageCheck.h"
-#include "system/busProtocol.h"
 
-#include <algorithm>
+#include <limits>
 
 namespace package {
 
+using namespace bootloadTiming;
+
 namespace {
 
-using namespace busProtocol;
-
 constexpr double BITS_PER_BYTE = 10;
-constexpr double PAUSE = 0.010;          // behind a start of page, an erase and a written page
-constexpr double OVERHEAD = 0.000080;    // from a reply to the next request: 10 us, on a busy machine 190
-constexpr double UNANSWERED = 0.240;     // 200 polls, a status request with 20 more, a pause
-constexpr unsigned UNANSWERED_ASKS = 12; // 4 tries of 3 passes
+constexpr double OVERHEAD = 0.000080; // from a reply to the next request: 10 us, on a busy machine 190
 constexpr std::size_t RECORD_OVERHEAD = 5;
+constexpr std::uint32_t LONGEST_ERASE = std::numeric_limits<std::uint8_t>::max(); // pages of one request
+constexpr std::uint8_t ANY = 0; // module or argument: the frame is as long for every one
 
-constexpr std::size_t addressedRequest(bool wide) {
-    return wide ? 8 : 6;
-}
+// A module that is asked into its bootloader is given so long to answer, each time.
+constexpr milliseconds ENTER_TRY = PASSES * passOf(timeoutOf(KIND::ENTER));
+constexpr unsigned ASKED_IN_VAIN = TRIES * (1 + PASSES); // requests, of status, too
 
 } // namespace
 
-void BusCost::exchange(std::size_t request, std::size_t reply) {
-    wireBytes_ += request + reply + 2 * FRAME_OVERHEAD;
+void BusCost::exchange(const busMessages::PROCBUS_MSG& request, std::size_t reply) {
+    wireBytes_ += request.length + reply + 2 * busProtocol::FRAME_OVERHEAD;
     messages += 2;
-    ++exchanges_;
+    ++requests_;
+}
+
+void BusCost::systemCommand() {
+    exchange(busMessages::systemCommand(ANY, ANY));
 }
 
 void BusCost::enterBootloader(bool identifies) {
-    exchange(2, identifies ? IDENTIFICATION : REPLY);
+    wait(LINGER);
+    exchange(busMessages::systemCommand(ANY, ANY), identifies ? IDENTIFICATION : REPLY);
     if (!identifies)
-        wait(QUIET); // for the identification that does not come
+        wait(IDENTIFICATION_WAIT);
 }
 
 void BusCost::absentModule() {
-    messages += 2 * UNANSWERED_ASKS;
-    wait(UNANSWERED * UNANSWERED_ASKS);
+    wait(LINGER + TRIES * ENTER_TRY);
+    messages += ASKED_IN_VAIN;
+    requests_ += ASKED_IN_VAIN;
 }
 
-void BusCost::wait(double seconds) {
-    pauses_ += seconds;
+void BusCost::afterAbsentModule() {
+    wait(LATEST_ENTRY - ENTER_TRY - LINGER);
 }
 
-void BusCost::sendRows(std::size_t bytes) {
-    for (std::uint32_t row = 0; rowOffset(row) < bytes; ++row) {
-        const std::size_t data = std::min<std::size_t>(rowOffset(row + 1), bytes) - rowOffset(row);
-        exchange(data + (row < FIRST_WIDE_ROW ? 1 : 2), REPLY);
+// Before a request whose reply looks like the one before it.
+void BusCost::linger() {
+    if (lingers_ < LINGERS) {
+        ++lingers_;
+        wait(LINGER);
     }
-    if (bytes <= ROW_BYTES)
-        wait(QUIET); // the reply to the only row looks like the one to the page write
-}
-
-void BusCost::writePage() {
-    exchange(2, REPLY);
-    ++pages;
 }
 
 void BusCost::program(const hexpage::MEMORY_PAGE& page, bool wideAddress) {
-    exchange(addressedRequest(wideAddress), REPLY);
+    const std::uint32_t rows = busMessages::rowsOf(page.data.size());
+    exchange(busMessages::startPage(ANY, 0, 0, wideAddress));
     wait(PAUSE);
-    sendRows(page.data.size());
-    writePage();
+    if (rows == 1)
+        linger();
+    sendRows(page.data);
+    write(rows);
     wait(PAUSE);
     dataBytes += static_cast<std::uint32_t>(page.data.size());
 }
 
 void BusCost::programRecord(std::size_t bytes) {
-    if (bytes + RECORD_OVERHEAD <= ROW_BYTES)
-        wait(QUIET); // and like the one to the record before
-    sendRows(bytes + RECORD_OVERHEAD);
-    writePage();
+    const std::vector<std::uint8_t> content(bytes + RECORD_OVERHEAD);
+    sendRows(content);
+    write(busMessages::rowsOf(content.size()));
     dataBytes += static_cast<std::uint32_t>(bytes);
 }
 
+void BusCost::sendRows(const std::vector<std::uint8_t>& bytes) {
+    const std::uint32_t rows = busMessages::rowsOf(bytes.size());
+    for (std::uint32_t row = 0; row < rows; ++row)
+        exchange(busMessages::dataRow(row, bytes));
+}
+
+void BusCost::write(std::uint32_t rows) {
+    if (rows == 1)
+        linger();
+    exchange(busMessages::writePage(ANY));
+    ++pages;
+}
+
 void BusCost::eraseBlocks(bool wideAddress) {
-    wait(QUIET);
-    exchange(addressedRequest(wideAddress), REPLY);
+    exchange(busMessages::eraseBlocks(ANY, 0, 0, wideAddress));
     wait(PAUSE);
     ++erases;
 }
@@ -95,13 +107,14 @@ BusCost& BusCost::operator+=(const BusCost& other) {
     erases += other.erases;
     dataBytes += other.dataBytes;
     wireBytes_ += other.wireBytes_;
-    exchanges_ += other.exchanges_;
+    requests_ += other.requests_;
     pauses_ += other.pauses_;
     return *this;
 }
 
 double BusCost::seconds(unsigned baud) const {
-    return static_cast<double>(wireBytes_) * BITS_PER_BYTE / baud + exchanges_ * OVERHEAD + pauses_;
+    return static_cast<double>(wireBytes_) * BITS_PER_BYTE / baud + requests_ * OVERHEAD +
+           std::chrono::duration<double>(pauses_).count();
 }
 
 namespace {
@@ -129,20 +142,18 @@ BusCost costOfImage(const std::filesystem::path& path, const Processor& processo
     BusCost cost;
     if (layout.eraseAllFirst)
         cost.eraseAll();
-    std::uint32_t runs = 0; // of empty pages: a request each, once a page with data follows
-    bool inRun = false;
+    std::uint32_t run = 0; // empty pages in a row
     std::uint32_t next = 0;
     image.resetIterator();
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
-        if (page->data.empty()) {
-            runs += inRun && page->startAddress == next ? 0 : 1;
-        } else {
-            for (; runs > 0 && layout.eraseEmptyPages; --runs)
-                cost.eraseBlocks(layout.wideAddress);
-            cost.program(*page, layout.wideAddress);
-        }
-        inRun = page->data.empty();
+        run = page->startAddress == next ? run : 0;
         next = page->endAddress + 1;
+        if (!page->data.empty()) {
+            cost.program(*page, layout.wideAddress);
+            run = 0;
+        } else if (layout.eraseEmptyPages && run++ % LONGEST_ERASE == 0) {
+            cost.eraseBlocks(layout.wideAddress);
+        }
     }
     return cost;
 }

@@ -3,24 +3,22 @@
 #pragma once
 
 #include "processors.h"
+#include "system/actions/bootloadTiming.h"
+#include "system/busMessages.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <vector>
 
 namespace package {
-
-// How long replies to earlier requests may still come, in seconds: the panel waits that long before requests
-// that must not be confused with another.
-inline constexpr double QUIET = 0.100;  // after an answer
-inline constexpr double LATEST = 0.500; // after silence
 
 class BusCost {
 public:
     // The steps of the dialogue, as docs/bus-protocol.md names them.
-    void systemCommand() { exchange(2, REPLY); }
+    void systemCommand();
     void enterBootloader(bool identifies);
-    void absentModule();       // asked in vain
-    void wait(double seconds); // for the line to fall quiet
+    void absentModule();      // asked in vain
+    void afterAbsentModule(); // what the next one waits, for answers that may still come
     void program(const hexpage::MEMORY_PAGE& page, bool wideAddress);
     void programRecord(std::size_t bytes);
     void eraseBlocks(bool wideAddress);
@@ -35,16 +33,19 @@ public:
     std::uint32_t dataBytes = 0;
 
 private:
-    static constexpr std::size_t REPLY = 4;
+    static constexpr std::size_t REPLY = 4; // payload bytes
     static constexpr std::size_t IDENTIFICATION = 6;
 
-    void exchange(std::size_t request, std::size_t reply);
-    void sendRows(std::size_t bytes);
-    void writePage();
+    void exchange(const busMessages::PROCBUS_MSG& request, std::size_t reply = REPLY);
+    void sendRows(const std::vector<std::uint8_t>& bytes);
+    void write(std::uint32_t rows); // of what is open
+    void wait(bootloadTiming::milliseconds time) { pauses_ += time; }
+    void linger();
 
     std::uint64_t wireBytes_ = 0;
-    std::uint32_t exchanges_ = 0;
-    double pauses_ = 0; // seconds
+    std::uint32_t requests_ = 0;
+    unsigned lingers_ = 0; // of a session: not added up
+    bootloadTiming::milliseconds pauses_{0};
 };
 
 // Programming an image that is right. Throws Failure for one that the panel's reader refuses.

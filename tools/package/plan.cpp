@@ -47,7 +47,7 @@ private:
     const Package& package_;
     const Inventory& inventory_;
     const bool force_;
-    double quietAfter_ = LATEST; // on CAN
+    bool askedInVain_ = false; // the module before
 };
 
 Step Planner::visit(const Stop& stop) {
@@ -116,12 +116,11 @@ Module Planner::moduleOf(const Stop& stop) const {
 void Planner::visitModule(Step& step, const Module& module) {
     const std::vector<Entry>& entries = entriesOf(*step.stop);
     const bool serialItem = findItem(step.stop->item)->serial;
-    if (!serialItem) // the serial bootloader has a dialogue of its own, in which nothing happened yet
-        step.bus.wait(std::exchange(quietAfter_, 0));
+    if (std::exchange(askedInVain_, module.silent))
+        step.bus.afterAbsentModule();
     if (module.silent) {
         step.decision = Decision::NotFound;
         step.bus.absentModule();
-        quietAfter_ = LATEST;
         return;
     }
     const bool identifies = module.processor == nullptr || module.processor->identifies;
@@ -143,10 +142,8 @@ void Planner::visitModule(Step& step, const Module& module) {
         if (step.decision == Decision::Update)
             programModule(step, module);
     }
-    if (step.stop->resetAfter && step.decision != Decision::Fails && step.decision != Decision::NotOffered) {
+    if (step.stop->resetAfter && step.decision != Decision::Fails && step.decision != Decision::NotOffered)
         step.bus.systemCommand();
-        quietAfter_ = QUIET;
-    }
 }
 
 void Planner::programModule(Step& step, const Module& module) {

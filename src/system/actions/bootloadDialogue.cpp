@@ -233,9 +233,10 @@ void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
     const bool isWaiting =
         std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
     const bool isDistinct = lastReply && lastReply->row != request.row;
-    if (request.proof == PROOF::NOTHING && isDistinct) {
+    const bool inSession = request.kind != KIND::ENTER;
+    if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
         sendStatus(request.module, NOTHING_ASKED);
-    } else if ((request.proof == PROOF::MARK || again) && !isWaiting) {
+    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting) {
         sendMark();
     }
     sentAt = host.now();
@@ -390,7 +391,7 @@ void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
 
 /** What may be another's answer is taken in the end, unless the module is known to answer by itself. */
 bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
-    return (n + 1 >= TRIES || request.last) && !answersDirectly[indexOf(request.kind)];
+    return n + 1 >= TRIES && request.last && !answersDirectly[indexOf(request.kind)];
 }
 
 bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {

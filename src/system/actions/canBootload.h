@@ -24,7 +24,7 @@ public:
 
     /**
      * Switches the module into its bootloader and compares versions. NOMODULE when it does not answer or is
-     * not on CAN. Blocks for about 3 s when there is no module.
+     * not on CAN. Blocks for about 3 s when there is no module, 4 s behind another one that was not there.
      */
     STATUS needsUpdate(bool force) override;
     /** Programs the image of the module's hardware revision. Nothing is rolled back. */

@@ -49,7 +49,6 @@ REQUEST imageProgrammer::request(KIND kind, std::uint32_t row) const {
     made.kind = kind;
     made.row = row;
     made.attempt = attempt % LONE;
-    made.last = kind == KIND::WRITE && attempt + 1 >= TRIES;
     made.work = kind == KIND::WRITE ? WRITE_WORK : ROW_WORK;
     return made;
 }
@@ -128,10 +127,16 @@ int imageProgrammer::sendRows(const BYTES& data, PROOF proofOfOnlyRow) {
 }
 
 bool imageProgrammer::sendPageWrite() {
+    return sendWrite(true);
+}
+
+/** `last`: when it fails, its page is not begun again, or could not be. */
+bool imageProgrammer::sendWrite(bool last) {
     REQUEST write = request(KIND::WRITE, 0);
     write.msg = writePage(module);
     write.proof = PROOF::NOTHING;
     write.mustBeOk = true;
+    write.last = last;
     write.failed = [](const std::optional<REPLY>& reply) {
         if (reply) {
             std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(reply->status),
@@ -261,7 +266,7 @@ imageProgrammer::PAGE_RESULT imageProgrammer::attemptPage(const hexpage::MEMORY_
     if (sent != OK) {
         return retry("Data TX error...retrying...");
     }
-    if (!sendPageWrite()) {
+    if (!sendWrite(attempt + 1 >= TRIES)) {
         return retry("Could not write page to internal flash...retrying...");
     }
     log("Page written successfully", logger::LOG_NOTICE);
