@@ -14,8 +14,8 @@ using REQUEST = bootloadDialogue::REQUEST;
 
 constexpr std::uint8_t MODULE = scriptedHost::MODULE;
 
-/** Requests by a letter: S, R and its number, W, E, A; s and r of a page of one row, m a record's only row.
- */
+/** Requests by a letter: S, R and its number, W, E, A; s and r of a page of one row, m a
+ * record's only row; with ! it is not begun again. */
 REQUEST requestOf(const std::string& word) {
     const std::uint32_t row = word[0] == 'R' ? static_cast<std::uint32_t>(std::stoi(word.substr(1))) : 0;
     const PROCBUS_MSG start = startPage(MODULE, 0, 100, true);
@@ -46,6 +46,7 @@ REQUEST requestOf(const std::string& word) {
     request.proof = kind.proof;
     request.work = kind.work;
     request.mustBeOk = kind.letter == 'W';
+    request.last = word.ends_with('!');
     return request;
 }
 
@@ -117,15 +118,18 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     one row, the write's lost reply | , s r W | W: lost | own ok ok ok | , S R0 W M W ?
     one row, an unheard write | , s r W | W: deaf ok | own ok ok ok | , S R0 W M W
     one row, no write heard | , s r W | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
+    only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
+    the same in the last attempt | , s r W! | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
+    the same, and a refusal | , s r W! | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
-    a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
+    a refusal by status only | , S | S: =4+lost | own missed | , S ? S ? S ? S ?
     an unheard erase | , E | E: deaf ok | own ok | , E M E
     an erase's lost replies | , E | E: lost | own ok | , E M E ?
     a failed erase's lost replies | , E | E: =5+lost | own 5 | , E M E ?
-    an erase never heard | , E | E: deaf | own 2? | , E M E M E M E ?
+    an erase never heard | , E | E: deaf | own missed | , E M E M E M E ?
     the same behind one with a direct reply | , E E | E: ok deaf | own ok missed | , E E M E M E M E ?
-    a status that is always OK | , E | E: deaf; ?: =0 | own ok? | , E M E M E M E M
+    a status that is always OK | , E | E: deaf; ?: =0 | own missed | , E M E M E M E M
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
     no reply to marks | , E | E: deaf ok; M: deaf | own ok | , E M E
     an unheard start of one row | , s | S: deaf deaf ok | own ok | , S M S M S
@@ -190,8 +194,8 @@ TEST(bootloadDialogueTest, SilenceEndsEveryRequestAfterItsTries) {
 }
 
 TEST(bootloadDialogueTest, ASessionIsKeptAliveWhileALostReplyIsWaitedOut) {
-    for (const std::string& kind : {"S: ok ", "R: ok ", "W: ", "E: ", "A: "}) {
-        for (const std::string& fault : {"lost ok", "deaf ok", "late450 ok"}) {
+    for (const std::string kind : {"S: ok ", "R: ok ", "W: ", "E: ", "A: "}) {
+        for (const std::string fault : {"lost ok", "deaf ok", "late450 ok"}) {
             scriptedHost host(kind + fault);
             bootloadDialogue dialogue(host);
             play(dialogue, host, ", A S R0 R1 W E S R0 R1 W s r W");
