@@ -253,7 +253,7 @@ bool bootloadDialogue::provesNothing(const REQUEST& request) const {
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
 milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) const {
-    static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(1000), WRITE_WORK,
+    static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(0), milliseconds(1000),
                                                   WRITE_WORK};
     const milliseconds known = std::max(2 * fastest, slowest[indexOf(request.kind)] * 5 / 4);
     const milliseconds usual = std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));

@@ -130,7 +130,7 @@ bool imageProgrammer::sendPageWrite() {
     return sendWrite(true);
 }
 
-/** `last`: when it fails, its page is not begun again, or could not be. */
+/** `last`: what may be its answer is taken in the end; else its page is begun again. */
 bool imageProgrammer::sendWrite(bool last) {
     REQUEST write = request(KIND::WRITE, 0);
     write.msg = writePage(module);
@@ -266,7 +266,7 @@ imageProgrammer::PAGE_RESULT imageProgrammer::attemptPage(const hexpage::MEMORY_
     if (sent != OK) {
         return retry("Data TX error...retrying...");
     }
-    if (!sendWrite(attempt + 1 >= TRIES)) {
+    if (!sendWrite(attempt > 0)) {
         return retry("Could not write page to internal flash...retrying...");
     }
     log("Page written successfully", logger::LOG_NOTICE);
