@@ -35,7 +35,7 @@ protected:
 };
 
 TEST_F(ProcBusThreadTest, SendsWholeFrames) {
-    core->comBus->send(message(ENTER_UPDATE_MODE)); // bootloadDialogueTest has the bootloaders' requests
+    core->comBus->send(message(ENTER_UPDATE_MODE)); // busMessagesTest has the bootloaders' requests
     ASSERT_TRUE(bus.awaitSent(1));
     core->comBus->send(message(RESTART_SYSTEM));
     ASSERT_TRUE(bus.awaitSent(2));
@@ -130,13 +130,8 @@ TEST_F(ProcBusThreadTest, FilesReplies) {
     } rows[] = {
         {"CAN", {3, {6, 0xFA, 0x01, 16}}, false, 6, 0x1FA, 16},
         {"serial", {5, {1, 2, 0, 2}}, false, 1, 2, 2},
-        {"module above 127", {3, {0, 0, 0, 0xFE}}, false, 0, 0, -2},
-        {"short", {3, {4, 253}}, false, 4, 253, -1},
-        {"short, page out of range", {3, {4, 254}}, false, 4, 0, -1},
-        {"three bytes", {3, {4, 1, 2}}, false, 4, 0x201, -1}, // too short to name a module
-        {"one byte", {5, {3}}, false, 3, 0, -1},              // missing bytes count as 0
+        {"one byte", {5, {3}}, false, 3, 0, -1}, // busMessagesTest has all lengths
         {"CAN, obsolete", {3, Bytes(6, 1)}, true, 0, 0xFFFF, -1},
-        {"serial, obsolete", {5, Bytes(6, 1)}, true, 0, 0xFFFF, -1},
         {"identification, obsolete", {6, Bytes(11, 1)}, true, 0, 0xFFFF, -1},
     };
     for (const auto& row : rows) {
@@ -163,11 +158,6 @@ TEST_F(ProcBusThreadTest, FilesIdentifications) {
     EXPECT_EQ(record.swVersion.get(), "1.2.3");
     EXPECT_EQ(record.moduleReported, 13);
     EXPECT_EQ(record.reportedType, updateCore::STM32F4);
-    receive({6, {251, 3, 2, 1, 0x01}}); // too short: the module is 0
-    EXPECT_FALSE(record.serialBootload);
-    EXPECT_EQ(record.hwRev, 0);
-    EXPECT_EQ(record.moduleReported, 0);
-    EXPECT_EQ(record.reportedType, updateCore::PIC24);
 }
 
 TEST_F(ProcBusThreadTest, FilesTheStatusOfSixModules) {

@@ -4,6 +4,7 @@
 #include "support/hexImage.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace {
 
@@ -55,35 +56,55 @@ TEST(busMessagesTest, EveryRequestIsThisFrame) {
     }
 }
 
+/** "4 510 -119" of a reply, "250 1.2.3 6s 13" of an identification; nothing for none. */
+std::string shown(const std::optional<ANSWER>& answer) {
+    std::ostringstream text;
+    if (answer && answer->identification) {
+        const IDENTIFICATION& said = *answer->identification;
+        text << int{said.hwRev} << ' ' << said.versionText() << ' ' << int{said.type}
+             << (said.serial ? "s " : " ") << int{said.module};
+    } else if (answer) {
+        text << int{answer->reply.status} << ' ' << answer->reply.row << ' ' << int{answer->reply.module};
+    }
+    return text.str();
+}
+
 TEST(busMessagesTest, AnAnswerCountsByItsLength) {
-    const Bytes said = {4, 254, 1, 0x89, 0x86, 13, 0, 0, 0, 0, 0, 0};
-    const REPLY whole{4, 0x1FE, -119};
-    const REPLY replies[] = {{4, 0, NO_MODULE}, {4, 0, NO_MODULE}, {4, 0x1FE, NO_MODULE}}; // by length
-    const Bytes told = {250, 3, 2, 1, 0x86, 13, 0, 0, 0, 0, 0, 0};
-    const IDENTIFICATION full{250, {1, 2, 3}, 6, true, 13};
-    const IDENTIFICATION identities[] = {{250, {0, 0, 0}, 0, false, 0},
-                                         {250, {0, 0, 3}, 0, false, 0},
-                                         {250, {0, 2, 3}, 0, false, 0},
-                                         {250, {1, 2, 3}, 0, false, 0},
-                                         {250, {1, 2, 3}, 6, true, 0}};
-    for (std::size_t length = 1; length <= 12; ++length) {
-        const auto cut = [length](const Bytes& whole_) {
-            return Bytes(whole_.begin(), whole_.begin() + static_cast<std::ptrdiff_t>(length));
+    const Bytes replied = hex("04 FE 01 89 00 00 00 00 00 00 00 00");
+    const Bytes identified = hex("FA 03 02 01 86 0D 00 00 00 00 00 00");
+    const std::string whole = "4 510 -119";
+    const std::string named = "250 1.2.3 6s 13";
+    const struct {
+        std::string reply;
+        std::string identification;
+    } rows[] = {
+        {"4 0 -1", "250 0.0.0 0 0"},
+        {"4 0 -1", "250 0.0.3 0 0"},
+        {"4 510 -1", "250 0.2.3 0 0"},
+        {whole, "250 1.2.3 0 0"},
+        {whole, "250 1.2.3 6s 0"},
+        {"", named},
+        {whole, named},
+        {whole, named},
+        {whole, named},
+        {whole, named},
+        {whole, ""},
+        {whole, named},
+    };
+    for (std::size_t length = 1; length <= std::size(rows); ++length) {
+        const auto cut = [length](std::uint8_t id, Bytes bytes) {
+            bytes.resize(length);
+            return message(id, bytes);
         };
         for (const std::uint8_t id : Bytes{3, 5}) {
-            const PROCBUS_MSG reply = message(id, cut(said));
-            const ANSWER expected{{}, length < 4 ? replies[length - 1] : whole};
-            EXPECT_EQ(isObsolete(reply), length == 6);
-            EXPECT_EQ(decodeAnswer(reply), length == 6 ? std::nullopt : std::optional(expected)) << length;
+            EXPECT_EQ(shown(decodeAnswer(cut(id, replied))), rows[length - 1].reply) << length;
+            EXPECT_EQ(isObsolete(cut(id, replied)), length == 6);
         }
-        const PROCBUS_MSG identity = message(6, cut(told));
-        const ANSWER expected{length < 6 ? identities[length - 1] : full, {}};
-        EXPECT_EQ(isObsolete(identity), length == 11);
-        EXPECT_EQ(decodeAnswer(identity), length == 11 ? std::nullopt : std::optional(expected)) << length;
+        EXPECT_EQ(shown(decodeAnswer(cut(6, identified))), rows[length - 1].identification) << length;
+        EXPECT_EQ(isObsolete(cut(6, identified)), length == 11);
     }
-    EXPECT_EQ(full.versionText(), "1.2.3");
-    EXPECT_EQ(decodeAnswer(message(3, {0, 253}))->reply.row, 253U); // of a short reply, the last row
-    EXPECT_EQ(decodeAnswer(message(6, {251}))->identification->hwRev, 0);
+    EXPECT_EQ(shown(decodeAnswer(message(3, {0, 253}))), "0 253 -1"); // of a short reply, the last row
+    EXPECT_EQ(shown(decodeAnswer(message(6, {251}))), "0 0.0.0 0 0");
     EXPECT_EQ(decodeAnswer(message(21, {0, 0, 0, 0})), std::nullopt);
 }
 

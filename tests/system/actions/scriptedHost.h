@@ -9,6 +9,23 @@
 #include <utility>
 #include <vector>
 
+/** The rows of a table in text, and their cells between bars. */
+inline std::vector<std::vector<std::string>> rowsOf(const std::string& table) {
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream lines(table);
+    for (std::string line, cell; std::getline(lines, line);) {
+        std::vector<std::string> cells;
+        for (std::istringstream row(line + "|"); std::getline(row, cell, '|');) {
+            const std::size_t start = std::min(cell.find_first_not_of(' '), cell.size());
+            cells.push_back(cell.substr(start, cell.find_last_not_of(' ') + 1 - start));
+        }
+        if (cells.size() > 2) {
+            rows.push_back(cells);
+        }
+    }
+    return rows;
+}
+
 /**
  * The line to one module, in a time of its own that moves only while it is waited. The module answers every
  * request well in 2 ms, and one for its status with its last reply, unless a script says otherwise: with
@@ -18,28 +35,24 @@
  * Kinds: , enter, ! leave, ? status, S start, R row, M row out of its order, W write, E erase, A erase all.
  *
  *   ok      the usual       deaf   never heard      lost     carried out, but the reply does not arrive
- *   lateN   carried out at once, but the reply takes N ms   twice    so is the reply, 1 ms apart
+ *   lateN   carried out at once, but the reply takes N ms   twice    so does a second one, 1 ms behind
  *   workN   carried out in N ms; the status asked for meanwhile is the one before
  *   busyN   the same; what is asked meanwhile is answered behind it
  *   =N      status N        rowN   for row N        byN      in the name of N
  *   short   names nobody    plain  no identification         idN    the identification of N
  *
- * "late40+=4" joins words, "=1|ok" are two answers.
+ * "late40+=4" joins words, "=1&ok" are two answers.
  */
 class scriptedHost : public bootloadHost {
 public:
     static constexpr std::uint8_t MODULE = 9;
 
-    explicit scriptedHost(const std::string& script = "") { follow(script); }
-
-    /** From now on. */
-    void follow(const std::string& script) {
-        script_.clear();
-        std::istringstream kinds(script);
+    explicit scriptedHost(const std::string& text = "") {
+        std::istringstream kinds(text);
         for (std::string kind, name, word; std::getline(kinds, kind, ';');) {
             std::istringstream words(kind);
             for (words >> name; words >> word;) {
-                script_[name.at(0)].push_back(word);
+                script[name.at(0)].push_back(word);
             }
         }
     }
@@ -47,26 +60,24 @@ public:
     void send(const busMessages::PROCBUS_MSG& msg) override {
         coming.erase(coming.begin(), coming.upper_bound(time));
         sent.emplace_back(time, msg);
-        std::vector<std::string>& words = script_[kindOf(msg)];
+        std::vector<std::string>& words = script[kindOf(msg)];
         std::istringstream answers(words.empty() ? "ok" : words.front());
         if (words.size() > 1) {
             words.erase(words.begin());
         }
-        for (std::string answer; std::getline(answers, answer, '|');) {
+        for (std::string answer; std::getline(answers, answer, '&');) {
             carryOut(msg, answer);
         }
     }
     std::optional<busMessages::ANSWER> receive(milliseconds wait) override {
         const auto end = std::min(time + wait, cancelTime);
-        const auto next = coming.begin();
-        if (cancelled() || next == coming.end() || next->first > end) {
+        if (cancelled() || coming.empty() || coming.begin()->first > end) {
             time = std::max(time, end);
             return {};
         }
-        const ANSWER answer = next->second;
-        time = std::max(time, next->first);
-        coming.erase(next);
-        return answer;
+        const auto next = coming.extract(coming.begin());
+        time = std::max(time, next.key());
+        return next.mapped();
     }
     void pause(milliseconds length) override { time += length; }
     clock::time_point now() const override { return clock::time_point(time); }
@@ -76,15 +87,16 @@ public:
         logged.push_back(LEVELS[type] + text);
     }
 
-    /** What was sent: ", S R0 R1 ? W", with several status requests in a row as "?+". */
+    /** The requests: ", S R0 ? R1", with "M" between them where a mark was set, "?" where only the status was
+     * asked. */
     std::string transcript() const {
         std::string text;
         for (const auto& [when, msg] : sent) {
             const char kind = kindOf(msg);
-            if (kind == '?' && text.ends_with("?")) {
-                text += "+";
-            } else if (kind != '?' || !text.ends_with("?+")) {
-                text += (text.empty() ? "" : " ") + std::string(1, kind);
+            if ((kind == '?' || kind == 'M') && (text.ends_with(" ?") || text.ends_with(" M"))) {
+                text.back() = std::max(text.back(), kind);
+            } else {
+                text += std::string(text.empty() ? "" : " ") + kind;
                 text += kind == 'R' ? std::to_string(rowOf(msg)) : "";
             }
         }
@@ -98,6 +110,7 @@ public:
 
 private:
     using ANSWER = busMessages::ANSWER;
+    using REPLY = busMessages::REPLY;
 
     static char kindOf(const busMessages::PROCBUS_MSG& msg) {
         if (msg.id == busProtocol::BOOTLOADER_COMMAND) {
@@ -111,23 +124,20 @@ private:
     static std::uint32_t rowOf(const busMessages::PROCBUS_MSG& msg) {
         return msg.data[0] + (msg.id == busProtocol::DATA_ROW_WIDE ? 256U * msg.data[1] : 0U);
     }
-    static ANSWER identification(unsigned module) {
-        return {busMessages::IDENTIFICATION{
-                    1, {1, 2, 3}, busProtocol::STM32F3, false, static_cast<std::int8_t>(module)},
-                {}};
-    }
 
     ANSWER usual(const busMessages::PROCBUS_MSG& msg, milliseconds done) {
         const char kind = kindOf(msg);
         if (kind == ',') {
-            return identification(MODULE);
+            return {busMessages::IDENTIFICATION{1, {1, 2, 3}, busProtocol::STM32F3, false, MODULE}, {}};
         }
-        if (kind == '?' || kind == 'M') {
-            const auto last = said.upper_bound(done);
-            const bool repeats = kind == '?' && last != said.begin();
-            return {{}, repeats ? std::prev(last)->second : REPLY{bootloadDialogue::MISSEDPACKET, 0, MODULE}};
+        const auto last = said.upper_bound(done);
+        if (kind == '?' && last != said.begin()) {
+            return {{}, std::prev(last)->second};
         }
-        return {{}, {bootloadDialogue::OK, kind == 'R' ? rowOf(msg) : 0, MODULE}};
+        const bool missed = kind == '?' || kind == 'M';
+        return {{},
+                {missed ? bootloadDialogue::MISSEDPACKET : bootloadDialogue::OK, kind == 'R' ? rowOf(msg) : 0,
+                 MODULE}};
     }
 
     void carryOut(const busMessages::PROCBUS_MSG& msg, const std::string& how) {
@@ -146,9 +156,10 @@ private:
         const auto done =
             (atOnce ? time : std::max(time, freeAt)) + milliseconds(1 + words["work"] + words["busy"]);
         freeAt = atOnce ? freeAt : done;
-        ANSWER answer = has("id") ? identification(words["id"]) : usual(msg, done);
-        if (has("plain")) {
-            answer = {{}, {bootloadDialogue::OK, 0, MODULE}};
+        ANSWER answer = has("plain") ? ANSWER{{}, {bootloadDialogue::OK, 0, MODULE}} : usual(msg, done);
+        if (has("id")) {
+            answer.identification = busMessages::IDENTIFICATION{};
+            answer.identification->module = static_cast<std::int8_t>(words["id"]);
         }
         REPLY& reply = answer.reply;
         reply.status = has("=") ? static_cast<std::uint8_t>(words["="]) : reply.status;
@@ -166,8 +177,7 @@ private:
         }
     }
 
-    using REPLY = busMessages::REPLY;
-    std::map<char, std::vector<std::string>> script_;
+    std::map<char, std::vector<std::string>> script;
     std::multimap<milliseconds, ANSWER> coming;
     std::multimap<milliseconds, REPLY> said; ///< what the module repeats, from when on
     milliseconds freeAt{0};
