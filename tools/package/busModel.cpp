@@ -61,11 +61,14 @@ void BusCost::linger() {
 
 void BusCost::program(const hexpage::MEMORY_PAGE& page, bool wideAddress) {
     const std::uint32_t rows = busMessages::rowsOf(page.data.size());
+    if (rows == 1 && !rested_)
+        linger();
     exchange(busMessages::startPage(ANY, 0, 0, wideAddress));
     wait(PAUSE);
     sendRows(page.data);
     write(rows);
     wait(PAUSE);
+    rested_ = true;
     dataBytes += static_cast<std::uint32_t>(page.data.size());
 }
 
@@ -94,6 +97,8 @@ void BusCost::write(std::uint32_t rows) {
 }
 
 void BusCost::eraseBlocks(bool wideAddress) {
+    if (!rested_)
+        linger();
     exchange(busMessages::eraseBlocks(ANY, 0, 0, wideAddress));
     wait(PAUSE);
     rested_ = true;

@@ -45,7 +45,7 @@ private:
     std::uint64_t wireBytes_ = 0;
     std::uint32_t requests_ = 0;
     unsigned lingers_ = 0; // of a session: not added up
-    bool rested_ = false;  // an erase was the last request, with a pause behind it
+    bool rested_ = false;  // the last request has a pause behind it
     bootloadTiming::milliseconds pauses_{0};
 };
 
