@@ -74,6 +74,7 @@ void bootloadDialogue::sendMark() {
     entry.type = OPEN::MARKED;
     entry.row = MARK_ROW;
     send(markRow(), entry, LATEST);
+    lastReply.reset();
 }
 
 // Whose answer is it?
@@ -126,10 +127,11 @@ bool bootloadDialogue::isOthers(const REPLY& reply) const {
     return name == static_cast<std::int8_t>(talkingTo) && reply.module != NO_MODULE && reply.module != *name;
 }
 
-void bootloadDialogue::noteStranger(const ANSWER& answer) {
+/** `repeats`: it says what the answer before it said, so that nothing lies between that would be undone. */
+void bootloadDialogue::noteStranger(const ANSWER& answer, bool repeats) {
     disturbed = true;
     strangerAt = host.now();
-    if (answer.identification && answer.identification->module == said.module) {
+    if (answer.identification && answer.identification->module == said.module && !repeats) {
         restarted = true;
     }
 }
@@ -143,6 +145,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
     if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
         prompt = host.now() - sentAt <= std::max(ECHO, 2 * fastest);
     }
+    const bool repeats = lastHeard == answer;
     forgetLate();
     for (OPEN& entry : open) { // what was sent into the silence is answered about now, if ever
         const auto soon = host.now() + QUIET;
@@ -161,13 +164,14 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
         const bool isOwn = isAsked(*entry);
         const bool isMarks = entry->type == OPEN::MARKED && isMarkReply(answer);
         own = isOwn && own == open.end() ? entry : own;
-        other = !isOwn && (other == open.end() || isMarks) ? entry : other;
+        const bool isOther = !isOwn && (isMarks || entry->type != OPEN::MARKED);
+        other = isOther && (other == open.end() || isMarks) ? entry : other;
         doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
     }
     const bool isOwn = own != open.end();
     answersStatus = answersStatus || (!isOwn && other != open.end() && other->type == OPEN::STATUS);
     if ((!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply))) {
-        noteStranger(answer);
+        noteStranger(answer, repeats);
         return WHOSE::OTHER;
     }
     open.erase(isOwn && (!doubted || other == open.end()) ? own : other);
@@ -410,8 +414,9 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
         clarify(request, n, heard);
     }
     result.answered = heard.alive;
-    const bool takesMaybe = heard.maybe && (isLastTry(request, n) ||
-                                            (request.proof == PROOF::LATER && heard.maybe->status == OK));
+    const bool isWell = heard.maybe && heard.maybe->status == OK;
+    const bool takesMaybe = heard.maybe && ((isLastTry(request, n) && (isWell || !request.mustBeOk)) ||
+                                            (request.proof == PROOF::LATER && isWell));
     if (heard.own && !heard.refused) {
         result.reply = heard.own;
         result.certain = true;

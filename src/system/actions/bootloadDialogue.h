@@ -139,7 +139,7 @@ private:
     bool isEcho(const ANSWER& answer) const;
     static bool isMarkReply(const ANSWER& answer);
     bool isOthers(const REPLY& reply) const;
-    void noteStranger(const ANSWER& answer);
+    void noteStranger(const ANSWER& answer, bool repeats);
     void forgetLate();
     bool isAsked(const OPEN& entry) const;
 

@@ -122,6 +122,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     the same in the last attempt | , s r W! | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
     the same, and a refusal | , s r W! | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
+    the last attempt, no write heard | , s r W! | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
     a refusal by status only | , S | S: =4+lost | own missed | , S ? S ? S ? S ?
     an unheard erase | , E | E: deaf ok | own ok | , E M E
@@ -139,6 +140,8 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     a slow erase | , S R5 E | E: busy800 | own ok ok ok | , S R5 E ?
     late replies to rows | , S R0 R1 R2 W | R: late100 | own ok ok ok ok ok | , S R0 ? R1 R2 W
     a late reply, then an unheard start | , S R0 R1 W s | W: late200; S: ok deaf ok | own ok ok ok ok ok | , S R0 R1 W ? S M S
+    a lost reply to a write, then an unheard erase | , S R0 R1 W E | W: lost ok; E: deaf ok | own ok ok ok ok ok | , S R0 R1 W M E M E
+    slow erases, their status at once | , E E | E: work800 | own ok ok | , E ? E M
     a late reply that is out of the way | , S R0 R1 W +600 S | W: lost | own ok ok ok ok - ok | , S R0 R1 W ? S
     everything doubled | , S R0 R1 W +10 s r W | S: twice; R: twice; W: twice | own ok ok ok ok - ok ok ok | , S R0 R1 W S R0 W
     a doubled reply, then an unheard erase | , S R0 R1 W +10 E | W: twice; E: deaf ok | own ok ok ok ok - ok | , S R0 R1 W E M E

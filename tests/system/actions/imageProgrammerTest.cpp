@@ -74,10 +74,14 @@ TEST_F(imageProgrammerTest, WhatGoesWrongIsTriedAgainAndLogged) {
         records | A: deaf; ?: deaf; M: deaf | failed | 4 | [Warning]: Serial: Flash Mem Erase Fail: No response | A M A M A M A ?
         records | R: ok =1 ok       | done   | 1 | [Warning]: Serial: Could not write page to memory | A R0 W R0 R0 R1 R2 W R0 W R0 R1 W R0 W
         records | R: =1             | failed | 1 | [Error]: Serial: Program retry count exceeded...Exiting... | A R0 R0 R0 R0
+        records | ,: twice          | done   | 0 | anew | A R0 W R0 R1 R2 W R0 W R0 R1 W R0 W
+        one row | W: deaf           | failed | 0 | X: Page written successfully | S R0 W M W M W M W ? S R0 W M W M W M W ? S R0 W M W M W M W ? S R0 W M W M W M W ?
         records | W: ok&id9         | failed | 1 | [Error]: Serial: The module started its bootloader anew | A R0 W R0 R1 R2 W
         records | W: ok&id8 ok      | done   | 0 | anew | A R0 W R0 R1 R2 W R0 W R0 R1 W R0 W)";
     for (const auto& row : rowsOf(table)) {
-        EXPECT_EQ(program(row[0], TWO_PAGES, row[1]), row[2] == "done") << row[1];
+        EXPECT_EQ(program(row[0], row[0] == "one row" ? hexImage({{0, 3}}) : TWO_PAGES, row[1]),
+                  row[2] == "done")
+            << row[1];
         EXPECT_EQ(linesWith(row[4]), std::stoi(row[3])) << row[1] << row[4];
         EXPECT_EQ(host.transcript(), row[5]) << row[1];
     }
