@@ -98,18 +98,25 @@ private:
         return found == bus.modules().end() ? nullptr : found->get();
     }
 
-    bool isRight(std::size_t target) const {
+    bool isRight(std::size_t target) {
         const sim::Module& module = *simulated(plan.targets[target].name);
         const Kind& kind = *plan.targets[target].kind;
         std::set<std::uint32_t> ignored;
-        for (const std::uint32_t page : usedPages(kind, firmware[target]->image)) {
+        const std::uint32_t start = kind.regions.front();
+        for (std::uint32_t page = start; page < start + OLD_BYTES; page += kind.pageBytes) {
             if (module.bootloader().isIgnored(kind.unit(page))) {
                 ignored.insert(page);
             }
         }
-        return holds(module.flash(), kind,
-                     ignored.empty() ? firmware[target]->after
-                                     : cellsAfter(kind, firmware[target]->image, ignored));
+        const auto accepted =
+            ignored.empty() ? firmware[target]->after : cellsAfter(kind, firmware[target]->image, ignored);
+        if (holds(module.flash(), kind, accepted)) {
+            return true;
+        }
+        const std::uint32_t address = firstDifference(module.flash(), kind, accepted);
+        bus.trace().event(
+            bus.now(), sim::format("%s is wrong at %08X", module.config().name.c_str(), kind.unit(address)));
+        return false;
     }
 
     const Plan& plan;

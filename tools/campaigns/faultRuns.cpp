@@ -106,8 +106,7 @@ int runInside(int argc, char** argv, const Options& options) {
                      fs::copy_options::recursive | fs::copy_options::overwrite_existing);
         }
     }
-    std::cerr << "RESULT " << OUTCOMES[static_cast<std::size_t>(result.outcome)] << ' ' << result.detail
-              << std::endl;
+    std::cerr << "RESULT " << nameOf(result.outcome) << ' ' << result.detail << std::endl;
     _Exit(0); // a core whose run hangs can't be taken down
 }
 
@@ -188,8 +187,8 @@ private:
         if (label != "RESULT") {
             outcome = "crashed";
         }
-        const std::string right = options.script.empty() ? ANY_RIGHT_OUTCOME : cases[job.entry - 1].outcomes;
-        const bool isRight = ("," + right + ",").find("," + outcome + ",") != std::string::npos;
+        const bool isRight =
+            isAmong(options.script.empty() ? RIGHT_IF_DRAWN : cases[job.entry - 1].outcomes, outcome);
         const std::lock_guard<std::mutex> held(guard);
         ++counts[outcome];
         if (!isRight) {

@@ -26,6 +26,10 @@ std::vector<sim::Bytes> cellsAfter(const Kind& kind, const Memory& image,
 /** True when the flash is one of these, and nothing else is programmed. */
 bool holds(const sim::Flash& flash, const Kind& kind, const std::vector<sim::Bytes>& accepted);
 
+/** Where the flash differs first from the first of these, as the address of a HEX file. */
+std::uint32_t firstDifference(const sim::Flash& flash, const Kind& kind,
+                              const std::vector<sim::Bytes>& accepted);
+
 /** Makes each image once; owns a directory with their files. */
 class FirmwareStore {
 public:

@@ -44,9 +44,7 @@ public:
     /** False when a run ended otherwise than as it may. */
     bool execute() {
         for (const std::string& name : options.drawn) {
-            for (std::uint64_t n = 0; n < options.runs; ++n) {
-                take(DRAWN.at(name)(options.seed + n), "--drawn " + name, nullptr);
-            }
+            take("--drawn " + name, RIGHT_IF_DRAWN, "", DRAWN.at(name));
             report(name);
         }
         for (const std::string& script : options.scripts) {
@@ -59,30 +57,34 @@ private:
     void executeScript(const std::string& script) {
         const auto cases = readScript(script);
         for (std::size_t number = 1; number <= cases.size(); ++number) {
-            if (options.onlyCase != 0 && options.onlyCase != number) {
-                continue;
-            }
-            const ScriptCase& entry = cases[number - 1];
-            const std::string repeat = "--script " + script + " --case " + std::to_string(number);
-            for (std::uint64_t n = 0; n < options.runs; ++n) {
-                take(scriptPlan(entry, options.seed + n), repeat, &entry);
+            if (options.onlyCase == 0 || options.onlyCase == number) {
+                const ScriptCase& entry = cases[number - 1];
+                take("--script " + script + " --case " + std::to_string(number), entry.outcomes,
+                     entry.kind + "  " + entry.text,
+                     [&](std::uint64_t seed) { return scriptPlan(entry, seed); });
             }
         }
         report(std::filesystem::path(script).filename().string());
     }
 
-    void take(const Plan& plan, const std::string& repeat, const ScriptCase* entry) {
-        const Outcome outcome = runs.run(plan);
-        ++counts[static_cast<std::size_t>(outcome)];
-        if (entry != nullptr ? entry->allows(outcome) : outcome <= Outcome::MISSING) {
-            return;
+    /** All seeds of what is made by `plan`; tells of the first one that ends as it may not. */
+    void take(const std::string& repeat, const std::string& right, const std::string& about,
+              const std::function<Plan(std::uint64_t)>& plan) {
+        std::map<Outcome, std::vector<std::uint64_t>> wrong;
+        for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed) {
+            const Outcome outcome = runs.run(plan(seed));
+            ++counts[static_cast<std::size_t>(outcome)];
+            if (!isAmong(right, nameOf(outcome))) {
+                wrong[outcome].push_back(seed);
+            }
         }
-        ++bad;
-        std::fprintf(results(), "%s: module-attacks %s --runs 1 --seed %llu --trace: %s%s\n",
-                     OUTCOMES[static_cast<std::size_t>(outcome)], repeat.c_str(),
-                     static_cast<unsigned long long>(plan.seed), plan.targets[0].kind->name,
-                     entry != nullptr ? ("  " + entry->text).c_str() : "");
-        std::fflush(results());
+        for (const auto& [outcome, seeds] : wrong) {
+            bad += seeds.size();
+            std::fprintf(results(), "%s in %zu: module-attacks %s --runs 1 --seed %llu --trace: %s\n",
+                         nameOf(outcome), seeds.size(), repeat.c_str(),
+                         static_cast<unsigned long long>(seeds.front()), about.c_str());
+            std::fflush(results());
+        }
     }
 
     void report(const std::string& name) {

@@ -37,8 +37,12 @@ enum class Outcome {
     UNTOLD,  ///< it failed, and the log does not say why
 };
 constexpr std::array<const char*, 6> OUTCOMES = {"equal", "failed", "missing", "WRONG", "ENDLESS", "UNTOLD"};
-/** What may become of a run whose faults were drawn. */
-constexpr const char* ANY_RIGHT_OUTCOME = "equal,failed,missing";
+constexpr const char* nameOf(Outcome outcome) {
+    return OUTCOMES[static_cast<std::size_t>(outcome)];
+}
+/** Outcomes have commas between them; these are right when the faults were drawn. */
+constexpr const char* RIGHT_IF_DRAWN = "equal,failed,missing";
+bool isAmong(const std::string& outcomes, const std::string& outcome);
 
 /** The panel's modules with their bus addresses, in the order in which it visits them. */
 struct PanelModule {
@@ -74,8 +78,6 @@ struct ScriptCase {
     bool smallPages = false;
     double lineDamage = 0;
     std::vector<std::string> faults;
-
-    bool allows(Outcome outcome) const;
 };
 
 std::vector<ScriptCase> readScript(const std::string& file);
