@@ -1,5 +1,5 @@
 # Compiles for the panel's processor, 32-bit ARM with hardware floating point, and runs what was built under
-# emulation. ARM_SYSROOT in the environment names the folder that tools/arm-sysroot has filled.
+# emulation. ARM_SYSROOT in the environment names the folder that scripts/arm-sysroot has filled.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 

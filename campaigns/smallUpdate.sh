@@ -3,7 +3,7 @@
 # operator who finishes it. Of the script that sources it, it uses: programs (where the build lies) and shared (a folder
 # for the package); work is the folder of one panel and its bus.
 
-tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 config=$tree/config
 content=$shared/content
 reference=$shared/reference

@@ -1,10 +1,10 @@
 #include "busModel.h"
 
+#include "campaigns/panelVisits.h"
+#include "campaigns/virtualBus.h"
 #include "files.h"
 #include "sim/text.h"
 #include "support/hexImage.h"
-#include "tools/campaigns/panelVisits.h"
-#include "tools/campaigns/virtualBus.h"
 
 #include <gtest/gtest.h>
 
