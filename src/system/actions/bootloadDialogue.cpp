@@ -148,9 +148,9 @@ bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
 
 /** What comes again and again must stay away for longer than it has done so far; but that is no doubled
  * answer. */
-void bootloadDialogue::noteStranger() {
+void bootloadDialogue::noteStranger(bool doubled) {
     const auto since = std::chrono::ceil<milliseconds>(host.now() - strangerAt);
-    if (disturbed && since > ECHO && 2 * since <= LONGEST_SETTLE) {
+    if (disturbed && !doubled && 2 * since <= LONGEST_SETTLE) {
         quiet = std::max(quiet, 2 * since);
     }
     disturbed = true;
@@ -163,7 +163,8 @@ void bootloadDialogue::noteStranger() {
  */
 bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
     const bool repeats = lastHeard == answer;
-    const bool echo = repeats && !sentSince && host.now() - heardAt <= ECHO;
+    const bool doubled = repeats && host.now() - heardAt <= ECHO;
+    const bool echo = doubled && !sentSince; // or the same to another request
     if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
         prompt = isPrompt(sentAt);
     }
@@ -199,7 +200,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
         restarted = restarted || name || isOthersOrNobodys;
     }
     if (isOthersOrNobodys) {
-        noteStranger();
+        noteStranger(doubled);
         return WHOSE::OTHER;
     }
     const auto struck = isOwn && (!doubted || other == open.end()) ? own : other;
@@ -373,7 +374,7 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
 
 /** Whether the module repeats its last reply when it is asked for its status: not every one does. */
 bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
-    for (unsigned n = 0; n < 2; ++n) {
+    for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
         sendStatus(module, NOTHING_ASKED);
         if (const auto repeated = host.receive(wait)) {
             judge(*repeated);

@@ -144,7 +144,7 @@ private:
     bool expectsMarkReply(const OPEN& entry) const;
     bool isOthers(const REPLY& reply) const;
     bool isOwnIdentification(const ANSWER& answer) const;
-    void noteStranger();
+    void noteStranger(bool doubled);
     void forgetLate();
     bool isAsked(const OPEN& entry) const;
 
