@@ -172,7 +172,7 @@ bool updateCoreLoad::prepareSystem() {
     if (std::system("mount -o remount rw /") != 0) {
         return fail("Internal Error", "Could not remount system");
     }
-    umount(STICK); // the stick may be pulled now; one that is not mounted is no fault
+    umount(STICK); // the stick may be pulled now; one that is not mounted does not matter
     core->comBus->reload_uart();
     return true;
 }

@@ -1,7 +1,7 @@
 #include "digest.h"
 
-#include "faults.h"
 #include "files.h"
+#include "findingKinds.h"
 #include "lib/functs.h"
 
 namespace package {
@@ -12,7 +12,7 @@ void checkDigest(const fs::path& file, const std::string& name, Findings& findin
     const fs::path path = file.string() + ".sha";
     const Place place{name + ".sha"};
     if (!fs::is_regular_file(path)) {
-        findings.add(faults::digestMissing, place, "there is no digest of " + name);
+        findings.add(kinds::digestMissing, place, "there is no digest of " + name);
         return;
     }
     functs f;
@@ -22,18 +22,18 @@ void checkDigest(const fs::path& file, const std::string& name, Findings& findin
     f.trim(expected);
     f.strCase(expected, false);
     if (expected.size() != 40 || expected.find_first_not_of("0123456789abcdef") != std::string::npos) {
-        findings.add(faults::digestForm, place, "it does not begin with a SHA-1 of 40 digits");
+        findings.add(kinds::digestForm, place, "it does not begin with a SHA-1 of 40 digits");
         return;
     }
     const std::string digest = sha1OfFile(file);
     if (digest != expected)
-        findings.add(faults::digestWrong, place, "the SHA-1 of " + name + " is " + digest);
+        findings.add(kinds::digestWrong, place, "the SHA-1 of " + name + " is " + digest);
     std::string other = words.empty() ? "" : words.back();
     f.trim(other);
     if (other.starts_with('*'))
         other.erase(0, 1);
     if (!other.empty() && fs::path(other).filename() != file.filename())
-        findings.add(faults::digestName, place, "it names " + other);
+        findings.add(kinds::digestName, place, "it names " + other);
 }
 
 std::string digestText(const std::string& digest, const std::string& name) {

@@ -1,7 +1,7 @@
 #include "package.h"
 
 #include "digest.h"
-#include "faults.h"
+#include "findingKinds.h"
 #include "tarball.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void checkOrder(const std::vector<std::string>& names, Findings& findings) {
         return each != MANIFEST && each != MANIFEST + ".sha";
     });
     if (early)
-        findings.add(faults::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
+        findings.add(kinds::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
 }
 
 } // namespace
@@ -61,7 +61,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     requireFile(archive);
     const std::string name = archive.filename().string();
     if (name != ARCHIVE)
-        findings.add(faults::packageName, {name}, "the archive's name is " + name);
+        findings.add(kinds::packageName, {name}, "the archive's name is " + name);
     checkDigest(archive, name, findings);
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
@@ -70,7 +70,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     if (fs::exists(root_ / MANIFEST))
         openTree(findings);
     else if (findings.all().size() == before)
-        findings.add(faults::manifestMissing, {MANIFEST}, "the archive holds no manifest");
+        findings.add(kinds::manifestMissing, {MANIFEST}, "the archive holds no manifest");
 }
 
 void Package::openTree(Findings& findings) {

@@ -1,7 +1,7 @@
 #include "tarball.h"
 
-#include "faults.h"
 #include "files.h"
+#include "findingKinds.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -173,9 +173,9 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
            status != ARCHIVE_EOF) {
         const std::string name = plainName(nameOf(entry));
         names.push_back(name);
-        const std::string fault = objection(entry);
-        if (!fault.empty()) {
-            findings.add(faults::archiveEntry, {name}, fault);
+        const std::string objected = objection(entry);
+        if (!objected.empty()) {
+            findings.add(kinds::archiveEntry, {name}, objected);
             continue;
         }
         try {
@@ -194,7 +194,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         checkGzip(path);
     } catch (const Failure& failure) {
         checkInterrupted();
-        findings.add(faults::archiveBroken, {path.filename().string()}, failure.what());
+        findings.add(kinds::archiveBroken, {path.filename().string()}, failure.what());
     }
     return names;
 }
