@@ -5,6 +5,7 @@
 #include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
+#include "system/busProtocol.h"
 #include "text.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t REVISIONS = 251;
+constexpr std::size_t REVISIONS = busProtocol::LAST_HW_REV + 1;
 
 // As the panel writes what a module tells: "1.3.0".
 bool isModuleVersion(const std::string& version) {
@@ -80,13 +81,13 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
     const std::string& name = entry.file;
     const std::string quoted = "\"" + name + "\"";
     const std::size_t before = findings_.all().size();
-    if (name.size() <= NO_FILE_LENGTH && item.kind->content != Content::Firmware)
+    if (packageRules::standsForNoFile(name) && item.kind->content != Content::Firmware)
         findings_.add(kinds::nameShort, entry.filePlace, quoted);
-    else if (leadsOutside(name))
+    else if (packageRules::leadsOutside(name))
         findings_.add(kinds::nameOutside, entry.filePlace, quoted);
     else if (!isPlainName(name))
         findings_.add(kinds::nameForm, entry.filePlace, quoted);
-    else if (!isHarmlessName(name) || name.front() == '-')
+    else if (!packageRules::isHarmless(name) || name.front() == '-')
         findings_.add(kinds::nameShell, entry.filePlace, quoted);
     return findings_.all().size() == before;
 }
@@ -123,9 +124,9 @@ void ContentCheck::checkUpdater(const Entry& entry) {
     const fs::path path = package_.root() / entry.file;
     const bool isTree = fs::is_directory(path);
     std::error_code broken;
-    if (isTree ? !fs::is_regular_file(path / UPDATER, broken) : entry.file != UPDATER)
+    if (isTree ? !fs::is_regular_file(path / UPDATER_NAME, broken) : entry.file != UPDATER_NAME)
         findings_.add(kinds::updaterName, entry.filePlace,
-                      "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER);
+                      "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
 }
 
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
@@ -218,13 +219,13 @@ void ContentCheck::checkProgram(const fs::path& file) {
     const fs::perms all = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
     const fs::perms executable = package_.isDescribed() ? fs::perms::owner_exec : all;
     if ((fs::status(file).permissions() & executable) != executable &&
-        (file.filename() == UPDATER || isProgram(file)))
+        (file.filename() == UPDATER_NAME || isProgram(file)))
         findings_.add(kinds::notExecutable, {nameOf(file)}, "a program without its executable bits");
 }
 
 void ContentCheck::unnamed() {
     const auto isNamed = [&](const std::string& top) {
-        return top == MANIFEST || top == MANIFEST + ".sha" ||
+        return top == MANIFEST || top == MANIFEST + DIGEST ||
                std::any_of(package_.items().begin(), package_.items().end(), [&](const Item& item) {
                    return std::any_of(item.entries.begin(), item.entries.end(),
                                       [&](const Entry& entry) { return topOf(entry.file) == top; });

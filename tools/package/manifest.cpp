@@ -2,6 +2,7 @@
 
 #include "findingKinds.h"
 #include "json.h"
+#include "system/packageRules.h"
 
 #include <algorithm>
 #include <rapidjson/prettywriter.h>
@@ -10,8 +11,6 @@
 namespace package {
 
 namespace {
-
-constexpr std::size_t BLANK = 9; // so many characters hold nothing, the line end that the panel adds included
 
 bool holdsObject(const JsonValue& value) {
     return value.isObject() || std::any_of(value.elements.begin(), value.elements.end(), holdsObject);
@@ -171,8 +170,7 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     Items items;
     Reader reader(name, findings);
     JsonValue root;
-    const bool closed = !text.empty() && text.back() == '\n';
-    if (text.size() + (closed ? 0 : 1) <= BLANK) {
+    if (packageRules::isBlank(text)) {
         findings.add(kinds::manifestBlank, {name}, "the manifest holds nothing");
         return items;
     }

@@ -16,7 +16,7 @@ namespace {
 void checkOrder(const std::vector<std::string>& names, Findings& findings) {
     const auto manifest = std::find(names.begin(), names.end(), MANIFEST);
     const bool early = std::any_of(manifest, names.end(), [](const std::string& each) {
-        return each != MANIFEST && each != MANIFEST + ".sha";
+        return each != MANIFEST && each != MANIFEST + DIGEST;
     });
     if (early)
         findings.add(kinds::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
@@ -25,18 +25,14 @@ void checkOrder(const std::vector<std::string>& names, Findings& findings) {
 } // namespace
 
 std::string topOf(const std::string& name) {
-    return name.substr(0, name.find('/'));
+    const fs::path relative = fs::path(name).relative_path();
+    return relative.empty() ? "" : relative.begin()->string();
 }
 
 bool isPlainName(const std::string& name) {
     const std::string framed = "/" + name + "/";
-    return !leadsOutside(name) && framed.find("//") == framed.npos && framed.find("/./") == framed.npos &&
-           topOf(name) != MANIFEST && topOf(name) != MANIFEST + ".sha";
-}
-
-bool isHarmlessName(const std::string& name) {
-    return name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._+-/") ==
-           name.npos;
+    return !packageRules::leadsOutside(name) && framed.find("//") == framed.npos &&
+           framed.find("/./") == framed.npos && topOf(name) != MANIFEST && topOf(name) != MANIFEST + DIGEST;
 }
 
 Package::Package(const fs::path& path, Findings& findings) {

@@ -2,6 +2,7 @@
 
 #include "files.h"
 #include "findingKinds.h"
+#include "system/packageRules.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -36,6 +37,10 @@ std::string nameOf(archive_entry* entry) {
     return name != nullptr ? name : "";
 }
 
+bool leavesPackage(const std::string& name) {
+    return name.starts_with('/') || packageRules::leadsOutside(name);
+}
+
 // What is wrong with an entry; empty when nothing is.
 std::string objection(archive_entry* entry) {
     const char* link = archive_entry_symlink(entry);
@@ -44,12 +49,12 @@ std::string objection(archive_entry* entry) {
     const std::string name = nameOf(entry);
     if (name.empty())
         return "the name can't be read";
-    if (leadsOutside(name))
+    if (leavesPackage(name))
         return "the name leads out of the package";
     if (hardLink != nullptr)
-        return leadsOutside(hardLink) ? "the link leads out of the package" : "";
+        return leavesPackage(hardLink) ? "the link leads out of the package" : "";
     if (type == AE_IFLNK && link != nullptr &&
-        leadsOutside((fs::path(name).parent_path() / link).lexically_normal().string()))
+        leavesPackage((fs::path(name).parent_path() / link).lexically_normal().string()))
         return "the link leads out of the package";
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
