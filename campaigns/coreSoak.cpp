@@ -1,6 +1,6 @@
 // The core, its link, its loader and both bootloaders in one process against the simulated bus, in a sandbox.
-//   core-rounds SIMULATOR update      a complete update with a restart of the updater, a cancel and reloads
-//   of the port core-rounds SIMULATOR rounds N    N rounds of a reload and a cancelled run: memory,
+//   core-soak SIMULATOR update      a complete update with a restart of the updater, a cancel and reloads
+//   of the port core-soak SIMULATOR soak N    N rounds of a reload and a cancelled run: memory,
 //   descriptors and threads stay flat
 
 #include "firmware.h"
@@ -252,13 +252,13 @@ int main(int argc, char** argv) {
         if (argc == 3 && std::strcmp(argv[2], "update") == 0) {
             updateCompletely(argv[1], "pic32-pages");
             updateCompletely(argv[1], "pic32-records");
-        } else if (argc == 4 && std::strcmp(argv[2], "rounds") == 0) {
+        } else if (argc == 4 && std::strcmp(argv[2], "soak") == 0) {
             cancelOften(argv[1], std::atoi(argv[3]));
         } else {
-            throw std::invalid_argument("usage: core-rounds SIMULATOR update | rounds N");
+            throw std::invalid_argument("usage: core-soak SIMULATOR update | soak N");
         }
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "core-rounds: %s\n", failure.what());
+        std::fprintf(stderr, "core-soak: %s\n", failure.what());
         return 1;
     }
     return 0;
