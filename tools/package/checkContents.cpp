@@ -5,7 +5,7 @@
 #include "faults.h"
 #include "hexCheck.h"
 #include "inventory.h"
-#include "text.h"
+#include "lib/format.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #include "hexCheck.h"
 
 #include "faults.h"
-#include "text.h"
+#include "lib/format.h"
 
 #include <algorithm>
 
