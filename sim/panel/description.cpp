@@ -45,6 +45,13 @@ void take(ModuleUpdate& module, const std::string& word) {
         module.fate = ModuleUpdate::Fate::Absent;
 }
 
+// An old bootloader tells no version, so that its module is programmed by every run.
+void judge(ModuleUpdate& module) {
+    if (module.fate == ModuleUpdate::Fate::Flash && module.version == module.next &&
+        module.kind != "pic24-old")
+        module.fate = ModuleUpdate::Fate::Current;
+}
+
 ModuleUpdate toModule(const std::vector<std::string>& words) {
     ModuleUpdate module;
     module.name = words.at(1);
@@ -55,8 +62,7 @@ ModuleUpdate toModule(const std::vector<std::string>& words) {
     module.shown = known->shown;
     module.item = known->item;
     std::for_each(words.begin() + 2, words.end(), [&](const std::string& word) { take(module, word); });
-    if (module.fate == ModuleUpdate::Fate::Flash && module.version == module.next)
-        module.fate = ModuleUpdate::Fate::Current;
+    judge(module);
     return module;
 }
 
@@ -87,7 +93,7 @@ void Description::exchange() {
         } else if (module.fate != ModuleUpdate::Fate::Absent) {
             module.words = " kind=" + module.kind + " hw=" + module.hardware + " version=" + module.next;
             module.version = module.next;
-            module.fate = ModuleUpdate::Fate::Current;
+            judge(module);
         }
     }
 }
