@@ -29,20 +29,15 @@ bool isExecutable(const fs::path& file) {
 class Proof {
 public:
     Proof(const Places& places, bool history)
-        : places_(places),
-          history_(history),
-          root_(places.panel / "root"),
-          record_(readRecord()),
-          reports_(readReports()) {
+        : places_(places), history_(history), root_(places.panel / "root"), reports_(readReports()) {
         for (const char* file : {"root/keldra/logs/update.log", "root/tmp/update.log", "output.txt"})
             said_ += contents(places_.panel / file);
+        record_.Parse(contents(root_ / "keldra/config/system.manifest").c_str());
     }
 
     Proven host(const HostItem& item) const {
         const fs::path source = places_.content / item.file;
-        const auto recorded = record_.find(item.name);
-        Proven proven{item.name, item.installed, recorded == record_.end() ? "" : recorded->second,
-                      "left alone", false};
+        Proven proven{item.name, item.installed, recorded(item.name), "left alone", false};
         if (item.packed.empty()) {
             proven.isRight = proven.after == item.installed;
             return proven;
@@ -116,15 +111,10 @@ private:
         return true;
     }
 
-    std::map<std::string, std::string> readRecord() const {
-        rapidjson::Document record;
-        record.Parse(contents(root_ / "keldra/config/system.manifest").c_str());
-        std::map<std::string, std::string> versions;
-        if (record.IsObject())
-            for (const auto& member : record.GetObject())
-                if (member.value.IsString())
-                    versions[member.name.GetString()] = member.value.GetString();
-        return versions;
+    // The version of an item of the panel itself.
+    std::string recorded(const std::string& item) const {
+        const bool known = record_.IsObject() && record_.HasMember(item.c_str());
+        return known && record_[item.c_str()].IsString() ? record_[item.c_str()].GetString() : "";
     }
 
     std::map<std::string, Report> readReports() const {
@@ -143,7 +133,7 @@ private:
     Places places_;
     bool history_;
     fs::path root_;
-    std::map<std::string, std::string> record_; // versions, by item
+    rapidjson::Document record_; // of what is installed
     std::map<std::string, Report> reports_;
     std::string said_;
 };
