@@ -78,7 +78,7 @@ TEST_F(updateCoreLoaderTest, EveryFailureIsShownLoggedAndReported) {
     for (const auto& row : rows) {
         shell("rm -rf /keldra/tmp/* /mnt/usb/* /tmp/package");
         packOntoStick(row.manifest, row.spoil);
-        EXPECT_TRUE(shell(row.sabotage));
+        shell(row.sabotage);
         if (!row.failing.empty()) {
             standIn(row.failing, "exit 1");
         }

@@ -151,7 +151,7 @@ TEST_F(updateRunTest, ACancelWaitsForTheShellsCommand) {
     ASSERT_TRUE(awaitThat([] { return fs::exists("/tmp/started"); }));
     core->cancelUpdate(); // by the operator's button; the thread is terminated after 2 s
     EXPECT_TRUE(fs::exists("/tmp/finished"));
-    EXPECT_FALSE(shell("grep -qsxE 'dd|sleep' /proc/[0-9]*/comm")) << "a process is left";
+    EXPECT_FALSE(succeeds("grep -qsxE 'dd|sleep' /proc/[0-9]*/comm")) << "a process is left";
     EXPECT_FALSE(core->isRunning());
     endStandIns();
     settle();
