@@ -2,7 +2,6 @@
 
 #include "dialogueTarget.h"
 #include "system/actions/bootloadHost.h"
-#include "system/actions/flashLayouts.h"
 
 #include <cstdint>
 #include <vector>
@@ -52,9 +51,7 @@ private:
     int sendRows(const BYTES& data);
     bool sendPageWrite();
 
-    bool enter();
     bool isRightModule() const;
-    bool selectLayout();
     bool programPages();
     bool eraseEmptyPages();
     bool programPage();
@@ -65,7 +62,6 @@ private:
     bool countRowFailures;
     DialogueTarget target{};
     RECORD record;
-    std::uint8_t procType = 0;
     flashLayouts::LAYOUT layout{};
     hexpage image;
     hexpage::MEMORY_PAGE* page = nullptr; ///< the one at hand
