@@ -330,15 +330,11 @@ TEST_F(bootloadersTest, TheLogTellsAWholeRun) {
         itemOf(isSerial(row.kind)).update.resetAfterUpdate = true;
         ASSERT_EQ(enter(row.kind), action::GOUPDATE);
         EXPECT_EQ(kindOf(run(row.kind, true).back()), LEAVE);
-        std::string log;
-        for (const std::string& line : newlyLogged()) {
-            log += line + "\n";
+        Texts notices = row.log;
+        for (std::string& line : notices) {
+            line.insert(0, "[Notice]: ");
         }
-        std::string expected;
-        for (const std::string& line : row.log) {
-            expected += "[Notice]: " + line + "\n";
-        }
-        EXPECT_EQ(log, expected);
+        EXPECT_EQ(newlyLogged(), notices);
     }
     for (const auto& [kind, title] : {std::pair{PIC24, "New"}, {OLD, "Old"}}) {
         put(IMAGE, hexImage({{0, 4}}));
@@ -410,15 +406,13 @@ TEST_F(bootloadersTest, ItsRequestsAreTheModules) {
     EXPECT_EQ(onCan.eraseBlock(0x1400, 2), OK);
     EXPECT_EQ(onCan.eraseAll(), OK);
     EXPECT_TRUE(serialBootload(core.get()).sendResetG1()); // for no item
-    std::vector<Frame> sent = bus.sent();
-    sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(before));
-    EXPECT_EQ(sent, std::vector<Frame>({{1, hex("09 03")},
-                                        {1, hex("09 01 14 00 00 08")},
-                                        {2, hex("01 08")},
-                                        {1, hex("09 04")},
-                                        {1, hex("09 05 14 00 02 00")},
-                                        {1, hex("09 06 00 00 00 00 00 00")},
-                                        {1, hex("02")}}));
+    const std::vector<Frame> sent = bus.sent();
+    std::ostringstream text;
+    std::for_each(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end(),
+                  [&text](const Frame& frame) { text << frame << "; "; });
+    EXPECT_EQ(text.str(),
+              "message 1: 09 03; message 1: 09 01 14 00 00 08; message 2: 01 08; message 1: 09 04; "
+              "message 1: 09 05 14 00 02 00; message 1: 09 06 00 00 00 00 00 00; message 1: 02; ");
 }
 
 TEST_F(bootloadersTest, ACancelledOneEndsAtOnceAndAnotherWorks) {
