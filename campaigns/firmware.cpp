@@ -1,5 +1,7 @@
 #include "firmware.h"
 
+#include "../tests/support/hexImage.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -42,24 +44,6 @@ std::uint32_t drawLength(const Kind& kind, std::mt19937_64& random, bool small) 
     default:
         return draw(random, 1, 600 / grain) * grain;
     }
-}
-
-std::string record(std::uint8_t type, std::uint16_t address, const std::vector<std::uint8_t>& data) {
-    std::vector<std::uint8_t> bytes = {static_cast<std::uint8_t>(data.size()),
-                                       static_cast<std::uint8_t>(address >> 8),
-                                       static_cast<std::uint8_t>(address & 0xFF), type};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    unsigned sum = 0;
-    std::string text = ":";
-    char digits[3];
-    const auto add = [&](unsigned byte) {
-        sum += byte;
-        std::snprintf(digits, sizeof digits, "%02X", byte & 0xFF);
-        text += digits;
-    };
-    std::for_each(bytes.begin(), bytes.end(), add);
-    add(0x100 - sum % 0x100);
-    return text + "\n";
 }
 
 std::uint8_t at(const Memory& memory, std::uint32_t address) {
@@ -119,12 +103,11 @@ std::string hexFile(const Kind& kind, const Memory& image, std::mt19937_64& rand
         }
         if (address / BANK != bank) {
             bank = address / BANK;
-            text += record(UPPER_ADDRESS, 0,
-                           {static_cast<std::uint8_t>(bank >> 8), static_cast<std::uint8_t>(bank & 0xFF)});
+            text += hexUpper(address);
         }
-        text += record(DATA, static_cast<std::uint16_t>(address % BANK), data);
+        text += hexRecord(DATA, static_cast<std::uint16_t>(address % BANK), data);
     }
-    return text + record(END, 0, {});
+    return text + hexRecord(END, 0, {});
 }
 
 Memory readHexFile(const std::string& path) {

@@ -210,8 +210,7 @@ bool plainDialogue::programPage() {
             return true;
         }
         if (status == OK && sendRows(page->data) != OK) {
-            retries += countRowFailures ? 1 : 0;
-            continue; // at once
+            continue; // at once, and perhaps for ever
         }
         const bool written = status == OK && sendPageWrite();
         host.pause(PAUSE);

@@ -13,12 +13,7 @@
  */
 class plainDialogue {
 public:
-    /**
-     * A page starts anew when a row of it failed. With `rowFailuresCount` that is one of its four tries, else
-     * it may go on for ever.
-     */
-    plainDialogue(bootloadHost& panel, bool rowFailuresCount)
-        : host(panel), countRowFailures(rowFailuresCount) {}
+    explicit plainDialogue(bootloadHost& panel) : host(panel) {}
 
     /** True when every request went well: the module should hold the image then. */
     bool flash(const DialogueTarget& target);
@@ -59,7 +54,6 @@ private:
     bool programRecord(const BYTES& record);
 
     bootloadHost& host;
-    bool countRowFailures;
     DialogueTarget target{};
     RECORD record;
     flashLayouts::LAYOUT layout{};
