@@ -157,18 +157,6 @@ void bootloadDialogue::noteStranger() {
     strangerAt = host.now();
 }
 
-/** Whether status requests are answered: what comes soon behind one, and late for the request, says so, too.
- */
-void bootloadDialogue::noteStatusAnswer(std::vector<OPEN>::const_iterator own,
-                                        std::vector<OPEN>::const_iterator other) {
-    if (other == open.end() || other->type != OPEN::STATUS) {
-        return;
-    }
-    const bool isLikely = own != open.end() && isPrompt(open.back().sent) && !isPrompt(own->sent) &&
-                          open.back().type == OPEN::STATUS;
-    answersStatus = answersStatus || own == open.end() || isLikely;
-}
-
 /**
  * Strikes the request that was answered off the list, as far as that is known. An answer that may be the
  * request's or another's is counted as the other's: once all others are answered, the next one is its own.
@@ -204,7 +192,7 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
     const bool isOwn = own != open.end();
     const bool isOthersOrNobodys =
         (!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply));
-    noteStatusAnswer(own, other);
+    answersStatus = answersStatus || (!isOwn && other != open.end() && other->type == OPEN::STATUS);
     if (isOwnIdentification(answer) && !repeats) { // unless it was doubled on its way
         identifiedLate = identifiedLate || plain;
         // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
@@ -389,10 +377,12 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
         sendStatus(module, NOTHING_ASKED);
         if (const auto repeated = host.receive(wait)) {
             judge(*repeated);
-            return !repeated->identification && repeated->reply == lastReply;
+            const bool isSame = !repeated->identification && repeated->reply == lastReply;
+            answersStatus = answersStatus || isSame;
+            return isSame;
         }
     }
-    ignoresStatus = !answersStatus;
+    ignoresStatus = !answersStatus && ++unrepeated >= 2;
     return false;
 }
 
@@ -577,6 +567,7 @@ void bootloadDialogue::beginSession(std::uint8_t module) {
     identifies = false;
     answersStatus = false;
     ignoresStatus = false;
+    unrepeated = 0;
     restarted = false;
     plain = false;
     identifiedLate = false;

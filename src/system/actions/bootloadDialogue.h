@@ -139,7 +139,6 @@ private:
     bool couldAnswer(const OPEN& entry, const ANSWER& answer) const;
     bool couldRepeat(const OPEN& entry, const ANSWER& answer) const;
     WHOSE judge(const ANSWER& answer);
-    void noteStatusAnswer(std::vector<OPEN>::const_iterator own, std::vector<OPEN>::const_iterator other);
     bool isPrompt(clock::time_point sent, milliseconds work = milliseconds(0)) const;
     static bool isMarkReply(const ANSWER& answer);
     bool expectsMarkReply(const OPEN& entry) const;
@@ -194,6 +193,7 @@ private:
     busMessages::IDENTIFICATION said;
     bool identifies = false;    ///< the bootloader is one that says what it is
     bool answersStatus = false; ///< a status request was answered in this session
+    unsigned unrepeated = 0;    ///< marks behind which two status requests were not
     bool ignoresStatus = false; ///< two were not, though the module answered a mark right before
     bool restarted = false;
     bool plain = false; ///< it is taken for an old one
