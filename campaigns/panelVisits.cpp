@@ -4,15 +4,7 @@
 
 namespace {
 
-/** The processors, by the number that an identification gives. */
-enum PROCESSOR : std::uint8_t {
-    PIC24 = 1,
-    PIC32_REC = 2,
-    STM32F3 = 3,
-    STM32F0 = 4,
-    PIC32_MEM = 5,
-    STM32F4 = 6
-};
+using enum busProtocol::PROC_TYPE;
 
 bool selectLayout(const bootloadDialogue& dialogue, bool plain, bool serial, flashLayouts::LAYOUT& layout) {
     switch (plain ? std::uint8_t{PIC24} : dialogue.identification().type) {

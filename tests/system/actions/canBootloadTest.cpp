@@ -7,7 +7,7 @@
 
 namespace {
 
-using enum bootloadDialogue::BLSTATUS;
+using enum busProtocol::BLSTATUS;
 
 constexpr std::uint8_t OLD_BOOTLOADER = 0; // kinds
 constexpr std::uint8_t PIC24 = 1;

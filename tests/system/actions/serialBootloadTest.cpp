@@ -4,7 +4,7 @@
 
 namespace {
 
-using enum bootloadDialogue::BLSTATUS;
+using enum busProtocol::BLSTATUS;
 
 constexpr std::uint8_t PIC24 = 0x81; // kinds on the serial bootloader
 constexpr std::uint8_t RECORDS = 0x82;
