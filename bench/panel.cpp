@@ -1,5 +1,7 @@
 #include "panel.h"
 
+#include "system/modules.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -50,6 +52,15 @@ SIMULATOR::~SIMULATOR() {
 
 void writeFile(const std::string& path, const std::string& text) {
     std::ofstream(path) << text;
+}
+
+std::string inventoryOf(const std::string& kind) {
+    std::string lines;
+    for (const modules::ROW& module : modules::VISITED) {
+        lines += std::string(module.name) + " kind=" + kind + "\n";
+    }
+    writeFile("/tmp/inventory", lines);
+    return "/tmp/inventory";
 }
 
 void shell(const std::string& command) {

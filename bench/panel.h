@@ -37,6 +37,8 @@ private:
 };
 
 void writeFile(const std::string& path, const std::string& text);
+/** Writes an inventory of every module, all of this kind, and returns its path. */
+std::string inventoryOf(const std::string& kind);
 /** Runs a shell command; throws when it fails. */
 void shell(const std::string& command);
 /** Writes the updater's settings. */

@@ -45,10 +45,8 @@ void putOntoStick(const std::string& package) {
 
 /** A bus on which every module answers, so that no time goes into waiting for one that is not there. */
 std::unique_ptr<bench::SIMULATOR> startBus(const std::string& program) {
-    bench::shell("for name in s1 s2 s3 s4 mf1 mf2 mf3 arts motor master ctrl; do echo $name kind=stm32f3; "
-                 "done >/tmp/inventory");
     bench::configure(bench::SIMULATOR::PORT, BAUD);
-    return std::make_unique<bench::SIMULATOR>(program, "--inventory /tmp/inventory");
+    return std::make_unique<bench::SIMULATOR>(program, "--inventory " + bench::inventoryOf("stm32f3"));
 }
 
 } // namespace

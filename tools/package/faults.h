@@ -41,10 +41,8 @@ inline constexpr Fault manifestBlank{"manifest-blank", Error,
                                      "name the items in the manifest"};
 inline constexpr Fault jsonSyntax{"json-syntax", Error, "does not read the manifest: \"Internal Error\"",
                                   "correct the text at this place"};
-inline constexpr Fault itemUnknown{
-    "item-unknown", Error, "ignores the item in silence",
-    "use kernel, rootfs, updater, gui, drivers, ctrl, master, motor, slave, mf "
-    "or arts, in lower case"};
+inline constexpr Fault itemUnknown{"item-unknown", Error, "ignores the item in silence",
+                                   "use a name that docs/package.md lists, in lower case"};
 inline constexpr Fault itemForm{"item-form", Error, "takes nothing from it, or puts it into another item",
                                 "write the item as docs/package.md shows it"};
 inline constexpr Fault itemTwice{"item-twice", Error,
