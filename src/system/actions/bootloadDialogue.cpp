@@ -66,6 +66,7 @@ void bootloadDialogue::sendRequest(const REQUEST& request) {
     entry.row = request.row;
     const milliseconds late = request.kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
     send(request.msg, entry, std::max(late, 2 * slowest[indexOf(request.kind)]));
+    requestedAt = sentAt;
 }
 
 void bootloadDialogue::sendStatus(std::uint8_t module, const OPEN& about) {
@@ -303,7 +304,7 @@ milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) co
 
 /** How long the request may be at work, by what it may take and what its like have taken so far. */
 milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
-    const milliseconds known = slowest[indexOf(request.kind)];
+    const milliseconds known = usually[indexOf(request.kind)];
     return known.count() == 0 ? request.work
                               : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
 }
@@ -421,9 +422,16 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
     }
 }
 
+/**
+ * How long this kind of request takes. An answer that comes promptly behind the repeated request answers that
+ * one: the tries before it were lost, and teach nothing. Any other may answer the first try as well.
+ */
 void bootloadDialogue::learnTime(KIND kind) {
-    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - askedAt);
+    const auto since = isPrompt(requestedAt) ? requestedAt : askedAt;
+    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - since);
     slowest[indexOf(kind)] = std::max(slowest[indexOf(kind)], took);
+    milliseconds& usual = usually[indexOf(kind)];
+    usual = std::max(usual * 7 / 8, took);
     fastest = fastest.count() == 0 ? took : std::min(fastest, took);
 }
 
@@ -466,19 +474,26 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     return result;
 }
 
+/** What was heard just now may come once more: not behind a request that it would answer. */
+void bootloadDialogue::linger() {
+    const milliseconds since = duration_cast<milliseconds>(host.now() - heardAt);
+    if (since < LINGER && (lingers < LINGERS || disturbed)) {
+        ++lingers;
+        host.pause(LINGER - since);
+    }
+}
+
 bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned tries, unsigned firstTry) {
     RESULT result;
     ++asked;
     askedAt = host.now();
     const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
-    const milliseconds since = duration_cast<milliseconds>(host.now() - heardAt);
-    if (wantsMark && since < LINGER && (lingers < LINGERS || disturbed)) {
-        ++lingers;
-        host.pause(LINGER - since);
-    }
     for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
         HEARD unheard;
         const bool isMarked = n > 0 && wantsMark && setMark(request, unheard);
+        if (wantsMark) {
+            linger();
+        }
         if (request.proof != PROOF::LATER && !settle(request, n > 0)) {
             continue;
         }
@@ -576,6 +591,7 @@ void bootloadDialogue::beginSession(std::uint8_t module) {
     lingers = 0;
     fastest = milliseconds(0);
     std::fill(std::begin(slowest), std::end(slowest), milliseconds(0));
+    std::fill(std::begin(usually), std::end(usually), milliseconds(0));
     std::fill(std::begin(answersDirectly), std::end(answersDirectly), false);
 }
 

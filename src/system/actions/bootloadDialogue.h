@@ -153,6 +153,7 @@ private:
     bool provesNothing(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
+    void linger();
     RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
     bool isLastTry(const REQUEST& request, unsigned n) const;
     void learnTime(KIND kind);
@@ -165,9 +166,10 @@ private:
 
     bootloadHost& host;
     std::vector<OPEN> open;
-    unsigned asked = 0;          ///< number of the request at hand
-    clock::time_point sentAt{};  ///< the last request, of whatever kind
-    clock::time_point askedAt{}; ///< the request at hand, the first time
+    unsigned asked = 0;              ///< number of the request at hand
+    clock::time_point sentAt{};      ///< the last request, of whatever kind
+    clock::time_point askedAt{};     ///< the request at hand, the first time
+    clock::time_point requestedAt{}; ///< the last time
 
     std::optional<ANSWER> lastHeard;
     clock::time_point heardAt{};
@@ -193,5 +195,7 @@ private:
     unsigned lingers = 0;
     milliseconds fastest{0}; ///< of all answers; 0 before the first
     milliseconds slowest[bootloadTiming::KINDS] = {};
+    milliseconds usually[bootloadTiming::KINDS] =
+        {}; ///< the slowest lately: forgotten by an eighth each time
     bool answersDirectly[bootloadTiming::KINDS] = {};
 };
