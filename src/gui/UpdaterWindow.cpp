@@ -2,16 +2,18 @@
 
 #include "../lib/functs.h"
 #include "../system/updateCore.h"
+#include "heartBeat.h"
+#include "statusLog.h"
+#include "tapButton.h"
 #include "version.h"
 
 #include <QApplication>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPlainTextEdit>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QShowEvent>
+#include <QStyle>
 #include <QVBoxLayout>
 #include <cstdio>
 #include <iostream>
@@ -22,7 +24,8 @@ namespace {
 constexpr int WIDTH = 480; // the panel's pixels
 constexpr int HEIGHT = 272;
 constexpr int BAND_HEIGHT = 34;
-constexpr int PROGRESS_HEIGHT = 30;
+constexpr int PROGRESS_HEIGHT = 26;
+constexpr int LINE_HEIGHT = 36; // two rows of text
 constexpr int BUTTON_HEIGHT = 56;
 constexpr int COMPLETE = 100;
 const char* const STYLE_SHEET = "/keldra/config/style.css";
@@ -33,16 +36,29 @@ QFrame* makeBox(QWidget* parent) {
     return box;
 }
 
-QPushButton* makeButton(const char* text, QWidget* parent) {
-    auto* button = new QPushButton(text, parent);
+tapButton* makeButton(const char* text, const heartBeat& heart, QWidget* parent) {
+    auto* button = new tapButton(text, heart, parent);
     button->setFixedHeight(BUTTON_HEIGHT);
     button->setFocusPolicy(Qt::NoFocus);
     return button;
 }
 
+/** However long its text, it takes up the same room. */
+QLabel* makeLine(QWidget* parent) {
+    auto* line = new QLabel(parent);
+    line->setObjectName("line");
+    line->setTextFormat(Qt::PlainText);
+    line->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    line->setWordWrap(true);
+    line->setFixedHeight(LINE_HEIGHT);
+    line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    return line;
+}
+
 } // namespace
 
-UpdaterWindow::UpdaterWindow(QApplication* application, updateCore* core) : csys(core) {
+UpdaterWindow::UpdaterWindow(QApplication* application, updateCore* core)
+    : heart(new heartBeat(this)), csys(core) {
     std::cout << "Init STD Win Attributes & CSS" << std::endl;
     setFixedSize(WIDTH, HEIGHT);
     setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
@@ -78,14 +94,13 @@ void UpdaterWindow::buildWidgets() {
     progressGui = new QProgressBar(body);
     progressGui->setFixedHeight(PROGRESS_HEIGHT);
     progressGui->setValue(0);
-    statusGui = new QPlainTextEdit(body);
-    statusGui->setReadOnly(true);
-    statusGui->setFocusPolicy(Qt::NoFocus);
-    startBtnGui = makeButton("Reload", body);
+    lineGui = makeLine(body);
+    statusGui = new statusLog(body);
+    startBtnGui = makeButton("Reload", *heart, body);
     startBtnGui->setEnabled(false);
-    runAllBtnGui = makeButton("ALL", body);
+    runAllBtnGui = makeButton("ALL", *heart, body);
     runAllBtnGui->setEnabled(false);
-    cancelBtnGui = makeButton("Cancel", body);
+    cancelBtnGui = makeButton("Cancel", *heart, body);
 
     auto* bandRow = new QHBoxLayout(band);
     bandRow->setContentsMargins(8, 0, 8, 0);
@@ -102,6 +117,7 @@ void UpdaterWindow::buildWidgets() {
     bodyColumn->setContentsMargins(8, 6, 8, 8);
     bodyColumn->setSpacing(6);
     bodyColumn->addWidget(progressGui);
+    bodyColumn->addWidget(lineGui);
     bodyColumn->addWidget(statusGui, 1);
     bodyColumn->addLayout(buttons);
 
@@ -147,12 +163,11 @@ void UpdaterWindow::updateProgress(double tick) {
 void UpdaterWindow::updatePackageLoaded(unsigned char mode) {
     if (mode == 1) {
         statusGui->appendPlainText("Could not load update package...");
-        startBtnGui->setEnabled(true);
+        startBtnGui->become(true);
         return;
     }
-    startBtnGui->setText("Run Update");
-    startBtnGui->setEnabled(true);
-    runAllBtnGui->setEnabled(true);
+    startBtnGui->become("Run Update", true);
+    runAllBtnGui->become(true);
     if (mode == 2) {
         updateStart();
     }
@@ -168,7 +183,7 @@ void UpdaterWindow::startButtonAction() {
     statusGui->clear();
     if (!csys->loaded) {
         emit sendLoadConfiguration(false);
-        startBtnGui->setEnabled(false);
+        startBtnGui->become(false);
     } else if (csys->success) {
         csys->removeUpdateFiles();
         emit haltApplication();
@@ -190,37 +205,73 @@ void UpdaterWindow::runAllAction() {
 void UpdaterWindow::beginUpdate() {
     curTick = 0;
     progressGui->setValue(0);
-    startBtnGui->setEnabled(false);
-    runAllBtnGui->setEnabled(false);
+    startBtnGui->become(false);
+    runAllBtnGui->become(false);
+    cancelBtnGui->become(true); // from now on it ends the run, and no longer halts the panel
     emit sendStartUpdate();
 }
 
 void UpdaterWindow::cancelButtonAction() {
-    if (csys->running) {
-        emit sendCancelUpdate();
+    const bool wasRunning = csys->running;
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // the run may have told its end already
+    if (wasRunning != csys->running || canceling) {
+        return;
+    }
+    if (wasRunning) {
+        cancelRun();
     } else {
         emit haltApplication();
     }
 }
 
+/** The core waits for the run's end inside the signal, with the events of the window going on. */
+void UpdaterWindow::cancelRun() {
+    canceling = true;
+    startBtnGui->become(false);
+    runAllBtnGui->become(false);
+    cancelBtnGui->become(false);
+    showLine("Canceling...", "Do not remove power.", true);
+    emit sendCancelUpdate();
+    canceling = false;
+    conclude(false);
+}
+
 void UpdaterWindow::updateFinished(bool status) {
+    if (!canceling) {
+        conclude(status);
+    }
+}
+
+/** The one verdict on a run. */
+void UpdaterWindow::conclude(bool status) {
     std::cout << "Update Done" << std::endl;
-    startBtnGui->setEnabled(true);
     csys->running = false;
     if (status) {
         progressGui->setValue(COMPLETE);
         statusGui->appendPlainText("Update Succeeded!");
-        startBtnGui->setText("Close");
-        cancelBtnGui->setEnabled(false);
+        startBtnGui->become("Close", true);
+        cancelBtnGui->become(false);
     } else {
-        startBtnGui->setText("Start");
+        startBtnGui->become("Start", true);
         statusGui->appendPlainText("Update Failed!");
-        cancelBtnGui->setEnabled(true);
-        runAllBtnGui->setEnabled(true);
+        cancelBtnGui->become(true);
+        runAllBtnGui->become(true);
     }
+    statusGui->showEnd();
 }
 
 void UpdaterWindow::rebootSystem() {
-    csys->reboot = true;
-    emit haltApplication();
+    if (!canceling) {
+        csys->reboot = true;
+        emit haltApplication();
+    }
+}
+
+void UpdaterWindow::showLine(const QString& text, const QString& advice, bool alarm) {
+    lineGui->setText(advice.isEmpty() ? text : text + "\n" + advice);
+    if (lineGui->property("alarm").toBool() != alarm) {
+        lineGui->setProperty("alarm", alarm);
+        lineGui->style()->unpolish(lineGui); // so that the style sheet looks at the property again
+        lineGui->style()->polish(lineGui);
+    }
 }

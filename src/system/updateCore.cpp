@@ -4,11 +4,14 @@
 #include "actions/serialBootload.h"
 #include "updateCoreLoader.h"
 
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
 #include <iostream>
 
 namespace {
 
-constexpr unsigned long CANCEL_WAIT_MS = 2000;
+constexpr unsigned CANCEL_WAIT_MS = 2000;
 constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
 
 /** Ends a worker that has been asked to: by itself within 2 s, else at its next place to be terminated. */
@@ -93,9 +96,24 @@ void updateCore::startUpdate() {
 
 void updateCore::cancelUpdate() {
     cancel = true;
-    endWorker(*this);
+    awaitEnd();
+    success = false; // also of a run that had come to its end when it was cancelled
     gotStatusMessage("Canceled");
     emit sendUpdateDone(false);
+}
+
+/**
+ * endWorker() of the update thread, with the main thread's events going on: what the run said before its end
+ * arrives before its end is told, and the window stays alive for as long as a command of it takes.
+ */
+void updateCore::awaitEnd() {
+    QEventLoop loop;
+    connect(this, &QThread::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(CANCEL_WAIT_MS, &loop, [this] { terminate(); });
+    if (QCoreApplication::instance() != nullptr && isRunning()) {
+        loop.exec(); // ends early when the application does
+    }
+    endWorker(*this);
 }
 
 void updateCore::gotStatusMessage(QString msg) {

@@ -52,7 +52,9 @@ signals:
 public slots:
     /** Starts the loader. Does not read the configuration file again. */
     void loadConfiguration(bool reload);
-    /** Blocks until the update thread has ended: 2 s at most for the actions to notice, then by termination.
+    /**
+     * Returns when the update thread has ended: 2 s at most for the actions to notice, then by termination.
+     * The main thread's events go on meanwhile.
      */
     void cancelUpdate();
     void startUpdate();
@@ -62,6 +64,7 @@ public slots:
 
 private:
     void endThreads();
+    void awaitEnd();
     bool enterUpdateMode(serialBootload& sender);
     bool updateUpdater();
     bool updateEverythingElse(serialBootload& serial);

@@ -74,8 +74,10 @@ bool updateCore::enterUpdateMode(serialBootload& sender) {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    gotStatusMessage("Could not switch system to update mode");
-    log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    if (!cancel) {
+        gotStatusMessage("Could not switch system to update mode");
+        log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    }
     return false;
 }
 
