@@ -2,12 +2,14 @@
 
 #include "../lib/functs.h"
 #include "../system/updateCore.h"
+#include "advice.h"
 #include "heartBeat.h"
 #include "statusLog.h"
 #include "tapButton.h"
 #include "version.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -15,6 +17,7 @@
 #include <QShowEvent>
 #include <QStyle>
 #include <QVBoxLayout>
+#include <QWindow>
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -27,6 +30,9 @@ constexpr int BAND_HEIGHT = 34;
 constexpr int PROGRESS_HEIGHT = 26;
 constexpr int LINE_HEIGHT = 36; // two rows of text
 constexpr int BUTTON_HEIGHT = 56;
+constexpr int PICTURE_MS = 500; // at most, for the window system to show a window
+const char* const BELOW = "\n\n";
+const char* const KEEP_POWER = "Do not remove power.";
 constexpr int COMPLETE = 100;
 const char* const STYLE_SHEET = "/keldra/config/style.css";
 
@@ -133,6 +139,7 @@ void UpdaterWindow::connectCore(QApplication* application) {
     connect(runAllBtnGui, SIGNAL(clicked()), this, SLOT(runAllAction()));
     connect(cancelBtnGui, SIGNAL(clicked()), this, SLOT(cancelButtonAction()));
     connect(this, SIGNAL(haltApplication()), application, SLOT(quit()));
+    connect(application, SIGNAL(aboutToQuit()), this, SLOT(showLastPicture()));
     connect(this, SIGNAL(sendLoadConfiguration(bool)), csys, SLOT(loadConfiguration(bool)));
     connect(this, SIGNAL(sendStartUpdate()), csys, SLOT(startUpdate()));
     connect(this, SIGNAL(sendCancelUpdate()), csys, SLOT(cancelUpdate()));
@@ -141,6 +148,7 @@ void UpdaterWindow::connectCore(QApplication* application) {
     connect(csys, SIGNAL(incrimentProgressBar(double)), this, SLOT(updateProgress(double)));
     connect(csys, SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
             SLOT(updatePackageLoaded(unsigned char)));
+    connect(csys, SIGNAL(sendProgress(QString, bool)), this, SLOT(showProgress(QString, bool)));
     connect(csys, SIGNAL(sendReboot()), this, SLOT(rebootSystem()));
 }
 
@@ -153,6 +161,7 @@ void UpdaterWindow::showEvent(QShowEvent* event) {
 
 void UpdaterWindow::statusMessage(QString msg) {
     statusGui->appendPlainText(msg);
+    lastShown = msg;
 }
 
 void UpdaterWindow::updateProgress(double tick) {
@@ -164,8 +173,10 @@ void UpdaterWindow::updatePackageLoaded(unsigned char mode) {
     if (mode == 1) {
         statusGui->appendPlainText("Could not load update package...");
         startBtnGui->become(true);
+        showLoadFailure();
         return;
     }
+    showLine("Ready. Run Update installs what is new, ALL everything.", "Cancel halts the panel.");
     startBtnGui->become("Run Update", true);
     runAllBtnGui->become(true);
     if (mode == 2) {
@@ -185,6 +196,8 @@ void UpdaterWindow::startButtonAction() {
         emit sendLoadConfiguration(false);
         startBtnGui->become(false);
     } else if (csys->success) {
+        showLine("Shutting down.", KEEP_POWER, true);
+        lineGui->repaint();
         csys->removeUpdateFiles();
         emit haltApplication();
     } else {
@@ -230,7 +243,7 @@ void UpdaterWindow::cancelRun() {
     startBtnGui->become(false);
     runAllBtnGui->become(false);
     cancelBtnGui->become(false);
-    showLine("Canceling...", "Do not remove power.", true);
+    showLine("Canceling...", KEEP_POWER, true);
     emit sendCancelUpdate();
     canceling = false;
     conclude(false);
@@ -257,6 +270,7 @@ void UpdaterWindow::conclude(bool status) {
         cancelBtnGui->become(true);
         runAllBtnGui->become(true);
     }
+    showVerdict(status);
     statusGui->showEnd();
 }
 
@@ -267,8 +281,57 @@ void UpdaterWindow::rebootSystem() {
     }
 }
 
+/** The verdict on what has ended meanwhile stays. */
+void UpdaterWindow::showProgress(QString line, bool writing) {
+    if (!canceling && (csys->running || !startBtnGui->isEnabled())) {
+        showLine(line, writing ? KEEP_POWER : "", writing);
+    }
+}
+
+/** What to do about the log's last error, or else about what was shown last. */
+QString UpdaterWindow::remedy() const {
+    const QString known = advice::about(QString::fromStdString(csys->log->lastError()));
+    return known.isEmpty() ? advice::about(lastShown) : known;
+}
+
+void UpdaterWindow::showLoadFailure() {
+    // The stick was unmounted, and loading begins with removing what was unpacked from it.
+    showLine(remedy(),
+             csys->resumeUpdate ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
+}
+
+void UpdaterWindow::showVerdict(bool status) {
+    if (status) {
+        showLine("Everything is up to date.", "Press Close: the panel halts.");
+    } else if (lastShown == "Canceled") {
+        showLine("Canceled: some of it may be installed.", "Start goes on. Cancel halts the panel.");
+    } else {
+        showLine(remedy(), "", true);
+    }
+}
+
+void UpdaterWindow::showLastPicture() {
+    csys->disconnect(this); // a package that is loaded only now must not start an update
+    QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
+    auto* picture =
+        new QLabel(csys->reboot ? "Restarting the updater." : "Shutting down."); // of the process's end
+    picture->setText(picture->text() + BELOW + KEEP_POWER);
+    picture->setObjectName("lastPicture");
+    picture->setAlignment(Qt::AlignCenter);
+    picture->setFixedSize(WIDTH, HEIGHT);
+    picture->setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
+    picture->showFullScreen();
+    QElapsedTimer timer;
+    timer.start();
+    do { // the event loop has ended: what draws and sends it to the screen is to come before all else
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, PICTURE_MS);
+    } while (!picture->windowHandle()->isExposed() && !timer.hasExpired(PICTURE_MS));
+    picture->repaint();
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+}
+
 void UpdaterWindow::showLine(const QString& text, const QString& advice, bool alarm) {
-    lineGui->setText(advice.isEmpty() ? text : text + "\n" + advice);
+    lineGui->setText(advice.isEmpty() ? text : text + '\n' + advice);
     if (lineGui->property("alarm").toBool() != alarm) {
         lineGui->setProperty("alarm", alarm);
         lineGui->style()->unpolish(lineGui); // so that the style sheet looks at the property again

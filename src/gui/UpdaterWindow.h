@@ -39,6 +39,9 @@ public slots:
     void startButtonAction();
     void cancelButtonAction();
     void runAllAction();
+    void showProgress(QString line, bool writing);
+    /** The picture that stays until the process ends. From here on the core is not listened to any more. */
+    void showLastPicture();
 
 protected:
     /** Has the package loaded as soon as the window is shown. */
@@ -51,6 +54,9 @@ private:
     void beginUpdate();
     void cancelRun();
     void conclude(bool status);
+    QString remedy() const;
+    void showLoadFailure();
+    void showVerdict(bool status);
     void showLine(const QString& text, const QString& advice, bool alarm = false);
 
     heartBeat* heart;
@@ -62,5 +68,6 @@ private:
     tapButton* runAllBtnGui = nullptr;
     updateCore* csys;
     double curTick = 0;
+    QString lastShown;      ///< the core's last text
     bool canceling = false; ///< what the run says of its end is held back until it has ended
 };

@@ -6,11 +6,11 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QTimer>
 #include <iostream>
 
 namespace {
 
+constexpr int BEAT_MS = 500;
 constexpr unsigned CANCEL_WAIT_MS = 2000;
 constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
 
@@ -42,6 +42,7 @@ updateCore::updateCore() {
     connect(load.get(), SIGNAL(sendStatusMessage(QString)), this, SLOT(gotStatusMessage(QString)));
     connect(load.get(), SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
             SLOT(gotLoadDone(unsigned char)));
+    connect(&progressTimer, &QTimer::timeout, this, &updateCore::beat);
 }
 
 updateCore::~updateCore() {
@@ -81,17 +82,33 @@ void updateCore::sendHaltMsg() {
 
 void updateCore::loadConfiguration(bool reload) {
     cancel = false; // of an earlier run: the loader's requests look at it, too
+    log->forgetLastError();
     resumeUpdate = reload;
     load->setCore(this);
     load->wait(THREAD_END_MS); // start() on a thread that still ends would be ignored
     load->start();
+    progressTimer.start(BEAT_MS);
 }
 
 void updateCore::startUpdate() {
     cancel = false;
     running = true;
+    log->forgetLastError();
     wait(THREAD_END_MS);
     start();
+    progressTimer.start(BEAT_MS);
+}
+
+/** Tells how far the run or the loader is, until neither goes on. */
+void updateCore::beat() {
+    const runProgress::STATE state = progress.state();
+    if (isRunning()) {
+        emit sendProgress(QString::fromStdString(state.text), state.isWriting);
+    } else if (load->isRunning()) {
+        emit sendProgress(QString::fromStdString(load->progressText()), false);
+    } else {
+        progressTimer.stop();
+    }
 }
 
 void updateCore::cancelUpdate() {

@@ -1,17 +1,20 @@
 #include "updateCoreLoader.h"
 
+#include "../lib/filePosition.h"
 #include "../lib/functs.h"
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
 #include "coreState.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
+#include "runForecast.h"
 #include "termination.h"
 
 #include <cryptopp/files.h>
 #include <cryptopp/filters.h>
 #include <cryptopp/hex.h>
 #include <cryptopp/sha.h>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <iostream>
@@ -195,4 +198,23 @@ bool updateCoreLoad::validateFile(std::string file) {
     } catch (const CryptoPP::Exception&) {
         return false; // unreadable: not proven intact
     }
+}
+
+std::string updateCoreLoad::progressText() {
+    bool byCommand = false;
+    const char* title = "Copying the package";
+    const std::string* file = &STICK_PACKAGE;
+    std::uint64_t position = filePosition::of(STICK_PACKAGE);
+    if (position == 0) {
+        file = &PACKAGE;
+        position = filePosition::of(PACKAGE, &byCommand);
+        title = byCommand ? "Unpacking the package" : "Checking the package";
+    }
+    if (position == 0) {
+        return "Loading the package";
+    }
+    char text[80];
+    std::snprintf(text, sizeof text, "%s · %.1f of %.1f MB", title, static_cast<double>(position) / 1e6,
+                  static_cast<double>(runForecast::bytesOf(*file)) / 1e6);
+    return text;
 }

@@ -242,6 +242,30 @@ TEST_F(UpdaterWindowTest, NoTextMovesAButton) {
     EXPECT_EQ(places(), before);
 }
 
+TEST_F(UpdaterWindowTest, AFailureSaysWhatToDo) {
+    const struct {
+        const char* error;
+        const char* advice;
+    } rows[] = {
+        {"DD command failed: a.img", "Make the package anew; if it persists, change the card."},
+        {"CAN: Could not erase range (all)", "Try again; if it persists, change the module."},
+        {"Serial: Bad HEX file", "Make the package anew with the right image for this hardware revision."},
+        {"Could not create temp directory",
+         "Restart the panel; check /keldra; is the card full or read-only?"}, // by way of the row above
+    };
+    open();
+    EXPECT_TRUE(becomes("Reload+ ALL- Cancel+"));
+    EXPECT_EQ(line(), "Plug in a stick with the package at its top.\nThen press Reload.");
+    for (const auto& row : rows) {
+        core->log->log_item(row.error, logger::LOG_ERROR);
+        window->updateFinished(false);
+        EXPECT_EQ(line(), row.advice);
+    }
+    core->resumeUpdate = true; // what was unpacked will be removed, and the stick is not mounted any more
+    window->updatePackageLoaded(1);
+    EXPECT_TRUE(line().ends_with("\nPlug in the stick again, then press Reload.")) << line();
+}
+
 TEST_F(UpdaterWindowTest, ProgressIsTheWholePartOfTheSum) {
     open();
     window->updateProgress(90.0);

@@ -1,5 +1,6 @@
 #include "imageProgrammer.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <numeric>
@@ -22,6 +23,16 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) 
     std::vsnprintf(buffer, sizeof buffer, text, args); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(args);
     return buffer;
+}
+
+std::uint32_t pagesWithData(const hexpage& image) {
+    std::uint32_t pages = 0;
+    for (const hexpage::MEMORY_REGION& region : image.getRegions()) {
+        pages += static_cast<std::uint32_t>(
+            std::count_if(region.pages.begin(), region.pages.end(),
+                          [](const hexpage::MEMORY_PAGE& page) { return !page.data.empty(); }));
+    }
+    return pages;
 }
 
 /**
@@ -157,6 +168,8 @@ bool imageProgrammer::programImage(const LAYOUT& layout, hexpage& image, bool st
         logFailure("Could not erase range (all)");
         return false;
     }
+    const std::uint32_t toProgram = pagesWithData(image);
+    std::uint32_t programmed = 0;
     std::uint32_t index = 0;
     bool written = false;
     hexpage::MEMORY_PAGE* page = image.getNextPage();
@@ -176,6 +189,7 @@ bool imageProgrammer::programImage(const LAYOUT& layout, hexpage& image, bool st
                 return false;
             }
             written = written || result == PAGE_RESULT::DONE;
+            host.progress(++programmed, toProgram);
         }
         page = image.getNextPage();
         ++index;
@@ -299,13 +313,14 @@ bool imageProgrammer::programRecords(hexrecords& image) {
     }
     host.log("Serial: Programming Memory", logger::LOG_NOTICE);
     std::printf("Records: %d\n", static_cast<int>(image.getTotal()));
-    int number = 0;
+    std::uint32_t number = 0;
     image.resetIterator();
     while (const hexrecords::HEX_RECORD* record = image.getNextRecord()) {
-        std::printf("Working on Record: %d\n", number++);
+        std::printf("Working on Record: %d\n", static_cast<int>(number++));
         if (host.cancelled() || !programRecord(binaryForm(*record))) {
             return false;
         }
+        host.progress(number, image.getTotal());
     }
     return true;
 }

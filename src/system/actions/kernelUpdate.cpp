@@ -1,5 +1,6 @@
 #include "kernelUpdate.h"
 
+#include "../runForecast.h"
 #include "packageFile.h"
 
 #include <cstdlib>
@@ -33,6 +34,9 @@ bool kernelUpdate::run() {
     if (image.item.size() <= packageFile::NO_FILE_LENGTH) {
         return true;
     }
+    const std::uint64_t bytes = runForecast::bytesOf(packageFile::DIRECTORY + image.item);
+    csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
+    csys->progress.reading(packageFile::DIRECTORY + image.item);
     if (!isHarmless(image.item) || !writeImage(image.item)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);
         return false;
