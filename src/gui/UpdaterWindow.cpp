@@ -302,11 +302,12 @@ void UpdaterWindow::showLoadFailure() {
 
 void UpdaterWindow::showVerdict(bool status) {
     if (status) {
-        showLine("Everything is up to date.", "Press Close: the panel halts.");
+        showLine("The update is complete.", "Press Close: the panel halts.");
     } else if (lastShown == "Canceled") {
         showLine("Canceled: some of it may be installed.", "Start goes on. Cancel halts the panel.");
     } else {
-        showLine(remedy(), "", true);
+        const QString name = QString::fromStdString(csys->progress.stepName());
+        showLine(name.isEmpty() ? remedy() : name + ": " + remedy(), "", true);
     }
 }
 

@@ -10,8 +10,9 @@ namespace {
 
 // By how many seconds of measuring an expectation is outweighed.
 constexpr double TRUST_IN_FILES = 0.5; // cards differ
-constexpr double TRUST_IN_MODULES = 10;
-constexpr double MOST_GROWTH = 1.1; // of the time left, over the least that was shown
+constexpr double TRUST_IN_MODULES = 3;
+constexpr double MOST_GROWTH = 1.1;   // of the time left, over the least that was shown
+constexpr double GROWTH_SECONDS = 30; // in which that may happen once more
 constexpr double MINUTE = 60;
 constexpr double MEGABYTE = 1e6;
 
@@ -121,13 +122,17 @@ double runProgress::secondsLeftOfStep(clock::time_point now) {
 }
 
 /** Never much more than was shown before: an operator would not believe the next number. */
-double runProgress::secondsLeft(double ofStep) {
+double runProgress::secondsLeft(double ofStep, clock::time_point now) {
     double left = ofStep;
     for (const STEP& step : steps) {
         left += step.seconds * paceOf(step.kind).ratio();
     }
-    left = leastLeft < 0 ? left : std::min(left, MOST_GROWTH * leastLeft);
+    if (leastLeft >= 0) {
+        leastLeft *= std::pow(MOST_GROWTH, secondsBetween(asked, now) / GROWTH_SECONDS);
+        left = std::min(left, MOST_GROWTH * leastLeft);
+    }
     leastLeft = leastLeft < 0 ? left : std::min(left, leastLeft);
+    asked = now;
     return left;
 }
 
@@ -154,7 +159,7 @@ runProgress::STATE runProgress::state(clock::time_point now) {
         latest = now;
     }
     const double ofStep = secondsLeftOfStep(now);
-    const std::string all = "about " + roughly(secondsLeft(ofStep)) + " left in all";
+    const std::string all = "about " + roughly(secondsLeft(ofStep, now)) + " left in all";
     const std::string text = current.name + " · " +
                              (writing ? unitsText() + " · " + minutes(ofStep) + " · " : "is asked · ") + all;
     done = before;

@@ -53,7 +53,7 @@ private:
     double fraction() const;
     void settle();
     double secondsLeftOfStep(clock::time_point now);
-    double secondsLeft(double ofStep);
+    double secondsLeft(double ofStep, clock::time_point now);
     std::string unitsText() const;
 
     mutable std::mutex guard;
@@ -68,5 +68,6 @@ private:
     clock::time_point latest; ///< when `done` was reached
     PACE files{};
     PACE modules{};
-    double leastLeft = 0; ///< shown so far; negative before the first time
+    double leastLeft = 0; ///< shown lately; negative before the first time
+    clock::time_point asked;
 };

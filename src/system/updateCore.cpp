@@ -103,6 +103,9 @@ void updateCore::startUpdate() {
 void updateCore::beat() {
     const runProgress::STATE state = progress.state();
     if (isRunning()) {
+        if (debug && !state.text.empty()) {
+            std::cout << "Progress: " << state.text << std::endl;
+        }
         emit sendProgress(QString::fromStdString(state.text), state.isWriting);
     } else if (load->isRunning()) {
         emit sendProgress(QString::fromStdString(load->progressText()), false);

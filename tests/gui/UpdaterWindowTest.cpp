@@ -3,6 +3,7 @@
 #include "support/panel.h"
 
 #include <QApplication>
+#include <QColor>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QProgressBar>
@@ -10,6 +11,8 @@
 #include <QScrollBar>
 #include <QTimer>
 #include <QtTest/QtTest>
+#include <cmath>
+#include <regex>
 
 namespace {
 
@@ -264,6 +267,38 @@ TEST_F(UpdaterWindowTest, AFailureSaysWhatToDo) {
     core->resumeUpdate = true; // what was unpacked will be removed, and the stick is not mounted any more
     window->updatePackageLoaded(1);
     EXPECT_TRUE(line().ends_with("\nPlug in the stick again, then press Reload.")) << line();
+}
+
+/** By the WCAG's formula, of two colours of the style sheet. */
+double contrast(const QColor& one, const QColor& other) {
+    const auto luminance = [](const QColor& colour) {
+        const auto linear = [](double part) {
+            return part <= 0.03928 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+        };
+        return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+               0.0722 * linear(colour.blueF());
+    };
+    const double a = luminance(one) + 0.05;
+    const double b = luminance(other) + 0.05;
+    return std::max(a / b, b / a);
+}
+
+TEST(StyleSheet, EveryTextStandsOutFromItsBackground) {
+    const std::string style = contents(CONFIG "style.css");
+    const std::regex rule("([^{}/]+)\\{([^}]*)\\}");
+    const std::regex colours("(background-)?color: *(#[0-9a-f]{6})");
+    int rules = 0;
+    for (std::sregex_iterator at(style.begin(), style.end(), rule), end; at != end; ++at) {
+        QColor text("#ffffff"); // of what has none of its own: buttons and the bar
+        QColor background("#14181b");
+        const std::string body = (*at)[2];
+        for (std::sregex_iterator each(body.begin(), body.end(), colours); each != end; ++each) {
+            ((*each)[1].matched ? background : text) = QColor((*each)[2].str().c_str());
+        }
+        EXPECT_GE(contrast(text, background), 4.5) << (*at)[1];
+        ++rules;
+    }
+    EXPECT_GT(rules, 10);
 }
 
 TEST_F(UpdaterWindowTest, ProgressIsTheWholePartOfTheSum) {
