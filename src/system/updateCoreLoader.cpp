@@ -1,78 +1,37 @@
 #include "updateCoreLoader.h"
 
+#include "../lib/durable.h"
 #include "../lib/filePosition.h"
 #include "../lib/functs.h"
+#include "../lib/sha1.h"
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
 #include "coreState.h"
+#include "packageRules.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
 #include "runForecast.h"
 #include "termination.h"
 
-#include <cryptopp/files.h>
-#include <cryptopp/filters.h>
-#include <cryptopp/hex.h>
-#include <cryptopp/sha.h>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <iostream>
+#include <stdexcept>
 #include <sys/mount.h>
-#include <unistd.h>
 #include <vector>
+
+using namespace packageRules;
 
 namespace {
 
 const char* const STICK = "/mnt/usb";
-const std::string STICK_PACKAGE = "/mnt/usb/keldra_update.tgz";
-const std::string PACKAGE = "/keldra/tmp/keldra_update.tgz";
-const std::string UNPACKED = "/keldra/tmp/keldra_update";
-const std::string MANIFEST = "/keldra/tmp/keldra_update/update.manifest";
-const std::string CHECKSUM = ".sha";
+const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
 
 /**
  * Stands while the package is being unpacked. When the panel loses power meanwhile, the manifest may be there
  * already and the rest not: such a tree is never resumed. The name is among those that the next load removes.
  */
 const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
-
-/** Forces what was unpacked onto the card. */
-bool flushCard(const std::string& directory) {
-    const int fd = open(directory.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool flushed = syncfs(fd) == 0;
-    close(fd);
-    return flushed;
-}
-
-/** Hands a file on in large pieces; a digest alone would have its source read one block at a time. */
-class largePieces : public CryptoPP::Bufferless<CryptoPP::Filter> {
-public:
-    explicit largePieces(CryptoPP::BufferedTransformation* next) : piece(0x10000) { Detach(next); }
-    CryptoPP::byte* CreatePutSpace(std::size_t& size) override {
-        size = piece.size();
-        return piece.data();
-    }
-    std::size_t Put2(const CryptoPP::byte* data, std::size_t length, int messageEnd, bool blocking) override {
-        return AttachedTransformation()->Put2(data, length, messageEnd, blocking);
-    }
-
-private:
-    std::vector<CryptoPP::byte> piece;
-};
-
-std::string sha1Of(const std::string& file) {
-    std::string digest;
-    CryptoPP::SHA1 sha1;
-    const CryptoPP::FileSource source(
-        file.c_str(), true,
-        new largePieces(new CryptoPP::HashFilter(
-            sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false))));
-    return digest;
-}
 
 } // namespace
 
@@ -95,7 +54,7 @@ bool updateCoreLoad::loadPackage() {
         return false;
     }
     awaitStartMode();
-    const bool resume = core->resumeUpdate && f.isFile(MANIFEST) && !f.isFile(UNPACKING);
+    const bool resume = core->resumeUpdate && f.isFile(UNPACKED_MANIFEST) && !f.isFile(UNPACKING);
     const auto goOn = [this] { return !core->cancel; }; // the program may be closed meanwhile
     if (!resume && !(goOn() && fetchPackage() && goOn() && unpackPackage())) {
         return false;
@@ -137,9 +96,9 @@ bool updateCoreLoad::fetchPackage() {
         core->log->log_item("No update file found", logger::LOG_WARNING);
         return false;
     }
-    f.copyFile(STICK_PACKAGE, PACKAGE, true); // a copy that failed does not validate
-    f.copyFile(STICK_PACKAGE + CHECKSUM, PACKAGE + CHECKSUM, false);
-    return validateFile(PACKAGE) || fail("Updater file corrupted!", "Update file corrupted");
+    f.copyFile(STICK_PACKAGE, FETCHED, true); // a copy that failed does not validate
+    f.copyFile(STICK_PACKAGE + DIGEST, FETCHED + DIGEST, false);
+    return validateFile(FETCHED) || fail("Updater file corrupted!", "Update file corrupted");
 }
 
 bool updateCoreLoad::unpackPackage() {
@@ -147,11 +106,11 @@ bool updateCoreLoad::unpackPackage() {
     if (f.isDirectory(UNPACKED) && std::system("rm -r /keldra/tmp/keldra_update") != 0) {
         return fail("Internal Error", "Could not flush temp directory");
     }
-    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "") || !flushCard(UNPACKED)) {
+    if (!f.makeDir(UNPACKED) || !f.writeFileContents(UNPACKING, "") || !durable::flushAll(UNPACKED)) {
         return fail("Internal Error", "Could not create temp directory");
     }
     if (std::system("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz") != 0 ||
-        !flushCard(UNPACKED)) {
+        !durable::flushAll(UNPACKED)) {
         return fail("Internal Error", "Could not untar archieve");
     }
     f.removeFile(UNPACKING);
@@ -159,11 +118,11 @@ bool updateCoreLoad::unpackPackage() {
 }
 
 bool updateCoreLoad::readManifest() {
-    if (!validateFile(MANIFEST)) {
+    if (!validateFile(UNPACKED_MANIFEST)) {
         return fail("Updater file corrupted!", "Updater manifest is corrupt");
     }
-    const std::string text = functs().getFileContents(MANIFEST);
-    if (jsonText::isBlank(text)) {
+    const std::string text = functs().getFileContents(UNPACKED_MANIFEST);
+    if (isBlank(text)) {
         return fail("Internal Error", "Config file is blank");
     }
     core->clearUpdateItems();
@@ -175,7 +134,7 @@ bool updateCoreLoad::prepareSystem() {
     if (std::system("mount -o remount rw /") != 0) {
         return fail("Internal Error", "Could not remount system");
     }
-    umount(STICK); // the stick may be pulled now; one that is not mounted is no fault
+    umount(STICK); // the stick may be pulled now; one that is not mounted does not matter
     core->comBus->reload_uart();
     return true;
 }
@@ -185,17 +144,9 @@ bool updateCoreLoad::validateFile(std::string file) {
     if (!f.isFile(file)) {
         return false;
     }
-    const std::string text = f.getFileContents(file + CHECKSUM);
-    const std::vector<std::string> words = f.split(text, ' ');
-    std::string expected = words.empty() ? text : words.front();
-    f.trim(expected);
-    f.strCase(expected, false);
-    if (expected.empty()) {
-        return false;
-    }
     try {
-        return sha1Of(file) == expected;
-    } catch (const CryptoPP::Exception&) {
+        return sha1::ofFile(file) == digestIn(f.getFileContents(file + DIGEST));
+    } catch (const std::runtime_error&) {
         return false; // unreadable: not proven intact
     }
 }
@@ -206,8 +157,8 @@ std::string updateCoreLoad::progressText() {
     const std::string* file = &STICK_PACKAGE;
     std::uint64_t position = filePosition::of(STICK_PACKAGE);
     if (position == 0) {
-        file = &PACKAGE;
-        position = filePosition::of(PACKAGE, &byCommand);
+        file = &FETCHED;
+        position = filePosition::of(FETCHED, &byCommand);
         title = byCommand ? "Unpacking the package" : "Checking the package";
     }
     if (position == 0) {

@@ -15,8 +15,6 @@
 namespace {
 
 constexpr double TICK = 6.0; // progress of one item, of 100
-constexpr std::uint8_t RUN_BUFFER_SIZE = 14;
-constexpr std::uint8_t SERIAL_BUFFER_SIZE = 15;
 const char* const UPDATER_DIR = "/usr/bin/";
 const char* const SYSTEM_DIR = "/";
 
@@ -76,7 +74,7 @@ std::vector<runProgress::STEP> updateCore::forecast() {
 void updateCore::runItems() {
     leftUnfinished = false;
     gotStatusMessage("Starting Update...");
-    comBus->setBuffSize(RUN_BUFFER_SIZE);
+    comBus->setBuffSize(receiveSize::RUN);
     comBus->reload_uart();
     gotStatusMessage("Switching System to Bootload Mode...");
     const stopwatch total;
@@ -150,7 +148,7 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
             return false;
         }
     }
-    comBus->setBuffSize(SERIAL_BUFFER_SIZE);
+    comBus->setBuffSize(receiveSize::SERIAL_MODULE);
     return update(&serial, &ctrl.base, "CTRL"); // last: the others are reached through it
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 BusCost costOfRecords(const std::filesystem::path& path) {
     hexrecords image(path.string());
-    if (!image.getFileOK() || imageCheck::hasFault(imageCheck::ofRecords(path.string())))
+    if (!image.getFileOK() || imageCheck::hasError(imageCheck::ofRecords(path.string())))
         throw Failure(path.filename().string() + ": refused by the panel");
     return BusCost::ofRecords(image);
 }

@@ -1,7 +1,7 @@
 #include "fileUpdate.h"
 
+#include "../packageRules.h"
 #include "../runForecast.h"
-#include "packageFile.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -52,13 +52,13 @@ action::STATUS fileUpdate::needsUpdate(bool force) {
 bool fileUpdate::run() {
     functs f;
     const coreState::UPDATE_ITEM& entry = base->update.items[revision()];
-    if (entry.item.size() <= packageFile::NO_FILE_LENGTH) {
+    if (packageRules::standsForNoFile(entry.item)) {
         return true;
     }
-    const std::string source = packageFile::DIRECTORY + entry.item;
+    const std::string source = packageRules::UNPACKED + entry.item;
     const std::string destination = configInstallPath + "/" + entry.item;
     std::cout << source << std::endl;
-    if (packageFile::leadsOutside(entry.item)) {
+    if (packageRules::leadsOutside(entry.item)) {
         return copyFailed(destination);
     }
     totalBytes = runForecast::bytesOf(source);
