@@ -41,6 +41,10 @@ bool logger::log_item(std::string msg, LOG_TYPE msgType) {
     if (lockWrite) {
         return false;
     }
+    if (msgType == LOG_ERROR) {
+        const std::lock_guard lock(errorGuard);
+        latestError = msg;
+    }
     std::string line = get_time();
     if (!compactFormat) {
         line += std::string(" [") + label(msgType) + "]";
@@ -54,6 +58,16 @@ bool logger::log_item(std::string msg, LOG_TYPE msgType) {
         return false;
     }
     return true;
+}
+
+std::string logger::lastError() const {
+    const std::lock_guard lock(errorGuard);
+    return latestError;
+}
+
+void logger::forgetLastError() {
+    const std::lock_guard lock(errorGuard);
+    latestError.clear();
 }
 
 std::string logger::get_time() {

@@ -1,6 +1,7 @@
 #include "updateCoreLoader.h"
 
 #include "../lib/durable.h"
+#include "../lib/filePosition.h"
 #include "../lib/functs.h"
 #include "../lib/sha1.h"
 #include "ProcBusThread.h"
@@ -9,8 +10,10 @@
 #include "packageRules.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
+#include "runForecast.h"
 #include "termination.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <stdexcept>
@@ -146,4 +149,23 @@ bool updateCoreLoad::validateFile(std::string file) {
     } catch (const std::runtime_error&) {
         return false; // unreadable: not proven intact
     }
+}
+
+std::string updateCoreLoad::progressText() {
+    bool byCommand = false;
+    const char* title = "Copying the package";
+    const std::string* file = &STICK_PACKAGE;
+    std::uint64_t position = filePosition::of(STICK_PACKAGE);
+    if (position == 0) {
+        file = &FETCHED;
+        position = filePosition::of(FETCHED, &byCommand);
+        title = byCommand ? "Unpacking the package" : "Checking the package";
+    }
+    if (position == 0) {
+        return "Loading the package";
+    }
+    char text[80];
+    std::snprintf(text, sizeof text, "%s · %.1f of %.1f MB", title, static_cast<double>(position) / 1e6,
+                  static_cast<double>(runForecast::bytesOf(*file)) / 1e6);
+    return text;
 }

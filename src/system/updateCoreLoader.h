@@ -20,6 +20,8 @@ public:
     void run() override;
     /** True when `file` exists and its SHA-1 is the one that `file` + ".sha" names. */
     bool validateFile(std::string file);
+    /** What it is at and how far, for the operator. Any thread. */
+    static std::string progressText();
 
 signals:
     void sendStatusMessage(QString msg);

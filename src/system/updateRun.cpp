@@ -5,6 +5,7 @@
 #include "actions/fileUpdate.h"
 #include "actions/kernelUpdate.h"
 #include "actions/serialBootload.h"
+#include "runForecast.h"
 #include "termination.h"
 #include "updateCore.h"
 
@@ -31,6 +32,35 @@ private:
 
 void updateCore::run() {
     termination::forbid();
+    progress.start(forecast());
+    runItems();
+    progress.end();
+}
+
+/** What the run will visit, and how long each may take. */
+std::vector<runProgress::STEP> updateCore::forecast() {
+    std::vector<runProgress::STEP> steps;
+    const auto addFiles = [&](const char* name, const BASE_ITEM& item) {
+        steps.push_back({name, runProgress::KIND::BYTES, runForecast::ofHostItem(item, forceUpdate)});
+    };
+    const auto addModule = [&](const char* name, const BASE_ITEM& item) {
+        steps.push_back({name, runProgress::KIND::PAGES, runForecast::ofModule(item, forceUpdate, uartBaud)});
+    };
+    if (!resumeUpdate) {
+        addFiles("Updater", core.updater);
+    }
+    addFiles("Kernel", core.kernel);
+    addFiles("Drivers", core.drivers);
+    addFiles("GUI", core.gui);
+    for (const auto& entry : CAN_MODULES) {
+        addModule(entry.name, (this->*entry.module).base);
+    }
+    addModule("CTRL", ctrl.base);
+    return steps;
+}
+
+void updateCore::runItems() {
+    leftUnfinished = false;
     gotStatusMessage("Starting Update...");
     comBus->setBuffSize(receiveSize::RUN);
     comBus->reload_uart();
@@ -50,6 +80,10 @@ void updateCore::run() {
     if (!updateEverythingElse(serial)) {
         return; // runUpdate has said what there was to say
     }
+    if (leftUnfinished) { // everything else is done, but the panel is not as it should be
+        emit sendUpdateDone(false);
+        return;
+    }
     success = true;
     std::printf("Bootload Total Length: %0.2f\n", total.seconds());
     std::fflush(stdout);
@@ -60,8 +94,10 @@ bool updateCore::enterUpdateMode(serialBootload& sender) {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    gotStatusMessage("Could not switch system to update mode");
-    log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    if (!cancel) {
+        gotStatusMessage("Could not switch system to update mode");
+        log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    }
     return false;
 }
 
@@ -111,9 +147,18 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
 std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force,
                                    double tick) {
     act->setBase(item);
+    progress.check(name);
     const action::STATUS status = act->needsUpdate(force);
     const auto report = [this](const std::string& text) { gotStatusMessage(QString::fromStdString(text)); };
     report("Checking " + name + " for update");
+    const bool offersNothing = status == action::GOUPDATE && item->update.items.empty();
+    if (item->unfinished && (status == action::NOUPDATE || offersNothing)) {
+        report(name + " is half programmed, the package has nothing for it");
+        log->log_item("Unfinished module, and nothing in the package for it", logger::LOG_ERROR);
+        leftUnfinished = true;
+        emit incrimentProgressBar(tick);
+        return status;
+    }
     switch (status) {
     case action::NOMODULE:
         report(name + " not found");

@@ -1,11 +1,14 @@
 #include "support/panel.h"
 #include "system/actions/action.prototype.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::uint8_t STM32F3 = 3;
 
 /** The events of a run, which begins as all do. */
 Texts eventsOf(std::initializer_list<Texts> parts) {
@@ -135,6 +138,32 @@ TEST_F(updateRunTest, AFailedCheckAndAnEmptyListUpdateNothing) {
     EXPECT_EQ(core->runUpdate(&item, &nothing, "Y", false, 6.0), action::NOMODULE);
     settle();
     EXPECT_EQ(events, (Texts{"Checking X for update", "tick 6", "Checking Y for update"}));
+}
+
+TEST_F(updateRunTest, AHalfProgrammedModuleWithoutAnImageIsSaidAndNotStarted) {
+    for (const bool identifies : {true, false}) {
+        bus.autoAnswer([&](const Frame& frame) -> std::vector<Frame> {
+            const std::uint8_t asked = frame.payload[0];
+            if (frame.id != 16 || asked != 9) {
+                return Bus::noModules(frame);
+            }
+            return {identifies ? identification(9, STM32F3, "1.0.0") : reply(0, 0, 9)};
+        });
+        core->setUnfinished(core->s1.base, true);
+        events.clear();
+        update();
+        const auto at = std::find(events.begin(), events.end(), "Checking Secondary #1 for update");
+        ASSERT_GT(events.end() - at, 2);
+        EXPECT_EQ(at[1], "Secondary #1 is half programmed, the package has nothing for it");
+        EXPECT_EQ(at[2], "tick 6");
+        EXPECT_EQ(events.back(), "done 0");
+        EXPECT_TRUE(holds(events, "CTRL not found")) << "the others are updated all the same";
+        EXPECT_FALSE(core->success);
+        EXPECT_EQ(core->log->lastError(), "Unfinished module, and nothing in the package for it");
+        for (const Frame& frame : bus.sent()) {
+            EXPECT_NE(frame, (Frame{16, {9, '!'}})) << "a module with half a program was started";
+        }
+    }
 }
 
 TEST_F(updateRunTest, ACancelWaitsForTheShellsCommand) {

@@ -1,6 +1,7 @@
 #include "kernelUpdate.h"
 
 #include "../packageRules.h"
+#include "../runForecast.h"
 
 #include <cstdlib>
 #include <iostream>
@@ -27,6 +28,10 @@ bool kernelUpdate::run() {
     if (packageRules::standsForNoFile(image.item)) {
         return true;
     }
+    const std::string path = packageRules::UNPACKED + image.item;
+    const std::uint64_t bytes = runForecast::bytesOf(path);
+    csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
+    csys->progress.reading(path);
     if (!packageRules::isHarmless(image.item) || packageRules::leadsOutside(image.item) ||
         !writeImage(image.item)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);
