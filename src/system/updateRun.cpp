@@ -52,10 +52,9 @@ std::vector<runProgress::STEP> updateCore::forecast() {
     addFiles("Kernel", core.kernel);
     addFiles("Drivers", core.drivers);
     addFiles("GUI", core.gui);
-    for (const auto& entry : CAN_MODULES) {
-        addModule(entry.name, (this->*entry.module).base);
+    for (const modules::ROW& row : modules::VISITED) {
+        addModule(row.shown, module(row).base);
     }
-    addModule("CTRL", ctrl.base);
     return steps;
 }
 
