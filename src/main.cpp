@@ -1,5 +1,7 @@
 #include "crashReport.h"
 #include "gui/UpdaterWindow.h"
+#include "startConditions.h"
+#include "stopRequest.h"
 #include "system/updateCore.h"
 
 #include <QApplication>
@@ -70,6 +72,7 @@ void haltPanel(updateCore& core) {
 } // namespace
 
 int main(int argc, char** argv) {
+    settleStartConditions();
     installCrashReport();
     std::cout << "Init Start ------" << std::endl;
     auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
@@ -80,6 +83,7 @@ int main(int argc, char** argv) {
     window->showFullScreen();
     QApplication::setOverrideCursor(Qt::BlankCursor);
     readMode(argc, argv, *core);
+    const stopRequest onSignals(window, core.get());
     const int exitCode = QApplication::exec();
     std::cout << "stopping application" << std::endl;
     core->stop();

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/wait.h>
+#include <utility>
 
 namespace {
 
@@ -47,11 +48,18 @@ protected:
         offerPackage();
         shell("mkdir /keldra/tmp/keldra_update; cp -r /tmp/package/. /keldra/tmp/keldra_update");
     }
+    /** A package of a new kernel alone. */
+    void offerKernel() {
+        pack("kernel.img", "a new kernel");
+        packOntoStick(R"({"kernel":{"f":"kernel.img","v":"3.0"}})");
+    }
     /** Runs the program until it ends by itself; its exit status. */
-    int run(const std::string& arguments, const std::string& press) {
+    int run(const std::string& arguments, const std::string& press, const std::string& before = "",
+            const std::string& behind = "> /tmp/out") {
         configure();
         const int status = std::system(
-            ("PRESS='" + press + "' " EMULATOR TESTS " --updater " + arguments + " > /tmp/out").c_str());
+            ("PRESS='" + press + "' " + before + EMULATOR TESTS " --updater " + arguments + " " + behind)
+                .c_str());
         out = contents("/tmp/out");
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
@@ -107,6 +115,64 @@ TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
     EXPECT_EQ(run("", "ALL"), 0);
     EXPECT_TRUE(said("Updating Updater: 2.0 -> 2.0"));
     EXPECT_EQ(restarted(), "K+Updater auto force -qws\n");
+}
+
+/** What a start script, an init or a console may leave behind for it. */
+TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
+    const struct {
+        const char* name;
+        const char* before;
+        const char* behind;
+        const char* prepare = ":";
+    } rows[] = {
+        {"nothing is open", "", "<&- >&- 2>&-"},
+        {"nobody reads", "", "> /tmp/pipe 2>&1", "sh -c 'exec sleep 1 < /tmp/pipe' &"},
+        {"the reader stalls", "", "> /tmp/pipe 2>&1",
+         "sleep 100 0<> /tmp/pipe & dd if=/dev/zero of=/tmp/pipe bs=4096 count=16 oflag=nonblock "
+         "status=none"},
+        {"signals are ignored and blocked, the reader is slow",
+         "env --ignore-signal=CHLD --block-signal=CHLD ", "> /tmp/pipe",
+         "sh -c 'sleep 1; exec cat > /tmp/read' < /tmp/pipe & echo $! > /tmp/reader"},
+    };
+    for (const auto& row : rows) {
+        put("/keldra/config/system.manifest", R"({"kernel":"2.0"})");
+        shell("rm -f /tmp/pipe; mkfifo /tmp/pipe; : > /dev/mmcblk0p1");
+        offerKernel();
+        shell(row.prepare);
+        EXPECT_EQ(run("", "Run Update,Close", row.before, row.behind), 0) << row.name;
+        EXPECT_EQ(contents("/dev/mmcblk0p1"), "a new kernel") << row.name;
+        EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, R"("kernel":"3.0")")) << row.name;
+        const Bytes sent = bus.sentBytes();
+        EXPECT_FALSE(holds({std::string(sent.begin(), sent.end())}, "MicroBus")) << row.name;
+    }
+    EXPECT_TRUE(awaitThat([] { return !shell("kill -0 $(cat /tmp/reader) 2> /dev/null"); }));
+    const std::string read = contents("/tmp/read");
+    EXPECT_EQ(read.substr(0, 17), "Init Start ------");
+    EXPECT_TRUE(holds({read}, "stopping application\n") && holds({read}, "Saving Log: update.log\n")) << read;
+}
+
+TEST_F(mainTest, AskedToEndItStopsInOrder) {
+    for (const char* signal : {"TERM", "INT"}) {
+        offerKernel();
+        shell("rm -f /keldra/config/system.manifest /tmp/ended /tmp/out");
+        auto entered = std::make_shared<bool>(false); // the loader is answered, the run is not: it waits
+        bus.autoAnswer([entered](const Frame& request) {
+            return std::exchange(*entered, true) ? std::vector<Frame>{} : Bus::noModules(request);
+        });
+        configure();
+        shell("(PRESS='Run Update' env --default-signal=INT " EMULATOR TESTS
+              " --updater > /tmp/out & echo $! > /tmp/pid; wait $!; echo $? > /tmp/ended) &");
+        const auto outputHolds = [](const char* text) { return holds({contents("/tmp/out")}, text); };
+        ASSERT_TRUE(awaitThat([&] { return outputHolds("Switching System"); })) << contents("/tmp/out");
+        shell(std::string("kill -") + signal + " $(cat /tmp/pid)");
+        ASSERT_TRUE(awaitThat([] { return !contents("/tmp/ended").empty(); }));
+        EXPECT_EQ(contents("/tmp/ended"), "0\n");
+        EXPECT_TRUE(outputHolds("Canceled") && outputHolds("stopping application")) << contents("/tmp/out");
+        EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, "kernel"));
+        EXPECT_TRUE(holds({contents("/keldra/logs/update.log")}, "Saving Log"));
+        const std::vector<Frame> sent = bus.sent();
+        EXPECT_NE(std::count(sent.begin(), sent.end(), RESTART_SYSTEM), 0);
+    }
 }
 
 /** Starts of the program itself, ten at a time, each on a bus of its own that answers at once. */
