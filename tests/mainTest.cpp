@@ -41,7 +41,9 @@ protected:
     /** A package of a kernel that is up to date and an updater that is not and records how it is started. */
     void offerPackage() {
         pack("kernel.img", "image");
-        pack("K+Updater", "#!/bin/sh\necho K+Updater $* > /tmp/restarted\n", 0755);
+        pack("K+Updater",
+             "#!/bin/sh\nsleep 1\necho $* $(flock -n /keldra/config true || echo locked) > /tmp/restarted\n",
+             0755);
         packOntoStick(R"({"kernel":{"f":"kernel.img","v":"2.0"},"updater":{"f":"K+Updater","v":"2.0"}})");
     }
     void leaveUnpacked() {
@@ -67,6 +69,7 @@ protected:
     /** The restart runs in the background. */
     static std::string restarted() {
         awaitThat([] { return !contents("/tmp/restarted").empty(); });
+        shell("flock /keldra/config true"); // until it has ended
         return contents("/tmp/restarted");
     }
     std::string out;
@@ -91,10 +94,12 @@ TEST_F(mainTest, ResumesAndHalts) {
 }
 
 TEST_F(mainTest, AutoForceUpdatesWhatIsUpToDate) {
-    leaveUnpacked();
-    EXPECT_EQ(run("auto force", "Close"), 0);
-    EXPECT_FALSE(said("Loading new file") || said("Checking Updater"));
-    EXPECT_TRUE(said("Updating Kernel: 2.0 -> 2.0"));
+    for (const char* arguments : {"auto force", "-qws auto -display :9 force"}) {
+        leaveUnpacked();
+        EXPECT_EQ(run(arguments, "Close"), 0);
+        EXPECT_FALSE(said("Loading new file") || said("Checking Updater")) << arguments;
+        EXPECT_TRUE(said("Updating Kernel: 2.0 -> 2.0")) << arguments;
+    }
 }
 
 TEST_F(mainTest, WithoutAutoANewUpdaterIsStartedInIt) {
@@ -104,7 +109,7 @@ TEST_F(mainTest, WithoutAutoANewUpdaterIsStartedInIt) {
         leaveUnpacked(); // and not resumed
         EXPECT_EQ(run(arguments, "Run Update"), 0);
         EXPECT_TRUE(said("Loading new file") && said("Updating Updater: 1.0 -> 2.0")) << arguments;
-        EXPECT_EQ(restarted(), "K+Updater auto -qws\n") << arguments;
+        EXPECT_EQ(restarted(), "auto -qws locked\n") << arguments;
     }
     EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, R"("updater":"2.0")"));
 }
@@ -114,7 +119,7 @@ TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
     offerPackage();
     EXPECT_EQ(run("", "ALL"), 0);
     EXPECT_TRUE(said("Updating Updater: 2.0 -> 2.0"));
-    EXPECT_EQ(restarted(), "K+Updater auto force -qws\n");
+    EXPECT_EQ(restarted(), "auto force -qws locked\n");
 }
 
 /** What a start script, an init or a console may leave behind for it. */
@@ -128,7 +133,7 @@ TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
         {"nothing is open", "", "<&- >&- 2>&-"},
         {"nobody reads", "", "> /tmp/pipe 2>&1", "sh -c 'exec sleep 1 < /tmp/pipe' &"},
         {"the reader stalls", "", "> /tmp/pipe 2>&1",
-         "sleep 100 0<> /tmp/pipe & dd if=/dev/zero of=/tmp/pipe bs=4096 count=16 oflag=nonblock "
+         "sleep 100 0<> /tmp/pipe & sleep 0.2; dd if=/dev/zero of=/tmp/pipe bs=4096 count=16 oflag=nonblock "
          "status=none"},
         {"signals are ignored and blocked, the reader is slow",
          "env --ignore-signal=CHLD --block-signal=CHLD ", "> /tmp/pipe",
@@ -175,7 +180,24 @@ TEST_F(mainTest, AskedToEndItStopsInOrder) {
     }
 }
 
-/** Starts of the program itself, ten at a time, each on a bus of its own that answers at once. */
+TEST_F(mainTest, ASecondUpdaterEndsAndTouchesNothing) {
+    offerKernel();
+    configure();
+    shell(EMULATOR UPDATER " > /tmp/first & echo $! > /tmp/pid");
+    ASSERT_TRUE(awaitThat([] { return holds({contents("/tmp/first")}, "Updater file loaded."); }));
+    const std::size_t sent = bus.sentBytes().size();
+    const std::string files = "ls -lR --full-time /keldra /tmp/update.log > ";
+    shell(files + "/tmp/before");
+    EXPECT_FALSE(shell("timeout 10 " EMULATOR UPDATER " auto > /tmp/out 2>&1"));
+    EXPECT_EQ(contents("/tmp/out"), "Init Start ------\nAnother updater is running: this one ends\n");
+    shell(files + "/tmp/after");
+    EXPECT_EQ(contents("/tmp/before"), contents("/tmp/after"));
+    EXPECT_EQ(bus.sentBytes().size(), sent);
+    shell("kill -KILL $(cat /tmp/pid); flock /keldra/config true");
+    EXPECT_EQ(run("", "Run Update,Close"), 0) << out; // the kernel has dropped the lock
+}
+
+/** Starts of the program itself, ten at a time, each on a panel and a bus of its own that answers at once. */
 TEST_F(mainTest, AutoNeverLosesItsResumeFlag) {
     constexpr int AT_ONCE = 10;
     const std::string LINE = "9"; // descriptor of the serial line in each process
@@ -190,8 +212,10 @@ TEST_F(mainTest, AutoNeverLosesItsResumeFlag) {
             lines.push_back(std::make_unique<Bus>());
             lines.back()->autoAnswer(Bus::noModules);
             outputs.push_back("/tmp/out" + std::to_string(n));
-            shell(EMULATOR UPDATER " auto " + LINE + "<>" + lines.back()->port() + " > " + outputs.back() +
-                  " & echo $! >> /tmp/started");
+            shell("cp -r /keldra/config /tmp/config" + std::to_string(n) +
+                  "; unshare -m sh -c 'mount --bind /tmp/config" + std::to_string(n) +
+                  " /keldra/config && exec " EMULATOR UPDATER " auto' " + LINE + "<>" + lines.back()->port() +
+                  " > " + outputs.back() + " & echo $! >> /tmp/started");
         }
         for (const std::string& output : outputs) {
             EXPECT_TRUE(awaitThat([&] { return holds({contents(output)}, "Starting Update..."); }))

@@ -9,7 +9,6 @@
 namespace {
 
 constexpr unsigned long CANCEL_WAIT_MS = 2000;
-constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
 
 /** Ends a worker that has been asked to: by itself within 2 s, else at its next place to be terminated. */
 void endWorker(QThread& worker) {
@@ -80,15 +79,17 @@ void updateCore::loadConfiguration(bool reload) {
     cancel = false; // of an earlier run: the loader's requests look at it, too
     resumeUpdate = reload;
     load->setCore(this);
-    load->wait(THREAD_END_MS); // start() on a thread that still ends would be ignored
-    load->start();
+    load->begin();
 }
 
 void updateCore::startUpdate() {
     cancel = false;
     running = true;
-    wait(THREAD_END_MS);
-    start();
+    if (!atWork || isFinished()) {
+        wait(); // start() on a thread that still ends would be ignored
+        atWork = true;
+        start();
+    }
 }
 
 void updateCore::cancelUpdate() {

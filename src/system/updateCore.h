@@ -62,7 +62,10 @@ public slots:
 
 private:
     void endThreads();
+    void finish(bool status);
     bool enterUpdateMode(serialBootload& sender);
     bool updateUpdater();
     bool updateEverythingElse(serialBootload& serial);
+
+    shared<bool> atWork; ///< from the start of a run to its last signal
 };

@@ -1,5 +1,6 @@
 #include "updateCoreLoader.h"
 
+#include "../lib/childProcess.h"
 #include "../lib/functs.h"
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
@@ -12,7 +13,6 @@
 #include <cryptopp/filters.h>
 #include <cryptopp/hex.h>
 #include <cryptopp/sha.h>
-#include <cstdlib>
 #include <fcntl.h>
 #include <iostream>
 #include <sys/mount.h>
@@ -48,41 +48,72 @@ bool flushCard(const std::string& directory) {
 /** Hands a file on in large pieces; a digest alone would have its source read one block at a time. */
 class largePieces : public CryptoPP::Bufferless<CryptoPP::Filter> {
 public:
-    explicit largePieces(CryptoPP::BufferedTransformation* next) : piece(0x10000) { Detach(next); }
+    largePieces(CryptoPP::BufferedTransformation* next, const shared<bool>* unless)
+        : piece(0x10000), stopped(unless) {
+        Detach(next);
+    }
     CryptoPP::byte* CreatePutSpace(std::size_t& size) override {
         size = piece.size();
         return piece.data();
     }
     std::size_t Put2(const CryptoPP::byte* data, std::size_t length, int messageEnd, bool blocking) override {
+        if (stopped != nullptr && *stopped) {
+            throw CryptoPP::Exception(CryptoPP::Exception::OTHER_ERROR, "stopped");
+        }
         return AttachedTransformation()->Put2(data, length, messageEnd, blocking);
     }
 
 private:
     std::vector<CryptoPP::byte> piece;
+    const shared<bool>* stopped;
 };
 
-std::string sha1Of(const std::string& file) {
+std::string sha1Of(const std::string& file, const shared<bool>* unless) {
     std::string digest;
     CryptoPP::SHA1 sha1;
     const CryptoPP::FileSource source(
         file.c_str(), true,
-        new largePieces(new CryptoPP::HashFilter(
-            sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false))));
+        new largePieces(
+            new CryptoPP::HashFilter(sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false)),
+            unless));
     return digest;
+}
+
+constexpr int NO_PACKAGE = 2;
+
+/** What touches the stick: done in a process of its own, since a stick may be slow or not answer at all. */
+int copyFromStick() {
+    functs f;
+    if (!f.isFile(STICK_PACKAGE)) {
+        return NO_PACKAGE;
+    }
+    f.copyFile(STICK_PACKAGE, PACKAGE, true); // a copy that failed does not validate
+    f.copyFile(STICK_PACKAGE + CHECKSUM, PACKAGE + CHECKSUM, false);
+    return 0;
 }
 
 } // namespace
 
-void updateCoreLoad::run() {
-    termination::forbid();
-    if (!loadPackage()) {
-        emit sendUpdatePackageLoaded(1);
+void updateCoreLoad::begin() {
+    if (atWork && !isFinished()) {
         return;
     }
-    core->log->log_item("Updater is ready to update", logger::LOG_ERROR); // so that every filter shows it
-    emit sendStatusMessage("Updater file loaded.");
-    core->loaded = true;
-    emit sendUpdatePackageLoaded(core->resumeUpdate ? 2 : 0);
+    wait(); // start() on a thread that still ends would be ignored
+    atWork = true;
+    start();
+}
+
+void updateCoreLoad::run() {
+    termination::forbid();
+    unsigned char mode = 1;
+    if (loadPackage()) {
+        core->log->log_item("Updater is ready to update", logger::LOG_ERROR); // so that every filter shows it
+        emit sendStatusMessage("Updater file loaded.");
+        core->loaded = true;
+        mode = core->resumeUpdate ? 2 : 0;
+    }
+    atWork = false; // who hears of it may begin anew at once
+    emit sendUpdatePackageLoaded(mode);
 }
 
 bool updateCoreLoad::loadPackage() {
@@ -95,13 +126,19 @@ bool updateCoreLoad::loadPackage() {
     const bool resume = core->resumeUpdate && f.isFile(MANIFEST) && !f.isFile(UNPACKING);
     const auto goOn = [this] { return !core->cancel; }; // the program may be closed meanwhile
     if (!resume && !(goOn() && fetchPackage() && goOn() && unpackPackage())) {
+        if (core->cancel) {
+            core->removeUpdateFiles(); // part of a package is nothing to go on with
+        }
         return false;
     }
     return goOn() && readManifest() && goOn() && prepareSystem();
 }
 
-/** Says what failed, to the operator and to the log. */
+/** Says what failed, to the operator and to the log; of what was ended on purpose there is nothing to say. */
 bool updateCoreLoad::fail(const char* shown, const char* logged) {
+    if (core->cancel) {
+        return false;
+    }
     emit sendStatusMessage(shown);
     core->log->log_item(logged, logger::LOG_ERROR);
     return false;
@@ -112,8 +149,7 @@ bool updateCoreLoad::switchToUpdateMode() {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    return !core->cancel &&
-           fail("Could not switch system to update mode", "Could not switch system to update mode");
+    return fail("Could not switch system to update mode", "Could not switch system to update mode");
 }
 
 /** Waits until the program entry has read its mode argument, about as long as the window takes to appear. */
@@ -124,31 +160,32 @@ void updateCoreLoad::awaitStartMode() {
 }
 
 bool updateCoreLoad::fetchPackage() {
-    functs f;
     std::cout << "Loading new file" << std::endl;
     core->dropUnpackedManifest();
-    // Its result does not matter: there may be nothing to remove.
-    [[maybe_unused]] const int removed = std::system("rm -r /keldra/tmp/keldra_update*");
-    if (!f.isFile(STICK_PACKAGE)) {
+    childProcess::shell("rm -r /keldra/tmp/keldra_update*", &core->cancel); // there may be nothing to remove
+    if (childProcess::run(copyFromStick, &core->cancel) == NO_PACKAGE) {
         emit sendStatusMessage("No updater file or USB not connected");
         core->log->log_item("No update file found", logger::LOG_WARNING);
         return false;
     }
-    f.copyFile(STICK_PACKAGE, PACKAGE, true); // a copy that failed does not validate
-    f.copyFile(STICK_PACKAGE + CHECKSUM, PACKAGE + CHECKSUM, false);
     return validateFile(PACKAGE) || fail("Updater file corrupted!", "Update file corrupted");
 }
 
 bool updateCoreLoad::unpackPackage() {
     functs f;
-    if (f.isDirectory(UNPACKED) && std::system("rm -r /keldra/tmp/keldra_update") != 0) {
+    const shared<bool>* const unless = &core->cancel;
+    const auto flushed = [unless] {
+        return childProcess::run([] { return flushCard(UNPACKED) ? 0 : 1; }, unless) == 0;
+    };
+    if (f.isDirectory(UNPACKED) && childProcess::shell("rm -r /keldra/tmp/keldra_update", unless) != 0) {
         return fail("Internal Error", "Could not flush temp directory");
     }
-    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "") || !flushCard(UNPACKED)) {
+    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "") || !flushed()) {
         return fail("Internal Error", "Could not create temp directory");
     }
-    if (std::system("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz") != 0 ||
-        !flushCard(UNPACKED)) {
+    if (childProcess::shell("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz",
+                            unless) != 0 ||
+        !flushed()) {
         return fail("Internal Error", "Could not untar archieve");
     }
     f.removeFile(UNPACKING);
@@ -169,10 +206,11 @@ bool updateCoreLoad::readManifest() {
 }
 
 bool updateCoreLoad::prepareSystem() {
-    if (std::system("mount -o remount rw /") != 0) {
+    if (childProcess::shell("mount -o remount rw /") != 0) {
         return fail("Internal Error", "Could not remount system");
     }
-    umount(STICK); // the stick may be pulled now; one that is not mounted is no fault
+    // The stick may be pulled now; one that is not mounted is no fault.
+    childProcess::run([] { return umount(STICK); }, &core->cancel);
     core->comBus->reload_uart();
     return true;
 }
@@ -191,7 +229,7 @@ bool updateCoreLoad::validateFile(std::string file) {
         return false;
     }
     try {
-        return sha1Of(file) == expected;
+        return sha1Of(file, core != nullptr ? &core->cancel : nullptr) == expected;
     } catch (const CryptoPP::Exception&) {
         return false; // unreadable: not proven intact
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../lib/shared.h"
+
 #include <QString>
 #include <QThread>
 #include <string>
@@ -17,6 +19,8 @@ class updateCoreLoad : public QThread {
 public:
     /** The core that is read and filled; set before the thread is started. Not owned. */
     void setCore(coreState* c) { core = c; }
+    /** Starts the thread, unless it is at work. */
+    void begin();
     void run() override;
     /** True when `file` exists and its SHA-1 is the one that `file` + ".sha" names. */
     bool validateFile(std::string file);
@@ -36,4 +40,5 @@ private:
     bool fail(const char* shown, const char* logged);
 
     coreState* core = nullptr;
+    shared<bool> atWork; ///< from begin() to the last signal
 };

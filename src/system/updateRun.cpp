@@ -16,6 +16,7 @@ namespace {
 constexpr double TICK = 6.0; // progress of one item, of 100
 constexpr std::uint8_t RUN_BUFFER_SIZE = 14;
 constexpr std::uint8_t SERIAL_BUFFER_SIZE = 15;
+constexpr int SHOWN_LENGTH = 80; // of a version, which is the text of a file
 const char* const UPDATER_DIR = "/usr/bin/";
 const char* const SYSTEM_DIR = "/";
 
@@ -30,6 +31,10 @@ constexpr struct {
     {"Secondary #3", &updateCore::s3},      {"Secondary #4", &updateCore::s4},
     {"Motor", &updateCore::motor},          {"Primary", &updateCore::master},
 };
+
+std::string shortened(const std::string& text) {
+    return QString::fromStdString(text).left(SHOWN_LENGTH).toStdString();
+}
 
 class stopwatch {
 public:
@@ -52,7 +57,7 @@ void updateCore::run() {
     const stopwatch total;
     serialBootload serial(this);
     if (!enterUpdateMode(serial)) {
-        emit sendUpdateDone(false);
+        finish(false);
         return;
     }
     if (resumeUpdate) {
@@ -67,7 +72,12 @@ void updateCore::run() {
     success = true;
     std::printf("Bootload Total Length: %0.2f\n", total.seconds());
     std::fflush(stdout);
-    emit sendUpdateDone(true);
+    finish(true);
+}
+
+void updateCore::finish(bool status) {
+    atWork = false; // who hears of it may start the next run at once
+    emit sendUpdateDone(status);
 }
 
 bool updateCore::enterUpdateMode(serialBootload& sender) {
@@ -89,6 +99,7 @@ bool updateCore::updateUpdater() {
         std::fflush(stdout);
         return false;
     case action::GOUPDATE:
+        atWork = false;
         emit sendReboot();
         return false;
     default:
@@ -140,10 +151,10 @@ std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::stri
         }
         const std::uint8_t revision = act->revision();
         const std::string version = revision < items.size() ? items[revision].version : "";
-        report("Updating " + name + ": " + item->swVersion + " -> " + version);
+        report("Updating " + name + ": " + shortened(item->swVersion) + " -> " + shortened(version));
         const stopwatch operation;
         if (!act->run()) {
-            emit sendUpdateDone(false);
+            finish(false);
             return action::UPERROR;
         }
         std::printf("Length of Operation: %0.2f\n", operation.seconds());

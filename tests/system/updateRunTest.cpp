@@ -44,7 +44,8 @@ protected:
 TEST_F(updateRunTest, VisitsEverythingInOrder) {
     offer(core->core.kernel, "kernel.img", "image");
     offer(core->core.gui, "gui/tmp/gui.file", "gui");
-    core->core.gui.update.items[0].item = "gui";
+    core->core.gui.update.items[0] = {"gui", std::string(4000, 'y')}; // shown in part
+    core->core.gui.swVersion = std::string(1'000'000, 'x');
     offer(core->core.rootfs, "rootfs", "never visited");
     testing::internal::CaptureStdout();
     update();
@@ -53,7 +54,8 @@ TEST_F(updateRunTest, VisitsEverythingInOrder) {
     add(expected, checked("Updater", "up-to-date"));
     add(expected, {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"});
     add(expected, checked("Drivers", "up-to-date"));
-    add(expected, {"Checking GUI for update", "Updating GUI: 1.0 -> 2.0", "tick 6"});
+    add(expected, {"Checking GUI for update",
+                   "Updating GUI: " + std::string(80, 'x') + " -> " + std::string(80, 'y'), "tick 6"});
     add(expected, noModulesAndDone());
     EXPECT_EQ(events, expected);
     for (const std::string& text : shown) {

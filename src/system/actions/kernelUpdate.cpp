@@ -1,8 +1,8 @@
 #include "kernelUpdate.h"
 
+#include "../../lib/childProcess.h"
 #include "packageFile.h"
 
-#include <cstdlib>
 #include <iostream>
 
 namespace {
@@ -16,7 +16,7 @@ bool isHarmless(const std::string& name) {
 bool writeImage(const std::string& name) {
     const std::string command = "dd if=" + packageFile::DIRECTORY + name + " of=/dev/mmcblk0p1";
     std::cout << command << std::endl;
-    return std::system(command.c_str()) == 0;
+    return childProcess::shell(command) == 0;
 }
 
 } // namespace

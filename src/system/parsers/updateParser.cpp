@@ -52,6 +52,9 @@ const updateParser::LISTS* updateParser::listsOfItem() const {
 
 bool updateParser::String(const char* text, unsigned length, bool) {
     const LISTS* lists = listsOfItem();
+    if (lists != nullptr && length > MAX_LENGTH) {
+        return false;
+    }
     if (lists != nullptr && cur.key == "f") {
         cur.citem.item.assign(text, length);
         for (coreState::BASE_ITEM* list : *lists) {
