@@ -3,8 +3,8 @@
 
 #include "system/ProcBusThread.h"
 #include "system/actions/canBootload.h"
-#include "system/actions/packageFile.h"
 #include "system/actions/serialBootload.h"
+#include "system/packageRules.h"
 #include "system/updateCore.h"
 
 #include <iterator>
@@ -57,7 +57,7 @@ void bench::flash(const ARGUMENTS& arguments) {
         inventory += std::string(module.name) + " kind=" + kind + "\n";
     }
     writeFile("/tmp/inventory", inventory);
-    shell("mkdir " + packageFile::DIRECTORY + " && ln -s " + arguments.at(1) + " " + packageFile::DIRECTORY +
+    shell("mkdir " + packageRules::UNPACKED + " && ln -s " + arguments.at(1) + " " + packageRules::UNPACKED +
           "image.hex");
     const SIMULATOR simulator(arguments.at(0), "--inventory /tmp/inventory --baud " + arguments.at(4) +
                                                    " --trace " + arguments.at(5));

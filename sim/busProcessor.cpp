@@ -63,8 +63,8 @@ void BusProcessor::receive(const Frame& frame, TimePoint now) {
     if (frame.kind == Frame::Kind::BadCrc)
         return;
     const ParsedRequest parsed = parseRequest(frame.message);
-    if (!parsed.fault.empty())
-        log_.add(parsed.fault);
+    if (!parsed.breach.empty())
+        log_.add(parsed.breach);
     if (!parsed.request)
         return;
     scheduler_.at(now + timing_.relayDelay,

@@ -30,7 +30,7 @@ void writeModule(std::ostream& stream, const Module& module, const Trace& trace)
            << " state=" << module.stateName() << " written=" << module.bootloader().written()
            << " erases=" << module.bootloader().erases()
            << " open-page=" << yesNo(module.bootloader().isOpen())
-           << " faults=" << module.log().entries().size() << " well=" << yesNo(isWell(module)) << '\n';
+           << " breaches=" << module.log().entries().size() << " well=" << yesNo(isWell(module)) << '\n';
     writeEntries(stream, module.log(), trace);
 }
 
@@ -42,7 +42,7 @@ void writeAll(std::ostream& stream, const BusProcessor& bus, const FaultScript& 
     }
     const BusProcessor::Counters& counters = bus.counters();
     stream << "bus received=" << counters.received << " damaged=" << counters.damaged
-           << " sent=" << counters.sent << " faults=" << bus.log().entries().size()
+           << " sent=" << counters.sent << " breaches=" << bus.log().entries().size()
            << " well=" << yesNo(bus.log().entries().empty()) << '\n';
     writeEntries(stream, bus.log(), trace);
     for (const Fault& fault : faults.faults())

@@ -72,7 +72,7 @@ ParsedRequest parseAddressed(RequestKind kind, const Message& message) {
     }
     request.count = p[4] == 0 ? maxEraseBlocks : p[4];
     if (p[5] != 0)
-        parsed.fault = "erase blocks with byte 5 not zero";
+        parsed.breach = "erase blocks with byte 5 not zero";
     return parsed;
 }
 
@@ -92,7 +92,7 @@ ParsedRequest parseCommand(const Message& message) {
             return refuse("bootloader command of a wrong length", message);
         ParsedRequest parsed = understood(RequestKind::EraseAll, p[0]);
         if (std::any_of(p.begin() + 2, p.end(), [](std::uint8_t byte) { return byte != 0; }))
-            parsed.fault = "erase all with bytes that are not zero";
+            parsed.breach = "erase all with bytes that are not zero";
         return parsed;
     }
     case command::status:
@@ -116,7 +116,7 @@ ParsedRequest parseRow(const Message& message) {
     request.row = high ? static_cast<std::uint16_t>(p[0] | p[1] << 8) : p[0];
     request.data.assign(p.begin() + static_cast<std::ptrdiff_t>(numberSize), p.end());
     if (high != (request.row >= firstHighRow))
-        parsed.fault = format("row %u sent as message %u", request.row, message.id);
+        parsed.breach = format("row %u sent as message %u", request.row, message.id);
     return parsed;
 }
 

@@ -35,7 +35,7 @@ struct Request {
 
 struct ParsedRequest {
     std::optional<Request> request; // none when the message can't be understood
-    std::string fault;              // what breaks the protocol; may stand beside a request
+    std::string breach;             // what breaks the protocol; may stand beside a request
 };
 
 ParsedRequest parseRequest(const Message& message);

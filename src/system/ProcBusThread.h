@@ -12,6 +12,21 @@
 class coreState;
 
 /**
+ * The sizes of a message that the steps of a run announce with setBuffSize(). Nobody reads them: the receive
+ * loop finds frames without.
+ */
+namespace receiveSize {
+constexpr std::uint8_t AT_FIRST = 14;
+constexpr std::uint8_t RUN = 14;
+constexpr std::uint8_t SYSTEM_COMMAND = 15;
+constexpr std::uint8_t CAN_BOOTLOADER = 15; // until it has told which one it is
+constexpr std::uint8_t CAN_NEW_BOOTLOADER = 14;
+constexpr std::uint8_t CAN_OLD_BOOTLOADER = 12;
+constexpr std::uint8_t SERIAL_MODULE = 15;
+constexpr std::uint8_t SERIAL_BOOTLOADER = 5;
+} // namespace receiveSize
+
+/**
  * The link to the bus processor. Its thread cuts the serial byte stream into messages, checks them and files
  * what they say into the core's module table and reply box. Owned by the core.
  *
@@ -49,7 +64,7 @@ public:
      * port closed. Blocks until the old thread is gone.
      */
     void reload_uart();
-    void setBuffSize(std::uint8_t n);
+    void setBuffSize(std::uint8_t n); ///< receiveSize
 
 signals:
     void quitApp(); ///< never emitted
@@ -72,8 +87,7 @@ private:
     [[maybe_unused]] unsigned last_buff_len = 0;
     bool canRun = false;
     [[maybe_unused]] std::uint8_t lastMsg = 0;
-    [[maybe_unused]] std::uint8_t rxBuffSize =
-        14; ///< set by the dialogues; the receive loop finds frames without it
+    [[maybe_unused]] std::uint8_t rxBuffSize = receiveSize::AT_FIRST;
     // What a link thread hands on to the next one.
     shared<std::uint32_t> rxPtr; ///< bytes held in UARTRXBUF
     shared<int> readSize;        ///< bytes that the next read asks for

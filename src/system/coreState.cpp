@@ -1,11 +1,11 @@
 #include "coreState.h"
 
 #include "../lib/ConfigFile.h"
+#include "../lib/durable.h"
 #include "../lib/functs.h"
+#include "packageRules.h"
 #include "termination.h"
 
-#include <cstdio>
-#include <fcntl.h>
 #include <sstream>
 #include <unistd.h>
 
@@ -27,17 +27,6 @@ constexpr struct {
     {&coreState::mf1, 13, true},    {&coreState::mf2, 14, true}, {&coreState::mf3, 15, true},
     {&coreState::arts, 16, true},
 };
-
-/** Forces what was written to `path`, a file or a directory, onto the card. */
-bool flush(const std::string& path) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool flushed = fsync(fd) == 0;
-    close(fd);
-    return flushed;
-}
 
 } // namespace
 
@@ -111,7 +100,7 @@ void coreState::setUnfinished(BASE_ITEM& item, bool unfinished) {
         const BASE_ITEM& each = (this->*entry.module).base;
         addresses += each.unfinished ? std::to_string(each.id) + "\n" : "";
     }
-    if (!replaceFile(rootPath + UNFINISHED_FILE, addresses)) {
+    if (!durable::replaceFile(rootPath + UNFINISHED_FILE, addresses)) {
         log->log_item("Could not note which modules are unfinished", logger::LOG_ERROR);
     }
 }
@@ -132,27 +121,11 @@ void coreState::pause(unsigned milliseconds) {
 void coreState::removeUpdateFiles() {
     dropUnpackedManifest();
     functs f;
-    f.rmDir("/keldra/tmp/keldra_update", true, false);
-    f.removeFile("/keldra/tmp/keldra_update.tgz");
-    f.removeFile("/keldra/tmp/keldra_update.tgz.sha");
+    f.rmDir(packageRules::UNPACKED, true, false);
+    f.removeFile(packageRules::FETCHED);
+    f.removeFile(packageRules::FETCHED + packageRules::DIGEST);
 }
 
 void coreState::dropUnpackedManifest() {
-    functs().removeFile("/keldra/tmp/keldra_update/update.manifest");
-}
-
-/** A loss of power leaves the old content or the new one; a full card, the old one. */
-bool coreState::replaceFile(const std::string& path, const std::string& text) {
-    functs f;
-    const std::string temporary = path + ".new";
-    if (!f.writeFileContents(temporary, text) || !flush(temporary) ||
-        f.getFileSize(temporary) != static_cast<std::int32_t>(text.size())) {
-        f.removeFile(temporary);
-        return false;
-    }
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        f.removeFile(temporary);
-        return false;
-    }
-    return flush(rootPath + "/config");
+    functs().removeFile(packageRules::UNPACKED_MANIFEST);
 }

@@ -145,7 +145,4 @@ protected:
     int readConfiguration();
     /** Reads what setUnfinished() has noted on the card. */
     void loadUnfinished();
-
-private:
-    bool replaceFile(const std::string& path, const std::string& text);
 };

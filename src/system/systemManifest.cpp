@@ -1,7 +1,9 @@
 // The part of coreState that reads and writes the record of what is installed.
 
+#include "../lib/durable.h"
 #include "../lib/functs.h"
 #include "coreState.h"
+#include "packageRules.h"
 #include "parsers/jsonText.h"
 #include "parsers/manifestParser.h"
 
@@ -18,7 +20,7 @@ const char* const FILE_NAME = "/config/system.manifest";
 bool coreState::loadSystemManifest() {
     manifestParser parser(this);
     const std::string text = functs().getFileContents(rootPath + FILE_NAME);
-    if (jsonText::isBlank(text)) {
+    if (packageRules::isBlank(text)) {
         log->log_item("No system manifest", logger::LOG_ERROR);
         return false;
     }
@@ -41,5 +43,5 @@ bool coreState::saveSystemManifest() {
     }
     writer.EndObject();
 
-    return replaceFile(rootPath + FILE_NAME, text.GetString());
+    return durable::replaceFile(rootPath + FILE_NAME, text.GetString());
 }

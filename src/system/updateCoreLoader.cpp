@@ -1,83 +1,34 @@
 #include "updateCoreLoader.h"
 
 #include "../lib/childProcess.h"
+#include "../lib/durable.h"
 #include "../lib/functs.h"
+#include "../lib/sha1.h"
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
 #include "coreState.h"
+#include "packageRules.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
 #include "termination.h"
 
-#include <cryptopp/files.h>
-#include <cryptopp/filters.h>
-#include <cryptopp/hex.h>
-#include <cryptopp/sha.h>
-#include <fcntl.h>
 #include <iostream>
+#include <stdexcept>
 #include <sys/mount.h>
-#include <unistd.h>
 #include <vector>
+
+using namespace packageRules;
 
 namespace {
 
 const char* const STICK = "/mnt/usb";
-const std::string STICK_PACKAGE = "/mnt/usb/keldra_update.tgz";
-const std::string PACKAGE = "/keldra/tmp/keldra_update.tgz";
-const std::string UNPACKED = "/keldra/tmp/keldra_update";
-const std::string MANIFEST = "/keldra/tmp/keldra_update/update.manifest";
-const std::string CHECKSUM = ".sha";
+const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
 
 /**
  * Stands while the package is being unpacked. When the panel loses power meanwhile, the manifest may be there
  * already and the rest not: such a tree is never resumed. The name is among those that the next load removes.
  */
 const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
-
-/** Forces what was unpacked onto the card. */
-bool flushCard(const std::string& directory) {
-    const int fd = open(directory.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool flushed = syncfs(fd) == 0;
-    close(fd);
-    return flushed;
-}
-
-/** Hands a file on in large pieces; a digest alone would have its source read one block at a time. */
-class largePieces : public CryptoPP::Bufferless<CryptoPP::Filter> {
-public:
-    largePieces(CryptoPP::BufferedTransformation* next, const shared<bool>* unless)
-        : piece(0x10000), stopped(unless) {
-        Detach(next);
-    }
-    CryptoPP::byte* CreatePutSpace(std::size_t& size) override {
-        size = piece.size();
-        return piece.data();
-    }
-    std::size_t Put2(const CryptoPP::byte* data, std::size_t length, int messageEnd, bool blocking) override {
-        if (stopped != nullptr && *stopped) {
-            throw CryptoPP::Exception(CryptoPP::Exception::OTHER_ERROR, "stopped");
-        }
-        return AttachedTransformation()->Put2(data, length, messageEnd, blocking);
-    }
-
-private:
-    std::vector<CryptoPP::byte> piece;
-    const shared<bool>* stopped;
-};
-
-std::string sha1Of(const std::string& file, const shared<bool>* unless) {
-    std::string digest;
-    CryptoPP::SHA1 sha1;
-    const CryptoPP::FileSource source(
-        file.c_str(), true,
-        new largePieces(
-            new CryptoPP::HashFilter(sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false)),
-            unless));
-    return digest;
-}
 
 constexpr int NO_PACKAGE = 2;
 
@@ -87,8 +38,8 @@ int copyFromStick() {
     if (!f.isFile(STICK_PACKAGE)) {
         return NO_PACKAGE;
     }
-    f.copyFile(STICK_PACKAGE, PACKAGE, true); // a copy that failed does not validate
-    f.copyFile(STICK_PACKAGE + CHECKSUM, PACKAGE + CHECKSUM, false);
+    f.copyFile(STICK_PACKAGE, FETCHED, true); // a copy that failed does not validate
+    f.copyFile(STICK_PACKAGE + DIGEST, FETCHED + DIGEST, false);
     return 0;
 }
 
@@ -123,7 +74,7 @@ bool updateCoreLoad::loadPackage() {
         return false;
     }
     awaitStartMode();
-    const bool resume = core->resumeUpdate && f.isFile(MANIFEST) && !f.isFile(UNPACKING);
+    const bool resume = core->resumeUpdate && f.isFile(UNPACKED_MANIFEST) && !f.isFile(UNPACKING);
     const auto goOn = [this] { return !core->cancel; }; // the program may be closed meanwhile
     if (!resume && !(goOn() && fetchPackage() && goOn() && unpackPackage())) {
         if (core->cancel) {
@@ -159,6 +110,11 @@ void updateCoreLoad::awaitStartMode() {
     }
 }
 
+/** True when the work succeeds, unless the program is closed meanwhile: it may take long. */
+bool updateCoreLoad::finishes(const std::function<bool()>& work) {
+    return childProcess::run([&work] { return work() ? 0 : 1; }, &core->cancel) == 0;
+}
+
 bool updateCoreLoad::fetchPackage() {
     std::cout << "Loading new file" << std::endl;
     core->dropUnpackedManifest();
@@ -168,24 +124,23 @@ bool updateCoreLoad::fetchPackage() {
         core->log->log_item("No update file found", logger::LOG_WARNING);
         return false;
     }
-    return validateFile(PACKAGE) || fail("Updater file corrupted!", "Update file corrupted");
+    const auto isValid = [this] { return validateFile(FETCHED); };
+    return finishes(isValid) || fail("Updater file corrupted!", "Update file corrupted");
 }
 
 bool updateCoreLoad::unpackPackage() {
     functs f;
     const shared<bool>* const unless = &core->cancel;
-    const auto flushed = [unless] {
-        return childProcess::run([] { return flushCard(UNPACKED) ? 0 : 1; }, unless) == 0;
-    };
     if (f.isDirectory(UNPACKED) && childProcess::shell("rm -r /keldra/tmp/keldra_update", unless) != 0) {
         return fail("Internal Error", "Could not flush temp directory");
     }
-    if (!f.makeDir(UNPACKED + "/") || !f.writeFileContents(UNPACKING, "") || !flushed()) {
+    const auto flush = [] { return durable::flushAll(UNPACKED); };
+    if (!f.makeDir(UNPACKED) || !f.writeFileContents(UNPACKING, "") || !finishes(flush)) {
         return fail("Internal Error", "Could not create temp directory");
     }
     if (childProcess::shell("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz",
                             unless) != 0 ||
-        !flushed()) {
+        !finishes(flush)) {
         return fail("Internal Error", "Could not untar archieve");
     }
     f.removeFile(UNPACKING);
@@ -193,11 +148,11 @@ bool updateCoreLoad::unpackPackage() {
 }
 
 bool updateCoreLoad::readManifest() {
-    if (!validateFile(MANIFEST)) {
+    if (!validateFile(UNPACKED_MANIFEST)) {
         return fail("Updater file corrupted!", "Updater manifest is corrupt");
     }
-    const std::string text = functs().getFileContents(MANIFEST);
-    if (jsonText::isBlank(text)) {
+    const std::string text = functs().getFileContents(UNPACKED_MANIFEST);
+    if (isBlank(text)) {
         return fail("Internal Error", "Config file is blank");
     }
     core->clearUpdateItems();
@@ -220,17 +175,9 @@ bool updateCoreLoad::validateFile(std::string file) {
     if (!f.isFile(file)) {
         return false;
     }
-    const std::string text = f.getFileContents(file + CHECKSUM);
-    const std::vector<std::string> words = f.split(text, ' ');
-    std::string expected = words.empty() ? text : words.front();
-    f.trim(expected);
-    f.strCase(expected, false);
-    if (expected.empty()) {
-        return false;
-    }
     try {
-        return sha1Of(file, core != nullptr ? &core->cancel : nullptr) == expected;
-    } catch (const CryptoPP::Exception&) {
+        return sha1::ofFile(file) == digestIn(f.getFileContents(file + DIGEST));
+    } catch (const std::runtime_error&) {
         return false; // unreadable: not proven intact
     }
 }

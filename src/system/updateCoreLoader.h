@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QThread>
+#include <functional>
 #include <string>
 
 class coreState;
@@ -33,6 +34,7 @@ private:
     bool loadPackage();
     bool switchToUpdateMode();
     void awaitStartMode();
+    bool finishes(const std::function<bool()>& work);
     bool fetchPackage();
     bool unpackPackage();
     bool readManifest();

@@ -13,9 +13,7 @@
 
 namespace {
 
-constexpr double TICK = 6.0; // progress of one item, of 100
-constexpr std::uint8_t RUN_BUFFER_SIZE = 14;
-constexpr std::uint8_t SERIAL_BUFFER_SIZE = 15;
+constexpr double TICK = 6.0;     // progress of one item, of 100
 constexpr int SHOWN_LENGTH = 80; // of a version, which is the text of a file
 const char* const UPDATER_DIR = "/usr/bin/";
 const char* const SYSTEM_DIR = "/";
@@ -51,7 +49,7 @@ private:
 void updateCore::run() {
     termination::forbid();
     gotStatusMessage("Starting Update...");
-    comBus->setBuffSize(RUN_BUFFER_SIZE);
+    comBus->setBuffSize(receiveSize::RUN);
     comBus->reload_uart();
     gotStatusMessage("Switching System to Bootload Mode...");
     const stopwatch total;
@@ -125,7 +123,7 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
             return false;
         }
     }
-    comBus->setBuffSize(SERIAL_BUFFER_SIZE);
+    comBus->setBuffSize(receiveSize::SERIAL_MODULE);
     return update(&serial, &ctrl.base, "CTRL"); // last: the others are reached through it
 }
 

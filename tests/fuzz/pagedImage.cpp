@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     hexpage image;
     const bool isRead = flashLayouts::readImage(path, layout, image);
     if (isRead && &layout < &layouts()[PROCESSORS] &&
-        !imageCheck::hasFault(imageCheck::ofPages(path, layout, image))) {
+        !imageCheck::hasError(imageCheck::ofPages(path, layout, image))) {
         input::require(image.walkReachesAllData());
         checkSizes(image);
     }

@@ -21,7 +21,7 @@ protected:
         checkHex(path(), "image.hex", findProcessor(processor), serial, findings);
         std::string names;
         for (const Finding& each : findings.all())
-            names += each.fault->id + std::string(" ");
+            names += each.kind->id + std::string(" ");
         return names;
     }
     std::filesystem::path path() const { return directory_.path() / "image.hex"; }
@@ -52,8 +52,8 @@ TEST_F(hexCheckTest, NoCutImagePasses) {
         EXPECT_NE(check(image.substr(0, size), "stm32f3"), "") << size;
 }
 
-// What the panel finds no fault with is programmed byte for byte at its address, and nothing else is: images
-// of random pieces, most of which break some rule. What the check passes is among it.
+// What the panel objects to nothing of is programmed byte for byte at its address, and nothing else is:
+// images of random pieces, most of which break some rule. What the check passes is among it.
 class cleanImageTest : public hexCheckTest {
 protected:
     // Records of a few pieces, and the bytes they mean.

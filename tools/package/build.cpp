@@ -1,6 +1,7 @@
 #include "build.h"
 
 #include "digest.h"
+#include "lib/sha1.h"
 #include "package.h"
 #include "progress.h"
 #include "tarball.h"
@@ -97,12 +98,12 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
         return false;
 
     const std::string manifest = writeManifest(package.items());
-    const std::string manifestSha = digestText(sha1OfText(manifest), MANIFEST);
+    const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
     std::vector<Member> members;
     for (const std::string& name : namesOf(package))
         members.push_back({name, package.root() / name, {}});
     // The manifest last: where it is, everything is.
-    members.push_back({MANIFEST + ".sha", {}, manifestSha});
+    members.push_back({MANIFEST + DIGEST, {}, manifestSha});
     members.push_back({MANIFEST, {}, manifest});
 
     fs::create_directories(options.target);
@@ -111,8 +112,8 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     ProgressBar bar("packing", sizeOf(members));
     pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
     writeFile(files.add(options.target / MANIFEST), manifest);
-    writeFile(files.add(options.target / (MANIFEST + ".sha")), manifestSha);
-    writeFile(files.add(options.target / (ARCHIVE + ".sha")), digestText(sha1OfFile(archive), ARCHIVE));
+    writeFile(files.add(options.target / (MANIFEST + DIGEST)), manifestSha);
+    writeFile(files.add(options.target / (ARCHIVE + DIGEST)), digestText(sha1::ofFile(archive), ARCHIVE));
     files.finish(); // the archive's digest last: it belongs to no other archive
     return true;
 }

@@ -130,7 +130,7 @@ namespace {
 BusCost costOfRecords(const std::filesystem::path& path) {
     BusCost cost;
     hexrecords image(path.string());
-    if (!image.getFileOK() || imageCheck::hasFault(imageCheck::ofRecords(path.string())))
+    if (!image.getFileOK() || imageCheck::hasError(imageCheck::ofRecords(path.string())))
         throw Failure(path.filename().string() + ": refused by the panel");
     cost.eraseAll();
     while (const hexrecords::HEX_RECORD* record = image.getNextRecord())

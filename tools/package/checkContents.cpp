@@ -2,9 +2,10 @@
 #include "package.h"
 
 #include "executable.h"
-#include "faults.h"
+#include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
+#include "system/busProtocol.h"
 #include "text.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t REVISIONS = 251;
+constexpr std::size_t REVISIONS = busProtocol::LAST_HW_REV + 1;
 
 // As the panel writes what a module tells: "1.3.0".
 bool isModuleVersion(const std::string& version) {
@@ -61,12 +62,12 @@ private:
 void ContentCheck::checkItem(const Item& item) {
     const Content content = item.kind->content;
     if (content == Content::Recorded)
-        findings_.add(faults::itemUnvisited, item.place, std::string("\"") + item.kind->name + "\"");
+        findings_.add(kinds::itemUnvisited, item.place, std::string("\"") + item.kind->name + "\"");
     if (content != Content::Firmware && item.entries.size() > 1)
-        findings_.add(faults::revisionUnused, item.entries[1].filePlace,
+        findings_.add(kinds::revisionUnused, item.entries[1].filePlace,
                       std::to_string(item.entries.size()) + " files for \"" + item.kind->name + "\"");
     if (item.entries.size() > REVISIONS)
-        findings_.add(faults::revisionTooHigh, item.entries[REVISIONS].filePlace,
+        findings_.add(kinds::revisionTooHigh, item.entries[REVISIONS].filePlace,
                       std::to_string(item.entries.size()) + " hardware revisions");
     for (std::size_t revision = 0; revision < item.entries.size(); ++revision) {
         const Entry& entry = item.entries[revision];
@@ -80,14 +81,14 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
     const std::string& name = entry.file;
     const std::string quoted = "\"" + name + "\"";
     const std::size_t before = findings_.all().size();
-    if (name.size() <= NO_FILE_LENGTH && item.kind->content != Content::Firmware)
-        findings_.add(faults::nameShort, entry.filePlace, quoted);
-    else if (leadsOutside(name))
-        findings_.add(faults::nameOutside, entry.filePlace, quoted);
+    if (packageRules::standsForNoFile(name) && item.kind->content != Content::Firmware)
+        findings_.add(kinds::nameShort, entry.filePlace, quoted);
+    else if (packageRules::leadsOutside(name))
+        findings_.add(kinds::nameOutside, entry.filePlace, quoted);
     else if (!isPlainName(name))
-        findings_.add(faults::nameForm, entry.filePlace, quoted);
-    else if (!isHarmlessName(name) || name.front() == '-')
-        findings_.add(faults::nameShell, entry.filePlace, quoted);
+        findings_.add(kinds::nameForm, entry.filePlace, quoted);
+    else if (!packageRules::isHarmless(name) || name.front() == '-')
+        findings_.add(kinds::nameShell, entry.filePlace, quoted);
     return findings_.all().size() == before;
 }
 
@@ -98,7 +99,7 @@ bool ContentCheck::checkWay(const Entry& entry) {
         path /= component;
         std::error_code broken;
         if (fs::is_symlink(fs::symlink_status(path, broken)) && leavesPackage(path)) {
-            findings_.add(faults::linkOutside, entry.filePlace,
+            findings_.add(kinds::linkOutside, entry.filePlace,
                           nameOf(path) + " is a symbolic link to " + fs::read_symlink(path).string());
             return false;
         }
@@ -113,9 +114,9 @@ void ContentCheck::checkVersion(const Item& item, const Entry& entry) {
     if (entry.versionPlace.line == 0)
         return; // none at all was reported as not paired
     if (blank)
-        findings_.add(faults::versionEmpty, entry.versionPlace, "the version of \"" + entry.file + "\"");
+        findings_.add(kinds::versionEmpty, entry.versionPlace, "the version of \"" + entry.file + "\"");
     else if (hasLines || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
-        findings_.add(faults::versionForm, entry.versionPlace, "\"" + version + "\"");
+        findings_.add(kinds::versionForm, entry.versionPlace, "\"" + version + "\"");
 }
 
 // The program must land where the panel starts it.
@@ -123,9 +124,9 @@ void ContentCheck::checkUpdater(const Entry& entry) {
     const fs::path path = package_.root() / entry.file;
     const bool isTree = fs::is_directory(path);
     std::error_code broken;
-    if (isTree ? !fs::is_regular_file(path / UPDATER, broken) : entry.file != UPDATER)
-        findings_.add(faults::updaterName, entry.filePlace,
-                      "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER);
+    if (isTree ? !fs::is_regular_file(path / UPDATER_NAME, broken) : entry.file != UPDATER_NAME)
+        findings_.add(kinds::updaterName, entry.filePlace,
+                      "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
 }
 
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
@@ -133,17 +134,17 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
     const bool takesTree = item.kind->content == Content::Files;
     std::error_code broken;
     if (!fs::exists(path, broken)) {
-        findings_.add(faults::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
+        findings_.add(kinds::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
     } else if (!isReadable(path)) {
-        findings_.add(faults::fileUnreadable, {entry.file}, "it can't be read");
+        findings_.add(kinds::fileUnreadable, {entry.file}, "it can't be read");
     } else if (fs::is_directory(path) && takesTree) {
         if (fs::is_empty(path))
-            findings_.add(faults::fileEmpty, {entry.file}, "the directory is empty");
+            findings_.add(kinds::fileEmpty, {entry.file}, "the directory is empty");
         checkTree(path);
     } else if (!fs::is_regular_file(path)) {
-        findings_.add(faults::fileKind, entry.filePlace, "\"" + entry.file + "\" is no regular file");
+        findings_.add(kinds::fileKind, entry.filePlace, "\"" + entry.file + "\" is no regular file");
     } else if (fs::file_size(path) == 0) {
-        findings_.add(faults::fileEmpty, {entry.file}, "the file is empty");
+        findings_.add(kinds::fileEmpty, {entry.file}, "the file is empty");
     } else if (takesTree) {
         checkProgram(path);
     } else if (item.kind->content == Content::Firmware) {
@@ -156,7 +157,7 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
 void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size_t revision) {
     const Processor* processor = findProcessor(entry.processor);
     if (processor == nullptr && !entry.processor.empty())
-        findings_.add(faults::processorUnknown, entry.filePlace, "\"" + entry.processor + "\"");
+        findings_.add(kinds::processorUnknown, entry.filePlace, "\"" + entry.processor + "\"");
     const auto chosen = choice_.find(item.kind->name);
     if (chosen != choice_.end() && revision < chosen->second.size())
         processor = chosen->second[revision];
@@ -168,7 +169,7 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
 
 void ContentCheck::checkTree(const fs::path& directory) {
     if (!isReadable(directory)) {
-        findings_.add(faults::fileUnreadable, {nameOf(directory)}, "it can't be read");
+        findings_.add(kinds::fileUnreadable, {nameOf(directory)}, "it can't be read");
         return;
     }
     std::vector<fs::path> entries(fs::directory_iterator(directory), fs::directory_iterator{});
@@ -176,15 +177,15 @@ void ContentCheck::checkTree(const fs::path& directory) {
     walked_.push_back(fs::canonical(directory));
     for (const fs::path& path : entries) {
         if (path.filename().string().front() == '.')
-            findings_.add(faults::fileHidden, {nameOf(path)}, "a hidden name");
+            findings_.add(kinds::fileHidden, {nameOf(path)}, "a hidden name");
         else if (fs::is_symlink(path) && !checkLink(path))
             continue;
         else if (fs::is_directory(path))
             checkTree(path);
         else if (!fs::is_regular_file(path))
-            findings_.add(faults::fileKind, {nameOf(path)}, "no regular file");
+            findings_.add(kinds::fileKind, {nameOf(path)}, "no regular file");
         else if (!isReadable(path))
-            findings_.add(faults::fileUnreadable, {nameOf(path)}, "it can't be read");
+            findings_.add(kinds::fileUnreadable, {nameOf(path)}, "it can't be read");
         else
             checkProgram(path);
     }
@@ -203,14 +204,14 @@ bool ContentCheck::leavesPackage(const fs::path& link) const {
 // True when there is something to copy.
 bool ContentCheck::checkLink(const fs::path& link) {
     std::error_code broken;
-    const Fault* fault = &faults::linkCopied;
+    const Kind* kind = &kinds::linkCopied;
     const fs::path there = fs::canonical(link, broken);
     if (leavesPackage(link))
-        fault = &faults::linkOutside;
+        kind = &kinds::linkOutside;
     else if (broken || std::find(walked_.begin(), walked_.end(), there) != walked_.end())
-        fault = &faults::linkBroken;
-    findings_.add(*fault, {nameOf(link)}, "a symbolic link to " + fs::read_symlink(link).string());
-    return fault == &faults::linkCopied;
+        kind = &kinds::linkBroken;
+    findings_.add(*kind, {nameOf(link)}, "a symbolic link to " + fs::read_symlink(link).string());
+    return kind == &kinds::linkCopied;
 }
 
 // Building sets the bits for all when the owner has his.
@@ -218,13 +219,13 @@ void ContentCheck::checkProgram(const fs::path& file) {
     const fs::perms all = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
     const fs::perms executable = package_.isDescribed() ? fs::perms::owner_exec : all;
     if ((fs::status(file).permissions() & executable) != executable &&
-        (file.filename() == UPDATER || isProgram(file)))
-        findings_.add(faults::notExecutable, {nameOf(file)}, "a program without its executable bits");
+        (file.filename() == UPDATER_NAME || isProgram(file)))
+        findings_.add(kinds::notExecutable, {nameOf(file)}, "a program without its executable bits");
 }
 
 void ContentCheck::unnamed() {
     const auto isNamed = [&](const std::string& top) {
-        return top == MANIFEST || top == MANIFEST + ".sha" ||
+        return top == MANIFEST || top == MANIFEST + DIGEST ||
                std::any_of(package_.items().begin(), package_.items().end(), [&](const Item& item) {
                    return std::any_of(item.entries.begin(), item.entries.end(),
                                       [&](const Entry& entry) { return topOf(entry.file) == top; });
@@ -235,7 +236,7 @@ void ContentCheck::unnamed() {
         names.insert(entry.path().filename().string());
     for (const std::string& name : names) {
         if (!isNamed(name))
-            findings_.add(faults::fileUnnamed, {name}, "no item names it");
+            findings_.add(kinds::fileUnnamed, {name}, "no item names it");
     }
 }
 
@@ -257,7 +258,7 @@ void checkModules(const Package& package, const std::map<std::string, Module>& m
             continue;
         const unsigned revision = pickedRevision(module->second);
         if (revision >= item->entries.size())
-            findings.add(faults::revisionMissing, item->place,
+            findings.add(kinds::revisionMissing, item->place,
                          format("%s has hardware revision %u, and \"%s\" has %zu files", stop.module,
                                 revision, stop.item, item->entries.size()));
     }

@@ -1,39 +1,39 @@
 #include "digest.h"
 
-#include "faults.h"
 #include "files.h"
+#include "findingKinds.h"
 #include "lib/functs.h"
+#include "lib/sha1.h"
+#include "system/packageRules.h"
 
 namespace package {
 
 namespace fs = std::filesystem;
 
 void checkDigest(const fs::path& file, const std::string& name, Findings& findings) {
-    const fs::path path = file.string() + ".sha";
-    const Place place{name + ".sha"};
+    const fs::path path = file.string() + packageRules::DIGEST;
+    const Place place{name + packageRules::DIGEST};
     if (!fs::is_regular_file(path)) {
-        findings.add(faults::digestMissing, place, "there is no digest of " + name);
+        findings.add(kinds::digestMissing, place, "there is no digest of " + name);
         return;
     }
     functs f;
     const std::string text = f.getFileContents(path.string());
-    const std::vector<std::string> words = f.split(text, ' ');
-    std::string expected = words.empty() ? text : words.front();
-    f.trim(expected);
-    f.strCase(expected, false);
+    const std::string expected = packageRules::digestIn(text);
     if (expected.size() != 40 || expected.find_first_not_of("0123456789abcdef") != std::string::npos) {
-        findings.add(faults::digestForm, place, "it does not begin with a SHA-1 of 40 digits");
+        findings.add(kinds::digestForm, place, "it does not begin with a SHA-1 of 40 digits");
         return;
     }
-    const std::string digest = sha1OfFile(file);
+    const std::string digest = sha1::ofFile(file);
     if (digest != expected)
-        findings.add(faults::digestWrong, place, "the SHA-1 of " + name + " is " + digest);
-    std::string other = words.empty() ? "" : words.back();
+        findings.add(kinds::digestWrong, place, "the SHA-1 of " + name + " is " + digest);
+    const std::size_t blank = text.rfind(' ');
+    std::string other = blank == text.npos ? "" : text.substr(blank);
     f.trim(other);
     if (other.starts_with('*'))
         other.erase(0, 1);
     if (!other.empty() && fs::path(other).filename() != file.filename())
-        findings.add(faults::digestName, place, "it names " + other);
+        findings.add(kinds::digestName, place, "it names " + other);
 }
 
 std::string digestText(const std::string& digest, const std::string& name) {

@@ -1,11 +1,7 @@
 #include "files.h"
 
 #include <cerrno>
-#include <cryptopp/files.h>
-#include <cryptopp/filters.h>
 #include <cryptopp/gzip.h>
-#include <cryptopp/hex.h>
-#include <cryptopp/sha.h>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -44,16 +40,7 @@ private:
     std::size_t behind_ = 0;
 };
 
-// As Crypto++ wants it: the encoder belongs to the filter that it is given to.
-CryptoPP::HashFilter* hexDigest(CryptoPP::SHA1& sha1, std::string& digest) {
-    return new CryptoPP::HashFilter(sha1, new CryptoPP::HexEncoder(new CryptoPP::StringSink(digest), false));
-}
-
 } // namespace
-
-bool leadsOutside(const std::string& name) {
-    return name.starts_with('/') || ("/" + name + "/").find("/../") != std::string::npos;
-}
 
 bool isReadable(const fs::path& path) {
     return access(path.c_str(), fs::is_directory(path) ? R_OK | X_OK : R_OK) == 0;
@@ -106,24 +93,6 @@ void checkGzip(const fs::path& path) {
     } catch (const CryptoPP::Exception& error) {
         throw Failure(error.what());
     }
-}
-
-std::string sha1OfFile(const fs::path& path) {
-    std::string digest;
-    CryptoPP::SHA1 sha1;
-    try {
-        const CryptoPP::FileSource source(path.c_str(), true, hexDigest(sha1, digest));
-    } catch (const CryptoPP::Exception& error) {
-        throw Failure(path.string() + ": " + error.what());
-    }
-    return digest;
-}
-
-std::string sha1OfText(const std::string& text) {
-    std::string digest;
-    CryptoPP::SHA1 sha1;
-    const CryptoPP::StringSource source(text, true, hexDigest(sha1, digest));
-    return digest;
 }
 
 void watchInterrupts() {

@@ -13,9 +13,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// True for an absolute name and for one with a ".." among its components.
-bool leadsOutside(const std::string& name);
-
 bool isReadable(const std::filesystem::path& path); // a directory: its names and what they stand for
 
 // Throws Failure for anything that reading would not end of.
@@ -26,10 +23,6 @@ void writeFile(const std::filesystem::path& path, const std::string& content);
 
 // Throws Failure when the file is not compressed by gzip from its start to its end, without damage.
 void checkGzip(const std::filesystem::path& path);
-
-// 40 lower-case digits.
-std::string sha1OfFile(const std::filesystem::path& path);
-std::string sha1OfText(const std::string& text);
 
 // From then on, a signal to end the program is noticed by the next checkInterrupted(), which throws Failure.
 void watchInterrupts();

@@ -16,8 +16,8 @@ struct Place {
     unsigned column = 0;
 };
 
-// A kind of fault: what the panel does with it and what mends it. faults.h has them all.
-struct Fault {
+// A kind of finding: what the panel does about it and what mends it. findingKinds.h has them all.
+struct Kind {
     const char* id; // stable: programs may look for it
     Severity severity;
     const char* panel;
@@ -25,14 +25,14 @@ struct Fault {
 };
 
 struct Finding {
-    const Fault* fault;
+    const Kind* kind;
     Place place;
     std::string text;
 };
 
 class Findings {
 public:
-    void add(const Fault& fault, Place place, std::string text);
+    void add(const Kind& kind, Place place, std::string text);
 
     const std::vector<Finding>& all() const { return findings_; }
     std::size_t errors() const;

@@ -1,6 +1,6 @@
 #include "hexCheck.h"
 
-#include "faults.h"
+#include "findingKinds.h"
 #include "text.h"
 
 #include <algorithm>
@@ -30,8 +30,8 @@ public:
     void eraseRuns(hexpage& image);
 
 private:
-    void report(const Fault& fault, unsigned line, const std::string& text) {
-        findings_.add(fault, {name_, line}, text);
+    void report(const Kind& kind, unsigned line, const std::string& text) {
+        findings_.add(kind, {name_, line}, text);
     }
     // The line of the first data behind an address of the target.
     unsigned lineBehind(std::uint64_t address) const {
@@ -58,7 +58,7 @@ void FlashCheck::outside() {
     unsigned line = 0;
     const auto flush = [&] {
         if (start != end)
-            report(faults::hexOutside, line,
+            report(kinds::hexOutside, line,
                    format("0x%X to 0x%X (%u bytes) lies in no flash region", shown(start), shown(end - 1),
                           shown(end - start)));
         start = end;
@@ -82,7 +82,7 @@ void FlashCheck::outside() {
 void FlashCheck::gaps() {
     for (const LAYOUT::REGION& region : layout_.regions) {
         for (const imageCheck::HOLE& gap : imageCheck::findGaps(file_.stretches(), layout_, region))
-            report(faults::hexGap, gap.line,
+            report(kinds::hexGap, gap.line,
                    format("no data from 0x%X to 0x%X (%u bytes), but behind it in the same page",
                           shown(gap.start), shown(gap.end - 1), shown(gap.end - gap.start)));
     }
@@ -100,7 +100,7 @@ void FlashCheck::addresses() {
             if (last < bounds.start || last >= bounds.end)
                 continue;
             if (last >= reach) {
-                report(faults::hexTooLarge, record.line,
+                report(kinds::hexTooLarge, record.line,
                        format("0x%X lies behind the last address that the module's requests can name",
                               shown(last)));
                 return;
@@ -115,14 +115,14 @@ void FlashCheck::instructions() {
         return;
     for (const HexData& record : file_.records()) {
         if (record.address % 4 != 0 || record.bytes.size() % 4 != 0) {
-            report(faults::hexAlignment, record.line,
+            report(kinds::hexAlignment, record.line,
                    format("%u bytes at 0x%X: no whole instructions", shown(record.bytes.size()),
                           shown(record.address)));
             continue;
         }
         for (std::size_t i = 3; i < record.bytes.size(); i += 4) {
             if (record.bytes[i] != 0) {
-                report(faults::hexPhantom, record.line,
+                report(kinds::hexPhantom, record.line,
                        format("%02X at 0x%X, where an instruction's fourth byte is 00", record.bytes[i],
                               shown(record.address + i)));
                 break;
@@ -142,11 +142,11 @@ void FlashCheck::firstRegion() {
             other = record.line;
     }
     if (other != 0 && !inFirst)
-        report(faults::hexFirstRegion, other,
+        report(kinds::hexFirstRegion, other,
                format("no data from 0x%X to 0x%X, but in the regions behind it", shown(first.start),
                       shown(first.end - 1)));
     if (other == 0 && !inFirst)
-        report(faults::hexEmpty, file_.records().front().line, "no data for the module's flash");
+        report(kinds::hexEmpty, file_.records().front().line, "no data for the module's flash");
 }
 
 // The number of pages to erase travels in one byte.
@@ -159,7 +159,7 @@ void FlashCheck::eraseRuns(hexpage& image) {
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
         run = page->data.empty() ? run + 1 : 0;
         if (run == LONGEST + 1)
-            report(faults::hexEraseRun, lineBehind(page->startAddress),
+            report(kinds::hexEraseRun, lineBehind(page->startAddress),
                    format("more than %u empty pages in a row, up to 0x%X", LONGEST, page->startAddress));
     }
 }
@@ -188,13 +188,13 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
     const std::size_t before = findings.all().size();
     const HexFile file(path, name, findings);
     if (file.records().empty()) {
-        findings.add(faults::hexEmpty, {name}, "no data");
+        findings.add(kinds::hexEmpty, {name}, "no data");
         return;
     }
     if (processor == nullptr)
         processor = &guessProcessor(file);
     if (!serial && !processor->onCan)
-        findings.add(faults::processorUnsupported, {name},
+        findings.add(kinds::processorUnsupported, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");
     const LAYOUT layout = processor->layout(serial);
     FlashCheck check(file, name, layout, findings);
@@ -209,7 +209,7 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
         return; // the rest follows from what was found
     hexpage image;
     if (!acceptedByPanel(path, layout, image))
-        findings.add(faults::hexRefused, {name}, "the panel refuses the image");
+        findings.add(kinds::hexRefused, {name}, "the panel refuses the image");
     check.eraseRuns(image);
 }
 

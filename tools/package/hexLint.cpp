@@ -1,4 +1,4 @@
-#include "faults.h"
+#include "findingKinds.h"
 #include "hexCheck.h"
 #include "text.h"
 
@@ -51,21 +51,21 @@ struct HexFile::State {
     unsigned afterEnd = 0;
     // A line of the wrong length, not reported yet: as the last one it means that the file was cut.
     unsigned oddLine = 0;
-    const Fault* oddFault = nullptr;
+    const Kind* oddKind = nullptr;
     std::string oddText = {};
     std::map<std::uint64_t, std::uint64_t> taken = {}; // start to end
 
-    void report(const Fault& fault, const std::string& text) { findings.add(fault, {name, line}, text); }
-    void hold(const Fault& fault, const std::string& text) {
+    void report(const Kind& kind, const std::string& text) { findings.add(kind, {name, line}, text); }
+    void hold(const Kind& kind, const std::string& text) {
         oddLine = line;
-        oddFault = &fault;
+        oddKind = &kind;
         oddText = text;
     }
     void take(std::uint64_t start, std::uint64_t end);
     void release() {
-        if (oddFault != nullptr)
-            findings.add(*oddFault, {name, oddLine}, oddText);
-        oddFault = nullptr;
+        if (oddKind != nullptr)
+            findings.add(*oddKind, {name, oddLine}, oddText);
+        oddKind = nullptr;
     }
 };
 
@@ -78,11 +78,11 @@ void HexFile::State::take(std::uint64_t start, std::uint64_t end) {
         const bool above = next != taken.end() && next->first < end;
         const auto address = static_cast<unsigned>(start);
         if (same)
-            report(faults::hexDuplicate, format("address 0x%X a second time", address));
+            report(kinds::hexDuplicate, format("address 0x%X a second time", address));
         else if (below || above)
-            report(faults::hexOverlap, format("0x%X and up overlap an earlier record", address));
+            report(kinds::hexOverlap, format("0x%X and up overlap an earlier record", address));
         else
-            report(faults::hexOrder, format("address 0x%X stands behind higher ones", address));
+            report(kinds::hexOrder, format("address 0x%X stands behind higher ones", address));
     }
     std::uint64_t& last = taken[start];
     last = std::max(last, end);
@@ -94,15 +94,15 @@ HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Fin
     if (!std::filesystem::is_regular_file(path) ||
         !hexText::forEachLine(path.string(), [&](std::string_view line) { readLine(line, state); }))
         throw Failure(path.string() + ": can't be read");
-    if (state.oddFault != nullptr && !state.ended) {
-        findings.add(faults::hexTruncated, {name, state.oddLine}, "the file ends inside a record");
+    if (state.oddKind != nullptr && !state.ended) {
+        findings.add(kinds::hexTruncated, {name, state.oddLine}, "the file ends inside a record");
     } else {
         state.release();
         if (!state.ended)
-            findings.add(faults::hexNoEnd, {name, state.line}, "the file ends without an end record");
+            findings.add(kinds::hexNoEnd, {name, state.line}, "the file ends without an end record");
     }
     if (state.afterEnd != 0)
-        findings.add(faults::hexAfterEnd, {name, state.afterEnd}, "something follows the end record");
+        findings.add(kinds::hexAfterEnd, {name, state.afterEnd}, "something follows the end record");
 }
 
 void HexFile::readLine(std::string_view line, State& state) {
@@ -121,9 +121,9 @@ void HexFile::readLine(std::string_view line, State& state) {
     const std::vector<std::uint8_t> bytes = bytesOf(line);
     if (bytes.empty()) {
         if (isCutRecord(line))
-            state.hold(faults::hexGarbage, "half a byte, or nothing, stands at the end of the line");
+            state.hold(kinds::hexGarbage, "half a byte, or nothing, stands at the end of the line");
         else
-            state.report(faults::hexGarbage, "no record");
+            state.report(kinds::hexGarbage, "no record");
         return;
     }
     readRecord(bytes, state);
@@ -132,21 +132,21 @@ void HexFile::readLine(std::string_view line, State& state) {
 void HexFile::readRecord(const std::vector<std::uint8_t>& bytes, State& state) {
     const std::size_t announced = bytes[0] + OVERHEAD;
     if (bytes.size() < announced)
-        state.hold(faults::hexCount,
+        state.hold(kinds::hexCount,
                    format("the record announces %u data bytes; its line is %u bytes too short", bytes[0],
                           static_cast<unsigned>(announced - bytes.size())));
     else if (bytes.size() > announced)
-        state.report(faults::hexCount,
+        state.report(kinds::hexCount,
                      format("the record announces %u data bytes; its line is %u bytes too long", bytes[0],
                             static_cast<unsigned>(bytes.size() - announced)));
     else if (const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0U) % 256; sum != 0)
-        state.report(faults::hexChecksum, format("the checksum is %02X, but %02X is right", bytes.back(),
-                                                 (bytes.back() - sum) % 256));
+        state.report(kinds::hexChecksum, format("the checksum is %02X, but %02X is right", bytes.back(),
+                                                (bytes.back() - sum) % 256));
     if (bytes.size() < DATA)
         return;
     const auto wants = [&](std::uint8_t count) {
         if (bytes[0] != count)
-            state.report(faults::hexForm,
+            state.report(kinds::hexForm,
                          format("a record of type %02X with %u data bytes", bytes[3], bytes[0]));
         return bytes[0] == count && bytes.size() >= announced;
     };
@@ -168,10 +168,10 @@ void HexFile::readRecord(const std::vector<std::uint8_t>& bytes, State& state) {
     case SEGMENT_START: // where a program starts does not matter to the panel
         break;
     case SEGMENT_ADDRESS:
-        state.report(faults::hexType, "a segment address (type 02)");
+        state.report(kinds::hexType, "a segment address (type 02)");
         break;
     default:
-        state.report(faults::hexType, format("a record of the unknown type %02X", bytes[3]));
+        state.report(kinds::hexType, format("a record of the unknown type %02X", bytes[3]));
     }
 }
 

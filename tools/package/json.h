@@ -1,4 +1,4 @@
-// JSON with the place of every value, so that a fault can be shown where it stands.
+// JSON with the place of every value, so that a finding can be shown where it stands.
 #pragma once
 
 #include <string>

@@ -20,7 +20,7 @@ using namespace package;
 enum Status { FINE = 0, WARNINGS = 1, ERRORS = 2 };
 
 void print(const std::string& text) {
-    std::fputs(text.c_str(), stdout);
+    std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
 }
 
 // A choice that nothing in the package is checked with is a mistake.

@@ -1,7 +1,8 @@
 #include "manifest.h"
 
-#include "faults.h"
+#include "findingKinds.h"
 #include "json.h"
+#include "system/packageRules.h"
 
 #include <algorithm>
 #include <rapidjson/prettywriter.h>
@@ -10,8 +11,6 @@
 namespace package {
 
 namespace {
-
-constexpr std::size_t BLANK = 9; // so many characters hold nothing, the line end that the panel adds included
 
 bool holdsObject(const JsonValue& value) {
     return value.isObject() || std::any_of(value.elements.begin(), value.elements.end(), holdsObject);
@@ -30,32 +29,40 @@ public:
     bool parse(const std::string& text, JsonValue& root) {
         const JsonError error = parseJson(text, root);
         if (!error.text.empty()) {
-            findings_.add(faults::jsonSyntax, {name_, error.position.line, error.position.column},
-                          error.text);
+            findings_.add(kinds::jsonSyntax, {name_, error.position.line, error.position.column}, error.text);
             return false;
         }
         if (!root.isObject())
-            report(faults::itemForm, root, "the text is no object of items");
+            report(kinds::itemForm, root, "the text is no object of items");
         return root.isObject();
     }
     std::size_t reported() const { return findings_.all().size(); }
-    void report(const Fault& fault, const JsonValue& at, const std::string& text) {
-        findings_.add(fault, place(at), text);
+    void report(const Kind& kind, const JsonValue& at, const std::string& text) {
+        findings_.add(kind, place(at), text);
     }
     Place place(const JsonValue& value) const { return {name_, value.position.line, value.position.column}; }
+
+    // Whether a value is a text; one that is too long for the panel is reported.
+    bool isTextOf(const std::string& what, const JsonValue& value) {
+        if (!value.isText())
+            report(kinds::valueNotText, value, what + " that is not a text");
+        else if (packageRules::isTooLong(value.text))
+            report(kinds::textTooLong, value, what + " of " + std::to_string(value.text.size()) + " bytes");
+        return value.isText();
+    }
 
     // The item that a key opens; null when there is none of that name.
     Item* openItem(const JsonValue& key, const JsonValue& body, Items& items) {
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
-            report(holdsInner(body) ? faults::itemNested : faults::itemUnknown, key,
+            report(holdsInner(body) ? kinds::itemNested : kinds::itemUnknown, key,
                    "there is no item \"" + key.text + "\"");
             return nullptr;
         }
         const auto known =
             std::find_if(items.begin(), items.end(), [&](const Item& each) { return each.kind == kind; });
         if (known != items.end()) {
-            report(faults::itemTwice, key, "\"" + key.text + "\" a second time");
+            report(kinds::itemTwice, key, "\"" + key.text + "\" a second time");
             return &*known;
         }
         return &items.emplace_back(Item{kind, place(key), {}});
@@ -70,10 +77,8 @@ private:
 std::vector<const JsonValue*> textsOf(const JsonValue& value, const std::string& what, Reader& reader) {
     std::vector<const JsonValue*> texts;
     const auto take = [&](const JsonValue& each) {
-        if (each.isText())
+        if (reader.isTextOf("a " + what, each))
             texts.push_back(&each);
-        else
-            reader.report(faults::valueNotText, each, "a " + what + " that is not a text");
     };
     if (!value.isArray())
         take(value);
@@ -90,7 +95,7 @@ void setVersions(Item& item, const JsonValue& value, bool hadFiles, Reader& read
         item.entries[i].versionPlace = reader.place(*versions[i]);
     }
     if (hadFiles && given != item.entries.size())
-        reader.report(faults::unpaired, value,
+        reader.report(kinds::unpaired, value,
                       std::to_string(item.entries.size()) + " files, " + std::to_string(given) + " versions");
 }
 
@@ -100,20 +105,20 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
     const std::size_t before = reader.reported();
     for (const auto& [key, value] : body.members) {
         if (holdsObject(value)) {
-            reader.report(faults::itemNested, key, "an object inside the item");
+            reader.report(kinds::itemNested, key, "an object inside the item");
             continue;
         }
         if (key.text != "f" && key.text != "v") {
-            reader.report(faults::keyUnknown, key, "\"" + key.text + "\" is neither \"f\" nor \"v\"");
+            reader.report(kinds::keyUnknown, key, "\"" + key.text + "\" is neither \"f\" nor \"v\"");
             continue;
         }
         bool& seen = key.text == "f" ? files : versions;
         if (seen)
-            reader.report(faults::keyTwice, key, "\"" + key.text + "\" a second time");
+            reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
         seen = true;
         if (key.text == "v") {
             if (!files)
-                reader.report(faults::versionsFirst, key, "\"v\" stands before \"f\"");
+                reader.report(kinds::versionsFirst, key, "\"v\" stands before \"f\"");
             setVersions(item, value, files, reader);
             continue;
         }
@@ -121,9 +126,9 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
             item.entries.push_back({file->text, reader.place(*file), {}, {}, {}});
     }
     if (files && !versions)
-        reader.report(faults::unpaired, body, "no \"v\"");
+        reader.report(kinds::unpaired, body, "no \"v\"");
     if (item.entries.empty() && reader.reported() == before)
-        reader.report(faults::itemForm, body, "the item names no file");
+        reader.report(kinds::itemForm, body, "the item names no file");
 }
 
 // One revision of a description.
@@ -131,7 +136,7 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
     Entry entry;
     entry.filePlace = entry.versionPlace = reader.place(value);
     if (!value.isObject()) {
-        reader.report(faults::itemForm, value, "no object with \"file\" and \"version\"");
+        reader.report(kinds::itemForm, value, "no object with \"file\" and \"version\"");
         return;
     }
     for (const auto& [key, field] : value.members) {
@@ -140,20 +145,18 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                               : key.text == "processor" ? &entry.processor
                                                         : nullptr;
         if (target == nullptr) {
-            reader.report(faults::keyUnknown, key,
+            reader.report(kinds::keyUnknown, key,
                           "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"");
             continue;
         }
-        if (!field.isText()) {
-            reader.report(faults::valueNotText, field, "\"" + key.text + "\" is not a text");
+        if (!reader.isTextOf("a \"" + key.text + "\"", field))
             return;
-        }
         *target = field.text;
         (target == &entry.version ? entry.versionPlace : entry.filePlace) = reader.place(field);
     }
     for (const char* key : {"file", "version"}) {
         if (value.find(key) == nullptr) {
-            reader.report(faults::unpaired, value, std::string("no \"") + key + "\"");
+            reader.report(kinds::unpaired, value, std::string("no \"") + key + "\"");
             return;
         }
     }
@@ -172,15 +175,14 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     Items items;
     Reader reader(name, findings);
     JsonValue root;
-    const bool closed = !text.empty() && text.back() == '\n';
-    if (text.size() + (closed ? 0 : 1) <= BLANK) {
-        findings.add(faults::manifestBlank, {name}, "the manifest holds nothing");
+    if (packageRules::isBlank(text)) {
+        findings.add(kinds::manifestBlank, {name}, "the manifest holds nothing");
         return items;
     }
     if (!reader.parse(text, root))
         return items;
     if (root.members.empty())
-        reader.report(faults::manifestBlank, root, "the manifest names no item");
+        reader.report(kinds::manifestBlank, root, "the manifest names no item");
     for (const auto& [key, body] : root.members) {
         Item* item = reader.openItem(key, body, items);
         if (item == nullptr)
@@ -188,7 +190,7 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
         if (body.isObject())
             readItem(body, *item, reader);
         else
-            reader.report(faults::itemForm, body, "\"" + key.text + "\" is no object with \"f\" and \"v\"");
+            reader.report(kinds::itemForm, body, "\"" + key.text + "\" is no object with \"f\" and \"v\"");
     }
     return items;
 }
@@ -200,13 +202,13 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     if (!reader.parse(text, root))
         return items;
     if (root.members.empty())
-        reader.report(faults::manifestBlank, root, "the description names no item");
+        reader.report(kinds::manifestBlank, root, "the description names no item");
     for (const auto& [key, list] : root.members) {
         Item* item = reader.openItem(key, {}, items);
         if (item == nullptr)
             continue;
         if (!list.isArray() || list.elements.empty())
-            reader.report(faults::itemForm, list, "\"" + key.text + "\" is no list with a file in it");
+            reader.report(kinds::itemForm, list, "\"" + key.text + "\" is no list with a file in it");
         for (const JsonValue& value : list.elements)
             readEntry(value, *item, reader);
     }

@@ -1,7 +1,7 @@
 #include "package.h"
 
 #include "digest.h"
-#include "faults.h"
+#include "findingKinds.h"
 #include "tarball.h"
 
 #include <algorithm>
@@ -16,27 +16,23 @@ namespace {
 void checkOrder(const std::vector<std::string>& names, Findings& findings) {
     const auto manifest = std::find(names.begin(), names.end(), MANIFEST);
     const bool early = std::any_of(manifest, names.end(), [](const std::string& each) {
-        return each != MANIFEST && each != MANIFEST + ".sha";
+        return each != MANIFEST && each != MANIFEST + DIGEST;
     });
     if (early)
-        findings.add(faults::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
+        findings.add(kinds::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
 }
 
 } // namespace
 
 std::string topOf(const std::string& name) {
-    return name.substr(0, name.find('/'));
+    const fs::path relative = fs::path(name).relative_path();
+    return relative.empty() ? "" : relative.begin()->string();
 }
 
 bool isPlainName(const std::string& name) {
     const std::string framed = "/" + name + "/";
-    return !leadsOutside(name) && framed.find("//") == framed.npos && framed.find("/./") == framed.npos &&
-           topOf(name) != MANIFEST && topOf(name) != MANIFEST + ".sha";
-}
-
-bool isHarmlessName(const std::string& name) {
-    return name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._+-/") ==
-           name.npos;
+    return !packageRules::leadsOutside(name) && framed.find("//") == framed.npos &&
+           framed.find("/./") == framed.npos && topOf(name) != MANIFEST && topOf(name) != MANIFEST + DIGEST;
 }
 
 Package::Package(const fs::path& path, Findings& findings) {
@@ -61,7 +57,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     requireFile(archive);
     const std::string name = archive.filename().string();
     if (name != ARCHIVE)
-        findings.add(faults::packageName, {name}, "the archive's name is " + name);
+        findings.add(kinds::packageName, {name}, "the archive's name is " + name);
     checkDigest(archive, name, findings);
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
@@ -70,7 +66,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     if (fs::exists(root_ / MANIFEST))
         openTree(findings);
     else if (findings.all().size() == before)
-        findings.add(faults::manifestMissing, {MANIFEST}, "the archive holds no manifest");
+        findings.add(kinds::manifestMissing, {MANIFEST}, "the archive holds no manifest");
 }
 
 void Package::openTree(Findings& findings) {

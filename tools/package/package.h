@@ -4,6 +4,7 @@
 #include "files.h"
 #include "manifest.h"
 #include "processors.h"
+#include "system/packageRules.h"
 
 #include <filesystem>
 #include <map>
@@ -14,18 +15,16 @@
 namespace package {
 
 // The fixed names of a package's parts.
-inline const std::string ARCHIVE = "keldra_update.tgz";
-inline const std::string MANIFEST = "update.manifest";
+using packageRules::ARCHIVE;
+using packageRules::DIGEST;
+using packageRules::MANIFEST;
 inline const std::string DESCRIPTION = "package.json";
-inline const std::string UPDATER = "K+Updater"; // the program that the panel starts
+inline const std::string UPDATER_NAME = "K+Updater"; // the program that the panel starts
 
-// The first component of a name.
+// The first component of a name below the package.
 std::string topOf(const std::string& name);
 // Relative, without "." and ".." and needless slashes, and none of the manifest's own names.
 bool isPlainName(const std::string& name);
-// Characters that a name may have everywhere: in a shell's command as on a stick.
-bool isHarmlessName(const std::string& name);
-inline constexpr std::size_t NO_FILE_LENGTH = 2; // names this short stand for no file
 
 // Processors by item name and hardware revision.
 using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
@@ -38,6 +37,8 @@ public:
     Package(const std::filesystem::path& path, Findings& findings);
 
     const std::filesystem::path& root() const { return root_; } // the files lie here
+    // As the panel puts it together: an absolute name counts as relative.
+    std::filesystem::path pathOf(const std::string& name) const { return root_.string() + "/" + name; }
     const Items& items() const { return items_; }
     bool isDescribed() const { return described_; } // the directory may hold what is not for the package
 

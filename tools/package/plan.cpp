@@ -72,14 +72,14 @@ bool Planner::compare(Step& step, const std::vector<Entry>& entries) {
 }
 
 void Planner::useEntry(Step& step, const Entry& entry) {
-    const fs::path path = package_.root().string() + "/" + entry.file;
+    const fs::path path = package_.pathOf(entry.file);
     const Content content = findItem(step.stop->item)->content;
     std::error_code broken;
     step.file = entry.file;
-    if (content != Content::Firmware && entry.file.size() <= NO_FILE_LENGTH)
+    if (content != Content::Firmware && packageRules::standsForNoFile(entry.file))
         return; // counts as done
-    if (content != Content::Firmware && (("/" + entry.file).find("/../") != std::string::npos ||
-                                         (content == Content::Image && !isHarmlessName(entry.file))))
+    if (packageRules::leadsOutside(entry.file) ||
+        (content == Content::Image && !packageRules::isHarmless(entry.file)))
         fail(step, "the panel refuses the name \"" + entry.file + "\"");
     else if (fs::is_regular_file(path, broken) ||
              (content == Content::Files && fs::is_directory(path, broken)))
@@ -147,7 +147,7 @@ void Planner::visitModule(Step& step, const Module& module) {
 }
 
 void Planner::programModule(Step& step, const Module& module) {
-    const fs::path path = package_.root() / step.file;
+    const fs::path path = package_.pathOf(step.file);
     const Processor* processor = module.processor;
     try {
         if (processor == nullptr) {

@@ -80,7 +80,7 @@ bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpag
 
 bool acceptedByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
     return readByPanel(path, layout, image) &&
-           !imageCheck::hasFault(imageCheck::ofPages(path.string(), layout, image));
+           !imageCheck::hasError(imageCheck::ofPages(path.string(), layout, image));
 }
 
 } // namespace package

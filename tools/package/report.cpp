@@ -38,10 +38,10 @@ struct Shown {
 
 std::vector<Shown> shownOf(const Findings& findings) {
     constexpr std::size_t MOST = 5;
-    std::map<std::pair<const Fault*, std::string>, std::vector<std::size_t>> places; // of those of one kind
+    std::map<std::pair<const Kind*, std::string>, std::vector<std::size_t>> places; // of those of one kind
     std::vector<Shown> shown;
     for (const Finding& each : findings.all()) {
-        std::vector<std::size_t>& those = places[{each.fault, each.place.file}];
+        std::vector<std::size_t>& those = places[{each.kind, each.place.file}];
         if (those.size() == MOST) {
             ++shown[those.back()].more;
         } else {
@@ -151,10 +151,10 @@ std::string explain(const Step& step) {
 std::string findingsText(const Findings& findings) {
     std::string text;
     for (const auto& [each, more] : shownOf(findings)) {
-        text += textOf(each.place) + ": " + nameOf(each.fault->severity) + ": " + each.text + " [" +
-                each.fault->id + "]\n";
-        text += std::string("    the panel: ") + each.fault->panel + "\n";
-        text += std::string("    remedy:    ") + each.fault->remedy + "\n";
+        text += textOf(each.place) + ": " + nameOf(each.kind->severity) + ": " + each.text + " [" +
+                each.kind->id + "]\n";
+        text += std::string("    the panel: ") + each.kind->panel + "\n";
+        text += std::string("    remedy:    ") + each.kind->remedy + "\n";
         if (more != 0)
             text += format("    ... and %zu more of these\n", more);
     }
@@ -170,14 +170,14 @@ std::string findingsJson(const Findings& findings, const std::string& package) {
     json.openList("findings");
     for (const auto& [each, more] : shownOf(findings)) {
         json.open();
-        json.add("id", std::string(each.fault->id));
-        json.add("severity", std::string(nameOf(each.fault->severity)));
+        json.add("id", std::string(each.kind->id));
+        json.add("severity", std::string(nameOf(each.kind->severity)));
         json.add("file", each.place.file);
         json.add("line", std::uint64_t{each.place.line});
         json.add("column", std::uint64_t{each.place.column});
         json.add("text", each.text);
-        json.add("panel", std::string(each.fault->panel));
-        json.add("remedy", std::string(each.fault->remedy));
+        json.add("panel", std::string(each.kind->panel));
+        json.add("remedy", std::string(each.kind->remedy));
         json.add("more", std::uint64_t{more});
         json.close();
     }

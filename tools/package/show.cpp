@@ -58,7 +58,7 @@ std::string drawRegion(const hexpage::MEMORY_REGION& region, const std::vector<i
 
 std::string drawImage(const std::filesystem::path& path, const Processor* processor, bool serial,
                       bool colours) {
-    Findings ignored; // the records' faults are for the check
+    Findings ignored; // the records' findings are for the check
     const std::string name = path.filename().string();
     const HexFile file(path, name, ignored);
     if (processor == nullptr)

@@ -1,7 +1,8 @@
 #include "tarball.h"
 
-#include "faults.h"
 #include "files.h"
+#include "findingKinds.h"
+#include "system/packageRules.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -36,6 +37,10 @@ std::string nameOf(archive_entry* entry) {
     return name != nullptr ? name : "";
 }
 
+bool leavesPackage(const std::string& name) {
+    return name.starts_with('/') || packageRules::leadsOutside(name);
+}
+
 // What is wrong with an entry; empty when nothing is.
 std::string objection(archive_entry* entry) {
     const char* link = archive_entry_symlink(entry);
@@ -44,12 +49,12 @@ std::string objection(archive_entry* entry) {
     const std::string name = nameOf(entry);
     if (name.empty())
         return "the name can't be read";
-    if (leadsOutside(name))
+    if (leavesPackage(name))
         return "the name leads out of the package";
     if (hardLink != nullptr)
-        return leadsOutside(hardLink) ? "the link leads out of the package" : "";
+        return leavesPackage(hardLink) ? "the link leads out of the package" : "";
     if (type == AE_IFLNK && link != nullptr &&
-        leadsOutside((fs::path(name).parent_path() / link).lexically_normal().string()))
+        leavesPackage((fs::path(name).parent_path() / link).lexically_normal().string()))
         return "the link leads out of the package";
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
@@ -173,9 +178,9 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
            status != ARCHIVE_EOF) {
         const std::string name = plainName(nameOf(entry));
         names.push_back(name);
-        const std::string fault = objection(entry);
-        if (!fault.empty()) {
-            findings.add(faults::archiveEntry, {name}, fault);
+        const std::string objected = objection(entry);
+        if (!objected.empty()) {
+            findings.add(kinds::archiveEntry, {name}, objected);
             continue;
         }
         try {
@@ -194,7 +199,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         checkGzip(path);
     } catch (const Failure& failure) {
         checkInterrupted();
-        findings.add(faults::archiveBroken, {path.filename().string()}, failure.what());
+        findings.add(kinds::archiveBroken, {path.filename().string()}, failure.what());
     }
     return names;
 }

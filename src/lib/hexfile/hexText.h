@@ -19,7 +19,7 @@ inline constexpr std::size_t DATA = 9;
 /**
  * Hands every line of the file to `take`, without its '\n' (a '\r' before it stays). The text is valid
  * only during the call. False when the file cannot be opened, or not be read to its end: a directory,
- * or a failing medium (lines before the fault have been handed over then).
+ * or a failing medium (lines before the error have been handed over then).
  */
 bool forEachLine(const std::string& fileName, const std::function<void(std::string_view)>& take);
 

@@ -53,6 +53,12 @@ void bootloadDialogue::drain() {
     }
 }
 
+/** An answer that comes within `wait`, but none from `limit` on: some modules never fall silent. */
+std::optional<ANSWER> bootloadDialogue::receiveBefore(clock::time_point limit, milliseconds wait) {
+    const auto left = std::chrono::ceil<milliseconds>(limit - host.now());
+    return left.count() > 0 ? host.receive(std::min(wait, left)) : std::nullopt;
+}
+
 void bootloadDialogue::sendRequest(const REQUEST& request) {
     OPEN entry;
     entry.kind = request.kind;
@@ -72,6 +78,7 @@ void bootloadDialogue::sendStatus(std::uint8_t module, const OPEN& about) {
 void bootloadDialogue::sendMark() {
     OPEN entry;
     entry.type = OPEN::MARKED;
+    entry.kind = KIND::ROW;
     entry.row = MARK_ROW;
     send(markRow(), entry, LATEST);
     lastReply.reset();
@@ -112,9 +119,9 @@ bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) cons
     return fits || (entry.type == OPEN::STATUS && couldRepeat(entry, answer));
 }
 
-/** The same answer again, with nothing sent in between: doubled on its way. */
-bool bootloadDialogue::isEcho(const ANSWER& answer) const {
-    return lastHeard == answer && !sentSince && host.now() - heardAt <= ECHO;
+/** Now comes what answers a request of that time, unless the module was at work for longer than `work`. */
+bool bootloadDialogue::isPrompt(clock::time_point sent, milliseconds work) const {
+    return host.now() - sent <= std::max({ECHO, 2 * fastest, work});
 }
 
 /** Such as no request in its order gets. */
@@ -127,13 +134,27 @@ bool bootloadDialogue::isOthers(const REPLY& reply) const {
     return name == static_cast<std::int8_t>(talkingTo) && reply.module != NO_MODULE && reply.module != *name;
 }
 
-/** `repeats`: it says what the answer before it said, so that nothing lies between that would be undone. */
-void bootloadDialogue::noteStranger(const ANSWER& answer, bool repeats) {
+/** A mark that may have been lost claims no error that the request behind it got. */
+bool bootloadDialogue::expectsMarkReply(const OPEN& entry) const {
+    const auto isBehind = [&](const OPEN& other) { return isAsked(other) && other.sent > entry.sent; };
+    return entry.type == OPEN::MARKED && (isPrompt(entry.sent, 2 * slowest[indexOf(KIND::ROW)]) ||
+                                          std::none_of(open.begin(), open.end(), isBehind));
+}
+
+bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
+    return answer.identification && (answer.identification->module == static_cast<std::int8_t>(talkingTo) ||
+                                     answer.identification->module == said.module);
+}
+
+/** What comes again and again must stay away for longer than it has done so far; but that is no doubled
+ * answer. */
+void bootloadDialogue::noteStranger(bool doubled) {
+    const auto since = std::chrono::ceil<milliseconds>(host.now() - strangerAt);
+    if (disturbed && !doubled && 2 * since <= LONGEST_SETTLE) {
+        quiet = std::max(quiet, 2 * since);
+    }
     disturbed = true;
     strangerAt = host.now();
-    if (answer.identification && answer.identification->module == said.module && !repeats) {
-        restarted = true;
-    }
 }
 
 /**
@@ -141,11 +162,12 @@ void bootloadDialogue::noteStranger(const ANSWER& answer, bool repeats) {
  * request's or another's is counted as the other's: once all others are answered, the next one is its own.
  */
 bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
-    const bool echo = isEcho(answer);
-    if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
-        prompt = host.now() - sentAt <= std::max(ECHO, 2 * fastest);
-    }
     const bool repeats = lastHeard == answer;
+    const bool doubled = repeats && host.now() - heardAt <= ECHO;
+    const bool echo = doubled && !sentSince; // or the same to another request
+    if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
+        prompt = isPrompt(sentAt);
+    }
     forgetLate();
     for (OPEN& entry : open) { // what was sent into the silence is answered about now, if ever
         const auto soon = host.now() + QUIET;
@@ -162,19 +184,30 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
             continue;
         }
         const bool isOwn = isAsked(*entry);
-        const bool isMarks = entry->type == OPEN::MARKED && isMarkReply(answer);
+        const bool isMarks = isMarkReply(answer) && expectsMarkReply(*entry);
         own = isOwn && own == open.end() ? entry : own;
         const bool isOther = !isOwn && (isMarks || entry->type != OPEN::MARKED);
         other = isOther && (other == open.end() || isMarks) ? entry : other;
         doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
     }
     const bool isOwn = own != open.end();
+    const bool isOthersOrNobodys =
+        (!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply));
     answersStatus = answersStatus || (!isOwn && other != open.end() && other->type == OPEN::STATUS);
-    if ((!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply))) {
-        noteStranger(answer, repeats);
+    if (isOwnIdentification(answer) && !repeats) { // unless it was doubled on its way
+        identifiedLate = identifiedLate || plain;
+        // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
+        restarted = restarted || name || isOthersOrNobodys;
+    }
+    if (isOthersOrNobodys) {
+        noteStranger(doubled);
         return WHOSE::OTHER;
     }
-    open.erase(isOwn && (!doubted || other == open.end()) ? own : other);
+    const auto struck = isOwn && (!doubted || other == open.end()) ? own : other;
+    if (isOwn && struck == other) { // or it is the other way round
+        own->until = std::max(own->until, std::min(other->until, host.now() + LATEST));
+    }
+    open.erase(struck);
     return !isOwn ? WHOSE::OTHER : doubted ? WHOSE::MAYBE : WHOSE::OWN;
 }
 
@@ -210,7 +243,7 @@ std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(c
         }
     }
     if (disturbed) {
-        until = std::max(until.value_or(strangerAt + QUIET), strangerAt + QUIET);
+        until = std::max(until.value_or(strangerAt + quiet), strangerAt + quiet);
     }
     return until > host.now() ? until : std::nullopt;
 }
@@ -341,14 +374,16 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
 
 /** Whether the module repeats its last reply when it is asked for its status: not every one does. */
 bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
-    for (unsigned n = 0; n < 2; ++n) {
+    for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
         sendStatus(module, NOTHING_ASKED);
         if (const auto repeated = host.receive(wait)) {
             judge(*repeated);
-            return !repeated->identification && repeated->reply == lastReply;
+            const bool isSame = !repeated->identification && repeated->reply == lastReply;
+            answersStatus = answersStatus || isSame;
+            return isSame;
         }
     }
-    ignoresStatus = !answersStatus;
+    ignoresStatus = !answersStatus && ++unrepeated >= 2;
     return false;
 }
 
@@ -360,7 +395,8 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     sendMark();
     const milliseconds wait = std::max(MARK_WAIT, 2 * fastest);
-    while (const auto answer = host.receive(wait)) {
+    const auto limit = host.now() + LONGEST_SETTLE;
+    while (const auto answer = receiveBefore(limit, wait)) {
         if (isMarkReply(*answer)) {
             judge(*answer);
             lastReply = answer->reply;
@@ -415,8 +451,8 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     }
     result.answered = heard.alive;
     const bool isWell = heard.maybe && heard.maybe->status == OK;
-    const bool takesMaybe = heard.maybe && ((isLastTry(request, n) && (isWell || !request.mustBeOk)) ||
-                                            (request.proof == PROOF::LATER && isWell));
+    const bool takesMaybe = heard.maybe && (isWell || !request.mustBeOk) &&
+                            (isLastTry(request, n) || (request.proof == PROOF::LATER && isWell));
     if (heard.own && !heard.refused) {
         result.reply = heard.own;
         result.certain = true;
@@ -532,7 +568,11 @@ void bootloadDialogue::beginSession(std::uint8_t module) {
     identifies = false;
     answersStatus = false;
     ignoresStatus = false;
+    unrepeated = 0;
     restarted = false;
+    plain = false;
+    identifiedLate = false;
+    quiet = QUIET;
     lingers = 0;
     fastest = milliseconds(0);
     std::fill(std::begin(slowest), std::end(slowest), milliseconds(0));
@@ -631,9 +671,12 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
         }
     }
     if (isPlain() || state == ENTERING::ANOTHER) { // it may say more: what it is, or who it is
-        while (const auto answer = host.receive(IDENTIFICATION_WAIT)) {
+        const auto limit = host.now() + LATEST;
+        while (const auto answer = receiveBefore(limit, IDENTIFICATION_WAIT)) {
             state = std::max(state, classify(*answer, request, byName));
         }
     }
-    return host.cancelled() ? ENTRY::NONE : ENTERINGS[static_cast<std::size_t>(state)].result;
+    const ENTRY entry = host.cancelled() ? ENTRY::NONE : ENTERINGS[static_cast<std::size_t>(state)].result;
+    plain = entry == ENTRY::PLAIN;
+    return entry;
 }

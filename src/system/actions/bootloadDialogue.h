@@ -86,6 +86,8 @@ public:
     const busMessages::IDENTIFICATION& identification() const { return said; }
     /** An identification came in mid-session that nobody had asked for: the bootloader has started anew. */
     bool hasRestarted() const { return restarted; }
+    /** A bootloader that was taken for an old one said behind that what it is. */
+    bool hasIdentifiedLate() const { return identifiedLate; }
 
     /**
      * Sends a request until it is answered for its row, at most `tries` times, the later ones waiting longer.
@@ -132,14 +134,17 @@ private:
     void sendStatus(std::uint8_t module, const OPEN& about);
     void sendMark();
     void drain();
+    std::optional<ANSWER> receiveBefore(clock::time_point limit, milliseconds wait);
 
     bool couldAnswer(const OPEN& entry, const ANSWER& answer) const;
     bool couldRepeat(const OPEN& entry, const ANSWER& answer) const;
     WHOSE judge(const ANSWER& answer);
-    bool isEcho(const ANSWER& answer) const;
+    bool isPrompt(clock::time_point sent, milliseconds work = milliseconds(0)) const;
     static bool isMarkReply(const ANSWER& answer);
+    bool expectsMarkReply(const OPEN& entry) const;
     bool isOthers(const REPLY& reply) const;
-    void noteStranger(const ANSWER& answer, bool repeats);
+    bool isOwnIdentification(const ANSWER& answer) const;
+    void noteStranger(bool doubled);
     void forgetLate();
     bool isAsked(const OPEN& entry) const;
 
@@ -181,15 +186,19 @@ private:
     clock::time_point strangerAt{};
 
     // Of the session with one module.
-    std::uint8_t talkingTo = 0;
-    std::uint8_t talkedTo = 0;       ///< the module before; 0 for none
+    std::uint8_t talkingTo = busProtocol::CONTROL_MODULE; ///< which was told that there is an update
+    std::uint8_t talkedTo = 0;                            ///< the module before; 0 for none
     std::optional<REPLY> lastReply;  ///< what a status request would repeat, as far as it is known
     std::optional<std::int8_t> name; ///< that its replies gave it so far
     busMessages::IDENTIFICATION said;
     bool identifies = false;    ///< the bootloader is one that says what it is
     bool answersStatus = false; ///< a status request was answered in this session
+    unsigned unrepeated = 0;    ///< marks behind which two status requests were not
     bool ignoresStatus = false; ///< two were not, though the module answered a mark right before
     bool restarted = false;
+    bool plain = false; ///< it is taken for an old one
+    bool identifiedLate = false;
+    milliseconds quiet{bootloadTiming::QUIET}; ///< that a disturbed line must keep
     unsigned lingers = 0;
     milliseconds fastest{0}; ///< of all answers; 0 before the first
     milliseconds slowest[bootloadTiming::KINDS] = {};

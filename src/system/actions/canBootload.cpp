@@ -7,15 +7,6 @@
 
 #include <cstdio>
 
-namespace {
-
-// The link's receive size at the steps of the dialogue.
-constexpr std::uint8_t REQUEST_SIZE = 15;
-constexpr std::uint8_t NEW_BOOTLOADER_SIZE = 14;
-constexpr std::uint8_t OLD_BOOTLOADER_SIZE = 12;
-
-} // namespace
-
 bool canBootload::sendReqStat() {
     return dialogue.sendReqStat(base->id);
 }
@@ -25,7 +16,7 @@ bool canBootload::sendWithResponse(busMessages::PROCBUS_MSG msg, unsigned timeou
 }
 
 bool canBootload::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
-    csys->comBus->setBuffSize(REQUEST_SIZE);
+    csys->comBus->setBuffSize(receiveSize::SYSTEM_COMMAND);
     return dialogue.sendSystemCommand(module, arg);
 }
 
@@ -58,7 +49,7 @@ int canBootload::sendDataRow(std::uint32_t row, const hexpage::MEMORY_PAGE& page
 action::STATUS canBootload::needsUpdate(bool force) {
     csys->answers.forgetIdentification();
     pic24NewBL = false;
-    csys->comBus->setBuffSize(REQUEST_SIZE);
+    csys->comBus->setBuffSize(receiveSize::CAN_BOOTLOADER);
     log("Requested module bootloader", logger::LOG_NOTICE);
     const auto entry = dialogue.enter(base->id, true);
     if (csys->cancel) {
@@ -95,7 +86,7 @@ action::STATUS canBootload::compareReported(bool isOwn, bool force) {
     base->swVersion = version;
     base->hwRev = said.hwRev;
     procType = static_cast<coreState::PROC_TYPE>(said.type);
-    csys->comBus->setBuffSize(NEW_BOOTLOADER_SIZE);
+    csys->comBus->setBuffSize(receiveSize::CAN_NEW_BOOTLOADER);
     return GOUPDATE;
 }
 
@@ -108,7 +99,7 @@ action::STATUS canBootload::compareRecorded(bool force) {
     } else if (!needsUpdateModule(base->swVersion, known, force)) {
         return upToDate();
     }
-    csys->comBus->setBuffSize(OLD_BOOTLOADER_SIZE);
+    csys->comBus->setBuffSize(receiveSize::CAN_OLD_BOOTLOADER);
     return GOUPDATE;
 }
 

@@ -1,6 +1,6 @@
 #include "fileUpdate.h"
 
-#include "packageFile.h"
+#include "../packageRules.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -51,13 +51,13 @@ action::STATUS fileUpdate::needsUpdate(bool force) {
 bool fileUpdate::run() {
     functs f;
     const coreState::UPDATE_ITEM& entry = base->update.items[revision()];
-    if (entry.item.size() <= packageFile::NO_FILE_LENGTH) {
+    if (packageRules::standsForNoFile(entry.item)) {
         return true;
     }
-    const std::string source = packageFile::DIRECTORY + entry.item;
+    const std::string source = packageRules::UNPACKED + entry.item;
     const std::string destination = configInstallPath + "/" + entry.item;
     std::cout << source << std::endl;
-    if (packageFile::leadsOutside(entry.item)) {
+    if (packageRules::leadsOutside(entry.item)) {
         return copyFailed(destination);
     }
     bool copied = false;

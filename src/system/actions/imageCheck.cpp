@@ -26,7 +26,7 @@ struct RECORD {
     std::uint8_t type;
     std::uint64_t start;
     std::uint64_t end;
-    std::optional<WHAT> fault;
+    std::optional<WHAT> error;
 };
 
 bool isIntact(std::string_view line) {
@@ -65,13 +65,13 @@ void forEachRecord(const std::string& path, const std::function<void(const RECOR
             isAddress ? hexText::convertHex(line.substr(hexText::DATA, std::size_t{2} * count)) : 0;
         const std::uint64_t start =
             upper | hexText::convertHex(line.substr(hexText::ADDRESS, hexText::ADDRESS_DIGITS));
-        std::optional<WHAT> fault;
+        std::optional<WHAT> error;
         if (!isIntact(line)) {
-            fault = WHAT::DAMAGED;
+            error = WHAT::DAMAGED;
         } else if (type == TYPE_SEGMENT && value != 0) {
-            fault = WHAT::SEGMENT;
+            error = WHAT::SEGMENT;
         }
-        take({number, type, start, start + count, fault});
+        take({number, type, start, start + count, error});
         upper = type == TYPE_EXTENDED_LINEAR ? value << 16 : upper;
     });
 }
@@ -147,8 +147,8 @@ void pageCheck::extend(FINDING& sum, std::uint64_t start, std::uint64_t end, uns
 }
 
 void pageCheck::take(const RECORD& record) {
-    if (record.fault) {
-        found.push_back(finding(*record.fault, record.start, record.end, record.line));
+    if (record.error) {
+        found.push_back(finding(*record.error, record.start, record.end, record.line));
     }
     if (record.type != TYPE_DATA) {
         return;
@@ -247,9 +247,9 @@ std::vector<FINDING> ofRecords(const std::string& path) {
     forEachRecord(path, [&](const RECORD& record) {
         const auto start = static_cast<std::uint32_t>(record.start);
         const auto bytes = static_cast<std::uint32_t>(record.end - record.start);
-        if (record.fault) {
+        if (record.error) {
             found.push_back(
-                {*record.fault, start, start, start + std::max(bytes, 1U) - 1, bytes, record.line});
+                {*record.error, start, start, start + std::max(bytes, 1U) - 1, bytes, record.line});
         }
         holdsData = holdsData || (record.type == TYPE_DATA && bytes > 0);
     });
@@ -259,7 +259,7 @@ std::vector<FINDING> ofRecords(const std::string& path) {
     return found;
 }
 
-bool hasFault(const std::vector<FINDING>& findings) {
+bool hasError(const std::vector<FINDING>& findings) {
     return std::any_of(findings.begin(), findings.end(),
                        [](const FINDING& each) { return each.what != WHAT::OUTSIDE; });
 }

@@ -23,7 +23,7 @@ enum class WHAT : std::uint8_t {
     NARROW,   ///< data behind the last address that requests can name: it goes to the address modulo 0x10000
     UNREACHED, ///< data behind a region without any, where the walk over the pages ends
     EMPTY,     ///< there is no data for the module at all
-    OUTSIDE    ///< data apart from every region (option words, say): dropped, and no fault
+    OUTSIDE    ///< data apart from every region (option words, say): dropped, and no error
 };
 
 /** Addresses are the target's, as the pages have them; `to` is the last one. For EMPTY the whole flash. */
@@ -45,8 +45,8 @@ std::vector<FINDING> ofPages(const std::string& path, const flashLayouts::LAYOUT
 /** For an image that is sent record by record. */
 std::vector<FINDING> ofRecords(const std::string& path);
 
-/** Whether one of them is a fault. */
-bool hasFault(const std::vector<FINDING>& findings);
+/** Whether one of them is an error. */
+bool hasError(const std::vector<FINDING>& findings);
 
 /**
  * What of an address space has data: stretches that do not touch, by their start. Addresses are the file's,

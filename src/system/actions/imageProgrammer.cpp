@@ -235,13 +235,18 @@ imageProgrammer::PAGE_RESULT imageProgrammer::programPage(hexpage::MEMORY_PAGE& 
     page.dataLength = static_cast<std::uint32_t>(page.data.size());
     bool started = false;
     PAGE_RESULT result = PAGE_RESULT::RETRY;
-    for (attempt = 0; attempt < TRIES && result == PAGE_RESULT::RETRY && !host.cancelled(); ++attempt) {
+    const auto mayTry = [&] { return attempt < TRIES && !host.cancelled() && !dialogue.hasIdentifiedLate(); };
+    for (attempt = 0; mayTry() && result == PAGE_RESULT::RETRY; ++attempt) {
         log(format("Working on Address# 0x%x (%d/%d) LEN: %lu", page.startAddress, static_cast<int>(index),
                    static_cast<int>(total), static_cast<unsigned long>(page.dataLength)),
             logger::LOG_NOTICE);
         result = attemptPage(page, started);
     }
     attempt = LONE;
+    if (dialogue.hasIdentifiedLate()) { // and has pages of other sizes
+        logFailure("The module said late what it is");
+        return PAGE_RESULT::RETRY;
+    }
     if (result == PAGE_RESULT::RETRY) {
         logFailure("Page retry count exceeded.  Exiting.");
     }

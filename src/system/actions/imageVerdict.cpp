@@ -42,26 +42,26 @@ std::string placeOf(const FINDING& found) {
     return text;
 }
 
-std::string restOf(std::size_t faults) {
-    return "Image: more of these: " + std::to_string(faults - MOST_LINES);
+std::string restOf(std::size_t errors) {
+    return "Image: more of these: " + std::to_string(errors - MOST_LINES);
 }
 
 } // namespace
 
 bool imageVerdict::accepts(coreState& core, const std::string& prefix, const std::vector<FINDING>& findings) {
-    const bool accepted = !core.strictImages || !imageCheck::hasFault(findings);
+    const bool accepted = !core.strictImages || !imageCheck::hasError(findings);
     const logger::LOG_TYPE level = core.strictImages ? logger::LOG_ERROR : logger::LOG_WARNING;
-    std::size_t faults = 0;
+    std::size_t errors = 0;
     for (const FINDING& each : findings) {
-        const bool isFault = each.what != WHAT::OUTSIDE;
-        faults += isFault ? 1 : 0;
-        if (faults <= MOST_LINES || !isFault) {
+        const bool isError = each.what != WHAT::OUTSIDE;
+        errors += isError ? 1 : 0;
+        if (errors <= MOST_LINES || !isError) {
             core.log->log_item(prefix + titleOf(each.what) + placeOf(each),
-                               isFault ? level : logger::LOG_NOTICE);
+                               isError ? level : logger::LOG_NOTICE);
         }
     }
-    if (faults > MOST_LINES) {
-        core.log->log_item(prefix + restOf(faults), level);
+    if (errors > MOST_LINES) {
+        core.log->log_item(prefix + restOf(errors), level);
     }
     return accepted;
 }

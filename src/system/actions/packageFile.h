@@ -1,26 +1,21 @@
 #pragma once
 
 #include "../coreState.h"
+#include "../packageRules.h"
 
 #include <string>
 
 /** Where the actions find what a package brought. */
 namespace packageFile {
 
-inline const std::string DIRECTORY = "/keldra/tmp/keldra_update/";
-
-/** A name of at most this many characters stands for no file: the item is passed over. */
-constexpr std::string::size_type NO_FILE_LENGTH = 2;
-
-/** True when a component of the name leads out of the directory it is used in. */
-inline bool leadsOutside(const std::string& name) {
-    return ("/" + name + "/").find("/../") != std::string::npos;
-}
-
-/** The image for a hardware revision; the bare directory when the package has none. */
+/**
+ * The image for a hardware revision; the bare directory, which no reader takes, when the package has none or
+ * its name is refused.
+ */
 inline std::string ofItem(const coreState::BASE_ITEM& item, std::uint8_t revision) {
     const auto& items = item.update.items;
-    return DIRECTORY + (revision < items.size() ? items[revision].item : std::string());
+    const bool isTaken = revision < items.size() && !packageRules::leadsOutside(items[revision].item);
+    return packageRules::UNPACKED + (isTaken ? items[revision].item : std::string());
 }
 
 } // namespace packageFile

@@ -7,14 +7,6 @@
 
 #include <cstdio>
 
-namespace {
-
-// The link's receive size at the steps of the dialogue.
-constexpr std::uint8_t COMMAND_SIZE = 15;
-constexpr std::uint8_t REQUEST_SIZE = 5;
-
-} // namespace
-
 bool serialBootload::sendReqStat() {
     return dialogue.sendReqStat(base->id);
 }
@@ -25,7 +17,7 @@ bool serialBootload::sendWithResponse(busMessages::PROCBUS_MSG msg, unsigned tim
 }
 
 bool serialBootload::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
-    csys->comBus->setBuffSize(COMMAND_SIZE);
+    csys->comBus->setBuffSize(receiveSize::SYSTEM_COMMAND);
     return dialogue.sendSystemCommand(module, arg);
 }
 
@@ -63,7 +55,7 @@ int serialBootload::mem_sendData(std::uint32_t row, const hexpage::MEMORY_PAGE& 
 action::STATUS serialBootload::needsUpdate(bool force) {
     csys->answers.forgetIdentification();
     log("Serial: Requested module bootloader", logger::LOG_NOTICE);
-    csys->comBus->setBuffSize(COMMAND_SIZE);
+    csys->comBus->setBuffSize(receiveSize::SYSTEM_COMMAND);
     const auto entry = dialogue.enter(base->id, false);
     if (csys->cancel) {
         return UPERROR;
@@ -86,7 +78,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
     base->swVersion = version;
     base->hwRev = said.hwRev;
     procType = static_cast<coreState::PROC_TYPE>(said.type);
-    csys->comBus->setBuffSize(REQUEST_SIZE);
+    csys->comBus->setBuffSize(receiveSize::SERIAL_BOOTLOADER);
     return GOUPDATE;
 }
 

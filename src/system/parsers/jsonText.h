@@ -6,11 +6,6 @@
 /** What the readers of both manifests share. */
 namespace jsonText {
 
-/** A manifest of so few characters, line end included, holds nothing. */
-inline bool isBlank(const std::string& text) {
-    return text.size() <= 9;
-}
-
 /**
  * Feeds `text` to a SAX handler. False for a syntax error and for anything but white space behind the root
  * value; what the handler took before the error stays. However deep the text is nested, the stack does not

@@ -1,5 +1,7 @@
 #include "updateParser.h"
 
+#include "../packageRules.h"
+
 updateParser::updateParser(coreState* core)
     : sys(core),
       itemNames{
@@ -52,16 +54,17 @@ const updateParser::LISTS* updateParser::listsOfItem() const {
 
 bool updateParser::String(const char* text, unsigned length, bool) {
     const LISTS* lists = listsOfItem();
-    if (lists != nullptr && length > MAX_LENGTH) {
+    const std::string given(text, length);
+    if (lists != nullptr && packageRules::isTooLong(given)) {
         return false;
     }
     if (lists != nullptr && cur.key == "f") {
-        cur.citem.item.assign(text, length);
+        cur.citem.item = given;
         for (coreState::BASE_ITEM* list : *lists) {
             list->update.items.push_back(cur.citem);
         }
     } else if (lists != nullptr && cur.key == "v") {
-        setVersion(*lists, std::string(text, length));
+        setVersion(*lists, given);
     }
     return value();
 }

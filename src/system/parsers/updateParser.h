@@ -10,13 +10,11 @@
 
 /**
  * Reads a package's update manifest and appends one entry per file to the lists of the items that it names:
- * docs/package.md has the layout. Accepts every well-formed text whose items have no text of more than
- * MAX_LENGTH bytes; names and values that it does not know are walked through. Loader thread.
+ * docs/package.md has the layout. Accepts every well-formed text whose items have no text that is too
+ * long (packageRules); names and values that it does not know are walked through. Loader thread.
  */
 class updateParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, updateParser> {
 public:
-    static constexpr unsigned MAX_LENGTH = 4096; ///< a path's; what is longer is no name and no version
-
     explicit updateParser(coreState* core);
 
     bool Null() { return value(); }

@@ -247,7 +247,7 @@ TEST_F(canBootloadTest, WhatLiesOutsideOfTheFlashIsLoggedInOneLine) {
     EXPECT_FALSE(holds(newlyLogged(), "Image"));
 }
 
-TEST_F(canBootloadTest, AnImageWithManyFaultsDoesNotFillTheLog) {
+TEST_F(canBootloadTest, AnImageWithManyErrorsDoesNotFillTheLog) {
     core->strictImages = true;
     std::string image;
     for (unsigned i = 0; i < 100; ++i) {

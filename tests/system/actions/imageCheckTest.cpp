@@ -80,7 +80,7 @@ TEST(imageCheck, FindsWhatWouldNotArrive) {
         ASSERT_TRUE(flashLayouts::readImage(PATH, row.layout, image)) << row.name;
         const std::vector<FINDING> found = imageCheck::ofPages(PATH, row.layout, image);
         EXPECT_EQ(shown(found), row.found) << row.name;
-        EXPECT_EQ(imageCheck::hasFault(found), row.found[0] != '\0' && row.found[0] != 'O') << row.name;
+        EXPECT_EQ(imageCheck::hasError(found), row.found[0] != '\0' && row.found[0] != 'O') << row.name;
     }
 }
 

@@ -1,0 +1,137 @@
+#include "system/packageRules.h"
+
+#include "build.h"
+#include "findingKinds.h"
+#include "plan.h"
+#include "support/panel.h"
+#include "system/actions/fileUpdate.h"
+#include "system/actions/kernelUpdate.h"
+#include "system/actions/packageFile.h"
+
+#include <filesystem>
+#include <optional>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string STICK = "/mnt/usb";
+const fs::path DATA = "/opt/test-data"; // in the sandbox
+
+/** Puts what a folder holds, in whatever form, onto the stick in the form that the panel takes. */
+void bringToStick(const fs::path& folder) {
+    shell("rm -rf /keldra/tmp/* /tmp/installed " + STICK + "/*");
+    if (fs::exists(folder / "package.json")) {
+        package::Findings ignored;
+        EXPECT_TRUE(package::buildPackage({folder, STICK, true}, ignored)) << folder;
+    } else if (fs::exists(folder / packageRules::MANIFEST)) {
+        EXPECT_TRUE(shell("cd " + STICK + " && tar -C " + folder.string() +
+                          " -czf keldra_update.tgz . && "
+                          "sha1sum keldra_update.tgz >keldra_update.tgz.sha"))
+            << folder;
+    } else {
+        EXPECT_TRUE(shell("cp -r " + folder.string() + "/. " + STICK)) << folder;
+    }
+}
+
+/** What keldra-package says of what lies on the stick. */
+struct FORECAST {
+    std::optional<bool> loads; ///< nothing when a finding leaves it open
+    std::vector<package::Step> steps;
+};
+
+FORECAST forecast() {
+    FORECAST said;
+    said.loads = true;
+    package::Findings findings;
+    try {
+        const package::Package package(STICK, findings);
+        if (findings.errors() == 0 && !package.items().empty()) {
+            said.steps = package::makePlan(package, {}, true).steps;
+        }
+    } catch (const package::Failure&) {
+        said.loads = false;
+    }
+    for (const package::Finding& each : findings.all()) {
+        const std::string panel = each.kind->panel;
+        if (panel.starts_with("refuses the package") || panel.starts_with("does not unpack it") ||
+            panel.starts_with("does not read the manifest")) {
+            said.loads = false;
+        }
+    }
+    for (const package::Finding& each : findings.all()) {
+        if (each.kind == &package::kinds::archiveEntry || each.kind == &package::kinds::manifestBlank ||
+            each.text == "nested too deeply") {
+            said.loads.reset();
+        }
+    }
+    return said;
+}
+
+class packageRulesTest : public Panel {
+protected:
+    packageRulesTest() { start(); }
+
+    /** What the panel makes of an item that it visits; of a firmware image, only whether it takes the file.
+     */
+    std::string visited(const package::Stop& stop) {
+        const struct {
+            const char* name;
+            coreState::BASE_ITEM& item;
+        } images[] = {{"ctrl", core->ctrl.base}, {"master", core->master.base}, {"motor", core->motor.base},
+                      {"slave", core->s1.base},  {"mf", core->mf1.base},        {"arts", core->arts.base}};
+        for (const coreState::HOST_ITEM& each : core->hostItems()) {
+            if (each.name == std::string(stop.item)) {
+                return installed(*each.item, each.name == std::string("kernel"));
+            }
+        }
+        for (const auto& [name, item] : images) {
+            if (name == std::string(stop.item) && !item.update.items.empty()) {
+                return functs().isFile(packageFile::ofItem(item, 0)) ? "taken" : "fails";
+            }
+        }
+        return "nothing";
+    }
+    std::string installed(coreState::BASE_ITEM& item, bool isKernel) {
+        kernelUpdate kernel(core.get());
+        fileUpdate files(core.get());
+        files.setInstallPath("/tmp/installed");
+        fs::create_directories("/tmp/installed");
+        action& act = isKernel ? static_cast<action&>(kernel) : files;
+        act.setBase(&item);
+        return act.needsUpdate(true) != action::GOUPDATE ? "nothing" : act.run() ? "taken" : "fails";
+    }
+    static std::string planned(const package::Step& step) {
+        const bool failsByContent =
+            step.stop->module != nullptr && step.reason.find('"') == std::string::npos;
+        return step.decision == package::Decision::Update  ? "taken"
+               : step.decision != package::Decision::Fails ? "nothing"
+               : failsByContent                            ? "taken"
+                                                           : "fails";
+    }
+};
+
+TEST_F(packageRulesTest, ThePanelDoesWhatThePackageToolSays) {
+    std::size_t packages = 0;
+    std::size_t steps = 0;
+    for (const char* quality : {"good-packages", "bad-packages"}) {
+        for (const fs::directory_entry& folder : fs::directory_iterator(DATA / quality)) {
+            bringToStick(folder);
+            const FORECAST said = forecast();
+            const bool loaded = load() == 0;
+            EXPECT_EQ(loaded, said.loads.value_or(loaded)) << folder;
+            ++packages;
+            for (const package::Step& step : said.steps) {
+                EXPECT_EQ(visited(*step.stop), planned(step)) << folder << ", " << step.stop->shown;
+                ++steps;
+                if (step.decision == package::Decision::Fails) {
+                    break;
+                }
+            }
+        }
+    }
+    EXPECT_GT(packages, 90U);
+    EXPECT_GT(steps, 500U);
+}
+
+} // namespace

@@ -1,0 +1,203 @@
+// Every kind of finding that a package can have: its name, how bad it is, what the panel would do, the
+// remedy.
+#pragma once
+
+#include "finding.h"
+
+namespace package::kinds {
+
+using enum Severity;
+
+// Digests and the archive.
+inline constexpr Kind digestMissing{"digest-missing", Error,
+                                    "refuses the package: \"Updater file corrupted!\"",
+                                    "put the SHA-1 beside the file: sha1sum FILE > FILE.sha"};
+inline constexpr Kind digestForm{
+    "digest-form", Error, "refuses the package: \"Updater file corrupted!\"",
+    "let the .sha file begin with the 40 digits, alone or followed by a blank and the file's name"};
+inline constexpr Kind digestWrong{
+    "digest-wrong", Error, "refuses the package: \"Updater file corrupted!\"",
+    "make the digest after the last change to the file; if nobody changed it, fetch it again"};
+inline constexpr Kind digestName{"digest-name", Warning, "does not read the name and accepts the digest",
+                                 "make the .sha file from the file that it stands beside"};
+inline constexpr Kind packageName{
+    "package-name", Warning, "looks for keldra_update.tgz only: \"No updater file or USB not connected\"",
+    "name it keldra_update.tgz on the stick, and its digest keldra_update.tgz.sha"};
+inline constexpr Kind archiveBroken{
+    "archive-broken", Error, "does not unpack it: \"Internal Error\"",
+    "write the archive again (tar compressed by gzip) and copy it completely"};
+inline constexpr Kind archiveEntry{
+    "archive-entry", Error, "stops unpacking or unpacks it where nobody looks for it",
+    "pack files, directories and links with relative names without \"..\" only"};
+inline constexpr Kind manifestNotLast{
+    "manifest-not-last", Warning, "may find a manifest without its files after a loss of power",
+    "put update.manifest and update.manifest.sha at the end of the archive"};
+inline constexpr Kind manifestMissing{"manifest-missing", Error,
+                                      "refuses the package: \"Updater file corrupted!\"",
+                                      "put update.manifest at the top of the archive"};
+
+// The manifest and the description.
+inline constexpr Kind manifestBlank{"manifest-blank", Error,
+                                    "finds nothing to update, or says \"Internal Error\"",
+                                    "name the items in the manifest"};
+inline constexpr Kind jsonSyntax{"json-syntax", Error, "does not read the manifest: \"Internal Error\"",
+                                 "correct the text at this place"};
+inline constexpr Kind itemUnknown{"item-unknown", Error, "ignores the item in silence",
+                                  "use kernel, rootfs, updater, gui, drivers, ctrl, master, motor, slave, mf "
+                                  "or arts, in lower case"};
+inline constexpr Kind itemForm{"item-form", Error, "takes nothing from it, or puts it into another item",
+                               "write the item as docs/package.md shows it"};
+inline constexpr Kind itemTwice{"item-twice", Error,
+                                "appends the second files and gives the first ones the second versions",
+                                "name each item once"};
+inline constexpr Kind itemUnvisited{"item-unvisited", Warning,
+                                    "never updates the root file system and keeps its recorded version",
+                                    "leave the item out"};
+inline constexpr Kind itemNested{
+    "item-nested", Error, "takes the inner object's key for an item when it is longer than one character",
+    "write the item as docs/package.md shows it"};
+inline constexpr Kind keyUnknown{"key-unknown", Error, "ignores the key in silence",
+                                 "remove it, or spell it as docs/package.md does"};
+inline constexpr Kind keyTwice{"key-twice", Error, "appends files, and overwrites versions from the first on",
+                               "write each key once, with a list of values"};
+inline constexpr Kind valueNotText{"value-not-text", Error, "loses a value that is not a text",
+                                   "put it in quotation marks"};
+inline constexpr Kind versionsFirst{"versions-first", Error, "drops the versions in silence",
+                                    "write \"f\" before \"v\""};
+inline constexpr Kind unpaired{
+    "unpaired", Error, "gives files without a version the empty one, and drops versions without a file",
+    "give each file exactly one version, in the same order"};
+inline constexpr Kind versionEmpty{"version-empty", Error, "updates the item again and again",
+                                   "give the version that the item reports once it is installed"};
+inline constexpr Kind versionForm{
+    "version-form", Error, "never finds it equal to what the module tells, and shows line ends as such",
+    "write it as the module tells it: three numbers up to 255 without leading zeros, as 1.3.0"};
+inline constexpr Kind textTooLong{"text-too-long", Error, "refuses the package: \"Internal Error\"",
+                                  "keep names and versions to 4096 bytes"};
+inline constexpr Kind revisionMissing{"revision-missing", Error,
+                                      "says \"up-to-date\" and leaves the module as it is",
+                                      "add the image for that hardware revision"};
+inline constexpr Kind revisionUnused{
+    "revision-unused", Warning, "has hardware revision 0 for its own items: it takes the first file only",
+    "list one file"};
+inline constexpr Kind revisionTooHigh{"revision-too-high", Error, "takes a hardware revision above 250 for 0",
+                                      "list 251 files at most"};
+inline constexpr Kind nameShort{"name-short", Error,
+                                "takes a name of two characters or fewer for no file and counts it as done",
+                                "give the file a longer name"};
+inline constexpr Kind nameOutside{"name-outside", Error, "refuses a name that leads out of the package",
+                                  "use names relative to the package, without \"..\""};
+inline constexpr Kind nameForm{
+    "name-form", Error, "may find the file all the same, but two names then stand for one file",
+    "write names without \"./\", doubled or closing slashes, and leave update.manifest to the package"};
+inline constexpr Kind nameShell{"name-shell", Error,
+                                "refuses such a kernel; other names may not survive scripts and sticks",
+                                "use letters, digits and ._+-/ only"};
+inline constexpr Kind processorUnknown{"processor-unknown", Error, "(does not read the description)",
+                                       "use pic24, pic24-old, pic32-records, pic32-pages, stm32f0, stm32f3 "
+                                       "or stm32f4"};
+inline constexpr Kind processorUnsupported{
+    "processor-unsupported", Error, "ends the whole update: \"Unsupported processor\"",
+    "PIC32 images are for ctrl only; check which item it is meant for"};
+
+// Files.
+inline constexpr Kind fileMissing{"file-missing", Error,
+                                  "fails at this item, with the items before it already installed",
+                                  "put the file into the package, or correct its name"};
+inline constexpr Kind fileKind{"file-kind", Error,
+                               "fails at this item, with the items before it already installed",
+                               "name a regular file, or for updater, gui and drivers a directory"};
+inline constexpr Kind fileUnreadable{"file-unreadable", Error, "(never gets it: it can't be packed)",
+                                     "give yourself the right to read it: chmod u+rX FILE"};
+inline constexpr Kind fileEmpty{"file-empty", Error, "installs nothing and records the new version",
+                                "put the real content into the package"};
+inline constexpr Kind fileHidden{"file-hidden", Error, "does not copy names that begin with a full stop",
+                                 "rename what is needed and remove the rest"};
+inline constexpr Kind linkBroken{"link-broken", Error,
+                                 "can't copy it, and records the new version all the same",
+                                 "put the file itself into the package"};
+inline constexpr Kind linkOutside{"link-outside", Error,
+                                  "finds another file there, or none: the package brings only the link",
+                                  "put the file itself into the package"};
+inline constexpr Kind linkCopied{"link-copied", Warning, "installs a copy of what the link leads to",
+                                 "put the file itself into the package, or let the program make the link"};
+inline constexpr Kind notExecutable{"not-executable", Error, "installs a program that can't be started",
+                                    "chmod +x FILE before packing"};
+inline constexpr Kind updaterName{
+    "updater-name", Error, "installs it elsewhere and starts the old program, with the new version recorded",
+    "name the program K+Updater, at the top of the package or of the directory that is named"};
+inline constexpr Kind fileUnnamed{"file-unnamed", Warning, "unpacks it and does nothing with it",
+                                  "name it in the manifest or leave it out"};
+
+// Firmware images.
+inline constexpr Kind hexGarbage{
+    "hex-garbage", Error,
+    "skips the line; a damaged record it refuses with strict_images = 1, else it warns and reads other bytes",
+    "write the image again with the linker; don't edit it"};
+inline constexpr Kind hexCount{"hex-count", Error,
+                               "refuses it with strict_images = 1; else warns and trusts the count: "
+                               "programs the checksum as data or drops bytes",
+                               "write the image again with the linker"};
+inline constexpr Kind hexTruncated{
+    "hex-truncated", Error,
+    "refuses it with strict_images = 1; else warns and programs the part that is there",
+    "copy the image again, completely"};
+inline constexpr Kind hexChecksum{"hex-checksum", Error,
+                                  "refuses it with strict_images = 1; else warns and programs the bytes (a "
+                                  "module that takes records refuses this one)",
+                                  "a byte was damaged: take the image from its origin again"};
+inline constexpr Kind hexForm{"hex-form", Error, "reads another address from it, or ignores it",
+                              "write the image again with the linker"};
+inline constexpr Kind hexType{"hex-type", Error,
+                              "ignores it; a segment address it refuses with strict_images = 1, else it "
+                              "warns, and what follows lands at the wrong place",
+                              "write the image as I32HEX: records of type 00, 01, 04 and 05"};
+inline constexpr Kind hexOrder{"hex-order", Error,
+                               "within a page, refuses it with strict_images = 1; else warns and appends "
+                               "the bytes behind those that came before",
+                               "sort the records by address"};
+inline constexpr Kind hexOverlap{
+    "hex-overlap", Error,
+    "refuses it with strict_images = 1; else warns and programs both, one behind the other",
+    "check what was merged into the image"};
+inline constexpr Kind hexDuplicate{
+    "hex-duplicate", Error,
+    "refuses it with strict_images = 1; else warns and programs both, one behind the other",
+    "check what was merged into the image"};
+inline constexpr Kind hexNoEnd{"hex-no-end", Error, "does not notice, and programs the part that is there",
+                               "copy the image again, completely; it ends with :00000001FF"};
+inline constexpr Kind hexAfterEnd{"hex-after-end", Error, "programs what follows the end, too",
+                                  "keep one image a file"};
+inline constexpr Kind hexGap{
+    "hex-gap", Error, "refuses it with strict_images = 1; else warns and moves the bytes behind the gap up",
+    "let the linker fill every used page from its start, with FF"};
+inline constexpr Kind hexOutside{
+    "hex-outside", Error,
+    "drops the bytes with a line in the log (data that runs on from a region it refuses with strict_images = "
+    "1), or sends the record to a module without a place for it",
+    "remove them from the image, or choose the right processor"};
+inline constexpr Kind hexTooLarge{
+    "hex-too-large", Error, "refuses it with strict_images = 1; else warns and cuts the address to 16 bits",
+    "link the program below that address (settings words don't belong here)"};
+inline constexpr Kind hexEraseRun{"hex-erase-run", Error,
+                                  "erases fewer pages than meant: the request counts to 256",
+                                  "move the parts of the program together, or fill the space between them"};
+inline constexpr Kind hexFirstRegion{
+    "hex-first-region", Error,
+    "refuses it with strict_images = 1; else warns and programs nothing, and counts it as done",
+    "give the image its part in the first region, too"};
+inline constexpr Kind hexAlignment{"hex-alignment", Error,
+                                   "refuses it with strict_images = 1; else warns and takes the wrong bytes "
+                                   "for the fourth ones, which it leaves out",
+                                   "let every record begin and end with a whole instruction of 4 bytes"};
+inline constexpr Kind hexPhantom{"hex-phantom", Error, "leaves the byte out",
+                                 "the image is not for this processor: use the PIC24 linker's"};
+inline constexpr Kind hexEmpty{
+    "hex-empty", Error,
+    "refuses it with strict_images = 1; else warns and programs nothing, and counts it as done",
+    "put the module's image into the package"};
+inline constexpr Kind hexRefused{"hex-refused", Error,
+                                 "refuses it, at least with strict_images = 1: \"Bad HEX file\"",
+                                 "write the image again with the linker"};
+
+} // namespace package::kinds
