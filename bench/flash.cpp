@@ -1,5 +1,5 @@
 #include "bench.h"
-#include "panel.h"
+#include "sim/panel/bed.h"
 
 #include "system/ProcBusThread.h"
 #include "system/actions/canBootload.h"
@@ -56,12 +56,11 @@ void bench::flash(const ARGUMENTS& arguments) {
     for (const auto& module : MODULES) {
         inventory += std::string(module.name) + " kind=" + kind + "\n";
     }
-    writeFile("/tmp/inventory", inventory);
-    shell("mkdir " + packageRules::UNPACKED + " && ln -s " + arguments.at(1) + " " + packageRules::UNPACKED +
-          "image.hex");
-    const SIMULATOR simulator(arguments.at(0), "--inventory /tmp/inventory --baud " + arguments.at(4) +
-                                                   " --trace " + arguments.at(5));
-    configure(SIMULATOR::PORT, baud);
+    panel::shell("mkdir " + packageRules::UNPACKED + " && ln -s " + arguments.at(1) + " " +
+                 packageRules::UNPACKED + "image.hex");
+    const panel::SimulatedBus bus(arguments.at(0), inventory,
+                                  {"--baud", arguments.at(4), "--trace", arguments.at(5)});
+    panel::configure(panel::SimulatedBus::PORT, baud);
     updateCore core;
     const double start = now();
     if (!flashAll(core, modules, controlModule)) {

@@ -1,5 +1,5 @@
 #include "bench.h"
-#include "panel.h"
+#include "sim/panel/bed.h"
 
 #include "drivers/uart.h"
 #include "lib/crc16.h"
@@ -113,13 +113,13 @@ private:
 /** Calls `work` with the line while the updater, or the bare reader, takes in what is sent. */
 void withReader(const std::string& reader,
                 const std::function<void(int fd, const std::function<bool(const Bytes&)>& tookIn)>& work) {
-    const bench::TERMINAL line;
+    const panel::Terminal line;
     if (reader == "bare") {
         const BARE_READER bare(line.name());
         work(line.fd(), [&bare](const Bytes& sent) { return bare.received >= sent.size(); });
         return;
     }
-    bench::configure(line.name(), BAUD);
+    panel::configure(line.name(), BAUD);
     updateCore core;
     work(line.fd(), [&core](const Bytes&) { return core.arts.available.operator bool(); });
 }

@@ -1,5 +1,5 @@
 #include "bench.h"
-#include "panel.h"
+#include "sim/panel/bed.h"
 
 #include "gui/UpdaterWindow.h"
 #include "system/updateCore.h"
@@ -40,15 +40,18 @@ private:
 };
 
 void putOntoStick(const std::string& package) {
-    bench::shell("cp " + package + " " + package + ".sha /mnt/usb");
+    panel::shell("cp " + package + " " + package + ".sha /mnt/usb");
 }
 
 /** A bus on which every module answers, so that no time goes into waiting for one that is not there. */
-std::unique_ptr<bench::SIMULATOR> startBus(const std::string& program) {
-    bench::shell("for name in s1 s2 s3 s4 mf1 mf2 mf3 arts motor master ctrl; do echo $name kind=stm32f3; "
-                 "done >/tmp/inventory");
-    bench::configure(bench::SIMULATOR::PORT, BAUD);
-    return std::make_unique<bench::SIMULATOR>(program, "--inventory /tmp/inventory");
+std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program) {
+    std::string inventory;
+    for (const char* name :
+         {"s1", "s2", "s3", "s4", "mf1", "mf2", "mf3", "arts", "motor", "master", "ctrl"}) {
+        inventory += std::string(name) + " kind=stm32f3\n";
+    }
+    panel::configure(panel::SimulatedBus::PORT, BAUD);
+    return std::make_unique<panel::SimulatedBus>(program, inventory);
 }
 
 } // namespace
@@ -59,10 +62,10 @@ void bench::loadPackage(const ARGUMENTS& arguments) {
     double bare = 0;
     for (int n = 0; n < 2; ++n) { // the first warms the caches, for the loader, too
         const double start = now();
-        shell("cd /mnt/usb && sha1sum keldra_update.tgz >/dev/null && mkdir /tmp/bare && "
-              "tar -C /tmp/bare -zxpf keldra_update.tgz");
+        panel::shell("cd /mnt/usb && sha1sum keldra_update.tgz >/dev/null && mkdir /tmp/bare && "
+                     "tar -C /tmp/bare -zxpf keldra_update.tgz");
         bare = now() - start;
-        shell("rm -r /tmp/bare");
+        panel::shell("rm -r /tmp/bare");
     }
     updateCore core;
     unsigned char mode = 1;
@@ -96,8 +99,8 @@ void bench::paintWindow(const ARGUMENTS& arguments) {
         window.showFullScreen();
         QApplication::exec();
     }
-    const TERMINAL line;
-    configure(line.name(), BAUD);
+    const panel::Terminal line;
+    panel::configure(line.name(), BAUD);
     updateCore core;
     QApplication application(count, words);
     UpdaterWindow window(&application, &core);

@@ -1,13 +1,8 @@
 // Runs a command and cuts the power, so to speak: right before the N-th call of one kind, counted over
 // everything that the command starts, every process in this process namespace is killed. Run it in a sandbox
 // only.
-//
-//   cut-power files N LIST COMMAND...   calls that change files of the panel
-//   cut-power frames N LIST COMMAND...  writes to the bus
-//
-// With N = 0 nothing is cut. The calls that were let through, and last the one that was not, are listed in
-// the file LIST, "NAME PATH" each. The status is the command's, or 99 after a cut.
 
+#include <CLI/CLI.hpp>
 #include <array>
 #include <climits>
 #include <csignal>
@@ -15,7 +10,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <linux/filter.h>
@@ -169,7 +163,12 @@ private:
     bool changes = false;
 };
 
-pid_t start(char** command) {
+pid_t start(const std::vector<std::string>& command) {
+    std::vector<char*> words;
+    for (const std::string& word : command) {
+        words.push_back(const_cast<char*>(word.c_str()));
+    }
+    words.push_back(nullptr);
     int go[2];
     if (pipe(go) != 0) {
         fail("pipe");
@@ -183,8 +182,8 @@ pid_t start(char** command) {
         }
         close(go[0]);
         stopAtCalls();
-        execvp(command[0], command);
-        fail(command[0]);
+        execvp(words[0], words.data());
+        fail(words[0]);
     }
     const long options = PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE |
                          PTRACE_O_TRACESECCOMP | PTRACE_O_EXITKILL;
@@ -235,10 +234,23 @@ int follow(pid_t command, bool frames, long cutAt, std::ofstream& list) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 5) {
-        std::fprintf(stderr, "usage: %s files|frames N LIST COMMAND...\n", argv[0]);
-        return 2;
+    std::string row;
+    long cutAt = 0;
+    std::string list;
+    CLI::App app("Exit status: the command's; 99 after a cut, 2 when it could not be followed.", "cut-power");
+    app.add_option("ROW", row, "what is counted: calls that change files of the panel, or writes to the bus")
+        ->required()
+        ->check(CLI::IsMember({"files", "frames"}));
+    app.add_option("N", cutAt, "the call to cut before; 0 for none")->required();
+    app.add_option("LIST", list,
+                   "file for the calls, \"NAME PATH\" each; last the one that was not let through")
+        ->required();
+    app.prefix_command();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     }
-    std::ofstream list(argv[3]);
-    return follow(start(argv + 4), std::strcmp(argv[1], "frames") == 0, std::atol(argv[2]), list);
+    std::ofstream calls(list);
+    return follow(start(app.remaining()), row == "frames", cutAt, calls);
 }

@@ -2,6 +2,7 @@
 // simulated bus in a sandbox of its own. Counts how they end.
 #include "panelRun.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <atomic>
 #include <cstdio>
@@ -18,20 +19,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* const USAGE = R"(usage: fault-runs MODE [options]
-  --share P      updates of one module, a share P of whose replies is lost, late, doubled or corrupted
-  --full-panel   updates of the whole panel, with one to four faults of any kind
-  --script FILE  the cases of a file
-  --runs N       seeds (of each case of a script) (50)
-  --seed N       the first seed (1)
-  --case N       only this case of the script
-  --jobs N       so many runs at a time (24)
-  --keep DIR     leaves log, traces and dumps of each run there
-Exit status 1 when a run ended otherwise than as it may.
-)";
+constexpr const char* ABOUT =
+    "Updates by the real core on the simulated bus, each in a sandbox of its own, under faults of the bus.\n"
+    "Exit status: 0 fine; 1 when a run ended otherwise than as it may; 2 for a wrong command line.";
+
 struct Options {
-    std::string mode; ///< the option that chose it, with its value
-    double share = 0;
+    std::string share; ///< this, the next or the script is given
+    bool fullPanel = false;
     std::string script;
     std::uint64_t runs = 50;
     std::uint64_t seed = 1;
@@ -41,46 +35,30 @@ struct Options {
     bool inside = false; ///< in the sandbox, for a single run
 };
 
-Options parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string name = argv[i];
-        if (name == "--inside") {
-            options.inside = true;
-            continue;
-        }
-        if (name == "--full-panel") {
-            options.mode = name;
-            continue;
-        }
-        if (i + 1 == argc) {
-            throw std::invalid_argument(name);
-        }
-        const std::string value = argv[++i];
-        if (name == "--share") {
-            options.share = std::stod(value);
-            options.mode = name + " " + value;
-        } else if (name == "--script") {
-            options.script = fs::absolute(value);
-            options.mode = name + " " + options.script;
-        } else if (name == "--runs") {
-            options.runs = std::stoull(value);
-        } else if (name == "--seed") {
-            options.seed = std::stoull(value);
-        } else if (name == "--case") {
-            options.onlyCase = std::stoul(value);
-        } else if (name == "--jobs") {
-            options.jobs = static_cast<unsigned>(std::stoul(value));
-        } else if (name == "--keep") {
-            options.keep = fs::absolute(value);
-        } else {
-            throw std::invalid_argument(name);
-        }
-    }
-    if (options.mode.empty()) {
-        throw std::invalid_argument("no mode");
-    }
-    return options;
+/** The option that chose what to run, with its value. */
+std::string modeOf(const Options& options) {
+    return options.fullPanel        ? "--full-panel"
+           : options.script.empty() ? "--share " + options.share
+                                    : "--script " + options.script;
+}
+
+void declare(CLI::App& app, Options& options) {
+    const auto absolute = [](const std::string& path) { return fs::absolute(path).string(); };
+    auto* modes = app.add_option_group("mode");
+    modes->require_option(1);
+    modes->add_option(
+        "--share", options.share,
+        "updates of one module, a share P of whose replies is lost, late, doubled or corrupted");
+    modes->add_flag("--full-panel", options.fullPanel,
+                    "updates of the whole panel, with one to four faults of any kind");
+    modes->add_option("--script", options.script, "the cases of a file")->transform(absolute);
+    app.add_option("--runs", options.runs, "seeds (of each case of a script) (50)");
+    app.add_option("--seed", options.seed, "the first seed (1)");
+    app.add_option("--case", options.onlyCase, "only this case of the script");
+    app.add_option("--jobs", options.jobs, "so many runs at a time (24)");
+    app.add_option("--keep", options.keep, "leaves log, traces and dumps of each run there")
+        ->transform(absolute);
+    app.add_flag("--inside", options.inside)->group("");
 }
 
 const std::string& program() {
@@ -90,7 +68,7 @@ const std::string& program() {
 
 int runInside(int argc, char** argv, const Options& options) {
     const QCoreApplication application(argc, argv);
-    const Plan plan = options.share > 0 ? sharePlan(options.share, options.seed)
+    const Plan plan = !options.share.empty() ? sharePlan(std::stod(options.share), options.seed)
                       : options.script.empty()
                           ? fullPlan(options.seed)
                           : scriptPlan(readScript(options.script).at(options.onlyCase - 1), options.seed);
@@ -135,7 +113,7 @@ public:
         for (std::thread& worker : workers) {
             worker.join();
         }
-        std::cout << options.mode << ": " << jobs.size() << " runs\n";
+        std::cout << modeOf(options) << ": " << jobs.size() << " runs\n";
         for (const auto& [outcome, count] : counts) {
             std::printf("  %-8s %5d\n", outcome.c_str(), count);
         }
@@ -149,7 +127,7 @@ private:
     };
 
     std::string arguments(const Job& job) const {
-        return options.mode + " --seed " + std::to_string(job.seed) +
+        return modeOf(options) + " --seed " + std::to_string(job.seed) +
                (options.script.empty() ? "" : " --case " + std::to_string(job.entry));
     }
 
@@ -210,11 +188,16 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
+    Options options;
+    CLI::App app(ABOUT, "fault-runs");
+    declare(app, options);
     try {
-        const Options options = parse(argc, argv);
+        app.parse(argc, argv);
         return options.inside ? runInside(argc, argv, options) : Campaign(options).execute() > 0;
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception& error) {
-        std::cerr << "fault-runs: " << error.what() << '\n' << USAGE;
+        std::cerr << "fault-runs: " << error.what() << '\n';
         return 2;
     }
 }

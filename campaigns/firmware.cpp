@@ -1,17 +1,8 @@
 #include "firmware.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <fstream>
-#include <stdexcept>
 
 namespace {
-
-constexpr std::uint8_t ERASED = 0xFF;
-constexpr std::uint32_t BANK = 0x10000; // reach of a record's 16-bit address
-constexpr std::uint8_t DATA = 0;
-constexpr std::uint8_t END = 1;
-constexpr std::uint8_t UPPER_ADDRESS = 4;
 
 const Kind KINDS[] = {
     // name          regions             page    packed whole  gaps   records
@@ -42,29 +33,6 @@ std::uint32_t drawLength(const Kind& kind, std::mt19937_64& random, bool small) 
     default:
         return draw(random, 1, 600 / grain) * grain;
     }
-}
-
-std::string record(std::uint8_t type, std::uint16_t address, const std::vector<std::uint8_t>& data) {
-    std::vector<std::uint8_t> bytes = {static_cast<std::uint8_t>(data.size()),
-                                       static_cast<std::uint8_t>(address >> 8),
-                                       static_cast<std::uint8_t>(address & 0xFF), type};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    unsigned sum = 0;
-    std::string text = ":";
-    char digits[3];
-    const auto add = [&](unsigned byte) {
-        sum += byte;
-        std::snprintf(digits, sizeof digits, "%02X", byte & 0xFF);
-        text += digits;
-    };
-    std::for_each(bytes.begin(), bytes.end(), add);
-    add(0x100 - sum % 0x100);
-    return text + "\n";
-}
-
-std::uint8_t at(const Memory& memory, std::uint32_t address) {
-    const auto byte = memory.find(address);
-    return byte == memory.end() ? ERASED : byte->second;
 }
 
 } // namespace
@@ -106,52 +74,9 @@ std::vector<std::uint32_t> usedPages(const Kind& kind, const Memory& image) {
 }
 
 std::string hexFile(const Kind& kind, const Memory& image, std::mt19937_64& random) {
-    std::string text;
-    std::uint32_t bank = 0;
-    for (auto byte = image.begin(); byte != image.end();) {
-        const std::uint32_t address = byte->first;
-        const std::size_t most = kind.byRecords && random() % 8 == 0 ? draw(random, 1, 4) : 16;
-        std::vector<std::uint8_t> data;
-        for (std::uint32_t next = address; byte != image.end() && byte->first == next && data.size() < most &&
-                                           next / BANK == address / BANK;
-             ++byte, ++next) {
-            data.push_back(byte->second);
-        }
-        if (address / BANK != bank) {
-            bank = address / BANK;
-            text += record(UPPER_ADDRESS, 0,
-                           {static_cast<std::uint8_t>(bank >> 8), static_cast<std::uint8_t>(bank & 0xFF)});
-        }
-        text += record(DATA, static_cast<std::uint16_t>(address % BANK), data);
-    }
-    return text + record(END, 0, {});
-}
-
-Memory readHexFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    Memory memory;
-    std::uint32_t bank = 0;
-    for (std::string line; std::getline(in, line);) {
-        std::vector<unsigned> bytes;
-        unsigned sum = 0;
-        for (std::size_t i = 1; i + 1 < line.size(); i += 2) {
-            bytes.push_back(static_cast<unsigned>(std::stoul(line.substr(i, 2), nullptr, 16)));
-            sum += bytes.back();
-        }
-        if (bytes.size() < 5 || bytes.size() != bytes[0] + 5 || sum % 0x100 != 0) {
-            throw std::runtime_error("bad record in " + path + ": " + line);
-        }
-        if (bytes[3] == UPPER_ADDRESS) {
-            bank = bytes[4] << 8 | bytes[5];
-        }
-        for (std::uint32_t i = 0; bytes[3] == DATA && i < bytes[0]; ++i) {
-            memory[bank * BANK + (bytes[1] << 8 | bytes[2]) + i] = static_cast<std::uint8_t>(bytes[4 + i]);
-        }
-    }
-    return memory;
+    return panel::hexFile(image, [&]() -> std::size_t {
+        return kind.byRecords && random() % 8 == 0 ? draw(random, 1, 4) : 16;
+    });
 }
 
 Memory flashAfter(const Kind& kind, const Memory& image, const std::set<std::uint32_t>& ignoredPages) {
@@ -176,18 +101,4 @@ Memory flashAfter(const Kind& kind, const Memory& image, const std::set<std::uin
         }
     }
     return flash;
-}
-
-std::string difference(const Kind& kind, const Memory& flash, const Memory& expected) {
-    Memory all = flash;
-    all.insert(expected.begin(), expected.end());
-    for (const auto& [address, byte] : all) {
-        if (!(kind.packed && address % 4 == 3) && at(flash, address) != at(expected, address)) {
-            char text[80];
-            std::snprintf(text, sizeof text, "%08X holds %02X, not %02X", address, at(flash, address),
-                          at(expected, address));
-            return text;
-        }
-    }
-    return {};
 }

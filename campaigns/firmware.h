@@ -1,7 +1,8 @@
 #pragma once
 
+#include "sim/panel/hexImage.h"
+
 #include <cstdint>
-#include <map>
 #include <random>
 #include <set>
 #include <span>
@@ -11,8 +12,7 @@
 // Firmware images and what a module's flash must hold after an update with one of them. Written from
 // docs/bus-protocol.md and the HEX format alone: shares no code with the updater or the simulator.
 
-/** Bytes by their address in a HEX file; what is not there is erased. */
-using Memory = std::map<std::uint32_t, std::uint8_t>;
+using panel::Memory;
 
 struct Kind {
     const char* name; ///< as the simulator's inventory has it
@@ -37,13 +37,7 @@ std::vector<std::uint32_t> usedPages(const Kind& kind, const Memory& image);
 
 /** The image as a HEX file; records are shorter now and then when they may be. */
 std::string hexFile(const Kind& kind, const Memory& image, std::mt19937_64& random);
-/** Throws std::runtime_error for a file that can't be read or a record whose sum is wrong. */
-Memory readHexFile(const std::string& path);
-
 /** Flash that was full of OLD bytes before, with pages that the bootloader does not let change. */
 constexpr std::uint8_t OLD = 0xA5;
 constexpr std::uint32_t OLD_BYTES = 0x8000; // of a HEX file, from the first region's start
 Memory flashAfter(const Kind& kind, const Memory& image, const std::set<std::uint32_t>& ignoredPages);
-
-/** Empty when equal, else the first difference. */
-std::string difference(const Kind& kind, const Memory& flash, const Memory& expected);

@@ -16,24 +16,17 @@ const char* moduleName(const Kind& kind) {
 
 } // namespace
 
-MatrixRuns::MatrixRuns(Settings requested) : settings(std::move(requested)) {
-    if (settings.lose > 0) {
-        const std::string share = " share=" + std::to_string(settings.lose);
-        settings.faults.push_back("lost-request" + share);
-        settings.faults.push_back("lost" + share);
-    }
-}
-
 virtualBus::SETTINGS MatrixRuns::busFor(const Cell& cell, const Firmware& made) const {
     virtualBus::SETTINGS bus;
-    sim::ModuleConfig module =
-        sim::parseModule(sim::words(std::string(moduleName(*cell.kind)) + " kind=" + cell.kind->name + " " +
-                                    settings.temper + cell.temper()));
+    sim::ModuleConfig module = sim::parseModule(
+        sim::words(std::string(moduleName(*cell.kind)) + " kind=" + cell.kind->name + cell.temper()));
     module.flash = made.before;
     bus.modules = {std::move(module)};
-    bus.faults = settings.faults;
+    if (settings.lose > 0) {
+        const std::string share = " share=" + std::to_string(settings.lose);
+        bus.faults = {"lost-request" + share, "lost" + share};
+    }
     bus.seed = cell.number + 1;
-    bus.baud = settings.baud;
     bus.trace = settings.trace;
     return bus;
 }
@@ -44,14 +37,14 @@ MatrixResult MatrixRuns::run(const Cell& cell, Dialogue dialogue) {
         firmware.get(std::string(kind.name) + "-" + cell.shape->name, kind,
                      [&](std::mt19937_64& random) { return imageOf(kind, *cell.shape, random); });
     virtualBus bus(busFor(cell, made));
-    virtualHost host(bus, settings.exchangeTime);
+    virtualHost host(bus);
     const virtualBus::clock::time_point start = bus.now();
     const sim::ModuleConfig& module = bus.modules().front()->config();
     const DialogueTarget target{module.address, module.serialBootloader, made.path};
     MatrixResult result;
     try {
         const bool done = dialogue == Dialogue::PLAIN
-                              ? plainDialogue(host, settings.countRowFailures).flash(target)
+                              ? plainDialogue(host).flash(target)
                               : panelVisits(host).flash(target) == panelVisits::RESULT::DONE;
         result.time = bus.now() - start;
         bus.advance(bus.now() + LAST_WORK);

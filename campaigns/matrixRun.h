@@ -32,16 +32,11 @@ struct MatrixResult {
 class MatrixRuns {
 public:
     struct Settings {
-        std::string temper;              ///< further words for every module, as in an inventory
-        double lose = 0;                 ///< share of requests, and of replies, that are lost
-        std::vector<std::string> faults; ///< lines of the simulator's fault script
-        unsigned baud = 115200;
-        std::chrono::microseconds exchangeTime{0}; ///< what the panel itself takes for a request
-        bool countRowFailures = false;             ///< by the plain dialogue
-        std::string trace;                         ///< "-" for standard output
+        double lose = 0;   ///< share of requests, and of replies, that are lost
+        std::string trace; ///< "-" for standard output
     };
 
-    explicit MatrixRuns(Settings settings);
+    explicit MatrixRuns(Settings requested) : settings(std::move(requested)) {}
     MatrixRuns(const MatrixRuns&) = delete;
     MatrixRuns& operator=(const MatrixRuns&) = delete;
 

@@ -26,17 +26,10 @@ struct Options {
     std::size_t stride = 1;
     std::size_t drawn = 6000;
     unsigned together = 2;
-    std::string only;
     std::vector<std::string> lists;
     std::optional<std::size_t> cell;
-    unsigned exchangeUs = 0;
     bool trace = false;
     bool wire = false;
-    std::string dialogue;
-
-    bool isAsked(Dialogue one) const {
-        return dialogue.empty() || (dialogue == "plain") == (one == Dialogue::PLAIN);
-    }
 };
 
 struct Comparison {
@@ -98,15 +91,11 @@ public:
             take(cells.at(cells.singles() + n));
         }
         printTable();
-        return all.neverMay() || (all.isWorse() && options.runs.faults.empty() && options.runs.lose == 0);
+        return all.neverMay() || (all.isWorse() && options.runs.lose == 0);
     }
 
 private:
     void take(const Cell& cell) {
-        const std::string text = cell.text();
-        if (!options.only.empty() && (text + " ").find(options.only) == std::string::npos) {
-            return;
-        }
         const Comparison result{runs.run(cell, Dialogue::PLAIN), runs.run(cell, Dialogue::PANEL)};
         all.add(result);
         byKind[cell.kind->name].add(result);
@@ -114,7 +103,7 @@ private:
             byDimension[trait.dimension->name].add(result);
         }
         if (isListed(result)) {
-            list(cell, text, result);
+            list(cell, result);
         }
     }
 
@@ -133,11 +122,11 @@ private:
         });
     }
 
-    void list(const Cell& cell, const std::string& text, const Comparison& result) const {
+    void list(const Cell& cell, const Comparison& result) const {
         const auto& log = result.panel.log;
         std::fprintf(results(), "--seed %llu --together %u --cell %zu: %s: plain %s, panel %s%s\n",
                      static_cast<unsigned long long>(options.seed), options.together, cell.number,
-                     text.c_str(), VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
+                     cell.text().c_str(), VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
                      VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
                      log.empty() ? "" : (": " + log.back()).c_str());
     }
@@ -161,15 +150,12 @@ private:
     std::map<std::string, Tally> byDimension; ///< a cell stands at each of its own
 };
 
-/** One cell again, by one dialogue or both. */
+/** One cell again. */
 int repeat(const Options& options) {
     const Cell cell = MatrixCells(options.seed, options.together).at(*options.cell);
     MatrixRuns runs(options.runs);
     std::fprintf(results(), "%s\n", cell.text().c_str());
     for (const Dialogue dialogue : {Dialogue::PLAIN, Dialogue::PANEL}) {
-        if (!options.isAsked(dialogue)) {
-            continue;
-        }
         std::fprintf(results(), "%s:\n", dialogue == Dialogue::PLAIN ? "plain" : "panel");
         const MatrixResult result = runs.run(cell, dialogue);
         std::fprintf(results(), "%s after %.3f s\n", VERDICTS[static_cast<std::size_t>(result.verdict)],
@@ -188,7 +174,7 @@ std::vector<std::string> framesOf(const MatrixResult& result) {
     return frames;
 }
 
-/** The frames to undisturbed modules: those of one dialogue, or whether both send the same. */
+/** Whether both dialogues send the same frames to undisturbed modules. */
 int compareWire(const Options& options) {
     const MatrixCells cells(options.seed, options.together);
     MatrixRuns runs(options.runs);
@@ -199,12 +185,7 @@ int compareWire(const Options& options) {
         const auto panel = framesOf(runs.run(cell, Dialogue::PANEL));
         const auto [left, right] = std::mismatch(plain.begin(), plain.end(), panel.begin(), panel.end());
         std::fprintf(results(), "%s: %zu frames", cell.text().c_str(), plain.size());
-        if (!options.dialogue.empty()) {
-            std::fprintf(results(), "\n");
-            for (const std::string& frame : options.isAsked(Dialogue::PLAIN) ? plain : panel) {
-                std::fprintf(results(), "%s\n", frame.c_str());
-            }
-        } else if (left == plain.end() && right == panel.end()) {
+        if (left == plain.end() && right == panel.end()) {
             std::fprintf(results(), ", the same\n");
         } else {
             std::fprintf(results(), ", other from frame %td on: plain %s, panel %s\n", left - plain.begin(),
@@ -222,23 +203,13 @@ void declare(CLI::App& app, Options& options) {
         ->check(CLI::PositiveNumber);
     app.add_option("--drawn", options.drawn, "number of cells with several ways at once (6000)");
     app.add_option("--together", options.together, "ways of a drawn cell (2)");
-    app.add_option("--only", options.only, "cells whose words contain this");
     app.add_option("--list", options.lists, "tell the cells that are better, worse, wrong ...")
         ->check(CLI::IsMember({"better", "worse", "wrong", "endless", "plain-wrong", "plain-endless"}));
-    app.add_option("--temper", options.runs.temper,
-                   "further words for every module, as an inventory has them");
     app.add_option("--lose", options.runs.lose, "share of requests, and of replies, that are lost")
         ->check(CLI::Range(0.0, 1.0));
-    app.add_option("--fault", options.runs.faults, "a line of the simulator's fault script; may be repeated");
-    app.add_flag("--count-rows", options.runs.countRowFailures,
-                 "the plain dialogue starts a page anew at most four times after a failed row, not for ever");
-    app.add_option("--baud", options.runs.baud, "of the line (115200)")->check(CLI::PositiveNumber);
-    app.add_option("--exchange-us", options.exchangeUs, "what the panel itself takes for a request (0)");
     auto* cell = app.add_option("--cell", options.cell, "run this cell only");
     app.add_flag("--trace", options.trace, "print its frames")->needs(cell);
     app.add_flag("--wire", options.wire, "compare the frames to undisturbed modules")->excludes(cell);
-    app.add_option("--dialogue", options.dialogue, "this one only, with --cell or --wire")
-        ->check(CLI::IsMember({"plain", "panel"}));
 }
 
 } // namespace
@@ -249,7 +220,6 @@ int main(int argc, char** argv) {
     declare(app, options);
     try {
         app.parse(argc, argv);
-        options.runs.exchangeTime = std::chrono::microseconds(options.exchangeUs);
         options.runs.trace = options.trace ? "-" : "";
         if (!options.trace) {
             silenceOthers();

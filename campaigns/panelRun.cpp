@@ -1,20 +1,14 @@
 #include "panelRun.h"
 
+#include "sim/panel/bed.h"
 #include "system/updateCore.h"
 
 #include <QCoreApplication>
 #include <algorithm>
-#include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <memory>
-#include <spawn.h>
 #include <sstream>
-#include <stdexcept>
-#include <sys/wait.h>
 #include <unistd.h>
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -55,84 +49,20 @@ bool containsOneOf(const std::string& text, const auto& parts) {
                        [&](const char* part) { return text.find(part) != std::string::npos; });
 }
 
-std::string contents(const std::string& path) {
-    std::ifstream in(path);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void put(const std::string& path, const std::string& text) {
-    std::ofstream(path) << text;
-}
-
-/** The simulator's process; it ends with this object. */
-class Simulator {
-public:
-    Simulator(const Plan& plan, const std::string& program) {
-        std::vector<std::string> words = {program,
-                                          "--link",
-                                          "/tmp/ttyKB",
-                                          "--inventory",
-                                          "/tmp/modules",
-                                          "--report",
-                                          "/tmp/report.txt",
-                                          "--dump",
-                                          "/tmp/dump",
-                                          "--trace",
-                                          "/tmp/trace.txt",
-                                          "--seed",
-                                          std::to_string(plan.seed)};
-        for (const std::string& fault : plan.faults) {
-            words.insert(words.end(), {"--fault", fault});
-        }
-        std::vector<char*> arguments;
-        arguments.reserve(words.size() + 1);
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
-        if (posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
-            throw std::runtime_error("cannot start " + program);
-        }
-        for (int n = 0; !fs::exists("/tmp/ttyKB"); ++n) {
-            if (n > 2000) {
-                throw std::runtime_error("the simulator made no port");
-            }
-            usleep(5000);
-        }
-    }
-    Simulator(const Simulator&) = delete;
-    Simulator& operator=(const Simulator&) = delete;
-    ~Simulator() { stop(); }
-
-    void stop() {
-        if (process != 0) {
-            kill(process, SIGTERM);
-            waitpid(process, nullptr, 0);
-            process = 0;
-        }
-    }
-
-private:
-    pid_t process = 0;
-};
-
 class Run {
 public:
     Run(Plan requested, const std::string& program) : plan(std::move(requested)) {
-        fs::create_directories(PACKAGE);
-        put("/keldra/config/vx3.cfg", "up_mbus = /tmp/ttyKB\nub_mbus = 115200\ndir = /keldra\nlog_max_size = "
-                                      "10000000\nEndConfigFile\n");
+        panel::configure(panel::SimulatedBus::PORT, 115200, "log_max_size = 10000000\n");
         std::mt19937_64 random(plan.seed);
         for (Target& target : plan.targets) {
             target.image = makeImage(*target.kind, random, target.smallPages);
-            put(PACKAGE + target.name + ".hex", hexFile(*target.kind, target.image, random));
+            panel::put(PACKAGE + target.name + ".hex", hexFile(*target.kind, target.image, random));
         }
         std::string inventory;
         for (const std::string& line : inventoryOf(plan)) {
             inventory += line + "\n";
         }
-        put("/tmp/modules", inventory);
-        simulator = std::make_unique<Simulator>(plan, program);
+        bus = std::make_unique<panel::SimulatedBus>(program, inventory, busOptions());
         core = std::make_unique<updateCore>();
         offerPackage();
         QObject::connect(
@@ -155,11 +85,21 @@ public:
                 return {Outcome::ENDLESS, "no end after " + std::to_string(LONGEST_RUN_MS / 1000) + " s"};
             }
         }
-        simulator->stop();
+        bus->stop();
         return judge();
     }
 
 private:
+    std::vector<std::string> busOptions() const {
+        std::vector<std::string> options = {
+            "--report", "/tmp/report.txt", "--dump", "/tmp/dump",
+            "--trace",  "/tmp/trace.txt",  "--seed", std::to_string(plan.seed)};
+        for (const std::string& fault : plan.faults) {
+            options.insert(options.end(), {"--fault", fault});
+        }
+        return options;
+    }
+
     void offerPackage() {
         for (const Target& target : plan.targets) {
             auto& base = ((*core).*moduleNamed(target.name).module).base;
@@ -173,7 +113,7 @@ private:
     }
 
     Result judge() const {
-        const std::string log = contents("/tmp/update.log");
+        const std::string log = panel::contents("/tmp/update.log");
         if (done < 0) {
             return {Outcome::WRONG, "the run ended without a word"};
         }
@@ -217,8 +157,8 @@ private:
             const auto page = static_cast<std::uint32_t>(std::stoul(target.ignored, nullptr, 16));
             ignored.insert(target.kind->packed ? page * 2 : page);
         }
-        return difference(*target.kind, readHexFile("/tmp/dump/" + target.name + ".hex"),
-                          flashAfter(*target.kind, target.image, ignored));
+        return panel::difference(panel::readHexFile("/tmp/dump/" + target.name + ".hex"),
+                                 flashAfter(*target.kind, target.image, ignored), target.kind->packed);
     }
 
     /** Pages that a fault, by the simulator's own account, made the bootloader ignore. */
@@ -240,7 +180,7 @@ private:
     }
 
     std::string protocolFault() const {
-        std::istringstream report(contents("/tmp/report.txt"));
+        std::istringstream report(panel::contents("/tmp/report.txt"));
         std::vector<std::string> faults;
         bool injected = false;
         for (std::string line; std::getline(report, line);) {
@@ -259,7 +199,7 @@ private:
     }
 
     Plan plan;
-    std::unique_ptr<Simulator> simulator;
+    std::unique_ptr<panel::SimulatedBus> bus;
     std::unique_ptr<updateCore> core;
     std::vector<std::string> shown; ///< of the latest run; written by its thread, read when it has ended
     int done = -1;                  ///< -1: nothing was said; likewise

@@ -2,38 +2,6 @@
 
 #include "system/actions/imageProgrammer.h"
 
-namespace {
-
-/** The processors, by the number that an identification gives. */
-enum PROCESSOR : std::uint8_t {
-    PIC24 = 1,
-    PIC32_REC = 2,
-    STM32F3 = 3,
-    STM32F0 = 4,
-    PIC32_MEM = 5,
-    STM32F4 = 6
-};
-
-bool selectLayout(const bootloadDialogue& dialogue, bool plain, bool serial, flashLayouts::LAYOUT& layout) {
-    switch (plain ? std::uint8_t{PIC24} : dialogue.identification().type) {
-    case STM32F3:
-    case STM32F0:
-    case STM32F4:
-        layout = flashLayouts::stm32(dialogue.identification().type == STM32F4);
-        return true;
-    case PIC24:
-        layout = plain ? flashLayouts::pic24Old() : flashLayouts::pic24New(serial);
-        return true;
-    case PIC32_MEM:
-        layout = flashLayouts::pic32();
-        return serial;
-    default:
-        return false;
-    }
-}
-
-} // namespace
-
 bool panelVisits::begin() {
     const bool switched =
         dialogue.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE);
@@ -54,23 +22,20 @@ std::optional<bool> panelVisits::enter(const DialogueTarget& target) {
 
 bool panelVisits::program(const DialogueTarget& target, bool plain) {
     imageProgrammer programmer(host, dialogue, "");
-    if (target.serial && dialogue.identification().type == PIC32_REC) {
+    if (target.serial && dialogue.identification().type == busProtocol::PIC32_REC) {
         hexrecords image(target.image);
         programmer.setTarget(target.address, true);
         return programmer.programRecords(image);
     }
-    flashLayouts::LAYOUT layout;
+    const auto layout =
+        target.layout(plain ? std::nullopt : std::optional<std::uint8_t>(dialogue.identification().type));
     hexpage image;
-    if (!selectLayout(dialogue, plain, target.serial, layout)) {
-        host.log("Unsupported processor", logger::LOG_ERROR);
+    if (!layout || !flashLayouts::readImage(target.image, *layout, image)) {
+        host.log(layout ? "Bad HEX file" : "Unsupported processor", logger::LOG_ERROR);
         return false;
     }
-    if (!flashLayouts::readImage(target.image, layout, image)) {
-        host.log("Bad HEX file", logger::LOG_ERROR);
-        return false;
-    }
-    programmer.setTarget(target.address, layout.wideAddress);
-    return programmer.programImage(layout, image, true);
+    programmer.setTarget(target.address, layout->wideAddress);
+    return programmer.programImage(*layout, image, true);
 }
 
 panelVisits::RESULT panelVisits::flash(const DialogueTarget& target) {

@@ -20,14 +20,6 @@ constexpr std::uint32_t NO_PAGE = 0xFFFF; // no reply yet
 constexpr int NO_ANSWER = -1;
 
 enum STATUS : std::uint8_t { OK = 0, BADCHECKSUM = 1, MISSEDPACKET = 2, ERASEERR = 5, IGNOREPG = 6 };
-enum PROCESSOR : std::uint8_t {
-    PIC24 = 1,
-    PIC32_REC = 2,
-    STM32F3 = 3,
-    STM32F0 = 4,
-    PIC32_MEM = 5,
-    STM32F4 = 6
-};
 
 } // namespace
 
@@ -150,27 +142,19 @@ bool plainDialogue::sendPageWrite() {
 
 bool plainDialogue::flash(const DialogueTarget& wanted) {
     target = wanted;
-    if (!enter()) {
+    record = RECORD();
+    if (!sendSystemCommand(busProtocol::ENTER_BOOTLOADER) || !isRightModule()) {
         return false;
     }
-    if (target.serial && procType == PIC32_REC) {
+    if (target.serial && record.reportedType == busProtocol::PIC32_REC) {
         if (!programRecords()) {
             return false;
         }
-    } else if (!selectLayout() || !flashLayouts::readImage(target.image, layout, image) || !programPages()) {
+    } else if (!programPages()) {
         return false;
     }
     sendSystemCommand(busProtocol::RESTART);
     return true;
-}
-
-bool plainDialogue::enter() {
-    record = RECORD();
-    if (!sendSystemCommand(busProtocol::ENTER_BOOTLOADER)) {
-        return false;
-    }
-    procType = record.blInitData ? record.reportedType : std::uint8_t{PIC24};
-    return isRightModule();
 }
 
 bool plainDialogue::isRightModule() const {
@@ -181,25 +165,12 @@ bool plainDialogue::isRightModule() const {
            (!record.serialBootload && record.identifiedModule == static_cast<std::int8_t>(target.address));
 }
 
-bool plainDialogue::selectLayout() {
-    switch (procType) {
-    case STM32F3:
-    case STM32F0:
-    case STM32F4:
-        layout = flashLayouts::stm32(procType == STM32F4);
-        return true;
-    case PIC24:
-        layout = record.blInitData ? flashLayouts::pic24New(target.serial) : flashLayouts::pic24Old();
-        return true;
-    case PIC32_MEM:
-        layout = flashLayouts::pic32();
-        return target.serial;
-    default:
+bool plainDialogue::programPages() {
+    const auto chosen = target.layout(record.blInitData ? std::optional(record.reportedType) : std::nullopt);
+    if (!chosen || !flashLayouts::readImage(target.image, *chosen, image)) {
         return false;
     }
-}
-
-bool plainDialogue::programPages() {
+    layout = *chosen;
     if (layout.eraseAllFirst && requestStatus(busMessages::eraseAll(target.address), ERASEERR) != OK) {
         return false;
     }
@@ -239,8 +210,7 @@ bool plainDialogue::programPage() {
             return true;
         }
         if (status == OK && sendRows(page->data) != OK) {
-            retries += countRowFailures ? 1 : 0;
-            continue; // at once
+            continue; // at once, and perhaps for ever
         }
         const bool written = status == OK && sendPageWrite();
         host.pause(PAUSE);

@@ -2,7 +2,6 @@
 
 #include "dialogueTarget.h"
 #include "system/actions/bootloadHost.h"
-#include "system/actions/flashLayouts.h"
 
 #include <cstdint>
 #include <vector>
@@ -14,12 +13,7 @@
  */
 class plainDialogue {
 public:
-    /**
-     * A page starts anew when a row of it failed. With `rowFailuresCount` that is one of its four tries, else
-     * it may go on for ever.
-     */
-    plainDialogue(bootloadHost& panel, bool rowFailuresCount)
-        : host(panel), countRowFailures(rowFailuresCount) {}
+    explicit plainDialogue(bootloadHost& panel) : host(panel) {}
 
     /** True when every request went well: the module should hold the image then. */
     bool flash(const DialogueTarget& target);
@@ -52,9 +46,7 @@ private:
     int sendRows(const BYTES& data);
     bool sendPageWrite();
 
-    bool enter();
     bool isRightModule() const;
-    bool selectLayout();
     bool programPages();
     bool eraseEmptyPages();
     bool programPage();
@@ -62,10 +54,8 @@ private:
     bool programRecord(const BYTES& record);
 
     bootloadHost& host;
-    bool countRowFailures;
     DialogueTarget target{};
     RECORD record;
-    std::uint8_t procType = 0;
     flashLayouts::LAYOUT layout{};
     hexpage image;
     hexpage::MEMORY_PAGE* page = nullptr; ///< the one at hand

@@ -144,19 +144,16 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
+    int status = 0;
+    const auto options = sim::parseOptions(argc, argv, status);
+    if (!options)
+        return status;
     try {
-        const sim::Options options = sim::parseOptions({argv + 1, argv + argc});
-        if (!options.answer.empty()) {
-            std::cout << options.answer;
-            return 0;
-        }
-        Simulator(options).run();
+        Simulator(*options).run();
         return 0;
-    } catch (const std::invalid_argument& error) {
-        std::cerr << "bus-sim: " << error.what() << '\n' << sim::usage;
-        return 2;
     } catch (const std::exception& error) {
         std::cerr << "bus-sim: " << error.what() << '\n';
-        return 1;
+        return dynamic_cast<const std::invalid_argument*>(&error) != nullptr ? 2
+                                                                             : 1; // a wrong text in a file
     }
 }

@@ -1,71 +1,48 @@
 #include "options.h"
 
-#include "text.h"
-
-#include <algorithm>
-#include <stdexcept>
+#include <CLI/CLI.hpp>
 
 namespace sim {
 
 namespace {
 
-using Setter = void (*)(Options&, const std::string&);
+constexpr int usageError = 2;
 
-struct Option {
-    const char* name;
-    Setter set;
-};
-
-constexpr Option table[] = {
-    {"--link", [](Options& o, const std::string& v) { o.link = v; }},
-    {"--inventory", [](Options& o, const std::string& v) { o.inventory = v; }},
-    {"--trace", [](Options& o, const std::string& v) { o.trace = v; }},
-    {"--report", [](Options& o, const std::string& v) { o.report = v; }},
-    {"--dump", [](Options& o, const std::string& v) { o.dump = v; }},
-    {"--baud", [](Options& o, const std::string& v) { o.baud = toNumber(v); }},
-    {"--delay-us",
-     [](Options& o, const std::string& v) { o.relayDelay = std::chrono::microseconds(toNumber(v)); }},
-    {"--status-ms",
-     [](Options& o, const std::string& v) { o.statusPeriod = std::chrono::milliseconds(toNumber(v)); }},
-    {"--seed", [](Options& o, const std::string& v) { o.seed = toNumber(v); }},
-    {"--faults", [](Options& o, const std::string& v) { o.faultFiles.push_back(v); }},
-    {"--fault", [](Options& o, const std::string& v) { o.faults.push_back(v); }},
-};
+void declare(CLI::App& app, Options& options) {
+    app.set_version_flag("--version", "bus-sim " KELDRA_VERSION);
+    app.add_option("--link", options.link, "symbolic link to make to the serial port")->required();
+    app.add_option("--inventory", options.inventory, "modules on the bus; without it there are none");
+    app.add_option("--trace", options.trace, "every frame with its time; - for standard output");
+    app.add_option("--baud", options.baud,
+                   "pace of the line in bits a second; without it bytes take no time");
+    app.add_option_function<unsigned>(
+        "--delay-us", [&options](unsigned value) { options.relayDelay = std::chrono::microseconds(value); },
+        "what relaying a request takes, microseconds (0)");
+    app.add_option_function<unsigned>(
+        "--status-ms",
+        [&options](unsigned value) { options.statusPeriod = std::chrono::milliseconds(value); },
+        "period of the messages 21 and 22, 0 for never (1000)");
+    app.add_option("--faults", options.faultFiles, "faults, one a line; may be repeated")
+        ->allow_extra_args(false);
+    app.add_option("--fault", options.faults, "one fault; may be repeated")->allow_extra_args(false);
+    app.add_option("--seed", options.seed, "of the random faults (1)");
+    app.add_option("--report", options.report, "summary at SIGUSR1 and at the end; - for standard output");
+    app.add_option("--dump", options.dump, "flash of the modules as HEX files at SIGUSR1 and at the end");
+}
 
 } // namespace
 
-const char* const usage = R"(usage: bus-sim --link PATH [options]
-  --link PATH       symbolic link to make to the serial port
-  --inventory FILE  modules on the bus; without it there are none
-  --trace FILE      every frame with its time; - for standard output
-  --baud N          pace of the line in bits a second; without it bytes take no time
-  --delay-us N      what relaying a request takes, microseconds (0)
-  --status-ms N     period of the messages 21 and 22, 0 for never (1000)
-  --faults FILE     faults, one a line; may be repeated
-  --fault TEXT      one fault; may be repeated
-  --seed N          of the random faults (1)
-  --report FILE     summary at SIGUSR1 and at the end; - for standard output
-  --dump DIR        flash of the modules as HEX files at SIGUSR1 and at the end
-)";
-
-Options parseOptions(const std::vector<std::string>& arguments) {
+std::optional<Options> parseOptions(int argc, char** argv, int& status) {
     Options options;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        if (arguments[i] == "--help" || arguments[i] == "--version") {
-            options.answer = arguments[i] == "--help" ? usage : "bus-sim " KELDRA_VERSION "\n";
-            return options;
-        }
-        const auto option = std::find_if(std::begin(table), std::end(table),
-                                         [&](const Option& known) { return known.name == arguments[i]; });
-        if (option == std::end(table))
-            throw std::invalid_argument("unknown option " + arguments[i]);
-        if (++i == arguments.size())
-            throw std::invalid_argument(std::string(option->name) + " needs a value");
-        option->set(options, arguments[i]);
+    CLI::App app("The bus processor and its modules, on a pseudo terminal.", "bus-sim");
+    declare(app, options);
+    try {
+        app.parse(argc, argv);
+        return options;
+    } catch (const CLI::ParseError& error) {
+        status = app.exit(error) == 0 ? 0 : usageError;
+        return std::nullopt;
     }
-    if (options.link.empty())
-        throw std::invalid_argument("--link is missing");
-    return options;
 }
 
 } // namespace sim

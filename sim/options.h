@@ -3,13 +3,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace sim {
 
 struct Options {
-    std::string answer; // to --help or --version; the program then ends
     std::string link;
     std::string inventory;
     std::string trace;
@@ -23,9 +23,7 @@ struct Options {
     std::vector<std::string> faults;
 };
 
-extern const char* const usage;
-
-// Throws std::invalid_argument for a command line it can't use.
-Options parseOptions(const std::vector<std::string>& arguments);
+// None when the line was answered already (help) or is wrong; `status` is then the program's exit status.
+std::optional<Options> parseOptions(int argc, char** argv, int& status);
 
 } // namespace sim

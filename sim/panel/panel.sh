@@ -83,6 +83,17 @@ panel_boot() {
     PANEL_PID=$!
 }
 
+# panel_before_boot COMMAND...: from the next boot on these words of the shell, which run the usual command behind them.
+panel_before_boot() {
+    mv "$PANEL/root/usr/bin/panel-boot"{,-then}
+    printf '#!/bin/sh\n%s panel-boot-then "$@"\n' "$1" >"$PANEL/root/usr/bin/panel-boot"
+    chmod 755 "$PANEL/root/usr/bin/panel-boot"
+}
+
+panel_boot_as_usual() {
+    mv "$PANEL/root/usr/bin/panel-boot"{-then,}
+}
+
 # The root is the sandbox's own memory file system, because only such a one can really be remounted there.
 panel_describe_sandbox() {
     local directory

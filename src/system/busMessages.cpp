@@ -1,9 +1,9 @@
 #include "busMessages.h"
 
 #include "../lib/crc16.h"
+#include "../lib/format.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace busMessages {
 
@@ -68,10 +68,8 @@ std::string versionAt(const PROCBUS_MSG& msg, unsigned n) {
 }
 
 std::string serialText(const PROCBUS_MSG& msg) {
-    char text[13];
-    std::snprintf(text, sizeof text, "%02x%02x%02x%02x%02x%02x", at(msg, 1), at(msg, 2), at(msg, 3),
-                  at(msg, 4), at(msg, 5), at(msg, 6));
-    return text;
+    return format("%02x%02x%02x%02x%02x%02x", at(msg, 1), at(msg, 2), at(msg, 3), at(msg, 4), at(msg, 5),
+                  at(msg, 6));
 }
 
 } // namespace

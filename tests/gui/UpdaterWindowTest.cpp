@@ -82,7 +82,7 @@ TEST_F(UpdaterWindowTest, TheWholeStory) {
     EXPECT_FALSE(halted);
     press("Close");
     EXPECT_TRUE(halted);
-    EXPECT_FALSE(core->reboot || shell("ls /keldra/tmp/keldra_update*"));
+    EXPECT_FALSE(core->reboot || succeeds("ls /keldra/tmp/keldra_update*"));
 }
 
 TEST_F(UpdaterWindowTest, AFailedUpdateCanBeStartedAgainAndIsNotForcedThen) {

@@ -47,28 +47,28 @@ TEST(ConfigFile, Syntax) {
 }
 
 TEST(ConfigFile, NumbersEndWhereTheirTextCannotGoOn) {
-    const struct {
-        const char* text;
-        std::uint32_t value;
-    } rows[] = {{"12", 12}, {"12abc", 12}, {"0x10", 0}, {"abc", 0}, {"4294967295", 4294967295U}, {"007", 7}};
-    for (const auto& row : rows) {
+    for (const auto& [text, number] : {std::pair{"12", 12U},
+                                       {"12abc", 12U},
+                                       {"0x10", 0U},
+                                       {"abc", 0U},
+                                       {"4294967295", 4294967295U},
+                                       {"007", 7U}}) {
         std::uint32_t value = 99;
-        EXPECT_TRUE(parse(std::string("a = ") + row.text).readInto(value, "a"));
-        EXPECT_EQ(value, row.value) << row.text;
+        EXPECT_TRUE(parse(std::string("a = ") + text).readInto(value, "a"));
+        EXPECT_EQ(value, number) << text;
     }
 }
 
 TEST(ConfigFile, AnAbsentKeyLeavesTheVariable) {
     ConfigFile config = parse("a = 1 2\n");
     std::string text = "preset";
-    std::uint32_t number = 99;
-    EXPECT_FALSE(config.readInto(text, "b") || config.readInto(number, "b") || config.keyExists("b"));
+    EXPECT_FALSE(config.readInto(text, "b") || config.keyExists("b"));
     EXPECT_EQ(text, "preset");
-    EXPECT_EQ(number, 99U);
     EXPECT_TRUE(config.readInto(text, "a"));
     EXPECT_EQ(text, "1 2");
     config.remove("a");
     EXPECT_FALSE(config.keyExists("a"));
+    EXPECT_THROW(ConfigFile("/tmp/none.cfg", "=", "#", ""), ConfigFile::file_not_found);
 }
 
 TEST(ConfigFile, WithoutSentryItReadsToTheEnd) {
@@ -77,10 +77,6 @@ TEST(ConfigFile, WithoutSentryItReadsToTheEnd) {
     std::istringstream text("a -> 1\nEndConfigFile\nb->2 # x\n");
     text >> config;
     EXPECT_EQ(entries(config), "a -> 1\nEndConfigFile\nb -> 2\n");
-}
-
-TEST(ConfigFile, AMissingFileIsTold) {
-    EXPECT_THROW(ConfigFile("/tmp/none.cfg", "=", "#", ""), ConfigFile::file_not_found);
 }
 
 } // namespace

@@ -17,11 +17,6 @@ std::uint32_t shiftIn(std::uint32_t accum, std::uint8_t byte) {
     return accum;
 }
 
-// The definition: one byte, one look-up.
-std::uint32_t lookUp(std::uint32_t accum, std::uint8_t byte) {
-    return ((accum << 8) ^ crc_table[((accum >> 8) ^ byte) & 0xFF]) & 0xFFFF;
-}
-
 TEST(crc16, PublishedValuesAndCheck) {
     const std::string_view digits = "123456789";
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(digits.data());
@@ -47,8 +42,9 @@ TEST(crc16, EqualsItsTableAndTheBitwiseRuleForEveryLengthAndAlignment) {
             ASSERT_EQ(crc.crc16_calculate(part, false), expected);
             std::reverse(part.begin(), part.end());
             ASSERT_EQ(crc.crc16_calculate(part, true), expected);
-            const std::uint32_t byTable = lookUp(expected, bytes[start + length]);
-            expected = shiftIn(expected, bytes[start + length]);
+            const std::uint8_t next = bytes[start + length];
+            const std::uint32_t byTable = ((expected << 8) ^ crc_table[(expected >> 8) ^ next]) & 0xFFFF;
+            expected = shiftIn(expected, next);
             ASSERT_EQ(byTable, expected);
         }
     }

@@ -41,23 +41,18 @@ TEST_F(loggerTest, LineFormat) {
     setenv("TZ", "XXX-1", 1);
     tzset();
     const auto log = make(1000);
-    const struct {
-        int type;
-        std::string label;
-    } rows[] = {{0, "Error"}, {1, "Warning"}, {2, "Notice"}, {3, "Notice"}};
-    for (const auto& row : rows) {
+    const std::string labels[] = {"Error", "Warning", "Notice", "Notice"};
+    for (int type = 0; type < 4; ++type) {
         fs::remove(STAGING);
-        EXPECT_TRUE(log->log_item("hello", static_cast<logger::LOG_TYPE>(row.type)));
+        EXPECT_TRUE(log->log_item("hello", static_cast<logger::LOG_TYPE>(type)));
         expectMatch(STAGING,
-                    "\\d\\d-\\d\\d-20\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0100 \\[" + row.label + "\\]: hello\r\n");
+                    R"(\d\d-\d\d-20\d\d \d\d:\d\d:\d\d \+0100 \[)" + labels[type] + "\\]: hello\r\n");
     }
     unsetenv("TZ");
     tzset();
-}
-
-TEST_F(loggerTest, CompactLinesHaveNoLevelAndNoLastLine) {
+    fs::remove(STAGING);
     make(1000, true)->log_item("hello", logger::LOG_ERROR);
-    expectMatch(LOG, "\\d{14}: hello\r\n");
+    expectMatch(LOG, "\\d{14}: hello\r\n"); // compact: no level, and nothing is said at the end
 }
 
 TEST_F(loggerTest, StagesUntilTheEndAndCarriesAnEarlierRunOver) {
@@ -111,17 +106,14 @@ TEST_F(loggerTest, OnlyALogOverItsLimitIsRotated) {
     EXPECT_FALSE(make(100)->checkSize("test.log"));
     put(LOG, std::string(100, 'x'));
     EXPECT_TRUE(make(99)->checkSize("test.log"));
-    const struct {
-        int limit;
-        bool rotate;
-        Texts files;
-    } rows[] = {{8, true, {"test.log"}}, {7, true, {"test.log.0"}}, {7, false, {}}}; // lost in the end
-    for (const auto& row : rows) {
+    for (const auto& [limit, rotate, left] : {std::tuple{8, true, Texts{"test.log"}},
+                                              {7, true, {"test.log.0"}},
+                                              {7, false, {}}}) { // lost in the end
         fs::remove_all(LOGS);
         fs::create_directory(LOGS);
         put(STAGING, "12345678");
-        make(row.limit, true, row.rotate); // compact: the save adds nothing
-        EXPECT_EQ(files(), row.files);
+        make(limit, true, rotate); // compact: the save adds nothing
+        EXPECT_EQ(files(), left);
     }
 }
 

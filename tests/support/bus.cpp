@@ -6,10 +6,8 @@
 #include <fcntl.h>
 #include <ostream>
 #include <poll.h>
-#include <pty.h>
 #include <sstream>
 #include <stdexcept>
-#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -80,31 +78,20 @@ Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& 
 }
 
 Bus::Bus() {
-    char name[64];
-    if (openpty(&master, &slave, name, nullptr, nullptr) != 0 || pipe(wake) != 0) {
-        throw std::runtime_error("no pseudo terminal");
+    if (pipe2(wake, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe");
     }
-    for (const int fd : {master, slave, wake[0], wake[1]}) {
-        fcntl(fd, F_SETFD, FD_CLOEXEC);
-    }
-    slavePath = name;
-    termios raw{};
-    tcgetattr(slave, &raw);
-    cfmakeraw(&raw);
-    tcsetattr(slave, TCSANOW, &raw);
     listener = std::thread([this] { listen(); });
 }
 
 Bus::~Bus() {
     close(wake[1]);
     listener.join();
-    for (const int fd : {master, slave, wake[0]}) {
-        close(fd);
-    }
+    close(wake[0]);
 }
 
 void Bus::feed(const Bytes& bytes) {
-    if (write(master, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    if (write(terminal.fd(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
         throw std::runtime_error("the line is full");
     }
 }
@@ -130,10 +117,10 @@ bool Bus::awaitSent(std::size_t count, int seconds) {
 }
 
 void Bus::listen() {
-    pollfd ends[] = {{master, POLLIN, 0}, {wake[0], POLLIN, 0}};
+    pollfd ends[] = {{terminal.fd(), POLLIN, 0}, {wake[0], POLLIN, 0}};
     std::uint8_t chunk[256];
     while (poll(ends, 2, -1) >= 0 && ends[1].revents == 0) {
-        const ssize_t count = read(master, chunk, sizeof chunk);
+        const ssize_t count = read(terminal.fd(), chunk, sizeof chunk);
         if (count > 0) {
             const std::lock_guard<std::mutex> held(guard);
             line.insert(line.end(), chunk, chunk + count);

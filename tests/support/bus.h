@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sim/panel/bed.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -51,7 +53,7 @@ public:
     Bus& operator=(const Bus&) = delete;
     ~Bus();
 
-    const std::string& port() const { return slavePath; }
+    const std::string& port() const { return terminal.name(); }
 
     void feed(const Frame& frame) { feed(encode(frame)); }
     void feed(const Bytes& bytes);
@@ -74,10 +76,8 @@ private:
     void listen();
     void takeFrames();
 
-    int master = -1;
-    int slave = -1; ///< kept open, so that the line survives a panel that closes its port
+    panel::Terminal terminal;
     int wake[2] = {-1, -1};
-    std::string slavePath;
     std::mutex guard;
     std::condition_variable changed;
     Rule answerTo;

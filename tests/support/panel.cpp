@@ -3,9 +3,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -31,23 +29,6 @@ bool awaitThat(const std::function<bool()>& condition) {
     return true;
 }
 
-std::string contents(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void put(const std::string& path, const std::string& text, unsigned mode) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-    fs::permissions(path, static_cast<fs::perms>(mode));
-}
-
-bool shell(const std::string& command) {
-    return std::system(command.c_str()) == 0;
-}
-
 bool holds(const Texts& texts, const std::string& part) {
     return std::any_of(texts.begin(), texts.end(),
                        [&](const std::string& text) { return text.find(part) != std::string::npos; });
@@ -64,7 +45,7 @@ Panel::~Panel() {
 }
 
 void Panel::configure() {
-    put("/keldra/config/vx3.cfg", "up_mbus = " + bus.port() + "\n" + configuration + "EndConfigFile\n");
+    panel::configure(bus.port(), 115200, configuration);
 }
 
 void Panel::start() {
@@ -110,9 +91,9 @@ void Panel::pack(const std::string& name, const std::string& text, unsigned mode
 
 void Panel::packOntoStick(const std::string& manifest, const std::string& spoil) {
     pack("update.manifest", manifest);
-    EXPECT_TRUE(shell("cd " + TREE + " && sha1sum update.manifest > update.manifest.sha && " + spoil +
-                      " && tar -czf /mnt/usb/keldra_update.tgz . && cd /mnt/usb && "
-                      "sha1sum keldra_update.tgz > keldra_update.tgz.sha"));
+    shell("cd " + TREE + " && sha1sum update.manifest > update.manifest.sha && " + spoil +
+          " && tar -czf /mnt/usb/keldra_update.tgz . && cd /mnt/usb && "
+          "sha1sum keldra_update.tgz > keldra_update.tgz.sha");
 }
 
 void Panel::unpacked(const std::string& name, const std::string& text, unsigned mode) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bus.h"
+#include "sim/panel/bed.h"
 #include "system/ProcBusThread.h"
 #include "system/updateCore.h"
 #include "system/updateCoreLoader.h"
@@ -13,14 +14,14 @@
 #include <string>
 #include <vector>
 
+using panel::contents;
+using panel::put;
+using panel::shell;
+using panel::succeeds;
 using Texts = std::vector<std::string>;
 
 /** Lets the main thread's events run until the condition holds; false after half a minute without it. */
 bool awaitThat(const std::function<bool()>& condition);
-std::string contents(const std::string& path);
-/** Writes a file and the directories above it. */
-void put(const std::string& path, const std::string& text, unsigned mode = 0644);
-bool shell(const std::string& command);
 /** True when one of the texts contains `part`. */
 bool holds(const Texts& texts, const std::string& part);
 
@@ -33,8 +34,8 @@ protected:
     Panel();
     ~Panel() override;
 
-    /** The configuration without the serial port, which configure() adds. */
-    std::string configuration = "ub_mbus = 115200\ndir = /keldra\nlog_max_size = 100000\n";
+    /** What the configuration has beside the serial port and the place of the files. */
+    std::string configuration = "log_max_size = 100000\n";
 
     void configure();
     /** Configures; then the core as the program makes it, whose signals are recorded in `events`. */

@@ -3,6 +3,7 @@
 #include "support/panel.h"
 
 #include <algorithm>
+#include <sstream>
 
 namespace {
 
@@ -90,8 +91,7 @@ TEST_F(ProcBusThreadTest, FindsFramesInTheStream) {
         bus.feed(Bytes(row.bytes.begin(), row.bytes.end()));
         bus.feed(Bytes(70, 0)); // ends whatever was begun
         ASSERT_TRUE(takenIn()) << row.name;
-        EXPECT_EQ(core->bootloader.status == 0 ? core->bootloader.page.operator std::uint32_t() : 0, row.page)
-            << row.name;
+        EXPECT_EQ(core->bootloader.status == 0 ? core->bootloader.page : 0U, row.page) << row.name;
     }
     for (const std::uint8_t byte : encode(reply(0, 43, 7))) { // one by one
         bus.feed(Bytes{byte});
@@ -101,63 +101,53 @@ TEST_F(ProcBusThreadTest, FindsFramesInTheStream) {
 }
 
 TEST_F(ProcBusThreadTest, ReportsFramesWhoseChecksumIsWrong) {
-    const struct {
-        Bytes bytes;
-        const char* line;
-    } rows[] = {
+    const std::pair<Bytes, const char*> rows[] = {
         {hex("4B 2B 4D 42 03 04 00 01 00 07 18 C3 0D 0A"),
          "CRC ERR: 3 4 (c318 vs c317) 24 195 11 - 0 1 0 7 \n"},
         {hex("4B 2B 4D 42 09 00 FF FF 0D 0A 00"), "CRC ERR: 9 0 (dff vs ffff) 255 13 8 - \n"}, // no payload
     };
-    for (const auto& row : rows) {
+    for (const auto& [bytes, line] : rows) {
         core.reset();
         start(); // an empty buffer: the line tells the position in it
         testing::internal::CaptureStdout();
-        bus.feed(row.bytes);
+        bus.feed(bytes);
         EXPECT_TRUE(takenIn());
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), row.line);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), line);
     }
 }
 
-TEST_F(ProcBusThreadTest, FilesReplies) {
+TEST_F(ProcBusThreadTest, FilesAnswersAndSeesThatTheControlModuleLives) {
     const struct {
         const char* name;
         Frame frame;
-        bool obsolete; ///< noted, but no response
-        int status;
-        std::uint32_t page;
-        int module;
+        const char* filed;
     } rows[] = {
-        {"CAN", {3, {6, 0xFA, 0x01, 16}}, false, 6, 0x1FA, 16},
-        {"serial", {5, {1, 2, 0, 2}}, false, 1, 2, 2},
-        {"one byte", {5, {3}}, false, 3, 0, -1}, // busMessagesTest has all lengths
-        {"CAN, obsolete", {3, Bytes(6, 1)}, true, 0, 0xFFFF, -1},
-        {"identification, obsolete", {6, Bytes(11, 1)}, true, 0, 0xFFFF, -1},
+        {"CAN", {3, {6, 0xFA, 0x01, 16}}, "response 6 506 16"},
+        {"serial", {5, {1, 2, 0, 2}}, "response 1 2 2"},
+        {"one byte", {5, {3}}, "response 3 0 -1"}, // busMessagesTest has all lengths
+        {"identification", {6, {250, 3, 2, 1, 0x86, 13}}, "response 0 65535 13 is 6s 250 1.2.3"},
+        {"CAN, obsolete", {3, Bytes(6, 1)}, "obsolete 0 65535 -1"},
+        {"identification, obsolete", {6, Bytes(11, 1)}, "obsolete 0 65535 -1"},
+        {"another message", {23, {1}}, " 0 65535 -1"},
     };
     for (const auto& row : rows) {
         core->bootloader.oldProtocol = false;
+        core->bootloader.blInitData = false;
         core->busResetResponse();
+        core->ctrl.available = false;
+        core->ctrl.lostCom = true;
         receive(row.frame);
         const auto& record = core->bootloader;
-        EXPECT_EQ(record.hasResponse, !row.obsolete) << row.name;
-        EXPECT_EQ(record.oldProtocol, row.obsolete) << row.name;
-        EXPECT_EQ(record.status, row.status) << row.name;
-        EXPECT_EQ(record.page, row.page) << row.name;
-        EXPECT_EQ(record.moduleReported, row.module) << row.name;
-        EXPECT_FALSE(record.blInitData) << row.name;
+        std::ostringstream filed;
+        filed << (record.hasResponse ? "response" : "") << (record.oldProtocol ? "obsolete" : "") << ' '
+              << int{record.status} << ' ' << record.page << ' ' << int{record.moduleReported};
+        if (record.blInitData) {
+            filed << " is " << int{record.reportedType} << (record.serialBootload ? "s " : " ")
+                  << int{record.hwRev} << ' ' << record.swVersion;
+        }
+        EXPECT_EQ(filed.str(), row.filed) << row.name;
+        EXPECT_TRUE(core->ctrl.available && !core->ctrl.lostCom) << row.name;
     }
-}
-
-TEST_F(ProcBusThreadTest, FilesIdentifications) {
-    testing::internal::CaptureStdout();
-    receive({6, {250, 3, 2, 1, 0x86, 13}});
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "INIT BL: 86 HW: 250 SW: 1.2.3\n");
-    const auto& record = core->bootloader;
-    EXPECT_TRUE(record.hasResponse && record.blInitData && record.serialBootload);
-    EXPECT_EQ(record.hwRev, 250);
-    EXPECT_EQ(record.swVersion.get(), "1.2.3");
-    EXPECT_EQ(record.moduleReported, 13);
-    EXPECT_EQ(record.reportedType, updateCore::STM32F4);
 }
 
 TEST_F(ProcBusThreadTest, FilesTheStatusOfSixModules) {
@@ -182,40 +172,30 @@ TEST_F(ProcBusThreadTest, FilesTheStatusOfSixModules) {
 }
 
 TEST_F(ProcBusThreadTest, FilesIdentities) {
-    updateCore::MODULE* const modules[] = {&core->cy1,   &core->cy2, &core->cy3, &core->cy4, &core->master,
-                                           &core->motor, &core->s1,  &core->s2,  &core->s3,  &core->s4,
-                                           &core->mf1,   &core->mf2, &core->mf3};
-    const auto check = [this](std::uint8_t number, const updateCore::MODULE& module, bool showsPresence) {
+    std::vector<updateCore::MODULE*> modules = {
+        &core->cy1, &core->cy2, &core->cy3, &core->cy4, &core->master, &core->motor, &core->s1,
+        &core->s2,  &core->s3,  &core->s4,  &core->mf1, &core->mf2,    &core->mf3};
+    modules.resize(50 - 3); // by number, from 3 on
+    modules.push_back(&core->arts);
+    for (std::size_t n = 0; n < modules.size(); ++n) {
+        if (modules[n] == nullptr) {
+            continue;
+        }
+        const updateCore::MODULE& module = *modules[n];
+        const auto number = static_cast<std::uint8_t>(n + 3);
         receive({22, {number, 0x0A, 0xB0, 3, 4, 5, 0xFF, number, 2, 1, 77, 4}});
-        EXPECT_EQ(module.serial.get(), "0ab0030405ff") << int{number};
-        EXPECT_EQ(module.base.swVersion.get(), "1.2." + std::to_string(number));
-        EXPECT_EQ(module.base.hwRev, 4) << int{number};
-        EXPECT_TRUE(module.base.isAccurate) << int{number};
-        EXPECT_EQ(module.available, showsPresence) << int{number};
+        EXPECT_EQ(module.serial + " " + module.base.swVersion, "0ab0030405ff 1.2." + std::to_string(number));
+        EXPECT_EQ(module.base.hwRev, 4) << n;
+        EXPECT_TRUE(module.base.isAccurate) << n;
+        EXPECT_EQ(module.available, number >= 13) << n;
         receive({22, {number, 0, 0, 0, 0, 0, 0, 1, 1, 1, 77}});
-        EXPECT_EQ(module.base.hwRev, 0) << int{number};
-    };
-    std::uint8_t number = 3;
-    for (const updateCore::MODULE* module : modules) {
-        check(number, *module, number >= 13);
-        ++number;
+        EXPECT_EQ(module.base.hwRev, 0) << n;
     }
-    check(50, core->arts, true);
     receive({22, {2, 3, 2, 1}});
     EXPECT_EQ(core->ctrl.base.swVersion.get(), "1.2.3");
     EXPECT_TRUE(core->ctrl.base.isAccurate);
     receive({22, {16, 1, 1, 1, 1, 1, 1, 9, 9, 9, 0, 9}}); // a bus address, not a module number
     EXPECT_EQ(core->arts.base.hwRev, 0);
-}
-
-TEST_F(ProcBusThreadTest, EveryValidMessageShowsThatTheControlModuleLives) {
-    for (const std::uint8_t id : Bytes{0, 4, 23, 255}) {
-        core->ctrl.available = false;
-        core->ctrl.lostCom = true;
-        receive({id, {1}});
-        EXPECT_TRUE(core->ctrl.available && !core->ctrl.lostCom) << int{id};
-        EXPECT_FALSE(core->bootloader.hasResponse) << int{id};
-    }
 }
 
 TEST_F(ProcBusThreadTest, ReloadsOfThePortLoseNothingThatComesAfterwards) {
@@ -231,20 +211,17 @@ TEST_F(ProcBusThreadTest, ReloadsOfThePortLoseNothingThatComesAfterwards) {
 TEST_F(ProcBusThreadTest, LogsHowThePortWasOpened) {
     EXPECT_TRUE(core->comBus->isInit());
     EXPECT_TRUE(holds(logged(), "[Notice]: MicroBus Processor Running on " + bus.port() + " at Baud 115200"));
-    const struct {
-        const char* configuration;
-        const char* line;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"up_mbus = /dev/none\n", "[Error]: Could not Start MicroBus: Could not open UART"},
         {"ub_mbus = 500000\n", "[Error]: Could not Start MicroBus: Could not init UART"},
     };
     const std::string good = configuration;
-    for (const auto& row : rows) {
+    for (const auto& [keys, line] : rows) {
         core.reset();
-        configuration = good + row.configuration;
+        configuration = good + keys;
         start();
         EXPECT_FALSE(core->comBus->isInit());
-        EXPECT_TRUE(holds(logged(), row.line));
+        EXPECT_TRUE(holds(logged(), line));
         core->comBus->send(message(ENTER_UPDATE_MODE)); // does nothing
         core->comBus->reload_uart();
         core->stop(); // ends, though there is nothing to read from

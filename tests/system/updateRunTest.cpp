@@ -7,10 +7,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const Texts BEGIN = {"Starting Update...", "Switching System to Bootload Mode..."};
-
-void add(Texts& events, const Texts& more) {
-    events.insert(events.end(), more.begin(), more.end());
+/** The events of a run, which begins as all do. */
+Texts eventsOf(std::initializer_list<Texts> parts) {
+    Texts all = {"Starting Update...", "Switching System to Bootload Mode..."};
+    for (const Texts& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
 }
 Texts checked(const std::string& name, const std::string& result) {
     return {"Checking " + name + " for update", name + " " + result, "tick 6"};
@@ -34,7 +37,8 @@ protected:
         for (const char* name :
              {"MultiFunction #1", "MultiFunction #2", "MultiFunction #3", "ARTS Sensor", "Secondary #1",
               "Secondary #2", "Secondary #3", "Secondary #4", "Motor", "Primary", "CTRL"}) {
-            add(expected, checked(name, "not found"));
+            const Texts visit = checked(name, "not found");
+            expected.insert(expected.end(), visit.begin(), visit.end());
         }
         expected.emplace_back("done 1");
         return expected;
@@ -50,14 +54,13 @@ TEST_F(updateRunTest, VisitsEverythingInOrder) {
     testing::internal::CaptureStdout();
     update();
     const std::string out = testing::internal::GetCapturedStdout();
-    Texts expected = BEGIN;
-    add(expected, checked("Updater", "up-to-date"));
-    add(expected, {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"});
-    add(expected, checked("Drivers", "up-to-date"));
-    add(expected, {"Checking GUI for update",
-                   "Updating GUI: " + std::string(80, 'x') + " -> " + std::string(80, 'y'), "tick 6"});
-    add(expected, noModulesAndDone());
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events,
+              eventsOf({checked("Updater", "up-to-date"),
+                        {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"},
+                        checked("Drivers", "up-to-date"),
+                        {"Checking GUI for update",
+                         "Updating GUI: " + std::string(80, 'x') + " -> " + std::string(80, 'y'), "tick 6"},
+                        noModulesAndDone()}));
     for (const std::string& text : shown) {
         EXPECT_TRUE(holds(logged(), "[Notice]: " + text)) << text;
     }
@@ -79,9 +82,8 @@ TEST_F(updateRunTest, VisitsEverythingInOrder) {
 TEST_F(updateRunTest, ANewUpdaterEndsTheFirstStage) {
     offer(core->core.updater, "K+Updater", "program", 0755);
     update();
-    Texts expected = BEGIN;
-    add(expected, {"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "tick 6", "reboot"});
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events, eventsOf({{"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "tick 6",
+                                 "reboot"}}));
     EXPECT_EQ(contents("/usr/bin/K+Updater"), "program");
     EXPECT_EQ(access("/usr/bin/K+Updater", X_OK), 0);
     EXPECT_FALSE(core->success);
@@ -90,13 +92,11 @@ TEST_F(updateRunTest, ANewUpdaterEndsTheFirstStage) {
     core->resumeUpdate = true;
     core->core.updater.swVersion = std::string("1.0");
     update();
-    expected = BEGIN;
-    expected.emplace_back("tick 6");
-    for (const char* name : {"Kernel", "Drivers", "GUI"}) {
-        add(expected, checked(name, "up-to-date"));
-    }
-    add(expected, noModulesAndDone());
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events, eventsOf({{"tick 6"},
+                                checked("Kernel", "up-to-date"),
+                                checked("Drivers", "up-to-date"),
+                                checked("GUI", "up-to-date"),
+                                noModulesAndDone()}));
     EXPECT_FALSE(core->resumeUpdate);
 }
 
@@ -106,10 +106,8 @@ TEST_F(updateRunTest, AFailedItemEndsTheRun) {
     standIn("dd", "exit 1");
     core->success = true; // of an earlier run
     update();
-    Texts expected = BEGIN;
-    add(expected, checked("Updater", "up-to-date"));
-    add(expected, {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "done 0"});
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events, eventsOf({checked("Updater", "up-to-date"),
+                                {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "done 0"}}));
 
     events.clear();
     offer(core->core.updater, "K+Updater", "");
@@ -117,17 +115,13 @@ TEST_F(updateRunTest, AFailedItemEndsTheRun) {
     testing::internal::CaptureStdout();
     update();
     EXPECT_TRUE(holds({testing::internal::GetCapturedStdout()}, "UPDATE ERROR\n"));
-    expected = BEGIN;
-    add(expected, {"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "done 0"});
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events, eventsOf({{"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "done 0"}}));
 }
 
 TEST_F(updateRunTest, WithoutAnswerToTheUpdateModeItFails) {
     bus.autoAnswer({});
     update();
-    Texts expected = BEGIN;
-    add(expected, {"Could not switch system to update mode", "done 0"});
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events, eventsOf({{"Could not switch system to update mode", "done 0"}}));
     EXPECT_TRUE(holds(logged(), "[Error]: Could not switch system to update mode"));
 }
 
@@ -153,7 +147,7 @@ TEST_F(updateRunTest, ACancelWaitsForTheShellsCommand) {
     ASSERT_TRUE(awaitThat([] { return fs::exists("/tmp/started"); }));
     core->cancelUpdate(); // by the operator's button; the thread is terminated after 2 s
     EXPECT_TRUE(fs::exists("/tmp/finished"));
-    EXPECT_FALSE(shell("grep -qsxE 'dd|sleep' /proc/[0-9]*/comm")) << "a process is left";
+    EXPECT_FALSE(succeeds("grep -qsxE 'dd|sleep' /proc/[0-9]*/comm")) << "a process is left";
     EXPECT_FALSE(core->isRunning());
     endStandIns();
     settle();

@@ -5,8 +5,8 @@
 #include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
+#include "lib/format.h"
 #include "system/busProtocol.h"
-#include "text.h"
 
 #include <algorithm>
 #include <cstdio>

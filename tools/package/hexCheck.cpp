@@ -1,7 +1,7 @@
 #include "hexCheck.h"
 
 #include "findingKinds.h"
-#include "text.h"
+#include "lib/format.h"
 
 #include <algorithm>
 

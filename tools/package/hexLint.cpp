@@ -1,6 +1,6 @@
 #include "findingKinds.h"
 #include "hexCheck.h"
-#include "text.h"
+#include "lib/format.h"
 
 #include "files.h"
 #include "lib/hexfile/hexText.h"

@@ -3,8 +3,8 @@
 #include "files.h"
 #include "items.h"
 #include "json.h"
+#include "lib/format.h"
 #include "system/busProtocol.h"
-#include "text.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,10 +1,10 @@
 #include "build.h"
 #include "hexCheck.h"
+#include "lib/format.h"
 #include "options.h"
 #include "plan.h"
 #include "report.h"
 #include "show.h"
-#include "text.h"
 
 #include <clocale>
 #include <cstdio>

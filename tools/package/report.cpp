@@ -1,6 +1,6 @@
 #include "report.h"
 
-#include "text.h"
+#include "lib/format.h"
 
 #include <map>
 

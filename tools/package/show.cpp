@@ -2,7 +2,7 @@
 
 #include "files.h"
 #include "hexCheck.h"
-#include "text.h"
+#include "lib/format.h"
 
 #include <algorithm>
 

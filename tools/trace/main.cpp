@@ -3,24 +3,18 @@
 #include "replay.h"
 #include "version.h"
 
-#include <cstring>
+#include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
 
 namespace {
 
-const char* const usage = R"(usage: bus-trace [--gap-ms N] FILE
-       bus-trace --replay --link PATH [--patience S] FILE
-Lists the frames of a recording, and what is wrong with them; or plays the bus's part of it to an updater.
-  FILE          what bus-sim --trace has written, or the raw bytes of a serial sniffer; - for standard input
-  --gap-ms N    point out pauses of more than N milliseconds (500)
-  --link PATH   symbolic link to make to the updater's serial port
-  --patience S  seconds after which a silent updater ends the replay (60)
-  --version     print the version
-The exit status is 0; 1 when a frame is damaged, or the updater did something else than recorded; 2 when the
-recording can't be read.
-)";
+constexpr const char* ABOUT = "Lists the frames of a recording, and what is wrong with them; or plays the "
+                              "bus's part of it to an updater.\n"
+                              "Exit status: 0 fine; 1 when a frame is damaged, or the updater did something "
+                              "else than recorded; 2 when the\n"
+                              "recording can't be read.";
 
 struct Options {
     std::string file;
@@ -30,33 +24,22 @@ struct Options {
     std::chrono::seconds patience{60};
 };
 
-Options parse(const std::vector<std::string>& arguments) {
-    Options options;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& name = arguments[i];
-        const auto value = [&]() -> const std::string& {
-            if (++i == arguments.size())
-                throw std::invalid_argument(name + " needs a value");
-            return arguments[i];
-        };
-        if (name == "--gap-ms")
-            options.gap = std::chrono::milliseconds(sim::toNumber(value()));
-        else if (name == "--replay")
-            options.replay = true;
-        else if (name == "--link")
-            options.link = value();
-        else if (name == "--patience")
-            options.patience = std::chrono::seconds(sim::toNumber(value()));
-        else if (options.file.empty() && (name == "-" || name[0] != '-'))
-            options.file = name;
-        else
-            throw std::invalid_argument("unknown option " + name);
-    }
-    if (options.file.empty())
-        throw std::invalid_argument("no recording given");
-    if (options.replay == options.link.empty())
-        throw std::invalid_argument("--replay and --link belong together");
-    return options;
+void declare(CLI::App& app, Options& options) {
+    app.set_version_flag("--version", "bus-trace " KELDRA_VERSION);
+    app.add_option(
+           "FILE", options.file,
+           "what bus-sim --trace has written, or the raw bytes of a serial sniffer; - for standard input")
+        ->required();
+    app.add_option_function<unsigned>(
+        "--gap-ms", [&options](unsigned value) { options.gap = std::chrono::milliseconds(value); },
+        "point out pauses of more than N milliseconds (500)");
+    auto* replay = app.add_flag("--replay", options.replay, "play the bus's part to an updater");
+    auto* link = app.add_option("--link", options.link, "symbolic link to make to the updater's serial port");
+    replay->needs(link);
+    link->needs(replay);
+    app.add_option_function<unsigned>(
+        "--patience", [&options](unsigned value) { options.patience = std::chrono::seconds(value); },
+        "seconds after which a silent updater ends the replay (60)");
 }
 
 trace::Recording load(const std::string& file) {
@@ -83,20 +66,16 @@ int run(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    Options options;
+    CLI::App app(ABOUT, "bus-trace");
+    declare(app, options);
     try {
-        if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-            std::cout << usage;
-            return 0;
-        }
-        if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-            std::cout << "bus-trace " KELDRA_VERSION "\n";
-            return 0;
-        }
-        return run(parse({argv + 1, argv + argc}));
-    } catch (const std::invalid_argument& error) {
-        std::cerr << "bus-trace: " << error.what() << '\n' << usage;
+        app.parse(argc, argv);
+        return run(options);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception& error) {
         std::cerr << "bus-trace: " << error.what() << '\n';
+        return 2;
     }
-    return 2;
 }

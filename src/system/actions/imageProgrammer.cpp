@@ -1,7 +1,7 @@
 #include "imageProgrammer.h"
 
-#include <cstdarg>
-#include <cstdio>
+#include "../../lib/format.h"
+
 #include <numeric>
 
 using namespace bootloadTiming;
@@ -14,15 +14,6 @@ namespace {
 
 /** What an erase's count, one byte, can name; 0 would stand for one more, which not every module may know. */
 constexpr std::uint32_t LONGEST_ERASE = 255;
-
-__attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) {
-    char buffer[160];
-    va_list args;
-    va_start(args, text);
-    std::vsnprintf(buffer, sizeof buffer, text, args); // NOLINT(clang-analyzer-valist.Uninitialized)
-    va_end(args);
-    return buffer;
-}
 
 /**
  * A record as the module takes it: the HEX line's bytes in their order. The sum is worked out, since in a

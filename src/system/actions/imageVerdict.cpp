@@ -1,6 +1,6 @@
 #include "imageVerdict.h"
 
-#include <cstdio>
+#include "../../lib/format.h"
 
 namespace {
 
@@ -36,10 +36,8 @@ std::string titleOf(WHAT what) {
 }
 
 std::string placeOf(const FINDING& found) {
-    char text[100];
-    std::snprintf(text, sizeof text, "page 0x%x, 0x%x to 0x%x, %u bytes, line %u", found.page, found.from,
-                  found.to, found.bytes, found.line);
-    return text;
+    return format("page 0x%x, 0x%x to 0x%x, %u bytes, line %u", found.page, found.from, found.to, found.bytes,
+                  found.line);
 }
 
 std::string restOf(std::size_t errors) {

@@ -1,6 +1,7 @@
 #include "lib/hexfile/hexPage.h"
 
 #include "lib/crc16.h"
+#include "lib/format.h"
 #include "support/hexImage.h"
 #include "support/panel.h"
 
@@ -9,12 +10,6 @@
 namespace {
 
 using Regions = std::vector<hexpage::MEMORY_REGION>;
-
-std::string format(const char* text, std::uint32_t first, std::uint32_t second = 0) {
-    char out[80];
-    std::snprintf(out, sizeof out, text, first, second);
-    return out;
-}
 
 // A data record behind the type 04 record of its address.
 std::string record(std::uint32_t address, const std::vector<std::uint8_t>& bytes) {

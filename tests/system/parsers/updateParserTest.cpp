@@ -2,6 +2,7 @@
 
 #include "manifest.h"
 #include "support/panel.h"
+#include "support/table.h"
 #include "system/parsers/jsonText.h"
 
 namespace {
@@ -22,7 +23,7 @@ protected:
                 lists += (first ? std::string(row.name) + ": " : "") + entry.item + "=" + entry.version + " ";
             }
         }
-        return lists;
+        return functs().trim(lists);
     }
     /** The same as keldra-package reads it, which tells places in a manifest. */
     std::string byTool(const std::string& text) const {
@@ -38,7 +39,7 @@ protected:
                 }
             }
         }
-        return lists;
+        return functs().trim(lists);
     }
     bool accepted = false;
 
@@ -70,45 +71,36 @@ private:
 };
 
 TEST_F(updateParserTest, FillsTheListsAsTheToolReadsThem) {
-    const struct {
-        const char* name;
-        const char* text;
-        const char* lists;
-    } rows[] = {
-        {"single", R"({"kernel":{"f":"a","v":"1"}})", "kernel: a=1 "},
-        {"by position", R"({"gui":{"f":["a","b"],"v":["1","2"]}})", "gui: a=1 b=2 "},
-        {"host items", R"({"rootfs":{"f":"r"},"updater":{"f":"u"},"drivers":{"f":"d"}})",
-         "rootfs: r= updater: u= drivers: d= "},
-        {"single modules",
-         R"({"ctrl":{"f":"c","v":"1"},"master":{"f":"p"},"motor":{"f":"m"},"arts":{"f":"a"}})",
-         "ctrl: c=1 master: p= motor: m= arts: a= "},
-        {"slave is four", R"({"slave":{"f":["a","b"],"v":["1","2"]}})",
-         "s1: a=1 b=2 s2: a=1 b=2 s3: a=1 b=2 s4: a=1 b=2 "},
-        {"mf is three", R"({"mf":{"f":"a","v":"1"}})", "mf1: a=1 mf2: a=1 mf3: a=1 "},
-        {"more versions than files", R"({"gui":{"f":"a","v":["1","2"]}})", "gui: a=1 "},
-        {"more versions than files, kernel", R"({"kernel":{"f":"a","v":["1","2","3"]}})", "kernel: a=1 "},
-        {"versions before files", R"({"gui":{"v":"1","f":"a"}})", "gui: a= "},
-        {"numbers are no versions", R"({"gui":{"f":["a","b"],"v":[1.5,"2"]}})", "gui: a=2 b= "},
-        {"twice", R"({"gui":{"f":"a","v":"1"},"x":{},"gui":{"f":"b","v":"2"}})", "gui: a=2 b= "},
-        {"each key starts anew", R"({"gui":{"f":["a","b"],"v":"1","v":"2"}})", "gui: a=2 b= "},
-        {"unknown items", R"({"cy1":{"f":"a"},"mf1":{"f":"a"},"Kernel":{"f":"a"},"kernel ":{"f":"a"}})", ""},
-        {"unknown keys", R"({"gui":{"f":"a","x":"b","ff":"c","v":"1"}})", "gui: a=1 "},
-        {"no objects", R"({"gui":["a"],"mf":"b","f":{},"kernel":{"f":[],"v":["1"]}})", ""},
-        {"no item yet", R"({"f":"a","v":"1"})", ""},
-        {"every other value", R"({"gui":{"f":[null,true,-1,99999999999,"a"],"v":null}})", "gui: a= "},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(parse(row.text), row.lists) << row.name;
-        EXPECT_TRUE(accepted) << row.name;
-        EXPECT_EQ(byTool(row.text), row.lists) << row.name;
+    // What it is about | the manifest | the lists
+    for (const auto& row : rowsOf(R"(
+        single | {"kernel":{"f":"a","v":"1"}} | kernel: a=1
+        by position | {"gui":{"f":["a","b"],"v":["1","2"]}} | gui: a=1 b=2
+        host items | {"rootfs":{"f":"r"},"updater":{"f":"u"},"drivers":{"f":"d"}} | rootfs: r= updater: u= drivers: d=
+        single modules | {"ctrl":{"f":"c","v":"1"},"master":{"f":"p"},"motor":{"f":"m"},"arts":{"f":"a"}} | ctrl: c=1 master: p= motor: m= arts: a=
+        slave is four | {"slave":{"f":["a","b"],"v":["1","2"]}} | s1: a=1 b=2 s2: a=1 b=2 s3: a=1 b=2 s4: a=1 b=2
+        mf is three | {"mf":{"f":"a","v":"1"}} | mf1: a=1 mf2: a=1 mf3: a=1
+        more versions than files | {"gui":{"f":"a","v":["1","2"]}} | gui: a=1
+        more versions than files, kernel | {"kernel":{"f":"a","v":["1","2","3"]}} | kernel: a=1
+        versions before files | {"gui":{"v":"1","f":"a"}} | gui: a=
+        numbers are no versions | {"gui":{"f":["a","b"],"v":[1.5,"2"]}} | gui: a=2 b=
+        twice | {"gui":{"f":"a","v":"1"},"x":{},"gui":{"f":"b","v":"2"}} | gui: a=2 b=
+        each key starts anew | {"gui":{"f":["a","b"],"v":"1","v":"2"}} | gui: a=2 b=
+        unknown items | {"cy1":{"f":"a"},"mf1":{"f":"a"},"Kernel":{"f":"a"},"kernel ":{"f":"a"}} | 
+        unknown keys | {"gui":{"f":"a","x":"b","ff":"c","v":"1"}} | gui: a=1
+        no objects | {"gui":["a"],"mf":"b","f":{},"kernel":{"f":[],"v":["1"]}} | 
+        no item yet | {"f":"a","v":"1"} | 
+        every other value | {"gui":{"f":[null,true,-1,99999999999,"a"],"v":null}} | gui: a=)")) {
+        EXPECT_EQ(parse(row[1]), row[2]) << row[0];
+        EXPECT_TRUE(accepted) << row[0];
+        EXPECT_EQ(byTool(row[1]), row[2]) << row[0];
     }
     // Objects within items are reported by the tool, and not followed.
-    EXPECT_EQ(parse(R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})"), "gui: a=1 ") << "one letter opens no item";
-    EXPECT_EQ(parse(R"({"x":{"yy":[{"gui":{"f":"a"}}]},"f":"b"})"), "gui: a= b= ") << "at any depth";
+    EXPECT_EQ(parse(R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})"), "gui: a=1") << "one letter opens no item";
+    EXPECT_EQ(parse(R"({"x":{"yy":[{"gui":{"f":"a"}}]},"f":"b"})"), "gui: a= b=") << "at any depth";
 }
 
 TEST_F(updateParserTest, WhatStandsBeforeAnErrorStays) {
-    EXPECT_EQ(parse(R"({"gui":{"f":"a","v":)"), "gui: a= ");
+    EXPECT_EQ(parse(R"({"gui":{"f":"a","v":)"), "gui: a=");
     EXPECT_FALSE(accepted);
 }
 

@@ -1,10 +1,6 @@
-// Text that is made the way printf makes it.
 #pragma once
 
 #include <string>
 
-namespace package {
-
+/** Text that is made the way printf makes it; as long as it comes out. Any thread may call it. */
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);
-
-} // namespace package

@@ -1,9 +1,7 @@
-#include "text.h"
+#include "format.h"
 
 #include <cstdarg>
 #include <cstdio>
-
-namespace package {
 
 std::string format(const char* pattern, ...) {
     va_list list;
@@ -17,5 +15,3 @@ std::string format(const char* pattern, ...) {
     va_end(again);
     return text;
 }
-
-} // namespace package

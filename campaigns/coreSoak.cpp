@@ -1,27 +1,21 @@
 // The core, its link, its loader and both bootloaders in one process against the simulated bus, in a sandbox.
-//   core-rounds SIMULATOR update      a complete update with a restart of the updater, a cancel and reloads
-//   of the port core-rounds SIMULATOR rounds N    N rounds of a reload and a cancelled run: memory,
-//   descriptors and threads stay flat
 
 #include "firmware.h"
+#include "sim/panel/bed.h"
 #include "system/ProcBusThread.h"
 #include "system/updateCore.h"
 #include "system/updateCoreLoader.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <random>
-#include <spawn.h>
 #include <stdexcept>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -47,15 +41,6 @@ void require(bool holds, const std::string& what) {
     }
 }
 
-void shell(const std::string& command) {
-    require(std::system(command.c_str()) == 0, command);
-}
-
-void put(const std::string& path, const std::string& text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 void await(const std::function<bool()>& condition, const std::string& what) {
     QElapsedTimer timer;
     for (timer.start(); !condition();) {
@@ -77,45 +62,31 @@ public:
             const std::string kindName = module.kind != nullptr ? module.kind : controlKind;
             const Kind& kind = kindNamed(kindName);
             const std::string name = module.name;
-            put(CONTENT + name + ".hex", hexFile(kind, makeImage(kind, random), random));
+            panel::put(CONTENT + name + ".hex", hexFile(kind, makeImage(kind, random), random));
             inventory += name + " kind=" + kindName + " version=1.0.0 next=2.0.0\n";
             manifest +=
                 ", \"" + std::string(module.item) + R"(": {"f": ")" + name + R"(.hex", "v": "2.0.0"})";
         }
-        put("/tmp/modules", inventory);
-        put(CONTENT + "K+Updater", "new");
-        put(CONTENT + "uImage", std::string(2000, 'k'));
-        put(CONTENT + "gui/keldra/gui/K+Main", "new");
-        put(CONTENT + "update.manifest", manifest + "}");
-        put("/keldra/config/vx3.cfg", "up_mbus = /tmp/ttyKB\nub_mbus = 115200\ndir = /keldra\n"
-                                      "log_max_size = 100000\nEndConfigFile\n");
-        shell("cd " + CONTENT +
-              " && sha1sum update.manifest >update.manifest.sha && tar -czf /mnt/usb/keldra_update.tgz ."
-              " && cd /mnt/usb && sha1sum keldra_update.tgz >keldra_update.tgz.sha");
-        startBus(simulator);
+        panel::put(CONTENT + "K+Updater", "new");
+        panel::put(CONTENT + "uImage", std::string(2000, 'k'));
+        panel::put(CONTENT + "gui/keldra/gui/K+Main", "new");
+        panel::put(CONTENT + "update.manifest", manifest + "}");
+        panel::configure(panel::SimulatedBus::PORT, 115200, "log_max_size = 100000\n");
+        panel::shell(
+            "cd " + CONTENT +
+            " && sha1sum update.manifest >update.manifest.sha && tar -czf /mnt/usb/keldra_update.tgz ."
+            " && cd /mnt/usb && sha1sum keldra_update.tgz >keldra_update.tgz.sha");
+        bus = std::make_unique<panel::SimulatedBus>(simulator, inventory);
     }
     Surroundings(const Surroundings&) = delete;
     Surroundings& operator=(const Surroundings&) = delete;
     ~Surroundings() {
-        kill(bus, SIGTERM);
-        waitpid(bus, nullptr, 0);
-        shell("rm -rf /tmp/content /tmp/ttyKB /keldra/tmp/* /keldra/config/* /usr/bin/K+Updater");
+        bus.reset();
+        panel::succeeds("rm -rf /tmp/content /keldra/tmp/* /keldra/config/* /usr/bin/K+Updater");
     }
 
 private:
-    void startBus(const std::string& simulator) {
-        const char* words[] = {simulator.c_str(), "--link",       "/tmp/ttyKB",
-                               "--inventory",     "/tmp/modules", nullptr};
-        posix_spawn_file_actions_t quiet;
-        posix_spawn_file_actions_init(&quiet);
-        posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", 1, 0);
-        const int failed = posix_spawn(&bus, words[0], &quiet, nullptr, const_cast<char**>(words), environ);
-        posix_spawn_file_actions_destroy(&quiet);
-        require(failed == 0, simulator);
-        await([] { return fs::exists("/tmp/ttyKB"); }, "bus");
-    }
-
-    pid_t bus = 0;
+    std::unique_ptr<panel::SimulatedBus> bus;
 };
 
 /**
@@ -217,9 +188,9 @@ USAGE usage() {
 void cancelOften(const std::string& simulator, int rounds) {
     constexpr int LATEST_CANCEL_MS = 60;
     constexpr long GROWTH_KIB = 1024; // of the allocator's doing
-    shell("umount /mnt/usb"); // a folder that is not mounted stays when the loader takes off the stick
+    panel::shell("umount /mnt/usb"); // a folder that is not mounted stays when the loader takes off the stick
     const Surroundings surroundings(simulator, "pic32-pages");
-    put("/keldra/config/system.manifest", R"({"updater":"2"})");
+    panel::put("/keldra/config/system.manifest", R"({"updater":"2"})");
     Panel panel;
     const int settled = rounds / 10;
     USAGE before;
@@ -247,19 +218,31 @@ void cancelOften(const std::string& simulator, int rounds) {
 } // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication application(argc, argv);
+    std::string simulator;
+    int rounds = 0;
+    CLI::App app("The core against the simulated bus, in a sandbox.", "core-soak");
+    app.require_subcommand(1);
+    app.add_option("SIMULATOR", simulator, "the program bus-sim")->required();
+    const auto* update = app.add_subcommand(
+        "update", "a complete update with a restart of the updater, a cancel and reloads of the port");
+    app.add_subcommand("soak",
+                       "rounds of a reload and a cancelled run: memory, descriptors and threads stay flat")
+        ->add_option("N", rounds, "how many")
+        ->required();
+    const QCoreApplication application(argc, argv);
     try {
-        if (argc == 3 && std::strcmp(argv[2], "update") == 0) {
-            updateCompletely(argv[1], "pic32-pages");
-            updateCompletely(argv[1], "pic32-records");
-        } else if (argc == 4 && std::strcmp(argv[2], "rounds") == 0) {
-            cancelOften(argv[1], std::atoi(argv[3]));
+        app.parse(argc, argv);
+        if (update->parsed()) {
+            updateCompletely(simulator, "pic32-pages");
+            updateCompletely(simulator, "pic32-records");
         } else {
-            throw std::invalid_argument("usage: core-rounds SIMULATOR update | rounds N");
+            cancelOften(simulator, rounds);
         }
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "core-rounds: %s\n", failure.what());
+        std::fprintf(stderr, "core-soak: %s\n", failure.what());
         return 1;
     }
-    return 0;
 }
