@@ -1,6 +1,7 @@
 #include "logger.h"
 
 #include <array>
+#include <cstdio>
 #include <ctime>
 #include <iostream>
 #include <unistd.h>
@@ -18,6 +19,15 @@ const char* label(logger::LOG_TYPE type) {
         return "Warning";
     default:
         return "Notice";
+    }
+}
+
+/** Copies a log, which is about to be replaced; where the card has no room for the copy, renames it. */
+void keepAs(const std::string& from, const std::string& to) {
+    functs f;
+    f.copyFile(from, to, false, false);
+    if (f.getFileSize(from) != f.getFileSize(to)) {
+        std::rename(from.c_str(), to.c_str());
     }
 }
 
@@ -53,7 +63,8 @@ bool logger::log_item(std::string msg, LOG_TYPE msgType) {
     if (debug) {
         std::cout << line << std::endl;
     }
-    if (!fnts.writeFileContents(STAGING_DIR + logFile, line + "\r\n", true)) {
+    const auto write = [&] { return fnts.writeFileContents(STAGING_DIR + logFile, line + "\r\n", true); };
+    if (!write() && !(fnts.makeDir(STAGING_DIR) && write())) {
         std::cout << "Could not open Log File!" << std::endl;
         return false;
     }
@@ -115,8 +126,8 @@ void logger::rotateGenerations(const std::string& base) {
     }
     for (int n = OLDEST_GENERATION; n > 0; --n) {
         if (fnts.isFile(generation(n - 1))) {
-            fnts.copyFile(generation(n - 1), generation(n), false, false);
+            keepAs(generation(n - 1), generation(n));
         }
     }
-    fnts.copyFile(base, generation(0), false, false);
+    keepAs(base, generation(0));
 }

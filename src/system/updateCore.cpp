@@ -11,8 +11,7 @@
 namespace {
 
 constexpr int BEAT_MS = 500;
-constexpr unsigned CANCEL_WAIT_MS = 2000;
-constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
+constexpr unsigned long CANCEL_WAIT_MS = 2000;
 
 /** Ends a worker that has been asked to: by itself within 2 s, else at its next place to be terminated. */
 void endWorker(QThread& worker) {
@@ -85,8 +84,7 @@ void updateCore::loadConfiguration(bool reload) {
     log->forgetLastError();
     resumeUpdate = reload;
     load->setCore(this);
-    load->wait(THREAD_END_MS); // start() on a thread that still ends would be ignored
-    load->start();
+    load->begin();
     progressTimer.start(BEAT_MS);
 }
 
@@ -94,8 +92,11 @@ void updateCore::startUpdate() {
     cancel = false;
     running = true;
     log->forgetLastError();
-    wait(THREAD_END_MS);
-    start();
+    if (!atWork || isFinished()) {
+        wait(); // start() on a thread that still ends would be ignored
+        atWork = true;
+        start();
+    }
     progressTimer.start(BEAT_MS);
 }
 

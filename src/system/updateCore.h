@@ -71,11 +71,13 @@ private:
     void beat();
     void runItems();
     std::vector<runProgress::STEP> forecast();
+    void finish(bool status);
     bool enterUpdateMode(serialBootload& sender);
     bool updateUpdater();
     bool updateEverythingElse(serialBootload& serial);
 
     QTimer progressTimer;
     bool leftUnfinished =
-        false; ///< the run met a module that an earlier one left in part, and has no image for
+        false;           ///< the run met a module that an earlier one left in part, and has no image for
+    shared<bool> atWork; ///< from the start of a run to its last signal
 };

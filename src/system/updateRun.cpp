@@ -14,9 +14,14 @@
 
 namespace {
 
-constexpr double TICK = 6.0; // progress of one item, of 100
+constexpr double TICK = 6.0;     // progress of one item, of 100
+constexpr int SHOWN_LENGTH = 80; // of a version, which is the text of a file
 const char* const UPDATER_DIR = "/usr/bin/";
 const char* const SYSTEM_DIR = "/";
+
+std::string shortened(const std::string& text) {
+    return QString::fromStdString(text).left(SHOWN_LENGTH).toStdString();
+}
 
 class stopwatch {
 public:
@@ -67,7 +72,7 @@ void updateCore::runItems() {
     const stopwatch total;
     serialBootload serial(this);
     if (!enterUpdateMode(serial)) {
-        emit sendUpdateDone(false);
+        finish(false);
         return;
     }
     if (resumeUpdate) {
@@ -80,13 +85,18 @@ void updateCore::runItems() {
         return; // runUpdate has said what there was to say
     }
     if (leftUnfinished) { // everything else is done, but the panel is not as it should be
-        emit sendUpdateDone(false);
+        finish(false);
         return;
     }
     success = true;
     std::printf("Bootload Total Length: %0.2f\n", total.seconds());
     std::fflush(stdout);
-    emit sendUpdateDone(true);
+    finish(true);
+}
+
+void updateCore::finish(bool status) {
+    atWork = false; // who hears of it may start the next run at once
+    emit sendUpdateDone(status);
 }
 
 bool updateCore::enterUpdateMode(serialBootload& sender) {
@@ -110,6 +120,7 @@ bool updateCore::updateUpdater() {
         std::fflush(stdout);
         return false;
     case action::GOUPDATE:
+        atWork = false;
         emit sendReboot();
         return false;
     default:
@@ -174,10 +185,10 @@ std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::stri
         }
         const std::uint8_t revision = act->revision();
         const std::string version = revision < items.size() ? items[revision].version : "";
-        report("Updating " + name + ": " + item->swVersion + " -> " + version);
+        report("Updating " + name + ": " + shortened(item->swVersion) + " -> " + shortened(version));
         const stopwatch operation;
         if (!act->run()) {
-            emit sendUpdateDone(false);
+            finish(false);
             return action::UPERROR;
         }
         std::printf("Length of Operation: %0.2f\n", operation.seconds());

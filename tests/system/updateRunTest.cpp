@@ -51,16 +51,19 @@ protected:
 TEST_F(updateRunTest, VisitsEverythingInOrder) {
     offer(core->core.kernel, "kernel.img", "image");
     offer(core->core.gui, "gui/tmp/gui.file", "gui");
-    core->core.gui.update.items[0].item = "gui";
+    core->core.gui.update.items[0] = {"gui", std::string(4000, 'y')}; // shown in part
+    core->core.gui.swVersion = std::string(1'000'000, 'x');
     offer(core->core.rootfs, "rootfs", "never visited");
     testing::internal::CaptureStdout();
     update();
     const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(events, eventsOf({checked("Updater", "up-to-date"),
-                                {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"},
-                                checked("Drivers", "up-to-date"),
-                                {"Checking GUI for update", "Updating GUI: 1.0 -> 2.0", "tick 6"},
-                                noModulesAndDone()}));
+    EXPECT_EQ(events,
+              eventsOf({checked("Updater", "up-to-date"),
+                        {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"},
+                        checked("Drivers", "up-to-date"),
+                        {"Checking GUI for update",
+                         "Updating GUI: " + std::string(80, 'x') + " -> " + std::string(80, 'y'), "tick 6"},
+                        noModulesAndDone()}));
     for (const std::string& text : shown) {
         EXPECT_TRUE(holds(logged(), "[Notice]: " + text)) << text;
     }

@@ -1,9 +1,9 @@
 #include "kernelUpdate.h"
 
+#include "../../lib/childProcess.h"
 #include "../packageRules.h"
 #include "../runForecast.h"
 
-#include <cstdlib>
 #include <iostream>
 
 namespace {
@@ -11,7 +11,7 @@ namespace {
 bool writeImage(const std::string& name) {
     const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=/dev/mmcblk0p1";
     std::cout << command << std::endl;
-    return std::system(command.c_str()) == 0;
+    return childProcess::shell(command) == 0;
 }
 
 } // namespace
