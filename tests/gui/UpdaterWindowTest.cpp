@@ -26,6 +26,7 @@ protected:
         bus.autoAnswer(Bus::noModules);
         start();
         window = std::make_unique<UpdaterWindow>(qApp, core.get());
+        QObject::disconnect(window.get(), nullptr, qApp, nullptr); // which the next test needs
         QObject::connect(window.get(), &UpdaterWindow::haltApplication, [this] { halted = true; });
         window->show();
     }
