@@ -11,8 +11,8 @@ namespace {
 // By how many seconds of measuring an expectation is outweighed.
 constexpr double TRUST_IN_FILES = 0.5; // cards differ
 constexpr double TRUST_IN_MODULES = 3;
-constexpr double MOST_GROWTH = 1.1;   // of the time left, over the least that was shown
-constexpr double GROWTH_SECONDS = 30; // in which that may happen once more
+constexpr double MOST_GROWTH = 1.08;   // of the time left, over the least that was shown
+constexpr double GROWTH_SECONDS = 120; // in which that may happen once more
 constexpr double MINUTE = 60;
 constexpr double MEGABYTE = 1e6;
 
