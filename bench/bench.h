@@ -15,6 +15,8 @@ double now();
 void report(double value);
 /** Most memory that this process has had resident so far, in MB. */
 double peakMemory();
+/** The lines of an inventory of all modules, each of this kind. */
+std::string inventoryOf(const std::string& kind);
 
 // Each throws std::runtime_error when what it is to measure did not succeed.
 

@@ -7,22 +7,11 @@
 #include "system/packageRules.h"
 #include "system/updateCore.h"
 
-#include <iterator>
+#include <algorithm>
+#include <span>
 #include <stdexcept>
 
 namespace {
-
-/** The modules on the CAN bootloader. */
-constexpr struct {
-    const char* name;
-    updateCore::MODULE updateCore::*module;
-} MODULES[] = {
-    {"s1", &updateCore::s1},         {"s2", &updateCore::s2},     {"s3", &updateCore::s3},
-    {"s4", &updateCore::s4},         {"mf1", &updateCore::mf1},   {"mf2", &updateCore::mf2},
-    {"mf3", &updateCore::mf3},       {"arts", &updateCore::arts}, {"motor", &updateCore::motor},
-    {"master", &updateCore::master},
-};
-constexpr unsigned ON_CAN = std::size(MODULES); // more modules than these: the control module as well
 
 template <class ACTION>
 bool flashModule(updateCore& core, updateCore::MODULE& module) {
@@ -32,33 +21,40 @@ bool flashModule(updateCore& core, updateCore::MODULE& module) {
     return action.needsUpdate(true) == action::GOUPDATE && action.run();
 }
 
-bool flashAll(updateCore& core, unsigned modules, bool controlModule) {
+/** The first ones that an update visits, so many; or the control module alone. */
+bool flashAll(updateCore& core, std::size_t count, bool controlModule) {
     serialBootload sender(&core);
     bool success = sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE);
-    for (unsigned i = 0; i < modules && i < ON_CAN && !controlModule; ++i) {
-        success = success && flashModule<canBootload>(core, core.*MODULES[i].module);
-    }
-    if (controlModule || modules > ON_CAN) {
-        success = success && flashModule<serialBootload>(core, core.ctrl);
+    const auto rows = controlModule ? std::span(modules::find("ctrl"), 1)
+                                    : modules::VISITED.first(std::min(count, modules::VISITED.size()));
+    for (const modules::ROW& row : rows) {
+        updateCore::MODULE& module = core.module(row);
+        success = success &&
+                  (row.bootloader == modules::BOOTLOADER::SERIAL ? flashModule<serialBootload>(core, module)
+                                                                 : flashModule<canBootload>(core, module));
     }
     return success;
 }
 
 } // namespace
 
+std::string bench::inventoryOf(const std::string& kind) {
+    std::string lines;
+    for (const modules::ROW& module : modules::VISITED) {
+        lines += std::string(module.name) + " kind=" + kind + "\n";
+    }
+    return lines;
+}
+
 void bench::flash(const ARGUMENTS& arguments) {
     const std::string& kind = arguments.at(2);
-    const auto modules = static_cast<unsigned>(std::stoul(arguments.at(3)));
+    const std::size_t modules = std::stoul(arguments.at(3));
     const auto baud = static_cast<unsigned>(std::stoul(arguments.at(4)));
     const bool controlModule = kind.rfind("pic32", 0) == 0;
 
-    std::string inventory = "ctrl kind=" + kind + "\n";
-    for (const auto& module : MODULES) {
-        inventory += std::string(module.name) + " kind=" + kind + "\n";
-    }
     panel::shell("mkdir " + packageRules::UNPACKED + " && ln -s " + arguments.at(1) + " " +
                  packageRules::UNPACKED + "image.hex");
-    const panel::SimulatedBus bus(arguments.at(0), inventory,
+    const panel::SimulatedBus bus(arguments.at(0), inventoryOf(kind),
                                   {"--baud", arguments.at(4), "--trace", arguments.at(5)});
     panel::configure(panel::SimulatedBus::PORT, baud);
     updateCore core;

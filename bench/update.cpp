@@ -45,13 +45,8 @@ void putOntoStick(const std::string& package) {
 
 /** A bus on which every module answers, so that no time goes into waiting for one that is not there. */
 std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program) {
-    std::string inventory;
-    for (const char* name :
-         {"s1", "s2", "s3", "s4", "mf1", "mf2", "mf3", "arts", "motor", "master", "ctrl"}) {
-        inventory += std::string(name) + " kind=stm32f3\n";
-    }
     panel::configure(panel::SimulatedBus::PORT, BAUD);
-    return std::make_unique<panel::SimulatedBus>(program, inventory);
+    return std::make_unique<panel::SimulatedBus>(program, bench::inventoryOf("stm32f3"));
 }
 
 } // namespace

@@ -59,7 +59,7 @@ private:
             return Outcome::FAILED;
         }
         bool missing = false;
-        for (const PanelModule& module : PANEL_MODULES) {
+        for (const modules::ROW& module : modules::VISITED) {
             switch (visit(module)) {
             case panelVisits::RESULT::FAILED:
                 return host.warned ? Outcome::FAILED : Outcome::UNTOLD;
@@ -73,8 +73,8 @@ private:
         return missing ? Outcome::MISSING : Outcome::EQUAL;
     }
 
-    panelVisits::RESULT visit(const PanelModule& module) {
-        DialogueTarget who{module.address, module.name == std::string("ctrl"), ""};
+    panelVisits::RESULT visit(const modules::ROW& module) {
+        DialogueTarget who{module.address, module.bootloader == modules::BOOTLOADER::SERIAL, ""};
         const auto target = std::find_if(plan.targets.begin(), plan.targets.end(),
                                          [&](const Target& entry) { return entry.name == module.name; });
         const auto number = static_cast<std::size_t>(target - plan.targets.begin());

@@ -16,24 +16,6 @@ const char* const PACKAGE = "/keldra/tmp/keldra_update/";
 constexpr unsigned long LONGEST_RUN_MS = 280'000;
 constexpr unsigned BETWEEN_STARTS = 5; // seconds
 
-const struct {
-    const char* name;
-    const char* shown;
-    updateCore::MODULE updateCore::*module;
-} MODULES[] = {
-    {"mf1", "MultiFunction #1", &updateCore::mf1}, {"mf2", "MultiFunction #2", &updateCore::mf2},
-    {"mf3", "MultiFunction #3", &updateCore::mf3}, {"arts", "ARTS Sensor", &updateCore::arts},
-    {"s1", "Secondary #1", &updateCore::s1},       {"s2", "Secondary #2", &updateCore::s2},
-    {"s3", "Secondary #3", &updateCore::s3},       {"s4", "Secondary #4", &updateCore::s4},
-    {"motor", "Motor", &updateCore::motor},        {"master", "Primary", &updateCore::master},
-    {"ctrl", "CTRL", &updateCore::ctrl},
-};
-
-const auto& moduleNamed(const std::string& name) {
-    return *std::find_if(std::begin(MODULES), std::end(MODULES),
-                         [&](const auto& entry) { return entry.name == name; });
-}
-
 /** What only a module that did not answer, or refused, explains. */
 const char* const REASONS[] = {"Could not erase range", "Page retry count exceeded",
                                "Mem Erase Tries Exceeded", "Program retry count exceeded",
@@ -102,12 +84,11 @@ private:
 
     void offerPackage() {
         for (const Target& target : plan.targets) {
-            auto& base = ((*core).*moduleNamed(target.name).module).base;
-            base.update.items.assign(
-                3, {target.name + ".hex", PACKAGE_VERSION}); // whatever its hardware revision
+            auto& items = core->module(*modules::find(target.name)).base.update.items;
+            items.assign(3, {target.name + ".hex", PACKAGE_VERSION}); // whatever its hardware revision
         }
         for (const std::string& name : plan.upToDate) {
-            ((*core).*moduleNamed(name).module).base.update.items = {{"none", PACKAGE_VERSION}};
+            core->module(*modules::find(name)).base.update.items = {{"none", PACKAGE_VERSION}};
         }
         core->loaded = true;
     }
@@ -122,7 +103,7 @@ private:
         }
         bool missing = false;
         for (const Target& target : plan.targets) {
-            const std::string name = moduleNamed(target.name).shown;
+            const std::string name = modules::find(target.name)->shown;
             if (says(name + " not found")) {
                 missing = true;
             } else if (isFinished(name)) {
@@ -171,7 +152,8 @@ private:
                 start = line;
             }
             if (line.find("! fault ignore-page") != std::string::npos &&
-                start.find("module=" + std::to_string(addressOf(target.name)) + " ") != std::string::npos) {
+                start.find("module=" + std::to_string(modules::find(target.name)->address) + " ") !=
+                    std::string::npos) {
                 const auto unit = std::stoul(start.substr(start.find("address=") + 8), nullptr, 16);
                 pages.insert(static_cast<std::uint32_t>(target.kind->packed ? unit * 2 : unit));
             }

@@ -19,7 +19,8 @@ constexpr unsigned WRITE_TIMEOUT = 10;
 constexpr std::uint32_t NO_PAGE = 0xFFFF; // no reply yet
 constexpr int NO_ANSWER = -1;
 
-enum STATUS : std::uint8_t { OK = 0, BADCHECKSUM = 1, MISSEDPACKET = 2, ERASEERR = 5, IGNOREPG = 6 };
+using enum busProtocol::BLSTATUS;
+using enum busProtocol::PROC_TYPE;
 
 } // namespace
 

@@ -2,7 +2,6 @@
 
 #include "faultDraw.h"
 
-#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -18,7 +17,7 @@ Plan singleModule(const std::string& kind, const std::string& module, std::uint6
     Plan plan;
     plan.seed = seed;
     plan.targets = {{module, &kindNamed(kind)}};
-    for (const PanelModule& other : PANEL_MODULES) {
+    for (const modules::ROW& other : modules::VISITED) {
         if (other.name != plan.targets[0].name) {
             plan.upToDate.emplace_back(other.name);
         }
@@ -50,12 +49,6 @@ void readWords(std::istringstream& line, ScriptCase& entry) {
 }
 
 } // namespace
-
-std::uint8_t addressOf(const std::string& module) {
-    return std::find_if(PANEL_MODULES.begin(), PANEL_MODULES.end(),
-                        [&](const PanelModule& entry) { return entry.name == module; })
-        ->address;
-}
 
 std::vector<std::string> inventoryOf(const Plan& plan) {
     std::vector<std::string> lines;
@@ -116,14 +109,14 @@ Plan sharePlan(double share, std::uint64_t seed) {
     const bool isPic24 = std::string(target.kind->name).rfind("pic24", 0) ==
                          0; // the others' rows outnumber what a short reply can tell
     target.inventory = isPic24 && random() % 2 == 0 ? "reply=short" : "";
-    plan.faults = drawReplyFaults(addressOf(target.name), share, random);
+    plan.faults = drawReplyFaults(modules::find(target.name)->address, share, random);
     return plan;
 }
 
 Plan mixedPlan(std::uint64_t seed) {
     std::mt19937_64 random(seed);
     Plan plan = byTurns(seed);
-    plan.faults = drawMixedFaults({addressOf(plan.targets[0].name)}, random);
+    plan.faults = drawMixedFaults({modules::find(plan.targets[0].name)->address}, random);
     return plan;
 }
 
@@ -160,7 +153,7 @@ Plan fullPlan(std::uint64_t seed) {
     plan.upToDate = {"mf1"}; // and s4 is absent
     std::vector<std::uint8_t> addresses;
     for (const Target& target : plan.targets) {
-        addresses.push_back(addressOf(target.name));
+        addresses.push_back(modules::find(target.name)->address);
     }
     plan.faults = drawMixedFaults(addresses, random);
     return plan;

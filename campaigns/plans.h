@@ -1,6 +1,7 @@
 #pragma once
 
 #include "firmware.h"
+#include "system/modules.h"
 
 #include <array>
 #include <cstdint>
@@ -43,24 +44,6 @@ constexpr const char* nameOf(Outcome outcome) {
 /** Outcomes have commas between them; these are right when the faults were drawn. */
 constexpr const char* RIGHT_IF_DRAWN = "equal,failed,missing";
 bool isAmong(const std::string& outcomes, const std::string& outcome);
-
-/** The panel's modules with their bus addresses, in the order in which it visits them. */
-struct PanelModule {
-    const char* name;
-    std::uint8_t address;
-};
-constexpr std::array<PanelModule, 11> PANEL_MODULES = {{{"mf1", 13},
-                                                        {"mf2", 14},
-                                                        {"mf3", 15},
-                                                        {"arts", 16},
-                                                        {"s1", 9},
-                                                        {"s2", 10},
-                                                        {"s3", 11},
-                                                        {"s4", 12},
-                                                        {"motor", 8},
-                                                        {"master", 7},
-                                                        {"ctrl", 2}}};
-std::uint8_t addressOf(const std::string& module);
 
 /** The version of all images; modules to update have an older one. */
 constexpr const char* PACKAGE_VERSION = "2.0.0";

@@ -21,24 +21,6 @@ constexpr unsigned long STOP_WAIT_MS = 200;
 // Receive states.
 enum STAGE : std::uint8_t { OUTSIDE = 0, LENGTH = 1, PAYLOAD = 2, CRC_LOW = 3, CRC_HIGH = 4 };
 
-/** Which module's record a message 22 belongs to, and whether it shows that the module is there. */
-constexpr struct {
-    std::uint8_t number;
-    coreState::MODULE coreState::*module;
-    bool showsPresence; // the others' presence is known from message 21 alone
-} IDENTITIES[] = {
-    {3, &coreState::cy1, false}, {4, &coreState::cy2, false},    {5, &coreState::cy3, false},
-    {6, &coreState::cy4, false}, {7, &coreState::master, false}, {8, &coreState::motor, false},
-    {9, &coreState::s1, false},  {10, &coreState::s2, false},    {11, &coreState::s3, false},
-    {12, &coreState::s4, false}, {13, &coreState::mf1, true},    {14, &coreState::mf2, true},
-    {15, &coreState::mf3, true}, {50, &coreState::arts, true},
-};
-
-/** The modules of message 21, in the order of its fields. */
-constexpr coreState::MODULE coreState::*STATUS_MODULES[busMessages::STATUS_COUNT] = {
-    &coreState::master, &coreState::motor, &coreState::s1, &coreState::s2, &coreState::s3, &coreState::s4,
-};
-
 } // namespace
 
 ProcBusThread::ProcBusThread(coreState* core)
@@ -195,17 +177,21 @@ void ProcBusThread::fileAnswer(const PROCBUS_MSG& msg) {
 }
 
 void ProcBusThread::fileStatus(const PROCBUS_MSG& msg) {
-    const auto reported = busMessages::decodeStatus(msg);
-    for (std::size_t n = 0; n < reported.size(); ++n) {
-        coreState::MODULE& module = sys->*STATUS_MODULES[n];
-        if (reported[n].lost) {
+    const auto fields = busMessages::decodeStatus(msg);
+    for (const modules::ROW& row : modules::TABLE) {
+        if (row.presence >= fields.size()) {
+            continue;
+        }
+        const busMessages::MODULE_STATUS& reported = fields[row.presence];
+        coreState::MODULE& module = sys->module(row);
+        if (reported.lost) {
             module.lostCom = true;
             continue;
         }
-        module.available = reported[n].available;
-        if (reported[n].available) {
+        module.available = reported.available;
+        if (reported.available) {
             module.lostCom = false;
-            module.mode = reported[n].mode;
+            module.mode = reported.mode;
         }
     }
 }
@@ -218,16 +204,16 @@ void ProcBusThread::fileIdentity(const PROCBUS_MSG& msg) {
         sys->ctrl.base.isAccurate = true;
         return;
     }
-    for (const auto& identity : IDENTITIES) {
-        if (identity.number != reported.number) {
+    for (const modules::ROW& row : modules::TABLE) {
+        if (row.number != reported.number) {
             continue;
         }
-        coreState::MODULE& module = sys->*identity.module;
+        coreState::MODULE& module = sys->module(row);
         module.serial = reported.serial;
         module.base.swVersion = reported.version;
         module.base.hwRev = reported.hwRev;
         module.base.isAccurate = true;
-        if (identity.showsPresence) {
+        if (row.presence == modules::ITS_IDENTITY) {
             module.available = true;
         }
     }

@@ -56,7 +56,7 @@ constexpr std::int8_t NO_MODULE = -1;
 
 /** A bootloader's reply to a request. */
 struct REPLY {
-    std::uint8_t status = 0; ///< bootloadDialogue::BLSTATUS
+    std::uint8_t status = 0; ///< busProtocol::BLSTATUS
     std::uint32_t row = 0;   ///< the row it refers to; 0 in all replies to other requests
     std::int8_t module = NO_MODULE;
     bool operator==(const REPLY&) const = default;

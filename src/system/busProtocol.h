@@ -54,6 +54,17 @@ constexpr std::uint8_t LAST_HW_REV = 250;           // above it the hardware rev
 constexpr std::uint8_t SERIAL_BOOTLOADER_BIT = 0x80;
 constexpr std::uint8_t STATUS_LOST = 15; // 4-bit status field: communication lost
 
+/** Status codes of a bootloader's reply, used for local failures, too. */
+enum BLSTATUS : std::uint8_t {
+    OK = 0,
+    BADCHECKSUM = 1,
+    MISSEDPACKET = 2,
+    WRONGMODULE = 3,
+    WRITEERR = 4,
+    ERASEERR = 5,
+    IGNOREPG = 6
+};
+
 /** Processor kind of a module, as its bootloader reports it. */
 enum PROC_TYPE : std::uint8_t {
     UNKNOWN = 0,

@@ -14,26 +14,12 @@ namespace {
 const char* const CONFIG_FILE = "/keldra/config/vx3.cfg";
 const char* const UNFINISHED_FILE = "/config/unfinished.modules"; // bus addresses, one a line
 
-constexpr struct {
-    coreState::MODULE coreState::*module;
-    std::uint8_t address;
-    bool resetAfterUpdate;
-} MODULES[] = {
-    {&coreState::cy1, 0, true},     {&coreState::cy2, 0, true},  {&coreState::cy3, 0, true},
-    {&coreState::cy4, 0, true},     // kept in the table, never visited
-    {&coreState::master, 7, false}, // the one that goes on without a restart
-    {&coreState::motor, 8, true},   {&coreState::ctrl, 2, true}, {&coreState::s1, 9, true},
-    {&coreState::s2, 10, true},     {&coreState::s3, 11, true},  {&coreState::s4, 12, true},
-    {&coreState::mf1, 13, true},    {&coreState::mf2, 14, true}, {&coreState::mf3, 15, true},
-    {&coreState::arts, 16, true},
-};
-
 } // namespace
 
 void coreState::setUpItems() {
-    for (const auto& entry : MODULES) {
-        resetInitModule(&(this->*entry.module), entry.resetAfterUpdate);
-        (this->*entry.module).base.id = entry.address;
+    for (const modules::ROW& row : modules::TABLE) {
+        resetInitModule(&module(row), row.resetAfterUpdate);
+        module(row).base.id = row.address;
     }
     for (const HOST_ITEM& entry : hostItems()) {
         resetInitBase(entry.item);
@@ -86,8 +72,8 @@ void coreState::resetInitBase(BASE_ITEM* b) {
 void coreState::loadUnfinished() {
     std::istringstream addresses(functs().getFileContents(rootPath + UNFINISHED_FILE));
     for (unsigned address = 0; addresses >> address;) {
-        for (const auto& entry : MODULES) {
-            BASE_ITEM& item = (this->*entry.module).base;
+        for (MODULE* each : records) {
+            BASE_ITEM& item = each->base;
             item.unfinished = item.unfinished || (address != 0 && item.id == address);
         }
     }
@@ -96,9 +82,8 @@ void coreState::loadUnfinished() {
 void coreState::setUnfinished(BASE_ITEM& item, bool unfinished) {
     item.unfinished = unfinished;
     std::string addresses;
-    for (const auto& entry : MODULES) {
-        const BASE_ITEM& each = (this->*entry.module).base;
-        addresses += each.unfinished ? std::to_string(each.id) + "\n" : "";
+    for (const MODULE* each : records) {
+        addresses += each->base.unfinished ? std::to_string(each->base.id) + "\n" : "";
     }
     if (!durable::replaceFile(rootPath + UNFINISHED_FILE, addresses)) {
         log->log_item("Could not note which modules are unfinished", logger::LOG_ERROR);
@@ -106,8 +91,8 @@ void coreState::setUnfinished(BASE_ITEM& item, bool unfinished) {
 }
 
 void coreState::clearUpdateItems() {
-    for (const auto& entry : MODULES) {
-        (this->*entry.module).base.update.items.clear();
+    for (MODULE* each : records) {
+        each->base.update.items.clear();
     }
     for (const HOST_ITEM& entry : hostItems()) {
         entry.item->update.items.clear();

@@ -2,6 +2,7 @@
 
 #include "../lib/logger.h"
 #include "../lib/shared.h"
+#include "modules.h"
 #include "replyBox.h"
 
 #include <array>
@@ -81,6 +82,9 @@ public:
 
     MODULE cy1, cy2, cy3, cy4, master, motor, ctrl, s1, s2, s3, s4, mf1, mf2, mf3, arts;
 
+    /** The record of a row of modules::TABLE. */
+    MODULE& module(const modules::ROW& row) { return *records[&row - modules::TABLE.data()]; }
+
     struct {
         BASE_ITEM kernel, rootfs, updater, gui, drivers;
     } core;
@@ -145,4 +149,9 @@ protected:
     int readConfiguration();
     /** Reads what setUnfinished() has noted on the card. */
     void loadUnfinished();
+
+private:
+    /** In the order of the table. */
+    const std::array<MODULE*, modules::TABLE.size()> records = {
+        &mf1, &mf2, &mf3, &arts, &s1, &s2, &s3, &s4, &motor, &master, &ctrl, &cy1, &cy2, &cy3, &cy4};
 };

@@ -25,7 +25,7 @@ public:
      * a copy(), so that the next answer can't get between two fields.
      */
     struct RECORD {
-        shared<std::uint8_t> status;                                ///< canBootload::BLSTATUS
+        shared<std::uint8_t> status;                                ///< busProtocol::BLSTATUS
         shared<std::int8_t> moduleReported{busMessages::NO_MODULE}; ///< bus address, -1 for none
         shared<std::uint32_t> page; ///< row (or page) the reply refers to; 0xFFFF for none
         shared<bool> hasResponse;   ///< an answer came since reset()

@@ -18,18 +18,6 @@ constexpr int SHOWN_LENGTH = 80; // of a version, which is the text of a file
 const char* const UPDATER_DIR = "/usr/bin/";
 const char* const SYSTEM_DIR = "/";
 
-/** The modules on the CAN bootloader, in the order in which they are visited. */
-constexpr struct {
-    const char* name;
-    coreState::MODULE coreState::*module;
-} CAN_MODULES[] = {
-    {"MultiFunction #1", &updateCore::mf1}, {"MultiFunction #2", &updateCore::mf2},
-    {"MultiFunction #3", &updateCore::mf3}, {"ARTS Sensor", &updateCore::arts},
-    {"Secondary #1", &updateCore::s1},      {"Secondary #2", &updateCore::s2},
-    {"Secondary #3", &updateCore::s3},      {"Secondary #4", &updateCore::s4},
-    {"Motor", &updateCore::motor},          {"Primary", &updateCore::master},
-};
-
 std::string shortened(const std::string& text) {
     return QString::fromStdString(text).left(SHOWN_LENGTH).toStdString();
 }
@@ -118,13 +106,17 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
         !update(&files, &core.gui, "GUI")) {
         return false;
     }
-    for (const auto& entry : CAN_MODULES) {
-        if (!update(&can, &(this->*entry.module).base, entry.name)) {
+    for (const modules::ROW& row : modules::VISITED) {
+        action* act = &can;
+        if (row.bootloader == modules::BOOTLOADER::SERIAL) {
+            comBus->setBuffSize(receiveSize::SERIAL_MODULE);
+            act = &serial;
+        }
+        if (!update(act, &module(row).base, row.shown)) {
             return false;
         }
     }
-    comBus->setBuffSize(receiveSize::SERIAL_MODULE);
-    return update(&serial, &ctrl.base, "CTRL"); // last: the others are reached through it
+    return true;
 }
 
 std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force,

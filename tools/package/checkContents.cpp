@@ -251,16 +251,16 @@ void checkContents(const Package& package, const ProcessorChoice& choice, Findin
 }
 
 void checkModules(const Package& package, const std::map<std::string, Module>& modules, Findings& findings) {
-    for (const Stop& stop : visitingOrder()) {
-        const auto module = stop.module != nullptr ? modules.find(stop.module) : modules.end();
-        const Item* item = findItem(package.items(), stop.item);
+    for (const modules::ROW& row : modules::VISITED) {
+        const auto module = modules.find(row.name);
+        const Item* item = findItem(package.items(), row.item);
         if (module == modules.end() || item == nullptr)
             continue;
         const unsigned revision = pickedRevision(module->second);
         if (revision >= item->entries.size())
             findings.add(kinds::revisionMissing, item->place,
-                         format("%s has hardware revision %u, and \"%s\" has %zu files", stop.module,
-                                revision, stop.item, item->entries.size()));
+                         format("%s has hardware revision %u, and \"%s\" has %zu files", row.name, revision,
+                                row.item, item->entries.size()));
     }
 }
 

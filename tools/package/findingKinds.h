@@ -43,8 +43,7 @@ inline constexpr Kind manifestBlank{"manifest-blank", Error,
 inline constexpr Kind jsonSyntax{"json-syntax", Error, "does not read the manifest: \"Internal Error\"",
                                  "correct the text at this place"};
 inline constexpr Kind itemUnknown{"item-unknown", Error, "ignores the item in silence",
-                                  "use kernel, rootfs, updater, gui, drivers, ctrl, master, motor, slave, mf "
-                                  "or arts, in lower case"};
+                                  "use a name that docs/package.md lists, in lower case"};
 inline constexpr Kind itemForm{"item-form", Error, "takes nothing from it, or puts it into another item",
                                "write the item as docs/package.md shows it"};
 inline constexpr Kind itemTwice{"item-twice", Error,

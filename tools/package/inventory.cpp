@@ -1,12 +1,11 @@
 #include "inventory.h"
 
 #include "files.h"
-#include "items.h"
 #include "json.h"
 #include "lib/format.h"
 #include "system/busProtocol.h"
+#include "system/modules.h"
 
-#include <algorithm>
 #include <charconv>
 
 namespace package {
@@ -72,15 +71,13 @@ std::map<std::string, Module> readModules(const std::filesystem::path& path) {
     std::map<std::string, Module> modules;
     for (const auto& [key, body] : file.root().members) {
         const std::string& name = key.text;
-        const auto stop =
-            std::find_if(visitingOrder().begin(), visitingOrder().end(),
-                         [&name](const Stop& each) { return each.module != nullptr && each.module == name; });
-        if (stop == visitingOrder().end())
+        const modules::ROW* known = modules::find(name);
+        if (known == nullptr)
             file.fail(key.position, "there is no module \"" + name + "\"");
         if (!body.isObject())
             file.fail(body.position, "\"" + name + "\" is no object");
         Module& module = modules[name];
-        module.serial = findItem(stop->item)->serial;
+        module.serial = known->bootloader == modules::BOOTLOADER::SERIAL;
         for (const auto& [field, value] : body.members)
             setField(file, field, value, module);
     }

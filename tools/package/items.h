@@ -2,6 +2,8 @@
 // visits the things that they update.
 #pragma once
 
+#include "system/modules.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -26,10 +28,9 @@ const ItemKind* findItem(const std::string& name);
 
 // One stop of the panel's update run.
 struct Stop {
-    const char* shown;  // as the panel names it
-    const char* item;   // in manifests
-    const char* module; // in inventories; null for the panel's own items
-    bool resetAfter;    // the module is restarted after its check
+    const char* shown;          // as the panel names it
+    const char* item;           // in manifests
+    const modules::ROW* module; // null for the panel's own items
 };
 
 const std::vector<Stop>& visitingOrder();

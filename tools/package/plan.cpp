@@ -105,7 +105,7 @@ Module Planner::moduleOf(const Stop& stop) const {
     module.silent = entries.empty();
     module.processor = entries.empty() ? nullptr : findProcessor(entries.front().processor);
     if (inventory_.modules) {
-        const auto known = inventory_.modules->find(stop.module);
+        const auto known = inventory_.modules->find(stop.module->name);
         module.silent = known == inventory_.modules->end();
         if (!module.silent)
             module = known->second;
@@ -142,7 +142,8 @@ void Planner::visitModule(Step& step, const Module& module) {
         if (step.decision == Decision::Update)
             programModule(step, module);
     }
-    if (step.stop->resetAfter && step.decision != Decision::Fails && step.decision != Decision::NotOffered)
+    if (step.stop->module->resetAfterUpdate && step.decision != Decision::Fails &&
+        step.decision != Decision::NotOffered)
         step.bus.systemCommand();
 }
 

@@ -150,7 +150,7 @@ bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
  * answer. */
 void bootloadDialogue::noteStranger(bool doubled) {
     const auto since = std::chrono::ceil<milliseconds>(host.now() - strangerAt);
-    if (disturbed && !doubled && 2 * since <= LONGEST_SETTLE) {
+    if (disturbed && !doubled && 2 * since <= LATEST) {
         quiet = std::max(quiet, 2 * since);
     }
     disturbed = true;

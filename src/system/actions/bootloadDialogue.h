@@ -18,17 +18,8 @@
  */
 class bootloadDialogue {
 public:
-    /** Status codes of a bootloader's reply, used for local failures, too. */
-    enum BLSTATUS : std::uint8_t {
-        OK = 0,
-        BADCHECKSUM = 1,
-        MISSEDPACKET = 2,
-        WRONGMODULE = 3,
-        WRITEERR = 4,
-        ERASEERR = 5,
-        IGNOREPG = 6
-    };
-
+    using BLSTATUS = busProtocol::BLSTATUS;
+    using enum busProtocol::BLSTATUS;
     using KIND = bootloadTiming::KIND;
     using milliseconds = bootloadTiming::milliseconds;
 

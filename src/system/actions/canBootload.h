@@ -10,8 +10,8 @@
  */
 class canBootload : public action {
 public:
-    using BLSTATUS = bootloadDialogue::BLSTATUS;
-    using enum bootloadDialogue::BLSTATUS;
+    using BLSTATUS = busProtocol::BLSTATUS;
+    using enum busProtocol::BLSTATUS;
 
     explicit canBootload(coreState* core) : canBootload(core, nullptr) {}
     /** `wire`: a dialogue that outlives the action and knows what was asked on this line before. */

@@ -15,8 +15,8 @@
  */
 class imageProgrammer {
 public:
-    using BLSTATUS = bootloadDialogue::BLSTATUS;
-    using enum bootloadDialogue::BLSTATUS;
+    using BLSTATUS = busProtocol::BLSTATUS;
+    using enum busProtocol::BLSTATUS;
     using LAYOUT = flashLayouts::LAYOUT;
     using BYTES = std::vector<std::uint8_t>;
 

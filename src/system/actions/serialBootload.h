@@ -14,8 +14,8 @@
  */
 class serialBootload : public action {
 public:
-    using BLSTATUS = bootloadDialogue::BLSTATUS;
-    using enum bootloadDialogue::BLSTATUS;
+    using BLSTATUS = busProtocol::BLSTATUS;
+    using enum busProtocol::BLSTATUS;
 
     explicit serialBootload(coreState* core)
         : action(core), host(core), dialogue(host), programmer(host, dialogue, "SerialV2: ") {}

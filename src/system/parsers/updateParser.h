@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <rapidjson/reader.h>
 #include <string>
-#include <utility>
 #include <vector>
 
 /**
@@ -15,7 +14,7 @@
  */
 class updateParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, updateParser> {
 public:
-    explicit updateParser(coreState* core);
+    explicit updateParser(coreState* core) : sys(core) {}
 
     bool Null() { return value(); }
     bool Bool(bool) { return value(); }
@@ -35,7 +34,7 @@ private:
     using LISTS = std::vector<coreState::BASE_ITEM*>; ///< filled alike
 
     bool value();
-    const LISTS* listsOfItem() const;
+    LISTS listsOfItem() const;
     void setVersion(const LISTS& lists, const std::string& version);
 
     struct {
@@ -47,5 +46,4 @@ private:
         coreState::UPDATE_ITEM citem;
     } cur;
     coreState* sys; ///< not owned
-    const std::vector<std::pair<std::string, LISTS>> itemNames;
 };

@@ -392,7 +392,7 @@ TEST_F(bootloadersTest, AnUnreadableImageIsRefusedBeforeAnythingIsErased) {
 }
 
 TEST_F(bootloadersTest, ItsRequestsAreTheModules) {
-    using enum bootloadDialogue::BLSTATUS;
+    using enum busProtocol::BLSTATUS;
     hexpage::MEMORY_PAGE page;
     page.startAddress = 0x1400;
     page.data = {1, 2, 3, 4, 5, 6, 7, 8};
