@@ -1,9 +1,11 @@
 #include "system/runProgress.h"
 
+#include "lib/childProcess.h"
 #include "support/panel.h"
 #include "system/updateCoreLoader.h"
 
 #include <fstream>
+#include <thread>
 
 namespace {
 
@@ -93,15 +95,19 @@ TEST_F(runProgressTest, CountsTheBytesThatWereReadOfTheFileAtHand) {
     EXPECT_TRUE(textAt(0).rfind("GUI · 2.0 of 3.0 MB · ", 0) == 0) << textAt(0);
 }
 
-TEST_F(runProgressTest, TheLoaderTellsByWhoReadsThePackage) {
+TEST_F(runProgressTest, TheLoaderTellsHowFarACommandHasReadThePackage) {
     const std::string package = "/keldra/tmp/keldra_update.tgz";
     EXPECT_EQ(updateCoreLoad::progressText(), "Loading the package");
     put(package, std::string(2'000'000, 'x'));
-    shell("(head -c 1000000 > /dev/null; sleep 5) < " + package + " &");
-    EXPECT_TRUE(awaitThat([] { return updateCoreLoad::progressText() != "Loading the package"; }));
-    EXPECT_TRUE(awaitThat([] {
-        return updateCoreLoad::progressText() == "Unpacking the package · 1.0 of 2.0 MB";
-    })) << updateCoreLoad::progressText();
+    shared<bool> isOver;
+    std::thread command(
+        [&] { childProcess::shell("(head -c 1000000 > /dev/null; sleep 60) < " + package, &isOver); });
+    EXPECT_TRUE(
+        awaitThat([] { return updateCoreLoad::progressText() == "Checking the package · 1.0 of 2.0 MB"; }));
+    put("/keldra/tmp/keldra_update.unpacking", "");
+    EXPECT_EQ(updateCoreLoad::progressText(), "Unpacking the package · 1.0 of 2.0 MB");
+    isOver = true;
+    command.join();
 }
 
 } // namespace
