@@ -160,8 +160,16 @@ void UpdaterWindow::showEvent(QShowEvent* event) {
 }
 
 void UpdaterWindow::statusMessage(QString msg) {
-    statusGui->appendPlainText(msg);
+    appendLine(msg);
     lastShown = msg;
+}
+
+/** With `debug`, standard output tells what was shown, too. */
+void UpdaterWindow::appendLine(const QString& text) {
+    statusGui->appendPlainText(text);
+    if (csys->debug) {
+        std::cout << "Shown: " + text.toStdString() + "\n" << std::flush;
+    }
 }
 
 void UpdaterWindow::updateProgress(double tick) {
@@ -171,7 +179,7 @@ void UpdaterWindow::updateProgress(double tick) {
 
 void UpdaterWindow::updatePackageLoaded(unsigned char mode) {
     if (mode == 1) {
-        statusGui->appendPlainText("Could not load update package...");
+        appendLine("Could not load update package...");
         startBtnGui->become(true);
         showLoadFailure();
         return;
@@ -261,12 +269,12 @@ void UpdaterWindow::conclude(bool status) {
     csys->running = false;
     if (status) {
         progressGui->setValue(COMPLETE);
-        statusGui->appendPlainText("Update Succeeded!");
+        appendLine("Update Succeeded!");
         startBtnGui->become("Close", true);
         cancelBtnGui->become(false);
     } else {
         startBtnGui->become("Start", true);
-        statusGui->appendPlainText("Update Failed!");
+        appendLine("Update Failed!");
         cancelBtnGui->become(true);
         runAllBtnGui->become(true);
     }

@@ -57,6 +57,7 @@ private:
     QString remedy() const;
     void showLoadFailure();
     void showVerdict(bool status);
+    void appendLine(const QString& text);
     void showLine(const QString& text, const QString& advice, bool alarm = false);
 
     heartBeat* heart;

@@ -61,7 +61,7 @@ bool logger::log_item(std::string msg, LOG_TYPE msgType) {
     }
     line += ": " + msg;
     if (debug) {
-        std::cout << line << std::endl;
+        std::cout << line + "\n" << std::flush; // whole: other threads write, too
     }
     const auto write = [&] { return fnts.writeFileContents(STAGING_DIR + logFile, line + "\r\n", true); };
     if (!write() && !(fnts.makeDir(STAGING_DIR) && write())) {
