@@ -21,10 +21,11 @@ small_package() {
     head -c 3000 /dev/urandom >"$made/old/uImage"
 }
 
-# The panel with its bus and display up, everything installed in the old version and the stick plugged in.
+# small_panel [OPTION of the bus...]: the panel with its bus and display up, everything installed in the old version
+# and the stick plugged in.
 small_panel() {
     local file
-    set_up_panel "$made/old/K+Updater"
+    set_up_panel "$made/old/K+Updater" "$@"
     while IFS= read -r file; do
         mkdir -p "$(dirname "$PANEL/root/$file")"
         echo "as it was installed" >"$PANEL/root/$file"

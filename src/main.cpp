@@ -1,5 +1,10 @@
 #include "crashReport.h"
 #include "gui/UpdaterWindow.h"
+#include "instanceLock.h"
+#include "lib/childProcess.h"
+#include "outputRelay.h"
+#include "startConditions.h"
+#include "stopRequest.h"
 #include "system/updateCore.h"
 
 #include <QApplication>
@@ -29,6 +34,19 @@ void choosePlatform(int argc, char** argv) {
     }
 }
 
+/** Takes the options that were the window system's out of the arguments; the application has left them. */
+int dropWindowOptions(int argc, char** argv) {
+    int kept = 1;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-display") == 0) {
+            ++i; // and its value
+        } else if (std::strcmp(argv[i], "-qws") != 0) {
+            argv[kept++] = argv[i];
+        }
+    }
+    return kept;
+}
+
 /**
  * The mode argument: "auto" resumes an update, "auto force" updates what is up to date, too. The loader,
  * which the window has started, goes on from here with what was found.
@@ -45,33 +63,40 @@ void readMode(int argc, char** argv, updateCore& core) {
     }
 }
 
-/** Runs a command whose result there is nobody left to tell. */
-void shell(const std::string& command) {
-    [[maybe_unused]] const int status = std::system(command.c_str());
-}
-
-void restartUpdater(const updateCore& core) {
+/** The new updater takes over the lock, and the standard output as this one has found it. */
+void restartUpdater(const updateCore& core, const instanceLock& lock) {
     std::string command = "K+Updater auto ";
     if (core.forceUpdate) {
         command += "force ";
     }
-    shell(command + "-qws&");
+    childProcess::run([&] {
+        lock.handOver();
+        outputRelay::giveBack();
+        return childProcess::runInstead(command + "-qws&");
+    });
 }
 
+/** There is nobody left to tell what became of its commands. */
 void haltPanel(updateCore& core) {
     core.sendHaltMsg();
     core.dropUnpackedManifest();
-    shell("mount -o remount ro /");
-    shell("mount -o remount ro /keldra");
-    shell("rm -r /keldra/tmp/keldra_update*");
-    shell("halt&");
+    childProcess::shell("mount -o remount ro /");
+    childProcess::shell("mount -o remount ro /keldra");
+    childProcess::shell("rm -r /keldra/tmp/keldra_update*");
+    childProcess::shell("halt&");
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    settleStartConditions();
     installCrashReport();
     std::cout << "Init Start ------" << std::endl;
+    const instanceLock lock;
+    if (!lock.isHeld()) {
+        std::cerr << "Another updater is running: this one ends" << std::endl;
+        return EXIT_FAILURE;
+    }
     auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
     core->startModePending = true;
     choosePlatform(argc, argv);
@@ -79,12 +104,13 @@ int main(int argc, char** argv) {
     auto* window = new UpdaterWindow(&application, core.get()); // the process's end takes it down
     window->showFullScreen();
     QApplication::setOverrideCursor(Qt::BlankCursor);
-    readMode(argc, argv, *core);
+    readMode(dropWindowOptions(argc, argv), argv, *core);
+    stopRequest onSignals(window, core.get());
     const int exitCode = QApplication::exec();
     std::cout << "stopping application" << std::endl;
     core->stop();
     if (core->reboot) {
-        restartUpdater(*core);
+        restartUpdater(*core, lock);
     } else {
         haltPanel(*core);
     }

@@ -2,10 +2,15 @@
 
 #include "support/panel.h"
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <regex>
+#include <sys/mman.h>
 #include <sys/wait.h>
+#include <thread>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -103,5 +108,36 @@ TEST(crashReport, EveryFatalSignalIsReported) { // platformTest has a real fault
         EXPECT_EQ(cause(report).find("Unexpected"), std::string::npos) << report;
     }
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which bring a malloc of their own
+
+/** Faults in the midst of malloc, which holds its lock: the heap's unused part is taken away. */
+void faultInsideMalloc() {
+    std::thread([] { pause(); }).detach(); // a single thread would not lock
+    constexpr std::uintptr_t PAGE = 4096;
+    void* last = nullptr; // of the heap, and given back to what is unused
+    for (int n = 0; n < 20; ++n) {
+        last = std::max(last, std::malloc(100'000));
+    }
+    const std::uintptr_t unused = (reinterpret_cast<std::uintptr_t>(last) + 2 * PAGE) & ~(PAGE - 1);
+    std::free(last);
+    mprotect(reinterpret_cast<void*>(unused), reinterpret_cast<std::uintptr_t>(sbrk(0)) - unused, PROT_NONE);
+    for (int n = 0; n < 100'000; ++n) {
+        [[maybe_unused]] void* volatile taken = std::malloc(2000);
+    }
+}
+
+TEST(crashReport, AFaultInsideMallocIsReportedAndEndsInTime) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::string report = outputOf([] {
+        installCrashReport();
+        faultInsideMalloc();
+    });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_NE(cause(report).find("(SIGSEGV)"), std::string::npos);
+    EXPECT_EQ(contents("/keldra/logs/crash.dump") + "\n", report);
+}
+
+#endif
 
 } // namespace

@@ -66,10 +66,10 @@ panel_stop_bus() {
     panel_bus_pid=''
 }
 
-# panel_open_display: an X server of the panel's size that nobody sees.
+# panel_open_display: an X server of the panel's size that nobody sees; its pixels are in the file Xvfb_screen0.
 panel_open_display() {
     : >"$PANEL/display.txt"
-    Xvfb -displayfd 3 -noreset -screen 0 480x272x24 -nolisten tcp 3>"$PANEL/display.txt" 2>"$PANEL/xvfb.txt" &
+    Xvfb -displayfd 3 -noreset -screen 0 480x272x24 -nolisten tcp -fbdir "$PANEL" 3>"$PANEL/display.txt" 2>"$PANEL/xvfb.txt" &
     panel_display_pid=$!
     panel_until 10 test -s "$PANEL/display.txt" || return 1
     PANEL_DISPLAY=:$(<"$PANEL/display.txt")

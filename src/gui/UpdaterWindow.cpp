@@ -2,17 +2,22 @@
 
 #include "../lib/functs.h"
 #include "../system/updateCore.h"
+#include "advice.h"
+#include "heartBeat.h"
+#include "statusLog.h"
+#include "tapButton.h"
 #include "version.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QPlainTextEdit>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QShowEvent>
+#include <QStyle>
 #include <QVBoxLayout>
+#include <QWindow>
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -22,8 +27,12 @@ namespace {
 constexpr int WIDTH = 480; // the panel's pixels
 constexpr int HEIGHT = 272;
 constexpr int BAND_HEIGHT = 34;
-constexpr int PROGRESS_HEIGHT = 30;
+constexpr int PROGRESS_HEIGHT = 26;
+constexpr int LINE_HEIGHT = 36; // two rows of text
 constexpr int BUTTON_HEIGHT = 56;
+constexpr int PICTURE_MS = 500; // at most, for the window system to show a window
+const char* const BELOW = "\n\n";
+const char* const KEEP_POWER = "Do not remove power.";
 constexpr int COMPLETE = 100;
 const char* const STYLE_SHEET = "/keldra/config/style.css";
 
@@ -33,16 +42,29 @@ QFrame* makeBox(QWidget* parent) {
     return box;
 }
 
-QPushButton* makeButton(const char* text, QWidget* parent) {
-    auto* button = new QPushButton(text, parent);
+tapButton* makeButton(const char* text, const heartBeat& heart, QWidget* parent) {
+    auto* button = new tapButton(text, heart, parent);
     button->setFixedHeight(BUTTON_HEIGHT);
     button->setFocusPolicy(Qt::NoFocus);
     return button;
 }
 
+/** However long its text, it takes up the same room. */
+QLabel* makeLine(QWidget* parent) {
+    auto* line = new QLabel(parent);
+    line->setObjectName("line");
+    line->setTextFormat(Qt::PlainText);
+    line->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    line->setWordWrap(true);
+    line->setFixedHeight(LINE_HEIGHT);
+    line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    return line;
+}
+
 } // namespace
 
-UpdaterWindow::UpdaterWindow(QApplication* application, updateCore* core) : csys(core) {
+UpdaterWindow::UpdaterWindow(QApplication* application, updateCore* core)
+    : heart(new heartBeat(this)), csys(core) {
     std::cout << "Init STD Win Attributes & CSS" << std::endl;
     setFixedSize(WIDTH, HEIGHT);
     setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
@@ -78,14 +100,13 @@ void UpdaterWindow::buildWidgets() {
     progressGui = new QProgressBar(body);
     progressGui->setFixedHeight(PROGRESS_HEIGHT);
     progressGui->setValue(0);
-    statusGui = new QPlainTextEdit(body);
-    statusGui->setReadOnly(true);
-    statusGui->setFocusPolicy(Qt::NoFocus);
-    startBtnGui = makeButton("Reload", body);
+    lineGui = makeLine(body);
+    statusGui = new statusLog(body);
+    startBtnGui = makeButton("Reload", *heart, body);
     startBtnGui->setEnabled(false);
-    runAllBtnGui = makeButton("ALL", body);
+    runAllBtnGui = makeButton("ALL", *heart, body);
     runAllBtnGui->setEnabled(false);
-    cancelBtnGui = makeButton("Cancel", body);
+    cancelBtnGui = makeButton("Cancel", *heart, body);
 
     auto* bandRow = new QHBoxLayout(band);
     bandRow->setContentsMargins(8, 0, 8, 0);
@@ -102,6 +123,7 @@ void UpdaterWindow::buildWidgets() {
     bodyColumn->setContentsMargins(8, 6, 8, 8);
     bodyColumn->setSpacing(6);
     bodyColumn->addWidget(progressGui);
+    bodyColumn->addWidget(lineGui);
     bodyColumn->addWidget(statusGui, 1);
     bodyColumn->addLayout(buttons);
 
@@ -117,6 +139,7 @@ void UpdaterWindow::connectCore(QApplication* application) {
     connect(runAllBtnGui, SIGNAL(clicked()), this, SLOT(runAllAction()));
     connect(cancelBtnGui, SIGNAL(clicked()), this, SLOT(cancelButtonAction()));
     connect(this, SIGNAL(haltApplication()), application, SLOT(quit()));
+    connect(application, SIGNAL(aboutToQuit()), this, SLOT(showLastPicture()));
     connect(this, SIGNAL(sendLoadConfiguration(bool)), csys, SLOT(loadConfiguration(bool)));
     connect(this, SIGNAL(sendStartUpdate()), csys, SLOT(startUpdate()));
     connect(this, SIGNAL(sendCancelUpdate()), csys, SLOT(cancelUpdate()));
@@ -125,6 +148,7 @@ void UpdaterWindow::connectCore(QApplication* application) {
     connect(csys, SIGNAL(incrimentProgressBar(double)), this, SLOT(updateProgress(double)));
     connect(csys, SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
             SLOT(updatePackageLoaded(unsigned char)));
+    connect(csys, SIGNAL(sendProgress(QString, bool)), this, SLOT(showProgress(QString, bool)));
     connect(csys, SIGNAL(sendReboot()), this, SLOT(rebootSystem()));
 }
 
@@ -136,7 +160,16 @@ void UpdaterWindow::showEvent(QShowEvent* event) {
 }
 
 void UpdaterWindow::statusMessage(QString msg) {
-    statusGui->appendPlainText(msg);
+    appendLine(msg);
+    lastShown = msg;
+}
+
+/** With `debug`, standard output tells what was shown, too. */
+void UpdaterWindow::appendLine(const QString& text) {
+    statusGui->appendPlainText(text);
+    if (csys->debug) {
+        std::cout << "Shown: " + text.toStdString() + "\n" << std::flush;
+    }
 }
 
 void UpdaterWindow::updateProgress(double tick) {
@@ -146,13 +179,14 @@ void UpdaterWindow::updateProgress(double tick) {
 
 void UpdaterWindow::updatePackageLoaded(unsigned char mode) {
     if (mode == 1) {
-        statusGui->appendPlainText("Could not load update package...");
-        startBtnGui->setEnabled(true);
+        appendLine("Could not load update package...");
+        startBtnGui->become(true);
+        showLoadFailure();
         return;
     }
-    startBtnGui->setText("Run Update");
-    startBtnGui->setEnabled(true);
-    runAllBtnGui->setEnabled(true);
+    showLine("Ready. Run Update installs what is new, ALL everything.", "Cancel halts the panel.");
+    startBtnGui->become("Run Update", true);
+    runAllBtnGui->become(true);
     if (mode == 2) {
         updateStart();
     }
@@ -168,8 +202,10 @@ void UpdaterWindow::startButtonAction() {
     statusGui->clear();
     if (!csys->loaded) {
         emit sendLoadConfiguration(false);
-        startBtnGui->setEnabled(false);
+        startBtnGui->become(false);
     } else if (csys->success) {
+        showLine("Shutting down.", KEEP_POWER, true);
+        lineGui->repaint();
         csys->removeUpdateFiles();
         emit haltApplication();
     } else {
@@ -190,37 +226,125 @@ void UpdaterWindow::runAllAction() {
 void UpdaterWindow::beginUpdate() {
     curTick = 0;
     progressGui->setValue(0);
-    startBtnGui->setEnabled(false);
-    runAllBtnGui->setEnabled(false);
+    startBtnGui->become(false);
+    runAllBtnGui->become(false);
+    cancelBtnGui->become(true); // from now on it ends the run, and no longer halts the panel
     emit sendStartUpdate();
 }
 
 void UpdaterWindow::cancelButtonAction() {
-    if (csys->running) {
-        emit sendCancelUpdate();
+    const bool wasRunning = csys->running;
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // the run may have told its end already
+    if (wasRunning != csys->running || canceling) {
+        return;
+    }
+    if (wasRunning) {
+        cancelRun();
     } else {
         emit haltApplication();
     }
 }
 
+/** The core waits for the run's end inside the signal, with the events of the window going on. */
+void UpdaterWindow::cancelRun() {
+    canceling = true;
+    startBtnGui->become(false);
+    runAllBtnGui->become(false);
+    cancelBtnGui->become(false);
+    showLine("Canceling...", KEEP_POWER, true);
+    emit sendCancelUpdate();
+    canceling = false;
+    conclude(false);
+}
+
 void UpdaterWindow::updateFinished(bool status) {
-    std::cout << "Update Done" << std::endl;
-    startBtnGui->setEnabled(true);
-    csys->running = false;
-    if (status) {
-        progressGui->setValue(COMPLETE);
-        statusGui->appendPlainText("Update Succeeded!");
-        startBtnGui->setText("Close");
-        cancelBtnGui->setEnabled(false);
-    } else {
-        startBtnGui->setText("Start");
-        statusGui->appendPlainText("Update Failed!");
-        cancelBtnGui->setEnabled(true);
-        runAllBtnGui->setEnabled(true);
+    if (!canceling) {
+        conclude(status);
     }
 }
 
+/** The one verdict on a run. */
+void UpdaterWindow::conclude(bool status) {
+    std::cout << "Update Done" << std::endl;
+    csys->running = false;
+    if (status) {
+        progressGui->setValue(COMPLETE);
+        appendLine("Update Succeeded!");
+        startBtnGui->become("Close", true);
+        cancelBtnGui->become(false);
+    } else {
+        startBtnGui->become("Start", true);
+        appendLine("Update Failed!");
+        cancelBtnGui->become(true);
+        runAllBtnGui->become(true);
+    }
+    showVerdict(status);
+    statusGui->showEnd();
+}
+
 void UpdaterWindow::rebootSystem() {
-    csys->reboot = true;
-    emit haltApplication();
+    if (!canceling) {
+        csys->reboot = true;
+        emit haltApplication();
+    }
+}
+
+/** The verdict on what has ended meanwhile stays. */
+void UpdaterWindow::showProgress(QString line, bool writing) {
+    if (!canceling && (csys->running || !startBtnGui->isEnabled())) {
+        showLine(line, writing ? KEEP_POWER : "", writing);
+    }
+}
+
+/** What to do about the log's last error, or else about what was shown last. */
+QString UpdaterWindow::remedy() const {
+    const QString known = advice::about(QString::fromStdString(csys->log->lastError()));
+    return known.isEmpty() ? advice::about(lastShown) : known;
+}
+
+void UpdaterWindow::showLoadFailure() {
+    // What was unpacked before the restart goes when loading begins anew, and the stick is not mounted any
+    // more.
+    const bool isLost = csys->resumeUpdate && !csys->log->lastError().empty();
+    showLine(remedy(), isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
+}
+
+void UpdaterWindow::showVerdict(bool status) {
+    if (status) {
+        showLine("The update is complete.", "Press Close: the panel halts.");
+    } else if (lastShown == "Canceled") {
+        showLine("Canceled: some of it may be installed.", "Start goes on. Cancel halts the panel.");
+    } else {
+        const QString name = QString::fromStdString(csys->progress.stepName());
+        showLine(name.isEmpty() ? remedy() : name + ": " + remedy(), "", true);
+    }
+}
+
+void UpdaterWindow::showLastPicture() {
+    csys->disconnect(this); // a package that is loaded only now must not start an update
+    QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
+    auto* picture =
+        new QLabel(csys->reboot ? "Restarting the updater." : "Shutting down."); // of the process's end
+    picture->setText(picture->text() + BELOW + KEEP_POWER);
+    picture->setObjectName("lastPicture");
+    picture->setAlignment(Qt::AlignCenter);
+    picture->setFixedSize(WIDTH, HEIGHT);
+    picture->setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
+    picture->showFullScreen();
+    QElapsedTimer timer;
+    timer.start();
+    do { // the event loop has ended: what draws and sends it to the screen is to come before all else
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, PICTURE_MS);
+    } while (!picture->windowHandle()->isExposed() && !timer.hasExpired(PICTURE_MS));
+    picture->repaint();
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+}
+
+void UpdaterWindow::showLine(const QString& text, const QString& advice, bool alarm) {
+    lineGui->setText(advice.isEmpty() ? text : text + '\n' + advice);
+    if (lineGui->property("alarm").toBool() != alarm) {
+        lineGui->setProperty("alarm", alarm);
+        lineGui->style()->unpolish(lineGui); // so that the style sheet looks at the property again
+        lineGui->style()->polish(lineGui);
+    }
 }

@@ -3,14 +3,16 @@
 #include <QMainWindow>
 
 class QApplication;
-class QPlainTextEdit;
+class QLabel;
 class QProgressBar;
-class QPushButton;
+class heartBeat;
+class statusLog;
+class tapButton;
 class updateCore;
 
 /**
- * The operator's full-screen window, 480 x 272: version, progress, log and three buttons. Drives the core
- * through signals and its flags, and ends the application. Main thread.
+ * The operator's full-screen window, 480 x 272: version, progress, a line that tells what goes on, log and
+ * three buttons. Drives the core through signals and its flags, and ends the application. Main thread.
  */
 class UpdaterWindow : public QMainWindow {
     Q_OBJECT
@@ -37,6 +39,9 @@ public slots:
     void startButtonAction();
     void cancelButtonAction();
     void runAllAction();
+    void showProgress(QString line, bool writing);
+    /** The picture that stays until the process ends. From here on the core is not listened to any more. */
+    void showLastPicture();
 
 protected:
     /** Has the package loaded as soon as the window is shown. */
@@ -47,12 +52,23 @@ private:
     void buildWidgets();
     void connectCore(QApplication* application);
     void beginUpdate();
+    void cancelRun();
+    void conclude(bool status);
+    QString remedy() const;
+    void showLoadFailure();
+    void showVerdict(bool status);
+    void appendLine(const QString& text);
+    void showLine(const QString& text, const QString& advice, bool alarm = false);
 
+    heartBeat* heart;
     QProgressBar* progressGui = nullptr;
-    QPlainTextEdit* statusGui = nullptr;
-    QPushButton* startBtnGui = nullptr;
-    QPushButton* cancelBtnGui = nullptr;
-    QPushButton* runAllBtnGui = nullptr;
+    QLabel* lineGui = nullptr;
+    statusLog* statusGui = nullptr;
+    tapButton* startBtnGui = nullptr;
+    tapButton* cancelBtnGui = nullptr;
+    tapButton* runAllBtnGui = nullptr;
     updateCore* csys;
     double curTick = 0;
+    QString lastShown;      ///< the core's last text
+    bool canceling = false; ///< what the run says of its end is held back until it has ended
 };

@@ -1,6 +1,7 @@
 #include "logger.h"
 
 #include <array>
+#include <cstdio>
 #include <ctime>
 #include <iostream>
 #include <unistd.h>
@@ -18,6 +19,15 @@ const char* label(logger::LOG_TYPE type) {
         return "Warning";
     default:
         return "Notice";
+    }
+}
+
+/** Copies a log, which is about to be replaced; where the card has no room for the copy, renames it. */
+void keepAs(const std::string& from, const std::string& to) {
+    functs f;
+    f.copyFile(from, to, false, false);
+    if (f.getFileSize(from) != f.getFileSize(to)) {
+        std::rename(from.c_str(), to.c_str());
     }
 }
 
@@ -41,19 +51,34 @@ bool logger::log_item(std::string msg, LOG_TYPE msgType) {
     if (lockWrite) {
         return false;
     }
+    if (msgType == LOG_ERROR) {
+        const std::lock_guard lock(errorGuard);
+        latestError = msg;
+    }
     std::string line = get_time();
     if (!compactFormat) {
         line += std::string(" [") + label(msgType) + "]";
     }
     line += ": " + msg;
     if (debug) {
-        std::cout << line << std::endl;
+        std::cout << line + "\n" << std::flush; // whole: other threads write, too
     }
-    if (!fnts.writeFileContents(STAGING_DIR + logFile, line + "\r\n", true)) {
+    const auto write = [&] { return fnts.writeFileContents(STAGING_DIR + logFile, line + "\r\n", true); };
+    if (!write() && !(fnts.makeDir(STAGING_DIR) && write())) {
         std::cout << "Could not open Log File!" << std::endl;
         return false;
     }
     return true;
+}
+
+std::string logger::lastError() const {
+    const std::lock_guard lock(errorGuard);
+    return latestError;
+}
+
+void logger::forgetLastError() {
+    const std::lock_guard lock(errorGuard);
+    latestError.clear();
 }
 
 std::string logger::get_time() {
@@ -101,8 +126,8 @@ void logger::rotateGenerations(const std::string& base) {
     }
     for (int n = OLDEST_GENERATION; n > 0; --n) {
         if (fnts.isFile(generation(n - 1))) {
-            fnts.copyFile(generation(n - 1), generation(n), false, false);
+            keepAs(generation(n - 1), generation(n));
         }
     }
-    fnts.copyFile(base, generation(0), false, false);
+    keepAs(base, generation(0));
 }

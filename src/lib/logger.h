@@ -2,6 +2,7 @@
 
 #include "functs.h"
 
+#include <mutex>
 #include <string>
 
 /**
@@ -30,6 +31,9 @@ public:
     void debugMode();
     /** True when the staging file could be opened; else the line is lost and standard output says so. */
     bool log_item(std::string msg, LOG_TYPE msgType);
+    /** The last text that was logged as an error since forgetLastError(); empty for none. Any thread. */
+    std::string lastError() const;
+    void forgetLastError();
     /** Local time, "%m-%d-%Y %H:%M:%S %z" or, compact, "%Y%m%d%H%M%S". */
     std::string get_time();
     /** Both look in the log directory. */
@@ -42,6 +46,8 @@ private:
 
     std::string logPath;
     std::string logFile;
+    mutable std::mutex errorGuard;
+    std::string latestError;
     bool lockWrite = false; ///< set while the destructor saves; lines are dropped
     bool debug = false;
     int maxFileSize;

@@ -4,6 +4,7 @@
 #include "../lib/shared.h"
 #include "modules.h"
 #include "replyBox.h"
+#include "runProgress.h"
 
 #include <array>
 #include <cstdint>
@@ -62,6 +63,7 @@ public:
 
     replyBox answers; ///< of the module that is being bootloaded
     REPLY& bootloader = answers.record();
+    runProgress progress;
 
     shared<bool> resetG1; ///< the halt message is the second-generation reset
     shared<bool> reboot;  ///< after the event loop: start the updater again instead of halting

@@ -5,6 +5,7 @@
 namespace {
 
 constexpr std::size_t NO_FILE_LENGTH = 2;
+constexpr std::size_t LONGEST = 4096;
 constexpr std::size_t BLANK_LENGTH = 9;
 const char* const HARMLESS = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._+-/";
 
@@ -28,6 +29,10 @@ std::string packageRules::digestIn(const std::string& text) {
     f.trim(digest);
     f.strCase(digest, false);
     return digest;
+}
+
+bool packageRules::isTooLong(const std::string& text) {
+    return text.size() > LONGEST;
 }
 
 bool packageRules::isBlank(const std::string& manifest) {

@@ -37,6 +37,9 @@ bool isHarmless(const std::string& name);
  */
 std::string digestIn(const std::string& text);
 
+/** A name or version of more than 4096 bytes, which is a path's length: the panel refuses the manifest. */
+bool isTooLong(const std::string& text);
+
 /** A manifest of at most 9 characters, counted with the line end that it may lack, holds nothing. */
 bool isBlank(const std::string& manifest);
 

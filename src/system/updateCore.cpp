@@ -4,12 +4,14 @@
 #include "actions/serialBootload.h"
 #include "updateCoreLoader.h"
 
+#include <QCoreApplication>
+#include <QEventLoop>
 #include <iostream>
 
 namespace {
 
+constexpr int BEAT_MS = 500;
 constexpr unsigned long CANCEL_WAIT_MS = 2000;
-constexpr unsigned long THREAD_END_MS = 100; // from a worker's last signal to its end
 
 /** Ends a worker that has been asked to: by itself within 2 s, else at its next place to be terminated. */
 void endWorker(QThread& worker) {
@@ -39,6 +41,7 @@ updateCore::updateCore() {
     connect(load.get(), SIGNAL(sendStatusMessage(QString)), this, SLOT(gotStatusMessage(QString)));
     connect(load.get(), SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
             SLOT(gotLoadDone(unsigned char)));
+    connect(&progressTimer, &QTimer::timeout, this, &updateCore::beat);
 }
 
 updateCore::~updateCore() {
@@ -78,24 +81,60 @@ void updateCore::sendHaltMsg() {
 
 void updateCore::loadConfiguration(bool reload) {
     cancel = false; // of an earlier run: the loader's requests look at it, too
+    log->forgetLastError();
     resumeUpdate = reload;
     load->setCore(this);
-    load->wait(THREAD_END_MS); // start() on a thread that still ends would be ignored
-    load->start();
+    load->begin();
+    progressTimer.start(BEAT_MS);
 }
 
 void updateCore::startUpdate() {
     cancel = false;
     running = true;
-    wait(THREAD_END_MS);
-    start();
+    log->forgetLastError();
+    if (!atWork || isFinished()) {
+        wait(); // start() on a thread that still ends would be ignored
+        atWork = true;
+        start();
+    }
+    progressTimer.start(BEAT_MS);
+}
+
+/** Tells how far the run or the loader is, until neither goes on. */
+void updateCore::beat() {
+    const runProgress::STATE state = progress.state();
+    if (isRunning()) {
+        if (debug && !state.text.empty()) {
+            std::cout << "Progress: " << state.text << std::endl;
+        }
+        emit sendProgress(QString::fromStdString(state.text), state.isWriting);
+    } else if (load->isRunning()) {
+        emit sendProgress(QString::fromStdString(load->progressText()), false);
+    } else {
+        progressTimer.stop();
+    }
 }
 
 void updateCore::cancelUpdate() {
     cancel = true;
-    endWorker(*this);
+    awaitEnd();
+    success = false; // also of a run that had come to its end when it was cancelled
     gotStatusMessage("Canceled");
     emit sendUpdateDone(false);
+}
+
+/**
+ * endWorker() of the update thread, with the main thread's events going on: what the run said before its end
+ * arrives before its end is told, and the window stays alive for as long as a command of it takes.
+ */
+void updateCore::awaitEnd() {
+    QEventLoop loop;
+    connect(this, &QThread::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(CANCEL_WAIT_MS, &loop, [this] { terminate(); });
+    if (QCoreApplication::instance() != nullptr && isRunning()) {
+        loop.exec(); // ends early when the application does
+    }
+    endWorker(*this);
 }
 
 void updateCore::gotStatusMessage(QString msg) {

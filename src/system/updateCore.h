@@ -4,9 +4,11 @@
 
 #include <QString>
 #include <QThread>
+#include <QTimer>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 class action;
 class serialBootload;
@@ -47,12 +49,15 @@ signals:
     void sendStatusMessage(QString msg);              ///< a text for the operator, already logged
     void incrimentProgressBar(double tick);           ///< an item is done
     void sendUpdatePackageLoaded(unsigned char mode); ///< 0 loaded, 1 failed, 2 loaded while resuming
-    void sendReboot();                                ///< the updater was replaced and must be started again
+    void sendProgress(QString line, bool writing); ///< twice a second while something goes on: how far it is
+    void sendReboot();                             ///< the updater was replaced and must be started again
 
 public slots:
     /** Starts the loader. Does not read the configuration file again. */
     void loadConfiguration(bool reload);
-    /** Blocks until the update thread has ended: 2 s at most for the actions to notice, then by termination.
+    /**
+     * Returns when the update thread has ended: 2 s at most for the actions to notice, then by termination.
+     * The main thread's events go on meanwhile.
      */
     void cancelUpdate();
     void startUpdate();
@@ -62,7 +67,17 @@ public slots:
 
 private:
     void endThreads();
+    void awaitEnd();
+    void beat();
+    void runItems();
+    std::vector<runProgress::STEP> forecast();
+    void finish(bool status);
     bool enterUpdateMode(serialBootload& sender);
     bool updateUpdater();
     bool updateEverythingElse(serialBootload& serial);
+
+    QTimer progressTimer;
+    bool leftUnfinished =
+        false;           ///< the run met a module that an earlier one left in part, and has no image for
+    shared<bool> atWork; ///< from the start of a run to its last signal
 };

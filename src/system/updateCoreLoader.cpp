@@ -1,6 +1,8 @@
 #include "updateCoreLoader.h"
 
+#include "../lib/childProcess.h"
 #include "../lib/durable.h"
+#include "../lib/filePosition.h"
 #include "../lib/functs.h"
 #include "../lib/sha1.h"
 #include "ProcBusThread.h"
@@ -9,9 +11,10 @@
 #include "packageRules.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
+#include "runForecast.h"
 #include "termination.h"
 
-#include <cstdlib>
+#include <cstdio>
 #include <iostream>
 #include <stdexcept>
 #include <sys/mount.h>
@@ -30,18 +33,41 @@ const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
  */
 const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
 
+constexpr int NO_PACKAGE = 2;
+
+/** What touches the stick: done in a process of its own, since a stick may be slow or not answer at all. */
+int copyFromStick() {
+    functs f;
+    if (!f.isFile(STICK_PACKAGE)) {
+        return NO_PACKAGE;
+    }
+    f.copyFile(STICK_PACKAGE, FETCHED, true); // a copy that failed does not validate
+    f.copyFile(STICK_PACKAGE + DIGEST, FETCHED + DIGEST, false);
+    return 0;
+}
+
 } // namespace
+
+void updateCoreLoad::begin() {
+    if (atWork && !isFinished()) {
+        return;
+    }
+    wait(); // start() on a thread that still ends would be ignored
+    atWork = true;
+    start();
+}
 
 void updateCoreLoad::run() {
     termination::forbid();
-    if (!loadPackage()) {
-        emit sendUpdatePackageLoaded(1);
-        return;
+    unsigned char mode = 1;
+    if (loadPackage()) {
+        core->log->log_item("Updater is ready to update", logger::LOG_ERROR); // so that every filter shows it
+        emit sendStatusMessage("Updater file loaded.");
+        core->loaded = true;
+        mode = core->resumeUpdate ? 2 : 0;
     }
-    core->log->log_item("Updater is ready to update", logger::LOG_ERROR); // so that every filter shows it
-    emit sendStatusMessage("Updater file loaded.");
-    core->loaded = true;
-    emit sendUpdatePackageLoaded(core->resumeUpdate ? 2 : 0);
+    atWork = false; // who hears of it may begin anew at once
+    emit sendUpdatePackageLoaded(mode);
 }
 
 bool updateCoreLoad::loadPackage() {
@@ -54,13 +80,19 @@ bool updateCoreLoad::loadPackage() {
     const bool resume = core->resumeUpdate && f.isFile(UNPACKED_MANIFEST) && !f.isFile(UNPACKING);
     const auto goOn = [this] { return !core->cancel; }; // the program may be closed meanwhile
     if (!resume && !(goOn() && fetchPackage() && goOn() && unpackPackage())) {
+        if (core->cancel) {
+            core->removeUpdateFiles(); // part of a package is nothing to go on with
+        }
         return false;
     }
     return goOn() && readManifest() && goOn() && prepareSystem();
 }
 
-/** Says what failed, to the operator and to the log. */
+/** Says what failed, to the operator and to the log; of what was ended on purpose there is nothing to say. */
 bool updateCoreLoad::fail(const char* shown, const char* logged) {
+    if (core->cancel) {
+        return false;
+    }
     emit sendStatusMessage(shown);
     core->log->log_item(logged, logger::LOG_ERROR);
     return false;
@@ -71,8 +103,7 @@ bool updateCoreLoad::switchToUpdateMode() {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    return !core->cancel &&
-           fail("Could not switch system to update mode", "Could not switch system to update mode");
+    return fail("Could not switch system to update mode", "Could not switch system to update mode");
 }
 
 /** Waits until the program entry has read its mode argument, about as long as the window takes to appear. */
@@ -82,32 +113,37 @@ void updateCoreLoad::awaitStartMode() {
     }
 }
 
+/** True when the work succeeds, unless the program is closed meanwhile: it may take long. */
+bool updateCoreLoad::finishes(const std::function<bool()>& work) {
+    return childProcess::run([&work] { return work() ? 0 : 1; }, &core->cancel) == 0;
+}
+
 bool updateCoreLoad::fetchPackage() {
-    functs f;
     std::cout << "Loading new file" << std::endl;
     core->dropUnpackedManifest();
-    // Its result does not matter: there may be nothing to remove.
-    [[maybe_unused]] const int removed = std::system("rm -r /keldra/tmp/keldra_update*");
-    if (!f.isFile(STICK_PACKAGE)) {
+    childProcess::shell("rm -r /keldra/tmp/keldra_update*", &core->cancel); // there may be nothing to remove
+    if (childProcess::run(copyFromStick, &core->cancel) == NO_PACKAGE) {
         emit sendStatusMessage("No updater file or USB not connected");
         core->log->log_item("No update file found", logger::LOG_WARNING);
         return false;
     }
-    f.copyFile(STICK_PACKAGE, FETCHED, true); // a copy that failed does not validate
-    f.copyFile(STICK_PACKAGE + DIGEST, FETCHED + DIGEST, false);
-    return validateFile(FETCHED) || fail("Updater file corrupted!", "Update file corrupted");
+    const auto isValid = [this] { return validateFile(FETCHED); };
+    return finishes(isValid) || fail("Updater file corrupted!", "Update file corrupted");
 }
 
 bool updateCoreLoad::unpackPackage() {
     functs f;
-    if (f.isDirectory(UNPACKED) && std::system("rm -r /keldra/tmp/keldra_update") != 0) {
+    const shared<bool>* const unless = &core->cancel;
+    if (f.isDirectory(UNPACKED) && childProcess::shell("rm -r /keldra/tmp/keldra_update", unless) != 0) {
         return fail("Internal Error", "Could not flush temp directory");
     }
-    if (!f.makeDir(UNPACKED) || !f.writeFileContents(UNPACKING, "") || !durable::flushAll(UNPACKED)) {
+    const auto flush = [] { return durable::flushAll(UNPACKED); };
+    if (!f.makeDir(UNPACKED) || !f.writeFileContents(UNPACKING, "") || !finishes(flush)) {
         return fail("Internal Error", "Could not create temp directory");
     }
-    if (std::system("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz") != 0 ||
-        !durable::flushAll(UNPACKED)) {
+    if (childProcess::shell("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz",
+                            unless) != 0 ||
+        !finishes(flush)) {
         return fail("Internal Error", "Could not untar archieve");
     }
     f.removeFile(UNPACKING);
@@ -128,10 +164,11 @@ bool updateCoreLoad::readManifest() {
 }
 
 bool updateCoreLoad::prepareSystem() {
-    if (std::system("mount -o remount rw /") != 0) {
+    if (childProcess::shell("mount -o remount rw /") != 0) {
         return fail("Internal Error", "Could not remount system");
     }
-    umount(STICK); // the stick may be pulled now; one that is not mounted does not matter
+    // The stick may be pulled now; one that is not mounted is no fault.
+    childProcess::run([] { return umount(STICK); }, &core->cancel);
     core->comBus->reload_uart();
     return true;
 }
@@ -146,4 +183,22 @@ bool updateCoreLoad::validateFile(std::string file) {
     } catch (const std::runtime_error&) {
         return false; // unreadable: not proven intact
     }
+}
+
+std::string updateCoreLoad::progressText() {
+    const char* title = "Copying the package";
+    const std::string* file = &STICK_PACKAGE;
+    std::uint64_t position = filePosition::of(STICK_PACKAGE);
+    if (position == 0) {
+        file = &FETCHED;
+        position = filePosition::of(FETCHED);
+        title = functs().isFile(UNPACKING) ? "Unpacking the package" : "Checking the package";
+    }
+    if (position == 0) {
+        return "Loading the package";
+    }
+    char text[80];
+    std::snprintf(text, sizeof text, "%s · %.1f of %.1f MB", title, static_cast<double>(position) / 1e6,
+                  static_cast<double>(runForecast::bytesOf(*file)) / 1e6);
+    return text;
 }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "../lib/shared.h"
+
 #include <QString>
 #include <QThread>
+#include <functional>
 #include <string>
 
 class coreState;
@@ -17,9 +20,13 @@ class updateCoreLoad : public QThread {
 public:
     /** The core that is read and filled; set before the thread is started. Not owned. */
     void setCore(coreState* c) { core = c; }
+    /** Starts the thread, unless it is at work. */
+    void begin();
     void run() override;
     /** True when `file` exists and its SHA-1 is the one that `file` + ".sha" names. */
     bool validateFile(std::string file);
+    /** What it is at and how far, for the operator. Any thread. */
+    static std::string progressText();
 
 signals:
     void sendStatusMessage(QString msg);
@@ -29,6 +36,7 @@ private:
     bool loadPackage();
     bool switchToUpdateMode();
     void awaitStartMode();
+    bool finishes(const std::function<bool()>& work);
     bool fetchPackage();
     bool unpackPackage();
     bool readManifest();
@@ -36,4 +44,5 @@ private:
     bool fail(const char* shown, const char* logged);
 
     coreState* core = nullptr;
+    shared<bool> atWork; ///< from begin() to the last signal
 };

@@ -5,6 +5,7 @@
 #include "actions/fileUpdate.h"
 #include "actions/kernelUpdate.h"
 #include "actions/serialBootload.h"
+#include "runForecast.h"
 #include "termination.h"
 #include "updateCore.h"
 
@@ -13,9 +14,14 @@
 
 namespace {
 
-constexpr double TICK = 6.0; // progress of one item, of 100
+constexpr double TICK = 6.0;     // progress of one item, of 100
+constexpr int SHOWN_LENGTH = 80; // of a version, which is the text of a file
 const char* const UPDATER_DIR = "/usr/bin/";
 const char* const SYSTEM_DIR = "/";
+
+std::string shortened(const std::string& text) {
+    return QString::fromStdString(text).left(SHOWN_LENGTH).toStdString();
+}
 
 class stopwatch {
 public:
@@ -31,6 +37,34 @@ private:
 
 void updateCore::run() {
     termination::forbid();
+    progress.start(forecast());
+    runItems();
+    progress.end();
+}
+
+/** What the run will visit, and how long each may take. */
+std::vector<runProgress::STEP> updateCore::forecast() {
+    std::vector<runProgress::STEP> steps;
+    const auto addFiles = [&](const char* name, const BASE_ITEM& item) {
+        steps.push_back({name, runProgress::KIND::BYTES, runForecast::ofHostItem(item, forceUpdate)});
+    };
+    const auto addModule = [&](const char* name, const BASE_ITEM& item) {
+        steps.push_back({name, runProgress::KIND::PAGES, runForecast::ofModule(item, forceUpdate, uartBaud)});
+    };
+    if (!resumeUpdate) {
+        addFiles("Updater", core.updater);
+    }
+    addFiles("Kernel", core.kernel);
+    addFiles("Drivers", core.drivers);
+    addFiles("GUI", core.gui);
+    for (const modules::ROW& row : modules::VISITED) {
+        addModule(row.shown, module(row).base);
+    }
+    return steps;
+}
+
+void updateCore::runItems() {
+    leftUnfinished = false;
     gotStatusMessage("Starting Update...");
     comBus->setBuffSize(receiveSize::RUN);
     comBus->reload_uart();
@@ -38,7 +72,7 @@ void updateCore::run() {
     const stopwatch total;
     serialBootload serial(this);
     if (!enterUpdateMode(serial)) {
-        emit sendUpdateDone(false);
+        finish(false);
         return;
     }
     if (resumeUpdate) {
@@ -50,18 +84,29 @@ void updateCore::run() {
     if (!updateEverythingElse(serial)) {
         return; // runUpdate has said what there was to say
     }
+    if (leftUnfinished) { // everything else is done, but the panel is not as it should be
+        finish(false);
+        return;
+    }
     success = true;
     std::printf("Bootload Total Length: %0.2f\n", total.seconds());
     std::fflush(stdout);
-    emit sendUpdateDone(true);
+    finish(true);
+}
+
+void updateCore::finish(bool status) {
+    atWork = false; // who hears of it may start the next run at once
+    emit sendUpdateDone(status);
 }
 
 bool updateCore::enterUpdateMode(serialBootload& sender) {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    gotStatusMessage("Could not switch system to update mode");
-    log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    if (!cancel) {
+        gotStatusMessage("Could not switch system to update mode");
+        log->log_item("Could not switch system to update mode", logger::LOG_ERROR);
+    }
     return false;
 }
 
@@ -75,6 +120,7 @@ bool updateCore::updateUpdater() {
         std::fflush(stdout);
         return false;
     case action::GOUPDATE:
+        atWork = false;
         emit sendReboot();
         return false;
     default:
@@ -111,9 +157,18 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
 std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force,
                                    double tick) {
     act->setBase(item);
+    progress.check(name);
     const action::STATUS status = act->needsUpdate(force);
     const auto report = [this](const std::string& text) { gotStatusMessage(QString::fromStdString(text)); };
     report("Checking " + name + " for update");
+    const bool offersNothing = status == action::GOUPDATE && item->update.items.empty();
+    if (item->unfinished && (status == action::NOUPDATE || offersNothing)) {
+        report(name + " is half programmed, the package has nothing for it");
+        log->log_item("Unfinished module, and nothing in the package for it", logger::LOG_ERROR);
+        leftUnfinished = true;
+        emit incrimentProgressBar(tick);
+        return status;
+    }
     switch (status) {
     case action::NOMODULE:
         report(name + " not found");
@@ -130,10 +185,10 @@ std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::stri
         }
         const std::uint8_t revision = act->revision();
         const std::string version = revision < items.size() ? items[revision].version : "";
-        report("Updating " + name + ": " + item->swVersion + " -> " + version);
+        report("Updating " + name + ": " + shortened(item->swVersion) + " -> " + shortened(version));
         const stopwatch operation;
         if (!act->run()) {
-            emit sendUpdateDone(false);
+            finish(false);
             return action::UPERROR;
         }
         std::printf("Length of Operation: %0.2f\n", operation.seconds());

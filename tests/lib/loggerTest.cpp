@@ -83,6 +83,24 @@ TEST_F(loggerTest, DebugModeEchoesAndALostLineIsReported) {
     EXPECT_TRUE(holds({testing::internal::GetCapturedStdout()}, "Could not open Log File!\n"));
 }
 
+TEST_F(loggerTest, MakesTheDirectoryOfItsStagingFile) {
+    ASSERT_TRUE(succeeds("umount -l /tmp && rmdir /tmp"));
+    EXPECT_TRUE(make(1000)->log_item("hello", logger::LOG_NOTICE));
+}
+
+/** The log directory on a card of its own, so small that a rotation's copies do not fit. */
+TEST_F(loggerTest, AFullCardCostsNoneOfTheNewest) {
+    ASSERT_TRUE(succeeds("mount -t tmpfs -o size=64k none " + LOGS));
+    const std::string older(20'000, 'o');
+    const std::string newest(30'000, 'n');
+    put(LOG + ".0", older);
+    put(LOG, newest);
+    make(100, true);
+    EXPECT_EQ(files(), (Texts{"test.log.0", "test.log.1"}));
+    EXPECT_TRUE(contents(LOG + ".0") == newest && contents(LOG + ".1") == older);
+    succeeds("umount " + LOGS);
+}
+
 TEST_F(loggerTest, OnlyALogOverItsLimitIsRotated) {
     put(LOG, std::string(100, 'x'));
     EXPECT_FALSE(make(100)->checkSize("test.log"));

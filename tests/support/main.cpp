@@ -4,12 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-// A crash report frees nothing: the heap may be what is broken.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:backtrace_symbols\n";
-}
-
 int updaterMain(int argc, char** argv); // the program's main()
 
 int main(int argc, char** argv) {

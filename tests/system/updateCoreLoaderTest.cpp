@@ -2,13 +2,20 @@
 
 #include "support/panel.h"
 
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
 #include <filesystem>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
 
 const std::string MANIFEST = R"({"kernel":{"f":"kernel.img","v":"2.0"}})";
+std::string withVersion(const std::string& version) {
+    return R"({"kernel":{"f":"kernel.img","v":")" + version + R"("}})";
+}
 const Texts LOADED = {"Loading Update File....", "Updater file loaded."};
 
 class updateCoreLoaderTest : public Panel {
@@ -76,6 +83,12 @@ TEST_F(updateCoreLoaderTest, EveryFailureIsShownLoggedAndReported) {
         {"Internal Error", "[Error]: Config file is blank", ":", {}, ":", R"({"a":12})"},
         {"Internal Error", "[Error]: Config file is invalid", ":", {}, ":", R"({"kernel":)"},
         {"Internal Error", "[Error]: Config file is invalid", ":", {}, ":", MANIFEST + "}"},
+        {"Internal Error",
+         "[Error]: Config file is invalid",
+         ":",
+         {},
+         ":",
+         withVersion(std::string(5000, '1'))},
         {"Internal Error", "[Error]: Could not remount system", ":", "mount"},
     };
     start();
@@ -117,6 +130,41 @@ TEST_F(updateCoreLoaderTest, ResumesFromWhatIsUnpackedUnlessThatWasInterrupted) 
     shell("rm /keldra/tmp/keldra_update/kernel.img");
     EXPECT_EQ(load(), 2);
     EXPECT_EQ(contents("/keldra/tmp/keldra_update/kernel.img"), "image"); // unpacked anew
+}
+
+volatile std::sig_atomic_t stalling = 0;
+
+/** A stick on which opening the package waits, for longer than anybody does. */
+int stallStick() {
+    std::signal(SIGIO, [](int) { stalling = 1; }); // somebody waits
+    const int fd = open("/mnt/usb/keldra_update.tgz", O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(fcntl(fd, F_SETLEASE, F_WRLCK), 0);
+    return fd;
+}
+
+TEST_F(updateCoreLoaderTest, LeavingEndsACopyAndAnUnpackAndKeepsNothing) {
+    for (const bool unpacking : {false, true}) {
+        pack("kernel.img", "image");
+        packOntoStick(MANIFEST);
+        bus.autoAnswer(Bus::noModules);
+        start();
+        int stalled = -1;
+        if (unpacking) {
+            standIn("tar", "/opt/host-bin/tar \"$@\"; : > /tmp/unpacked; sleep 100");
+        } else {
+            stalled = stallStick();
+        }
+        core->loadConfiguration(false);
+        ASSERT_TRUE(awaitThat([&] { return unpacking ? fs::exists("/tmp/unpacked") : stalling != 0; }));
+        const auto asked = std::chrono::steady_clock::now();
+        core->stop();
+        EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(2));
+        EXPECT_FALSE(fs::exists("/keldra/tmp/keldra_update") || fs::exists("/keldra/tmp/keldra_update.tgz"));
+        EXPECT_FALSE(holds(logged(), "archieve") || holds(logged(), "corrupt"));
+        close(stalled);
+        core.reset();
+        endStandIns();
+    }
 }
 
 TEST_F(updateCoreLoaderTest, WaitsForTheStartMode) {

@@ -3,6 +3,8 @@
 #include "support/panel.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace {
 
@@ -72,6 +74,31 @@ TEST_F(updateCoreTest, TheHaltMessageSurvivesASilentBusAfterTheLinkHasStopped) {
         EXPECT_NEAR(static_cast<int>(std::count(first, sent.end(), status)), 12, 1);
         core.reset();
     }
+}
+
+/** A worker may take its time between its last signal and its end: 300 ms here. */
+TEST_F(updateCoreTest, AStartWhileTheThreadStillEndsIsNotLost) {
+    bus.autoAnswer(Bus::noModules);
+    start();
+    QObject here;
+    const auto linger = [] { std::this_thread::sleep_for(std::chrono::milliseconds(300)); };
+    QObject::connect(core.get(), &updateCore::sendUpdateDone, &here, [this] {
+        if (std::count(events.begin(), events.end(), "done 1") == 1) {
+            core->startUpdate();
+        }
+    });
+    QObject::connect(core.get(), &updateCore::sendUpdateDone, core.get(), linger, Qt::DirectConnection);
+    core->startUpdate();
+    EXPECT_TRUE(awaitThat([this] { return std::count(events.begin(), events.end(), "done 1") == 2; }));
+    QObject::connect(core.get(), &updateCore::sendUpdatePackageLoaded, &here, [this] {
+        if (std::count(events.begin(), events.end(), "loaded 1") == 1) { // there is no stick
+            core->loadConfiguration(false);
+        }
+    });
+    QObject::connect(core->load.get(), &updateCoreLoad::sendUpdatePackageLoaded, core->load.get(), linger,
+                     Qt::DirectConnection);
+    core->loadConfiguration(false);
+    EXPECT_TRUE(awaitThat([this] { return std::count(events.begin(), events.end(), "loaded 1") == 2; }));
 }
 
 TEST_F(updateCoreTest, LeavingWhileTheLoaderOrTheUpdateRunsEndsIt) {

@@ -1,11 +1,14 @@
 #include "support/panel.h"
 #include "system/actions/action.prototype.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::uint8_t STM32F3 = 3;
 
 /** The events of a run, which begins as all do. */
 Texts eventsOf(std::initializer_list<Texts> parts) {
@@ -48,16 +51,19 @@ protected:
 TEST_F(updateRunTest, VisitsEverythingInOrder) {
     offer(core->core.kernel, "kernel.img", "image");
     offer(core->core.gui, "gui/tmp/gui.file", "gui");
-    core->core.gui.update.items[0].item = "gui";
+    core->core.gui.update.items[0] = {"gui", std::string(4000, 'y')}; // shown in part
+    core->core.gui.swVersion = std::string(1'000'000, 'x');
     offer(core->core.rootfs, "rootfs", "never visited");
     testing::internal::CaptureStdout();
     update();
     const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(events, eventsOf({checked("Updater", "up-to-date"),
-                                {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"},
-                                checked("Drivers", "up-to-date"),
-                                {"Checking GUI for update", "Updating GUI: 1.0 -> 2.0", "tick 6"},
-                                noModulesAndDone()}));
+    EXPECT_EQ(events,
+              eventsOf({checked("Updater", "up-to-date"),
+                        {"Checking Kernel for update", "Updating Kernel: 1.0 -> 2.0", "tick 6"},
+                        checked("Drivers", "up-to-date"),
+                        {"Checking GUI for update",
+                         "Updating GUI: " + std::string(80, 'x') + " -> " + std::string(80, 'y'), "tick 6"},
+                        noModulesAndDone()}));
     for (const std::string& text : shown) {
         EXPECT_TRUE(holds(logged(), "[Notice]: " + text)) << text;
     }
@@ -135,6 +141,32 @@ TEST_F(updateRunTest, AFailedCheckAndAnEmptyListUpdateNothing) {
     EXPECT_EQ(core->runUpdate(&item, &nothing, "Y", false, 6.0), action::NOMODULE);
     settle();
     EXPECT_EQ(events, (Texts{"Checking X for update", "tick 6", "Checking Y for update"}));
+}
+
+TEST_F(updateRunTest, AHalfProgrammedModuleWithoutAnImageIsSaidAndNotStarted) {
+    for (const bool identifies : {true, false}) {
+        bus.autoAnswer([&](const Frame& frame) -> std::vector<Frame> {
+            const std::uint8_t asked = frame.payload[0];
+            if (frame.id != 16 || asked != 9) {
+                return Bus::noModules(frame);
+            }
+            return {identifies ? identification(9, STM32F3, "1.0.0") : reply(0, 0, 9)};
+        });
+        core->setUnfinished(core->s1.base, true);
+        events.clear();
+        update();
+        const auto at = std::find(events.begin(), events.end(), "Checking Secondary #1 for update");
+        ASSERT_GT(events.end() - at, 2);
+        EXPECT_EQ(at[1], "Secondary #1 is half programmed, the package has nothing for it");
+        EXPECT_EQ(at[2], "tick 6");
+        EXPECT_EQ(events.back(), "done 0");
+        EXPECT_TRUE(holds(events, "CTRL not found")) << "the others are updated all the same";
+        EXPECT_FALSE(core->success);
+        EXPECT_EQ(core->log->lastError(), "Unfinished module, and nothing in the package for it");
+        for (const Frame& frame : bus.sent()) {
+            EXPECT_NE(frame, (Frame{16, {9, '!'}})) << "a module with half a program was started";
+        }
+    }
 }
 
 TEST_F(updateRunTest, ACancelWaitsForTheShellsCommand) {

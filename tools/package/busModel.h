@@ -1,53 +1,14 @@
-// What programming a module costs on the bus: a model of the panel's bootloader dialogue, request by request.
-// It assumes that every request is answered at once and no byte is lost.
+// What programming a module costs on the bus.
 #pragma once
 
 #include "processors.h"
-#include "system/actions/bootloadTiming.h"
-#include "system/busMessages.h"
+#include "system/actions/busCost.h"
 
-#include <cstdint>
 #include <filesystem>
-#include <vector>
 
 namespace package {
 
-class BusCost {
-public:
-    // The steps of the dialogue, as docs/bus-protocol.md names them.
-    void systemCommand();
-    void enterBootloader(bool identifies);
-    void absentModule();      // asked in vain
-    void afterAbsentModule(); // what the next one waits, for answers that may still come
-    void program(const hexpage::MEMORY_PAGE& page, bool wideAddress);
-    void programRecord(std::size_t bytes);
-    void eraseBlocks(bool wideAddress);
-    void eraseAll();
-
-    BusCost& operator+=(const BusCost& other);
-    double seconds(unsigned baud) const;
-
-    std::uint32_t messages = 0; // in both directions
-    std::uint32_t pages = 0;    // or records
-    std::uint32_t erases = 0;   // requests to erase
-    std::uint32_t dataBytes = 0;
-
-private:
-    static constexpr std::size_t REPLY = 4; // payload bytes
-    static constexpr std::size_t IDENTIFICATION = 6;
-
-    void exchange(const busMessages::PROCBUS_MSG& request, std::size_t reply = REPLY);
-    void sendRows(const std::vector<std::uint8_t>& bytes);
-    void write(std::uint32_t rows); // of what is open
-    void wait(bootloadTiming::milliseconds time) { pauses_ += time; }
-    void linger();
-
-    std::uint64_t wireBytes_ = 0;
-    std::uint32_t requests_ = 0;
-    unsigned lingers_ = 0; // of a session: not added up
-    bool rested_ = false;  // the last request has a pause behind it
-    bootloadTiming::milliseconds pauses_{0};
-};
+using BusCost = busCost;
 
 // Programming an image that is right. Throws Failure for one that the panel's reader refuses.
 BusCost costOfImage(const std::filesystem::path& path, const Processor& processor, bool serial);

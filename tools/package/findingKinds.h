@@ -71,6 +71,8 @@ inline constexpr Kind versionEmpty{"version-empty", Error, "updates the item aga
 inline constexpr Kind versionForm{
     "version-form", Error, "never finds it equal to what the module tells, and shows line ends as such",
     "write it as the module tells it: three numbers up to 255 without leading zeros, as 1.3.0"};
+inline constexpr Kind textTooLong{"text-too-long", Error, "refuses the package: \"Internal Error\"",
+                                  "keep names and versions to 4096 bytes"};
 inline constexpr Kind revisionMissing{"revision-missing", Error,
                                       "says \"up-to-date\" and leaves the module as it is",
                                       "add the image for that hardware revision"};

@@ -42,6 +42,15 @@ public:
     }
     Place place(const JsonValue& value) const { return {name_, value.position.line, value.position.column}; }
 
+    // Whether a value is a text; one that is too long for the panel is reported.
+    bool isTextOf(const std::string& what, const JsonValue& value) {
+        if (!value.isText())
+            report(kinds::valueNotText, value, what + " that is not a text");
+        else if (packageRules::isTooLong(value.text))
+            report(kinds::textTooLong, value, what + " of " + std::to_string(value.text.size()) + " bytes");
+        return value.isText();
+    }
+
     // The item that a key opens; null when there is none of that name.
     Item* openItem(const JsonValue& key, const JsonValue& body, Items& items) {
         const ItemKind* kind = package::findItem(key.text);
@@ -68,10 +77,8 @@ private:
 std::vector<const JsonValue*> textsOf(const JsonValue& value, const std::string& what, Reader& reader) {
     std::vector<const JsonValue*> texts;
     const auto take = [&](const JsonValue& each) {
-        if (each.isText())
+        if (reader.isTextOf("a " + what, each))
             texts.push_back(&each);
-        else
-            reader.report(kinds::valueNotText, each, "a " + what + " that is not a text");
     };
     if (!value.isArray())
         take(value);
@@ -142,10 +149,8 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                           "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"");
             continue;
         }
-        if (!field.isText()) {
-            reader.report(kinds::valueNotText, field, "\"" + key.text + "\" is not a text");
+        if (!reader.isTextOf("a \"" + key.text + "\"", field))
             return;
-        }
         *target = field.text;
         (target == &entry.version ? entry.versionPlace : entry.filePlace) = reader.place(field);
     }

@@ -10,11 +10,7 @@ bool action::needsUpdateBase(std::string compVersion, std::uint8_t hwRev, bool f
 }
 
 bool action::needsUpdateModule(std::string compVersion, std::uint8_t hwRev, bool force) {
-    const bool needed = needsUpdateBase(compVersion, hwRev, force || base->unfinished);
-    if (!needed && base->unfinished) {
-        csys->log->log_item("Unfinished module, and nothing in the package for it", logger::LOG_WARNING);
-    }
-    return needed;
+    return needsUpdateBase(compVersion, hwRev, force || base->unfinished);
 }
 
 action::STATUS action::needsUpdateHost(bool force) {

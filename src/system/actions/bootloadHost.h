@@ -4,6 +4,7 @@
 #include "../busMessages.h"
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -30,4 +31,6 @@ public:
     /** True once the operator has cancelled: every wait then ends at once, and nothing more is sent. */
     virtual bool cancelled() const = 0;
     virtual void log(const std::string& text, logger::LOG_TYPE type) = 0;
+    /** So many of the image's pages or records are done. */
+    virtual void progress(std::uint32_t /*done*/, std::uint32_t /*total*/) {}
 };

@@ -1,6 +1,7 @@
 #include "canBootload.h"
 
 #include "../ProcBusThread.h"
+#include "busCost.h"
 #include "flashLayouts.h"
 #include "imageVerdict.h"
 #include "packageFile.h"
@@ -109,7 +110,7 @@ action::STATUS canBootload::upToDate() {
 }
 
 void canBootload::resetModule() {
-    if (base->update.resetAfterUpdate) {
+    if (base->update.resetAfterUpdate && !base->unfinished) { // half a program must not run
         log("Resetting Module", logger::LOG_NOTICE);
         sendSystemCommand(base->id, busProtocol::RESTART);
     }
@@ -152,6 +153,8 @@ bool canBootload::run() {
         log("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;
     }
+    const busCost cost = busCost::ofImage(layout, image);
+    csys->progress.write(runProgress::KIND::PAGES, cost.pages, cost.seconds(csys->uartBaud));
     csys->setUnfinished(*base, true);
     if (!addressed().programImage(layout, image, csys->strictImages)) {
         return false;

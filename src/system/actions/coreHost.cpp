@@ -26,3 +26,7 @@ bool coreHost::cancelled() const {
 void coreHost::log(const std::string& text, logger::LOG_TYPE type) {
     csys->log->log_item(text, type);
 }
+
+void coreHost::progress(std::uint32_t done, std::uint32_t total) {
+    csys->progress.reached(done, total);
+}

@@ -15,6 +15,7 @@ public:
     clock::time_point now() const override { return clock::now(); }
     bool cancelled() const override;
     void log(const std::string& text, logger::LOG_TYPE type) override;
+    void progress(std::uint32_t done, std::uint32_t total) override;
 
 private:
     coreState* csys; ///< not owned

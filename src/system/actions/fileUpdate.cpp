@@ -1,6 +1,7 @@
 #include "fileUpdate.h"
 
 #include "../packageRules.h"
+#include "../runForecast.h"
 
 #include <algorithm>
 #include <dirent.h>
@@ -60,6 +61,9 @@ bool fileUpdate::run() {
     if (packageRules::leadsOutside(entry.item)) {
         return copyFailed(destination);
     }
+    totalBytes = runForecast::bytesOf(source);
+    copiedBytes = 0;
+    csys->progress.write(runProgress::KIND::BYTES, totalBytes, runForecast::secondsOfBytes(totalBytes));
     bool copied = false;
     if (f.isDirectory(source)) {
         std::cout << "Copy Directory" << std::endl;
@@ -92,11 +96,14 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
         csys->log->log_item("Could not remove old file: " + destination, logger::LOG_ERROR);
         return false;
     }
+    csys->progress.reading(source);
     // Only a regular file is copied (a named pipe would never end), and only a whole copy counts: a full card
     // shows nowhere else.
     if (!f.isFile(source) || !f.copyFile(source, destination, true) || !sameSize(source, destination)) {
         return copyFailed(destination);
     }
+    copiedBytes += runForecast::bytesOf(source);
+    csys->progress.reached(copiedBytes, totalBytes);
     return carryExecutableBits(source, destination); // at once: a later loss of power must find it startable
 }
 

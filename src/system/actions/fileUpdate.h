@@ -3,6 +3,7 @@
 #include "../../lib/functs.h"
 #include "action.prototype.h"
 
+#include <cstdint>
 #include <sys/types.h>
 #include <utility>
 #include <vector>
@@ -33,6 +34,8 @@ private:
     bool carryExecutableBits(const std::string& source, const std::string& destination);
 
     std::string configInstallPath = "/";
+    std::uint64_t totalBytes = 0; ///< of the item
+    std::uint64_t copiedBytes = 0;
     std::vector<std::pair<dev_t, ino_t>>
         walked; ///< the directories that the walk is in: links must not lead back
 };

@@ -2,6 +2,8 @@
 
 #include "../../lib/format.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <numeric>
 
 using namespace bootloadTiming;
@@ -14,6 +16,16 @@ namespace {
 
 /** What an erase's count, one byte, can name; 0 would stand for one more, which not every module may know. */
 constexpr std::uint32_t LONGEST_ERASE = 255;
+
+std::uint32_t pagesWithData(const hexpage& image) {
+    std::uint32_t pages = 0;
+    for (const hexpage::MEMORY_REGION& region : image.getRegions()) {
+        pages += static_cast<std::uint32_t>(
+            std::count_if(region.pages.begin(), region.pages.end(),
+                          [](const hexpage::MEMORY_PAGE& page) { return !page.data.empty(); }));
+    }
+    return pages;
+}
 
 /**
  * A record as the module takes it: the HEX line's bytes in their order. The sum is worked out, since in a
@@ -148,6 +160,8 @@ bool imageProgrammer::programImage(const LAYOUT& layout, hexpage& image, bool st
         logFailure("Could not erase range (all)");
         return false;
     }
+    const std::uint32_t toProgram = pagesWithData(image);
+    std::uint32_t programmed = 0;
     std::uint32_t index = 0;
     bool written = false;
     hexpage::MEMORY_PAGE* page = image.getNextPage();
@@ -167,6 +181,7 @@ bool imageProgrammer::programImage(const LAYOUT& layout, hexpage& image, bool st
                 return false;
             }
             written = written || result == PAGE_RESULT::DONE;
+            host.progress(++programmed, toProgram);
         }
         page = image.getNextPage();
         ++index;
@@ -295,13 +310,14 @@ bool imageProgrammer::programRecords(hexrecords& image) {
     }
     host.log("Serial: Programming Memory", logger::LOG_NOTICE);
     std::printf("Records: %d\n", static_cast<int>(image.getTotal()));
-    int number = 0;
+    std::uint32_t number = 0;
     image.resetIterator();
     while (const hexrecords::HEX_RECORD* record = image.getNextRecord()) {
-        std::printf("Working on Record: %d\n", number++);
+        std::printf("Working on Record: %d\n", static_cast<int>(number++));
         if (host.cancelled() || !programRecord(binaryForm(*record))) {
             return false;
         }
+        host.progress(number, image.getTotal());
     }
     return true;
 }

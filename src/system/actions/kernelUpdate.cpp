@@ -1,8 +1,9 @@
 #include "kernelUpdate.h"
 
+#include "../../lib/childProcess.h"
 #include "../packageRules.h"
+#include "../runForecast.h"
 
-#include <cstdlib>
 #include <iostream>
 
 namespace {
@@ -10,7 +11,7 @@ namespace {
 bool writeImage(const std::string& name) {
     const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=/dev/mmcblk0p1";
     std::cout << command << std::endl;
-    return std::system(command.c_str()) == 0;
+    return childProcess::shell(command) == 0;
 }
 
 } // namespace
@@ -27,6 +28,10 @@ bool kernelUpdate::run() {
     if (packageRules::standsForNoFile(image.item)) {
         return true;
     }
+    const std::string path = packageRules::UNPACKED + image.item;
+    const std::uint64_t bytes = runForecast::bytesOf(path);
+    csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
+    csys->progress.reading(path);
     if (!packageRules::isHarmless(image.item) || packageRules::leadsOutside(image.item) ||
         !writeImage(image.item)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);

@@ -1,6 +1,7 @@
 #include "serialBootload.h"
 
 #include "../ProcBusThread.h"
+#include "busCost.h"
 #include "flashLayouts.h"
 #include "imageVerdict.h"
 #include "packageFile.h"
@@ -83,7 +84,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
 }
 
 void serialBootload::resetModule() {
-    if (base->update.resetAfterUpdate) {
+    if (base->update.resetAfterUpdate && !base->unfinished) { // half a program must not run
         sendSystemCommand(base->id, busProtocol::RESTART);
     }
 }
@@ -106,6 +107,8 @@ bool serialBootload::run_v1(const std::string& path) {
         log("Serial: Bad HEX file", logger::LOG_ERROR);
         return false;
     }
+    const busCost cost = busCost::ofRecords(image);
+    csys->progress.write(runProgress::KIND::RECORDS, cost.pages, cost.seconds(csys->uartBaud));
     csys->setUnfinished(*base, true);
     return addressed(base->id).programRecords(image);
 }
@@ -140,6 +143,8 @@ bool serialBootload::run_v2(const std::string& path) {
         log("SerialV2: Bad HEX file", logger::LOG_ERROR);
         return false;
     }
+    const busCost cost = busCost::ofImage(layout, image);
+    csys->progress.write(runProgress::KIND::PAGES, cost.pages, cost.seconds(csys->uartBaud));
     csys->setUnfinished(*base, true);
     return addressed(base->id).programImage(layout, image, csys->strictImages);
 }

@@ -1,5 +1,7 @@
 #include "updateParser.h"
 
+#include "../packageRules.h"
+
 bool updateParser::value() {
     cur.hasKey = false;
     return true;
@@ -42,13 +44,18 @@ updateParser::LISTS updateParser::listsOfItem() const {
 }
 
 bool updateParser::String(const char* text, unsigned length, bool) {
+    const std::string given(text, length);
+    const LISTS lists = listsOfItem();
+    if (!lists.empty() && packageRules::isTooLong(given)) {
+        return false;
+    }
     if (cur.key == "f") {
-        cur.citem.item.assign(text, length);
-        for (coreState::BASE_ITEM* list : listsOfItem()) {
+        cur.citem.item = given;
+        for (coreState::BASE_ITEM* list : lists) {
             list->update.items.push_back(cur.citem);
         }
     } else if (cur.key == "v") {
-        setVersion(listsOfItem(), std::string(text, length));
+        setVersion(lists, given);
     }
     return value();
 }

@@ -9,8 +9,8 @@
 
 /**
  * Reads a package's update manifest and appends one entry per file to the lists of the items that it names:
- * docs/package.md has the layout. Accepts every well-formed text; names and values that it does not know are
- * walked through. Loader thread.
+ * docs/package.md has the layout. Accepts every well-formed text whose items have no text that is too
+ * long (packageRules); names and values that it does not know are walked through. Loader thread.
  */
 class updateParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, updateParser> {
 public:

@@ -196,7 +196,7 @@ TEST_F(bootloadersTest, TheModulesAnswerDecides) {
         const std::size_t before = bus.sent().size();
         EXPECT_EQ(actionOf(row.serial).needsUpdate(row.force), row.status) << row.name;
         EXPECT_EQ(item.hwRev, row.hwRevAfter) << row.name;
-        const bool isReset = row.status == action::NOUPDATE;
+        const bool isReset = row.status == action::NOUPDATE && !row.unfinished; // half a program must not run
         const std::vector<Frame> sent = bus.sent();
         EXPECT_EQ(std::count_if(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end(),
                                 [](const Frame& frame) { return kindOf(frame) == LEAVE; }),
@@ -204,9 +204,6 @@ TEST_F(bootloadersTest, TheModulesAnswerDecides) {
             << row.name;
         const Texts log = newlyLogged();
         EXPECT_EQ(holds(log, "Could not switch to bootload mode"), row.answer.empty()) << row.name;
-        EXPECT_EQ(holds(log, "[Warning]: Unfinished module, and nothing in the package for it"),
-                  row.unfinished && isReset)
-            << row.name;
     }
 }
 

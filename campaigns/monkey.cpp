@@ -1,0 +1,444 @@
+// An operator who presses whatever comes under his fingers, on a panel's display: real clicks, drawn from a
+// seed. It looks at the screen's pixels whenever a finger comes down or goes up, listens to what the updater
+// says on standard output (with debug = 1: all that its window shows), and holds the two against each other.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using msec = std::chrono::milliseconds;
+
+constexpr msec SOON = 2500ms; // what a press does begins within this time
+
+struct POINT {
+    int x, y;
+};
+
+/** A button's inner rectangle; all are of the same height. */
+struct BUTTON {
+    int left, right;
+    POINT middle() const { return {(left + right) / 2, 236}; }
+};
+
+constexpr std::array<BUTTON, 3> BUTTONS{{{20, 176}, {205, 275}, {305, 460}}};
+constexpr int TOP = 214;
+constexpr int BOTTOM = 258;
+
+using LABELS = std::array<std::string, BUTTONS.size()>;
+
+/** The pixels of the X server, which keeps them in a file in the form of a window dump. */
+class screen {
+public:
+    explicit screen(const fs::path& panel) : path(panel / "Xvfb_screen0") {}
+
+    /** One number for each button's picture. */
+    std::array<std::string, BUTTONS.size()> pictures() const {
+        std::ifstream file(path, std::ios::binary);
+        const std::string dump{std::istreambuf_iterator<char>(file), {}};
+        const auto field = [&dump](std::size_t index) {
+            std::uint32_t value = 0;
+            for (std::size_t i = 4 * index; i < 4 * index + 4; ++i) {
+                value = value << 8 | static_cast<unsigned char>(dump.at(i));
+            }
+            return value;
+        };
+        const std::size_t pixels =
+            field(0) + 12 * std::size_t{field(19)}; // behind the header and the colours
+        std::array<std::string, BUTTONS.size()> result;
+        for (std::size_t i = 0; i < BUTTONS.size(); ++i) {
+            std::string area;
+            for (int y = TOP; y < BOTTOM; ++y) {
+                const std::size_t row = pixels + static_cast<std::size_t>(y) * field(12);
+                area += dump.substr(row + 4 * static_cast<std::size_t>(BUTTONS[i].left),
+                                    4 * static_cast<std::size_t>(BUTTONS[i].right - BUTTONS[i].left));
+            }
+            result[i] = std::to_string(std::hash<std::string>()(area));
+        }
+        return result;
+    }
+
+private:
+    fs::path path;
+};
+
+/** What may be said when, and which press was for it. Every breach is printed. */
+class judge {
+public:
+    void pressed(const std::string& meaning, msec now) { lastPress[meaning] = now; }
+
+    void heard(const std::string& line, msec now) {
+        const std::string shown = line.rfind("Shown: ", 0) == 0 ? line.substr(7) : "";
+        if (line == "Init Start ------") {
+            restarted = stopping;
+            expect(!begun || stopping, "a second updater began");
+            begun = true;
+            stopping = false;
+        } else if (line == "stopping application") {
+            stopping = true;
+            stoppedByPress = isRecent("halt", now);
+        } else if (line.find("Signal (SIG") != std::string::npos) {
+            expect(false, "crashed");
+        } else if (!shown.empty()) {
+            expect(!stopping, "shown while stopping: " + shown);
+            show(shown, now);
+        }
+    }
+
+    /** The panel was halted, or the time is up. */
+    void ended(bool halted) {
+        if (halted) {
+            expect(stoppedByPress, "halted without a press that meant it");
+            expect(!running, "halted during a run");
+        } else {
+            expect(!stopping, "stops for ever");
+        }
+    }
+
+    bool isStopping() const { return stopping; }
+    unsigned runs = 0;
+    unsigned breaches = 0;
+
+private:
+    void show(const std::string& text, msec now) {
+        if (text == "Starting Update...") {
+            start(now);
+        } else if (text == "Update Succeeded!" || text == "Update Failed!") {
+            expect(running, "a verdict without a run: " + text);
+            running = false;
+            if (text == "Update Failed!" && !last.empty()) {
+                excused.push_back(last); // it is half programmed: the next run takes it, forced or not
+            }
+        } else if (text.rfind("Checking ", 0) == 0 || text.rfind("Updating ", 0) == 0) {
+            expect(running, "a run goes on behind its end: " + text);
+            judgeItem(text);
+        } else if (text == "Canceled") {
+            expect(!couldNotSwitch, "a cancel called a failure");
+        }
+        couldNotSwitch = text == "Could not switch system to update mode";
+    }
+
+    void start(msec now) {
+        if (restarted) { // the second stage
+            restarted = false;
+        } else {
+            expect(!running, "two runs at once");
+            expect(isRecent("start", now) || isRecent("all", now), "a run began without a press");
+            forced = isRecent("all", now);
+            ++runs;
+        }
+        last.clear();
+        running = true;
+    }
+
+    /** What is up to date is updated by a forced run only. */
+    void judgeItem(const std::string& text) {
+        const std::size_t colon = text.find(": ");
+        const std::size_t arrow = text.find(" -> ");
+        if (arrow == std::string::npos) {
+            last.clear();
+            return;
+        }
+        last = text.substr(9, colon - 9);
+        const bool isSame = text.substr(colon + 2, arrow - colon - 2) == text.substr(arrow + 4);
+        const bool isExcused = std::find(excused.begin(), excused.end(), last) != excused.end();
+        expect(forced || !isSame || isExcused, "a forced run without a press on ALL: " + text);
+    }
+
+    bool isRecent(const std::string& meaning, msec now) const {
+        const auto press = lastPress.find(meaning);
+        return press != lastPress.end() && now - press->second < SOON;
+    }
+
+    void expect(bool kept, const std::string& breach) {
+        if (!kept) {
+            ++breaches;
+            std::cout << "BREACH: " << breach << std::endl;
+        }
+    }
+
+    std::map<std::string, msec> lastPress;
+    std::vector<std::string> excused;
+    std::string last; ///< the item that is being updated
+    bool begun = false;
+    bool running = false;
+    bool forced = false;
+    bool stopping = false;
+    bool stoppedByPress = false;
+    bool restarted = false;
+    bool couldNotSwitch = false;
+};
+
+class monkey {
+public:
+    monkey(fs::path folder, const std::string& pictureFile, pid_t sandbox, unsigned seed)
+        : panel(std::move(folder)),
+          pixels(panel),
+          pid(sandbox),
+          random(seed),
+          output(panel / "output.txt"),
+          clicker(popen("xdotool - > /dev/null", "w")) {
+        std::ifstream file(pictureFile);
+        for (std::string picture, label; file >> picture >> label;) {
+            known[picture] = label;
+        }
+    }
+
+    /** Presses for so long, or until the panel halts; 0 when nothing was broken. */
+    int run(msec duration) {
+        while (now() < duration && isUp()) {
+            act();
+            wait(pauseLength());
+        }
+        const msec patience = now() + 15s;
+        while (isUp() && now() < patience && (now() < patience - 14s || referee.isStopping())) {
+            wait(50ms);
+        }
+        wait(300ms); // until what was said last has arrived
+        referee.ended(!isUp());
+        std::cout << presses << " presses, " << referee.runs << " runs, " << (isUp() ? "up" : "halted")
+                  << std::endl;
+        pclose(clicker);
+        return referee.breaches == 0 ? 0 : 1;
+    }
+
+private:
+    int draw(int from, int to) { return std::uniform_int_distribution<>(from, to)(random); }
+
+    void act() {
+        const int kind = draw(1, 100);
+        if (kind <= 25) {
+            tap(anyButton(), draw(10, 150));
+        } else if (kind <= 50) { // a second tap, or a panel that bounces
+            const POINT at = anyButton();
+            for (int taps = draw(2, 4); taps > 0; --taps) {
+                tap(at, draw(5, 60));
+                wait(msec(draw(5, 350)));
+            }
+        } else if (kind <= 65) { // right when something else is drawn
+            const LABELS before = look();
+            for (const msec end = now() + 1500ms; look() == before && now() < end;) {
+                wait(5ms);
+            }
+            wait(msec(draw(0, 350)));
+            tap(anyButton(), draw(10, 150));
+        } else if (kind <= 70) {
+            tap(anyButton(), draw(300, 1500));
+        } else if (kind <= 75) { // from one button to another
+            drag(anyButton(), anyButton());
+        } else if (kind <= 80) {
+            drag({draw(20, 460), draw(110, 190)}, {draw(20, 460), draw(110, 190)});
+        } else if (kind <= 84) {
+            tap({draw(0, 479), draw(0, 271)}, draw(10, 150));
+        } else if (kind <= 90) {
+            moveStick();
+        } else {
+            freeze(msec(draw(100, 1200)));
+        }
+    }
+
+    /** Less often the one that may halt the panel, which would be the end of it. */
+    POINT anyButton() {
+        constexpr std::size_t OFTEN[] = {0, 0, 0, 0, 1, 1, 1, 2, 2};
+        return BUTTONS[OFTEN[draw(0, 8)]].middle();
+    }
+
+    msec pauseLength() {
+        constexpr int LONGEST[] = {30, 120, 400, 1500};
+        return msec(draw(0, LONGEST[draw(0, 3)]));
+    }
+
+    void tap(POINT at, int holdMs) {
+        down(at);
+        wait(msec(holdMs));
+        up(at);
+    }
+
+    void drag(POINT from, POINT to) {
+        down(from);
+        for (int step = 1; step <= 4; ++step) {
+            click("mousemove " + std::to_string(from.x + (to.x - from.x) * step / 4) + " " +
+                  std::to_string(from.y + (to.y - from.y) * step / 4));
+            wait(20ms);
+        }
+        up(to);
+    }
+
+    void down(POINT at) {
+        drawnAtPress = look();
+        tell("down", at, drawnAtPress);
+        click("mousemove " + std::to_string(at.x) + " " + std::to_string(at.y) + " mousedown 1");
+        cameDown = at;
+        ++presses;
+    }
+
+    /** What the press can mean by what was drawn at both ends of it; a button that is down looks differently.
+     */
+    void up(POINT at) {
+        LABELS drawn = look();
+        tell("up", at, drawn);
+        const std::size_t button = buttonAt(at);
+        if (button < BUTTONS.size() && button == buttonAt(cameDown)) {
+            drawn[button] = drawnAtPress[button];
+            const std::string first = meaning(button, drawnAtPress);
+            if (!first.empty() && first == meaning(button, drawn)) {
+                referee.pressed(first, now());
+            }
+        }
+        click("mouseup 1");
+    }
+
+    static std::string meaning(std::size_t button, const LABELS& drawn) {
+        if (button == 0) {
+            return drawn[0] == "close" ? "halt" : drawn[0] == "start" ? "start" : "";
+        }
+        if (button == 1) {
+            return drawn[1] == "all" ? "all" : "";
+        }
+        return drawn[2] != "cancel" || drawn[0] == "runs" ? "" : "halt";
+    }
+
+    /** Of the visible frame, too. */
+    static std::size_t buttonAt(POINT at) {
+        std::size_t i = 0;
+        while (i < BUTTONS.size() && (at.x < BUTTONS[i].left - 14 || at.x > BUTTONS[i].right + 14 ||
+                                      at.y < TOP - 8 || at.y > BOTTOM + 8)) {
+            ++i;
+        }
+        return i;
+    }
+
+    LABELS look() const {
+        LABELS labels = pixels.pictures();
+        for (std::string& label : labels) {
+            const auto found = known.find(label);
+            label = found == known.end() ? "-" : found->second;
+        }
+        return labels;
+    }
+
+    void click(const std::string& words) {
+        std::fputs((words + "\n").c_str(), clicker);
+        std::fflush(clicker);
+    }
+
+    void moveStick() {
+        const fs::path stick = panel / "usb/keldra_update.tgz";
+        const fs::path pocket = panel / "pocket.tgz";
+        std::error_code ignored;
+        const bool isIn = fs::exists(stick);
+        fs::rename(isIn ? stick : pocket, isIn ? pocket : stick, ignored);
+        tell(isIn ? "stick out" : "stick in", {}, {});
+    }
+
+    /** The updater stands still, and what is pressed meanwhile queues up. */
+    void freeze(msec duration) {
+        std::vector<pid_t> stopped;
+        const std::string display = std::string("DISPLAY=") + std::getenv("DISPLAY");
+        for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+            const int process = std::atoi(entry.path().filename().c_str());
+            if (process > 0 && contentOf(entry.path() / "comm") == "K+Updater\n" &&
+                contentOf(entry.path() / "environ").find(display + '\0') != std::string::npos &&
+                kill(process, SIGSTOP) == 0) {
+                stopped.push_back(process);
+            }
+        }
+        tell("freeze", {}, {});
+        const msec end = now() + duration;
+        while (now() < end) {
+            tap(anyButton(), draw(10, 100));
+            wait(msec(draw(10, 200)));
+        }
+        for (const pid_t process : stopped) {
+            kill(process, SIGCONT);
+        }
+        tell("goes on", {}, {});
+    }
+
+    static std::string contentOf(const fs::path& path) {
+        std::ifstream file(path);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    void wait(msec duration) {
+        const msec end = now() + duration;
+        do {
+            std::this_thread::sleep_for(std::min(10ms, std::max(0ms, end - now())));
+            listen();
+        } while (now() < end);
+    }
+
+    void listen() {
+        output.clear();
+        for (std::string piece; std::getline(output, piece);) {
+            begunLine += piece;
+            if (output.eof()) {
+                return; // the rest of the line is still to come
+            }
+            std::cout << now().count() << " said: " << begunLine << '\n';
+            referee.heard(begunLine, now());
+            begunLine.clear();
+        }
+    }
+
+    void tell(const std::string& what, POINT at, const LABELS& drawn) {
+        std::cout << now().count() << ' ' << what << ' ' << at.x << ',' << at.y << ": " << drawn[0] << ' '
+                  << drawn[1] << ' ' << drawn[2] << '\n';
+    }
+
+    bool isUp() const { return kill(pid, 0) == 0; }
+    msec now() const { return std::chrono::duration_cast<msec>(std::chrono::steady_clock::now() - began); }
+
+    const fs::path panel;
+    const screen pixels;
+    const pid_t pid;
+    std::mt19937 random;
+    std::ifstream output;
+    FILE* clicker;
+    std::map<std::string, std::string> known;
+    judge referee;
+    LABELS drawnAtPress;
+    POINT cameDown{};
+    std::string begunLine;
+    unsigned presses = 0;
+    const std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("presses the buttons of a panel at random");
+    std::string panel;
+    std::string pictures;
+    pid_t sandbox = 0;
+    unsigned seed = 0;
+    app.add_option("panel", panel, "its folder")->required();
+    app.add_option("--pictures", pictures, "what the buttons look like: a picture's number and a word each");
+    app.add_option("--sandbox", sandbox, "process that ends when the panel halts");
+    app.add_option("--seed", seed);
+    CLI11_PARSE(app, argc, argv);
+    if (pictures.empty()) { // what they look like now
+        for (const std::string& picture : screen(panel).pictures()) {
+            std::cout << picture << '\n';
+        }
+        return 0;
+    }
+    return monkey(panel, pictures, sandbox, seed).run(msec(2000 + seed * 37 % 8000));
+}

@@ -1,0 +1,39 @@
+#include "startConditions.h"
+
+#include "outputRelay.h"
+#include "stopRequest.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+void openStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1) {
+            open("/", O_RDONLY); // takes the number, no more
+        }
+    }
+}
+
+/** A handler, and not SIG_IGN: the programs that are started get the default back. */
+void pass(int) {}
+
+void settleSignals() {
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    std::signal(SIGCHLD, SIG_DFL);
+    std::signal(SIGPIPE, pass);
+    std::signal(SIGHUP, pass);
+    stopRequest::installHandlers();
+}
+
+} // namespace
+
+void settleStartConditions() {
+    openStandardDescriptors();
+    settleSignals();
+    outputRelay::begin();
+}

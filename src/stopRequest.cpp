@@ -1,0 +1,41 @@
+#include "stopRequest.h"
+
+#include "gui/UpdaterWindow.h"
+#include "system/updateCore.h"
+
+#include <QEvent>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+int notes[2] = {-1, -1}; // a pipe: what a handler writes, the main thread reads
+
+void leaveNote(int) {
+    [[maybe_unused]] const ssize_t written = write(notes[1], "", 1);
+}
+
+} // namespace
+
+void stopRequest::installHandlers() {
+    if (pipe2(notes, O_CLOEXEC | O_NONBLOCK) == 0) {
+        std::signal(SIGTERM, leaveNote);
+        std::signal(SIGINT, leaveNote);
+    }
+}
+
+stopRequest::stopRequest(UpdaterWindow* window, const updateCore* core)
+    : QSocketNotifier(notes[0], Read), closed(window), csys(core) {}
+
+bool stopRequest::event(QEvent* event) {
+    if (event->type() != QEvent::SockAct) {
+        return QSocketNotifier::event(event);
+    }
+    setEnabled(false); // once is enough
+    if (csys->running) {
+        emit closed->sendCancelUpdate();
+    }
+    emit closed->haltApplication();
+    return true;
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "actions/packageFile.h"
+
+#include <cstdint>
+#include <string>
+
+/** How long the steps of a run will take, by what the package has for them. */
+namespace runForecast {
+
+/** Of a file, or of all files of a directory; 0 for one that is not there. */
+std::uint64_t bytesOf(const std::string& path);
+double secondsOfBytes(std::uint64_t bytes);
+
+/** 0 when it is known to be up to date, or the package has nothing for it. */
+double ofHostItem(const coreState::BASE_ITEM& item, bool force);
+/**
+ * Of a module, whose processor only its bootloader will tell. One that has not told its hardware revision yet
+ * is taken for the first.
+ */
+double ofModule(const coreState::BASE_ITEM& item, bool force, unsigned baud);
+
+} // namespace runForecast
