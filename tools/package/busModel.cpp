@@ -24,7 +24,7 @@ BusCost costOfImage(const std::filesystem::path& path, const Processor& processo
     hexpage image;
     if (!acceptedByPanel(path, layout, image))
         throw Failure(path.filename().string() + ": refused by the panel");
-    return BusCost::ofImage(layout, image);
+    return BusCost::ofImage(layout, image, processor.identifies);
 }
 
 } // namespace package

@@ -130,9 +130,11 @@ bool bootloadDialogue::isMarkReply(const ANSWER& answer) {
     return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
 }
 
-/** A module that has given its own name so far does not go by another one now. */
-bool bootloadDialogue::isOthers(const REPLY& reply) const {
-    return name == static_cast<std::int8_t>(talkingTo) && reply.module != NO_MODULE && reply.module != *name;
+/** A module that has given its own name so far may be another one when it goes by another name now. */
+bool bootloadDialogue::mayBeOthers(const ANSWER& answer) const {
+    const REPLY& reply = answer.reply;
+    return !answer.identification && name == static_cast<std::int8_t>(talkingTo) &&
+           reply.module != NO_MODULE && reply.module != *name;
 }
 
 /** A mark that may have been lost claims no error that the request behind it got. */
@@ -192,17 +194,20 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
         doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
     }
     const bool isOwn = own != open.end();
-    const bool isOthersOrNobodys =
-        (!isOwn && other == open.end()) || (!answer.identification && isOthers(answer.reply));
-    answersStatus = answersStatus || (!isOwn && other != open.end() && other->type == OPEN::STATUS);
+    const bool isNobodys = !isOwn && other == open.end();
+    if (other != open.end() && other->type == OPEN::STATUS) {
+        const bool isSurely = !isOwn || (prompt && other->sent == sentAt && sentAt - own->sent >= QUIET);
+        answersStatus = answersStatus || isSurely;
+    }
     if (isOwnIdentification(answer) && !repeats) { // unless it was doubled on its way
         identifiedLate = identifiedLate || plain;
         // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
-        restarted = restarted || name || isOthersOrNobodys;
+        restarted = restarted || name || isNobodys;
     }
-    if (isOthersOrNobodys) {
+    const bool isStrangers = mayBeOthers(answer);
+    if (isNobodys || isStrangers) {
         noteStranger(doubled);
-        return WHOSE::OTHER;
+        return isOwn ? WHOSE::MAYBE : WHOSE::OTHER;
     }
     const auto struck = isOwn && (!doubted || other == open.end()) ? own : other;
     if (isOwn && struck == other) { // or it is the other way round
@@ -277,7 +282,7 @@ void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
     const bool inSession = request.kind != KIND::ENTER;
     if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
         sendStatus(request.module, NOTHING_ASKED);
-    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting) {
+    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting && !keepsMarks) {
         sendMark();
     }
     sentAt = host.now();
@@ -302,11 +307,15 @@ milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) co
     return provesNothing(request) && n == 0 ? std::max(usual, ALONE[request.attempt]) : usual;
 }
 
-/** How long the request may be at work, by what it may take and what its like have taken so far. */
+/**
+ * How long the request may be at work, by what it may take and what its like have taken so far: rows and
+ * starts of page are much alike, what an erase or a write takes depends on what is erased or written.
+ */
 milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
+    const bool isAlike = request.kind == KIND::ROW || request.kind == KIND::START;
     const milliseconds known = usually[indexOf(request.kind)];
-    return known.count() == 0 ? request.work
-                              : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
+    return !isAlike || known.count() == 0 ? request.work
+                                          : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
 }
 
 /** True when the answer settles the try. */
@@ -400,6 +409,7 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     while (const auto answer = receiveBefore(limit, wait)) {
         if (isMarkReply(*answer)) {
             judge(*answer);
+            keepsMarks = answer->reply.status == OK;
             lastReply = answer->reply;
             if (!isRepeated(request.module, wait)) {
                 lastReply.reset();
@@ -440,11 +450,19 @@ void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
     lastReply = result.reply;
     if (result.certain && !name) {
         name = result.reply->module;
+    } else if (name && result.reply->module != *name) {
+        name = NO_MODULE; // it keeps to none
     }
 }
 
-/** What may be another's answer is taken in the end, unless the module is known to answer by itself. */
+/**
+ * What may be another's answer is taken in the end, unless the module is known to answer by itself. No mark
+ * can tell with a module that keeps them: there the last begin of a page or record counts like a last try.
+ */
 bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
+    if (keepsMarks && request.attempt + 1 >= TRIES) {
+        return true;
+    }
     return n + 1 >= TRIES && request.last && !answersDirectly[indexOf(request.kind)];
 }
 
@@ -454,7 +472,8 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     heard.wasAlive = wasAlive;
     sendRequest(request);
     listen(request, n, heard);
-    if (heard.maybe && heard.maybe->status == OK && !heard.own && request.proof == PROOF::MARK) {
+    if (heard.maybe && heard.maybe->status == OK && !heard.own && request.proof == PROOF::MARK &&
+        !keepsMarks) {
         clarify(request, n, heard);
     }
     result.answered = heard.alive;
@@ -475,30 +494,36 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
 }
 
 /** What was heard just now may come once more: not behind a request that it would answer. */
-void bootloadDialogue::linger() {
-    const milliseconds since = duration_cast<milliseconds>(host.now() - heardAt);
-    if (since < LINGER && (lingers < LINGERS || disturbed)) {
-        ++lingers;
-        host.pause(LINGER - since);
+void bootloadDialogue::linger(bool doubtful) {
+    const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - heardAt);
+    if (wait.count() > 0 && (spare >= wait || doubtful || disturbed)) {
+        spare -= wait;
+        host.pause(wait);
     }
 }
 
-bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request, unsigned tries, unsigned firstTry) {
+bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     RESULT result;
     ++asked;
     askedAt = host.now();
     const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
-    for (unsigned n = firstTry; n < firstTry + tries && !result.reply && !host.cancelled(); ++n) {
+    const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
+    for (unsigned n = 0; n < TRIES && !result.reply && !host.cancelled(); ++n) {
         HEARD unheard;
-        const bool isMarked = n > 0 && wantsMark && setMark(request, unheard);
+        // Some modules judge a second write anew: once, already the first is sent behind a mark.
+        const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
+        const bool isMarked = isDoubted && wantsMark && !keepsMarks && setMark(request, unheard);
+        if (isMarked && keepsMarks && isOfPage) {
+            break; // the page holds the mark now, and is begun anew
+        }
         if (wantsMark) {
-            linger();
+            linger(isDoubted);
         }
         if (request.proof != PROOF::LATER && !settle(request, n > 0)) {
             continue;
         }
         const bool answered = result.answered;
-        result = tryOnce(request, std::min(n, TRIES - 1), isMarked);
+        result = tryOnce(request, n, isMarked);
         result.answered = result.answered || answered;
     }
     if (result.reply) {
@@ -588,7 +613,8 @@ void bootloadDialogue::beginSession(std::uint8_t module) {
     plain = false;
     identifiedLate = false;
     quiet = QUIET;
-    lingers = 0;
+    spare = LONGEST_SPARE;
+    keepsMarks = false;
     fastest = milliseconds(0);
     std::fill(std::begin(slowest), std::end(slowest), milliseconds(0));
     std::fill(std::begin(usually), std::end(usually), milliseconds(0));
@@ -605,7 +631,8 @@ bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, cons
     const WHOSE whose = judge(answer);
     if (answer.identification) {
         const std::int8_t named = answer.identification->module;
-        if (!byName || named == static_cast<std::int8_t>(request.module)) {
+        const bool isLate = wasTalkedTo(named) && !answer.identification->serial;
+        if (byName ? named == static_cast<std::int8_t>(request.module) : !isLate) {
             said = *answer.identification;
             identifies = true;
             return ENTERING::IDENTIFIED;
@@ -614,11 +641,7 @@ bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, cons
         said = late ? said : *answer.identification;
         return late ? ENTERING::ALIVE : ENTERING::ANOTHER;
     }
-    if (said.module != NO_MODULE && answer.reply.module == static_cast<std::int8_t>(request.module)) {
-        identifies = true;
-        return ENTERING::IDENTIFIED; // that said something else, but goes by its own name
-    }
-    if (whose == WHOSE::OTHER || wasTalkedTo(answer.reply.module)) {
+    if (whose == WHOSE::OTHER || (wasTalkedTo(answer.reply.module) && !request.last)) {
         return ENTERING::ALIVE;
     }
     lastReply = answer.reply;
@@ -676,8 +699,11 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
     const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
     ++asked;
     host.pause(LINGER); // the module before may have answered twice
+    spare -= LINGER;
     for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
-        if ((n == 0 || disturbed) && !settle(request, true)) {
+        request.last = n + 1 == TRIES;
+        const bool isDoubted = disturbed || (request.last && state != ENTERING::SILENT);
+        if ((n == 0 || isDoubted) && !settle(request, true)) {
             continue;
         }
         sendRequest(request);
@@ -691,6 +717,7 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
         while (const auto answer = receiveBefore(limit, IDENTIFICATION_WAIT)) {
             state = std::max(state, classify(*answer, request, byName));
         }
+        spare -= IDENTIFICATION_WAIT;
     }
     const ENTRY entry = host.cancelled() ? ENTRY::NONE : ENTERINGS[static_cast<std::size_t>(state)].result;
     plain = entry == ENTRY::PLAIN;

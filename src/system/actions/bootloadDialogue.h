@@ -81,10 +81,10 @@ public:
     bool hasIdentifiedLate() const { return identifiedLate; }
 
     /**
-     * Sends a request until it is answered for its row, at most `tries` times, the later ones waiting longer.
-     * `firstTry` counts tries that the caller made before.
+     * Sends a request until it is answered for its row, at most 4 times, the later ones waiting longer. It
+     * has no reply, too, when a module that keeps rows out of their order has one in its page or record now.
      */
-    RESULT ask(const REQUEST& request, unsigned tries = bootloadTiming::TRIES, unsigned firstTry = 0);
+    RESULT ask(const REQUEST& request);
 
 private:
     using clock = bootloadHost::clock;
@@ -133,7 +133,7 @@ private:
     bool isPrompt(clock::time_point sent, milliseconds work = milliseconds(0)) const;
     static bool isMarkReply(const ANSWER& answer);
     bool expectsMarkReply(const OPEN& entry) const;
-    bool isOthers(const REPLY& reply) const;
+    bool mayBeOthers(const ANSWER& answer) const;
     bool isOwnIdentification(const ANSWER& answer) const;
     void noteStranger(bool doubled);
     void forgetLate();
@@ -153,7 +153,7 @@ private:
     bool provesNothing(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
-    void linger();
+    void linger(bool doubtful);
     RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
     bool isLastTry(const REQUEST& request, unsigned n) const;
     void learnTime(KIND kind);
@@ -192,8 +192,9 @@ private:
     bool plain = false; ///< it is taken for an old one
     bool identifiedLate = false;
     milliseconds quiet{bootloadTiming::QUIET}; ///< that a disturbed line must keep
-    unsigned lingers = 0;
-    milliseconds fastest{0}; ///< of all answers; 0 before the first
+    milliseconds spare{0};                     ///< that the session may still take longer without need
+    bool keepsMarks = false;                   ///< the module took a mark for a row
+    milliseconds fastest{0};                   ///< of all answers; 0 before the first
     milliseconds slowest[bootloadTiming::KINDS] = {};
     milliseconds usually[bootloadTiming::KINDS] =
         {}; ///< the slowest lately: forgotten by an eighth each time

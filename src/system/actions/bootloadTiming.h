@@ -66,15 +66,15 @@ constexpr milliseconds BETTER_ANSWER[TRIES] = {milliseconds(80), milliseconds(32
                                                milliseconds(1000)};
 
 // What may still come on the line.
-constexpr milliseconds LATEST{500};          // a reply is at most this late, or lost
-constexpr milliseconds LATEST_ENTRY{2000};   // so is the answer to "enter your bootloader"
-constexpr milliseconds ECHO{20};             // the same answer again within this was doubled on its way
-constexpr milliseconds QUIET{100};           // what a disturbed line must be silent for
-constexpr milliseconds LONGEST_SETTLE{2000}; // for a line that never falls quiet
-constexpr milliseconds KEEP_ALIVE{200};      // a session may end when it hears nothing for longer
-constexpr milliseconds MARK_WAIT{250};       // for the answer to a mark, as a row takes it
-constexpr milliseconds LINGER{10};           // for a doubled reply, before a request that it would confirm
-constexpr unsigned LINGERS = 8;              // of a session, so that a quiet line loses no time to speak of
+constexpr milliseconds LATEST{500};             // a reply is at most this late, or lost
+constexpr milliseconds LATEST_ENTRY{2000};      // so is the answer to "enter your bootloader"
+constexpr milliseconds ECHO{20};                // the same answer again within this was doubled on its way
+constexpr milliseconds QUIET{100};              // what a disturbed line must be silent for
+constexpr milliseconds LONGEST_SETTLE{2000};    // for a line that never falls quiet
+constexpr milliseconds KEEP_ALIVE{200};         // a session may end when it hears nothing for longer
+constexpr milliseconds MARK_WAIT{250};          // for the answer to a mark, as a row takes it
+constexpr milliseconds LINGER{10};              // for a doubled reply, before a request that it would confirm
+constexpr milliseconds LONGEST_SPARE{100};      // all that a quiet line loses to such pauses in a session
 constexpr milliseconds IDENTIFICATION_WAIT{70}; // behind an old bootloader's plain answer
 
 } // namespace bootloadTiming

@@ -48,8 +48,8 @@ void busCost::afterAbsentModule() {
 
 /** Before a request whose reply looks like the one before it. */
 void busCost::linger() {
-    if (lingers < LINGERS) {
-        ++lingers;
+    if (spare >= LINGER) {
+        spare -= LINGER;
         wait(LINGER);
     }
 }
@@ -136,8 +136,9 @@ busCost busCost::ofRecords(hexrecords& image) {
     return cost;
 }
 
-busCost busCost::ofImage(const flashLayouts::LAYOUT& layout, hexpage& image) {
+busCost busCost::ofImage(const flashLayouts::LAYOUT& layout, hexpage& image, bool identifies) {
     busCost cost;
+    cost.spare -= identifies ? milliseconds(0) : IDENTIFICATION_WAIT;
     if (layout.eraseAllFirst) {
         cost.eraseAll();
     }

@@ -25,8 +25,8 @@ public:
     void eraseBlocks(bool wideAddress);
     void eraseAll();
 
-    /** Programming a whole image. Both begin the walk over it anew. */
-    static busCost ofImage(const flashLayouts::LAYOUT& layout, hexpage& image);
+    /** Programming a whole image, `identifies` as above. Both begin the walk over it anew. */
+    static busCost ofImage(const flashLayouts::LAYOUT& layout, hexpage& image, bool identifies = true);
     static busCost ofRecords(hexrecords& image);
 
     busCost& operator+=(const busCost& other);
@@ -49,7 +49,8 @@ private:
 
     std::uint64_t wireBytes = 0;
     std::uint32_t requests = 0;
-    unsigned lingers = 0; ///< of a session: not added up
-    bool rested = false;  ///< the last request has a pause behind it
+    bootloadTiming::milliseconds spare =
+        bootloadTiming::LONGEST_SPARE - bootloadTiming::LINGER; ///< of a session: not added up
+    bool rested = false;                                        ///< the last request has a pause behind it
     bootloadTiming::milliseconds pauses{0};
 };

@@ -113,7 +113,6 @@ int imageProgrammer::sendRow(std::uint32_t row, const BYTES& data, PROOF proof) 
             std::printf("No response\n");
         }
     };
-    lastRow = row;
     const RESULT result = dialogue.ask(rowRequest);
     wasAnswered = result.answered;
     return result.reply ? result.reply->status : result.answered ? MISSEDPACKET : -1;
@@ -163,6 +162,7 @@ bool imageProgrammer::programImage(const LAYOUT& layout, hexpage& image, bool st
     const std::uint32_t toProgram = pagesWithData(image);
     std::uint32_t programmed = 0;
     std::uint32_t index = 0;
+    bool asked = false;
     bool written = false;
     hexpage::MEMORY_PAGE* page = image.getNextPage();
     while (page != nullptr) {
@@ -180,13 +180,14 @@ bool imageProgrammer::programImage(const LAYOUT& layout, hexpage& image, bool st
             if (result == PAGE_RESULT::RETRY) {
                 return false;
             }
+            asked = true;
             written = written || result == PAGE_RESULT::DONE;
             host.progress(++programmed, toProgram);
         }
         page = image.getNextPage();
         ++index;
     }
-    if (!written) {
+    if (asked && !written) {
         log("Nothing written: the module ignored every page", logger::LOG_WARNING);
     }
     return true;

@@ -76,9 +76,8 @@ private:
     std::string logPrefix;
     std::uint8_t module = 0;
     bool wideAddress = false;
-    std::uint32_t lastRow = 0; ///< last row sent of the open page
-    unsigned attempt = LONE;   ///< how often the page or record at hand was begun before
-    bool wasAnswered = false;  ///< the last request
+    unsigned attempt = LONE;  ///< how often the page or record at hand was begun before
+    bool wasAnswered = false; ///< the last request
 
     /** Of a request that is part of no page: it waits like the first, and is the last. */
     static constexpr unsigned LONE = bootloadTiming::TRIES;
