@@ -89,9 +89,10 @@ TEST_F(runProgressTest, WhatOneTakesIsNotLeftForTheOthersOfItsFamily) {
     EXPECT_EQ(textAt(0), "a · is asked · about 4:00 min left in all");
     progress.write(KIND::PAGES, 10, 20, at(0));
     EXPECT_EQ(textAt(0), "a · page 0 of 10 · 0:20 · about 4:00 min left in all");
-    progress.check("b", at(0));
-    progress.write(KIND::PAGES, 10, 120, at(0));
-    EXPECT_EQ(textAt(0), "b · page 0 of 10 · 2:00 · about 3:40 min left in all");
+    progress.reached(10, 10, at(20));
+    progress.check("b", at(20));
+    progress.write(KIND::PAGES, 10, 120, at(20));
+    EXPECT_EQ(textAt(20), "b · page 0 of 10 · 2:00 · about 3:40 min left in all");
 }
 
 TEST_F(runProgressTest, CountsTheBytesThatWereReadOfTheFileAtHand) {
