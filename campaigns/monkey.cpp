@@ -16,6 +16,7 @@
 #include <iterator>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -372,9 +373,12 @@ private:
         tell("goes on", {}, {});
     }
 
+    /** Nothing of a process that has just ended. */
     static std::string contentOf(const fs::path& path) {
         std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
+        std::ostringstream content;
+        content << file.rdbuf();
+        return content.str();
     }
 
     void wait(msec duration) {

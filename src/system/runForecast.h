@@ -16,8 +16,8 @@ double secondsOfBytes(std::uint64_t bytes);
 double ofHostItem(const coreState::BASE_ITEM& item, bool force);
 /**
  * Of a module, whose processor only its bootloader will tell. One that has not told its hardware revision yet
- * is taken for the first.
+ * is expected to take the first image; where several share the images, the mean of them.
  */
-double ofModule(const coreState::BASE_ITEM& item, bool force, unsigned baud);
+double ofModule(const coreState::BASE_ITEM& item, bool isOneOfSeveral, bool force, unsigned baud);
 
 } // namespace runForecast

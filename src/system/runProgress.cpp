@@ -70,8 +70,22 @@ void runProgress::check(const std::string& name, clock::time_point now) {
     steps.erase(steps.begin(), next == steps.end() ? steps.begin() : next + 1);
 }
 
+/** What the step at hand takes more or less than expected, the others of its family take less or more. */
+void runProgress::leaveToFamily(double seconds) {
+    const auto isRelated = [this](const STEP& step) {
+        return !step.family.empty() && step.family == current.family && step.seconds > 0;
+    };
+    const auto others = static_cast<double>(std::count_if(steps.begin(), steps.end(), isRelated));
+    for (STEP& step : steps) {
+        if (isRelated(step)) {
+            step.seconds = std::max(step.seconds / 2, step.seconds + (current.seconds - seconds) / others);
+        }
+    }
+}
+
 void runProgress::write(KIND kind, std::uint64_t units, double seconds, clock::time_point now) {
     const std::lock_guard lock(guard);
+    leaveToFamily(seconds);
     current.kind = kind;
     current.seconds = seconds;
     writing = true;

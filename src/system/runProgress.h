@@ -19,6 +19,8 @@ public:
         std::string name;
         KIND kind;
         double seconds; ///< that it is expected to take; 0 when there is nothing to do
+        /** Of steps of which each takes another of the same images, and which one is not known before. */
+        std::string family = {};
     };
     struct STATE {
         std::string text; ///< one line for the operator; empty when no run goes on
@@ -52,6 +54,7 @@ private:
     PACE& paceOf(KIND kind) { return kind == KIND::BYTES ? files : modules; }
     double fraction() const;
     void settle();
+    void leaveToFamily(double seconds);
     double secondsLeftOfStep(clock::time_point now);
     double secondsLeft(double ofStep, clock::time_point now);
     std::string unitsText() const;

@@ -135,6 +135,8 @@ void updateCore::awaitEnd() {
         loop.exec(); // ends early when the application does
     }
     endWorker(*this);
+    QCoreApplication::sendPostedEvents(nullptr,
+                                       QEvent::MetaCall); // of a run that ended before the loop began
 }
 
 void updateCore::gotStatusMessage(QString msg) {

@@ -48,8 +48,14 @@ std::vector<runProgress::STEP> updateCore::forecast() {
     const auto addFiles = [&](const char* name, const BASE_ITEM& item) {
         steps.push_back({name, runProgress::KIND::BYTES, runForecast::ofHostItem(item, forceUpdate)});
     };
-    const auto addModule = [&](const char* name, const BASE_ITEM& item) {
-        steps.push_back({name, runProgress::KIND::PAGES, runForecast::ofModule(item, forceUpdate, uartBaud)});
+    const auto addModule = [&](const modules::ROW& row, const BASE_ITEM& item) {
+        const auto sharesImages = [&row](const modules::ROW& other) {
+            return &other != &row && std::string_view(other.item) == row.item;
+        };
+        const bool isOneOfSeveral = std::ranges::any_of(modules::VISITED, sharesImages);
+        steps.push_back({row.shown, runProgress::KIND::PAGES,
+                         runForecast::ofModule(item, isOneOfSeveral, forceUpdate, uartBaud),
+                         isOneOfSeveral && !item.isAccurate ? row.item : ""});
     };
     if (!resumeUpdate) {
         addFiles("Updater", core.updater);
@@ -58,7 +64,7 @@ std::vector<runProgress::STEP> updateCore::forecast() {
     addFiles("Drivers", core.drivers);
     addFiles("GUI", core.gui);
     for (const modules::ROW& row : modules::VISITED) {
-        addModule(row.shown, module(row).base);
+        addModule(row, module(row).base);
     }
     return steps;
 }

@@ -179,6 +179,19 @@ TEST_F(UpdaterWindowTest, ACancelledRunGivesOneVerdictAndNoErrors) {
     EXPECT_EQ(log(), "Starting Update...\nSwitching System to Bootload Mode...\nCanceled\nUpdate Failed!");
     EXPECT_FALSE(holds(logged(), "Could not switch system to update mode"));
 
+    QObject::disconnect(window.get(), SIGNAL(sendCancelUpdate()), nullptr, nullptr);
+    QObject::connect(window.get(), &UpdaterWindow::sendCancelUpdate, core.get(), [this] {
+        while (core->isRunning()) { // it fails by itself before the core comes to wait for its end
+            QThread::msleep(1);
+        }
+        core->cancelUpdate();
+    });
+    press("Start");
+    press("Cancel");
+    QTest::qWait(SURELY_MS);
+    EXPECT_EQ(log(), "Starting Update...\nSwitching System to Bootload Mode...\n"
+                     "Could not switch system to update mode\nCanceled\nUpdate Failed!");
+
     bus.autoAnswer(Bus::noModules); // and one that is at its end, which the window does not know yet
     press("Start");
     while (core->isRunning()) {

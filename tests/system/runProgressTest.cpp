@@ -80,6 +80,21 @@ TEST_F(runProgressTest, LearnsFromWhatWasMeasuredAndNeverRaisesTheTimeMuch) {
     }
 }
 
+TEST_F(runProgressTest, WhatOneTakesIsNotLeftForTheOthersOfItsFamily) {
+    progress.start({{"a", KIND::PAGES, 60, "f"},
+                    {"b", KIND::PAGES, 60, "f"},
+                    {"c", KIND::PAGES, 60, "f"},
+                    {"d", KIND::PAGES, 60}});
+    progress.check("a", at(0));
+    EXPECT_EQ(textAt(0), "a · is asked · about 4:00 min left in all");
+    progress.write(KIND::PAGES, 10, 20, at(0));
+    EXPECT_EQ(textAt(0), "a · page 0 of 10 · 0:20 · about 4:00 min left in all");
+    progress.reached(10, 10, at(20));
+    progress.check("b", at(20));
+    progress.write(KIND::PAGES, 10, 120, at(20));
+    EXPECT_EQ(textAt(20), "b · page 0 of 10 · 2:00 · about 3:40 min left in all");
+}
+
 TEST_F(runProgressTest, CountsTheBytesThatWereReadOfTheFileAtHand) {
     put("/tmp/half.read", std::string(2'000'000, 'x'));
     progress.start({{"GUI", KIND::BYTES, 1}});
