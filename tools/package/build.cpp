@@ -90,10 +90,14 @@ private:
 } // namespace
 
 bool buildPackage(const BuildOptions& options, Findings& findings) {
-    if (!fs::exists(options.source / DESCRIPTION))
-        throw Failure((options.source / DESCRIPTION).string() + ": no such file");
+    const bool isNamed = options.source.filename() == DESCRIPTION && !fs::is_directory(options.source);
+    const fs::path description = isNamed ? options.source : options.source / DESCRIPTION;
+    if (!fs::exists(description))
+        throw Failure(description.string() + ": no such file; keldra-package init makes an example of one");
     const Package package(options.source, findings);
-    checkContents(package, {}, findings);
+    if (findings.errors() != 0)
+        return false; // a description that can't be followed: not even when forced
+    checkContents(package, options.rules, findings);
     if (findings.errors() != 0 && !options.force)
         return false;
 

@@ -1,12 +1,14 @@
 // The checks of what a package brings: names, versions, files.
 #include "package.h"
 
-#include "executable.h"
+#include "fileType.h"
 #include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
 #include "lib/format.h"
+#include "suggest.h"
 #include "system/busProtocol.h"
+#include "systemFiles.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -31,11 +33,12 @@ bool isModuleVersion(const std::string& version) {
 
 class ContentCheck {
 public:
-    ContentCheck(const Package& package, const ProcessorChoice& choice, Findings& findings)
-        : package_(package), choice_(choice), findings_(findings) {}
+    ContentCheck(const Package& package, const Rules& rules, Findings& findings)
+        : package_(package), rules_(rules), findings_(findings) {}
 
     void checkItem(const Item& item);
     void unnamed();
+    void size();
 
 private:
     bool checkName(const Item& item, const Entry& entry);
@@ -53,7 +56,7 @@ private:
     }
 
     const Package& package_;
-    const ProcessorChoice& choice_;
+    const Rules& rules_;
     Findings& findings_;
     std::set<std::string> checked_; // firmware, with its processor
     std::vector<fs::path> walked_;  // the directories that the one being checked lies in, and itself
@@ -127,6 +130,9 @@ void ContentCheck::checkUpdater(const Entry& entry) {
     if (isTree ? !fs::is_regular_file(path / UPDATER_NAME, broken) : entry.file != UPDATER_NAME)
         findings_.add(kinds::updaterName, entry.filePlace,
                       "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
+    const std::string program = isTree ? entry.file + "/" + UPDATER_NAME : entry.file;
+    if (fs::is_regular_file(package_.root() / program, broken) && isReadable(package_.root() / program))
+        checkUpdaterFile(package_.root() / program, program, findings_);
 }
 
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
@@ -142,13 +148,15 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
             findings_.add(kinds::fileEmpty, {entry.file}, "the directory is empty");
         checkTree(path);
     } else if (!fs::is_regular_file(path)) {
-        findings_.add(kinds::fileKind, entry.filePlace, "\"" + entry.file + "\" is no regular file");
+        findings_.add(kinds::fileKind, entry.filePlace, "\"" + entry.file + "\" is " + natureOf(path).name);
     } else if (fs::file_size(path) == 0) {
         findings_.add(kinds::fileEmpty, {entry.file}, "the file is empty");
     } else if (takesTree) {
         checkProgram(path);
     } else if (item.kind->content == Content::Firmware) {
         checkFirmware(item, entry, revision);
+    } else if (item.kind->content == Content::Image && !rules_.anyKernel) {
+        checkKernelFile(path, entry.file, rules_.machine, findings_);
     }
     if (item.kind->name == std::string("updater") && revision == 0 && fs::exists(path, broken))
         checkUpdater(entry);
@@ -157,9 +165,10 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
 void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size_t revision) {
     const Processor* processor = findProcessor(entry.processor);
     if (processor == nullptr && !entry.processor.empty())
-        findings_.add(kinds::processorUnknown, entry.filePlace, "\"" + entry.processor + "\"");
-    const auto chosen = choice_.find(item.kind->name);
-    if (chosen != choice_.end() && revision < chosen->second.size())
+        findings_.add(kinds::processorUnknown, entry.filePlace,
+                      "\"" + entry.processor + "\"" + suggest(entry.processor, processorNames()));
+    const auto chosen = rules_.processors.find(item.kind->name);
+    if (chosen != rules_.processors.end() && revision < chosen->second.size())
         processor = chosen->second[revision];
     const std::string key =
         entry.file + " " + (processor != nullptr ? processor->name : "") + " " + item.kind->name;
@@ -216,10 +225,11 @@ bool ContentCheck::checkLink(const fs::path& link) {
 
 // Building sets the bits for all when the owner has his.
 void ContentCheck::checkProgram(const fs::path& file) {
+    checkProgramFile(file, nameOf(file), rules_.machine, findings_);
     const fs::perms all = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
     const fs::perms executable = package_.isDescribed() ? fs::perms::owner_exec : all;
     if ((fs::status(file).permissions() & executable) != executable &&
-        (file.filename() == UPDATER_NAME || isProgram(file)))
+        (file.filename() == UPDATER_NAME || isProgramFile(file)))
         findings_.add(kinds::notExecutable, {nameOf(file)}, "a program without its executable bits");
 }
 
@@ -240,12 +250,28 @@ void ContentCheck::unnamed() {
     }
 }
 
+// What is unpacked lies on the card beside the archive.
+void ContentCheck::size() {
+    constexpr std::uint64_t LARGE = 512'000'000;
+    std::uint64_t unpacked = 0;
+    for (const Item& item : package_.items()) {
+        for (const Entry& entry : item.entries)
+            unpacked += isPlainName(entry.file) ? sizeOf(package_.pathOf(entry.file)) : 0;
+    }
+    const std::uint64_t needed = unpacked + package_.packedSize();
+    if (needed >= (rules_.cardSize != 0 ? rules_.cardSize : LARGE))
+        findings_.add(kinds::cardSize, {},
+                      shownSize(needed) + " on the card" +
+                          (rules_.cardSize != 0 ? ", which holds " + shownSize(rules_.cardSize) : ""));
+}
+
 } // namespace
 
-void checkContents(const Package& package, const ProcessorChoice& choice, Findings& findings) {
-    ContentCheck check(package, choice, findings);
+void checkContents(const Package& package, const Rules& rules, Findings& findings) {
+    ContentCheck check(package, rules, findings);
     for (const Item& item : package.items())
         check.checkItem(item);
+    check.size();
     if (!package.isDescribed() && !package.items().empty())
         check.unnamed();
 }

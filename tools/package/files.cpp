@@ -1,5 +1,7 @@
 #include "files.h"
 
+#include "lib/format.h"
+
 #include <cerrno>
 #include <cryptopp/gzip.h>
 #include <csignal>
@@ -51,6 +53,29 @@ void requireFile(const fs::path& path) {
         throw Failure(path.string() + ": no regular file");
     if (!isReadable(path))
         throw Failure(path.string() + ": can't be read");
+}
+
+std::uint64_t sizeOf(const fs::path& path) {
+    std::error_code broken; // a link, say
+    if (!fs::is_directory(path, broken)) {
+        const std::uint64_t size = fs::is_regular_file(path, broken) ? fs::file_size(path, broken) : 0;
+        return broken ? 0 : size;
+    }
+    std::uint64_t size = 0;
+    const auto skipping = fs::directory_options::skip_permission_denied;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path, skipping, broken))
+        size += entry.is_regular_file(broken) ? entry.file_size(broken) : 0;
+    return size;
+}
+
+std::string shownSize(std::uint64_t bytes) {
+    constexpr const char* UNITS[] = {"bytes", "kB", "MB", "GB"};
+    double size = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; size >= 1000 && unit + 1 < std::size(UNITS); ++unit)
+        size /= 1000;
+    return unit == 0 ? format("%llu bytes", static_cast<unsigned long long>(bytes))
+                     : format("%.1f %s", size, UNITS[unit]);
 }
 
 std::string readFile(const fs::path& path) {

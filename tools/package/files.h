@@ -18,6 +18,10 @@ bool isReadable(const std::filesystem::path& path); // a directory: its names an
 // Throws Failure for anything that reading would not end of.
 void requireFile(const std::filesystem::path& path);
 
+// Of a file, or of all in a directory; of what can't be read, 0.
+std::uint64_t sizeOf(const std::filesystem::path& path);
+std::string shownSize(std::uint64_t bytes); // "1.5 MB"
+
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
 

@@ -1,11 +1,14 @@
 #include "finding.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <utility>
 
 namespace package {
 
 void Findings::add(const Kind& kind, Place place, std::string text) {
+    if (!base_.empty())
+        place.file = (std::filesystem::path(base_) / place.file).string();
     findings_.push_back({&kind, std::move(place), std::move(text)});
 }
 

@@ -32,6 +32,8 @@ struct Finding {
 
 class Findings {
 public:
+    // What the names of places are below from then on, so that an editor finds them.
+    void setBase(const std::string& base) { base_ = base; }
     void add(const Kind& kind, Place place, std::string text);
 
     const std::vector<Finding>& all() const { return findings_; }
@@ -39,6 +41,7 @@ public:
     std::size_t warnings() const { return findings_.size() - errors(); }
 
 private:
+    std::string base_;
     std::vector<Finding> findings_;
 };
 

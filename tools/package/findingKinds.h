@@ -123,6 +123,23 @@ inline constexpr Kind notExecutable{"not-executable", Error, "installs a program
 inline constexpr Kind updaterName{
     "updater-name", Error, "installs it elsewhere and starts the old program, with the new version recorded",
     "name the program K+Updater, at the top of the package or of the directory that is named"};
+inline constexpr Kind wrongMachine{"wrong-machine", Error,
+                                   "installs it all the same, and can't start it from then on",
+                                   "take the build for the panel's processor, or name another with --arch"};
+inline constexpr Kind noProgram{"no-program", Error,
+                                "installs it in the place of the only program that could repair the panel",
+                                "name the updater's program"};
+inline constexpr Kind scriptForm{"script-form", Error, "installs a script that can't be started",
+                                 "let it begin with a line as #!/bin/sh, without a carriage return"};
+inline constexpr Kind kernelForm{"kernel-form", Error,
+                                 "writes it to the boot partition as it is, and starts no more",
+                                 "name a whole uImage, zImage or Image; --kernel any takes anything"};
+inline constexpr Kind cardSize{"card-size", Warning,
+                               "keeps archive and files on its card at once, and fails when that is full",
+                               "leave out what is not needed; --card-size says how much the card holds"};
+inline constexpr Kind archiveBomb{"archive-bomb", Error,
+                                  "unpacks it until its card is full: \"Internal Error\"",
+                                  "look for a file that holds next to nothing, such as a disk image"};
 inline constexpr Kind fileUnnamed{"file-unnamed", Warning, "unpacks it and does nothing with it",
                                   "name it in the manifest or leave it out"};
 
@@ -131,6 +148,11 @@ inline constexpr Kind hexGarbage{
     "hex-garbage", Error,
     "skips the line; a damaged record it refuses with strict_images = 1, else it warns and reads other bytes",
     "write the image again with the linker; don't edit it"};
+inline constexpr Kind hexFormat{"hex-format", Error,
+                                "finds no record in it: \"Bad HEX file\" with strict_images = 1, else "
+                                "programs nothing and counts it as done",
+                                "name an Intel HEX image; ELF and S-records go into package.json, or "
+                                "through keldra-package convert"};
 inline constexpr Kind hexCount{"hex-count", Error,
                                "refuses it with strict_images = 1; else warns and trusts the count: "
                                "programs the checksum as data or drops bytes",

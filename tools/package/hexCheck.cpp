@@ -1,5 +1,6 @@
 #include "hexCheck.h"
 
+#include "fileType.h"
 #include "findingKinds.h"
 #include "lib/format.h"
 
@@ -185,6 +186,11 @@ const Processor& guessProcessor(const HexFile& file) {
 
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
               bool serial, Findings& findings) {
+    const FileNature nature = natureOf(path);
+    if (nature.type != FileType::IntelHex && nature.type != FileType::Empty) {
+        findings.add(kinds::hexFormat, {name}, "it is " + nature.name + ", no Intel HEX");
+        return;
+    }
     const std::size_t before = findings.all().size();
     const HexFile file(path, name, findings);
     if (file.records().empty()) {

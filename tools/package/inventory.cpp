@@ -3,6 +3,7 @@
 #include "files.h"
 #include "json.h"
 #include "lib/format.h"
+#include "suggest.h"
 #include "system/busProtocol.h"
 #include "system/modules.h"
 
@@ -47,7 +48,8 @@ void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value
     if (key.text == "kind") {
         module.processor = findProcessor(value.text);
         if (module.processor == nullptr)
-            file.fail(value.position, "\"" + value.text + "\" is no kind of processor");
+            file.fail(value.position, "\"" + value.text + "\" is no kind of processor" +
+                                          suggest(value.text, processorNames()));
     } else if (key.text == "link") {
         if (value.text != "can" && value.text != "serial")
             file.fail(value.position, "a link is \"can\" or \"serial\"");
@@ -62,8 +64,16 @@ void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value
             file.fail(value.position, "the value of \"lost\" is neither true nor false");
         module.silent = value.text == "true";
     } else {
-        file.fail(key.position, "\"" + key.text + "\" is none of kind, link, hw, version and lost");
+        file.fail(key.position, "\"" + key.text + "\" is none of kind, link, hw, version and lost" +
+                                    suggest(key.text, {"kind", "link", "hw", "version", "lost"}));
     }
+}
+
+std::vector<std::string> moduleNames() {
+    std::vector<std::string> names;
+    for (const modules::ROW& row : modules::VISITED)
+        names.push_back(row.name);
+    return names;
 }
 
 std::map<std::string, Module> readModules(const std::filesystem::path& path) {
@@ -73,7 +83,7 @@ std::map<std::string, Module> readModules(const std::filesystem::path& path) {
         const std::string& name = key.text;
         const modules::ROW* known = modules::find(name);
         if (known == nullptr)
-            file.fail(key.position, "there is no module \"" + name + "\"");
+            file.fail(key.position, "there is no module \"" + name + "\"" + suggest(name, moduleNames()));
         if (!body.isObject())
             file.fail(body.position, "\"" + name + "\" is no object");
         Module& module = modules[name];

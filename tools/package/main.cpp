@@ -1,4 +1,5 @@
 #include "build.h"
+#include "fileType.h"
 #include "hexCheck.h"
 #include "lib/format.h"
 #include "options.h"
@@ -6,9 +7,11 @@
 #include "report.h"
 #include "show.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <unistd.h>
@@ -17,7 +20,11 @@ namespace {
 
 using namespace package;
 
-enum Status { FINE = 0, WARNINGS = 1, ERRORS = 2 };
+// The command line asks for what there is not.
+class Misuse : public Failure {
+public:
+    using Failure::Failure;
+};
 
 void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
@@ -29,66 +36,87 @@ void requireUse(const ProcessorChoice& choice, const Package& package) {
         const Item* item = findItem(package.items(), name);
         const std::size_t files = item != nullptr ? item->entries.size() : 0;
         if (kinds.size() > files)
-            throw Failure(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
-                                 name.c_str()));
+            throw Misuse(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
+                                name.c_str()));
     }
 }
 
-int build(const Options& options) {
+Status build(const Options& options) {
     Findings findings;
-    const bool built = buildPackage(options.build, findings);
+    const bool built = buildPackage({options.path, options.output, options.force, options.rules}, findings);
     if (!findings.all().empty())
         print(findingsText(findings));
-    if (!built)
-        throw Failure("nothing was built (--force builds all the same)");
-    print("built " + (options.build.target / ARCHIVE).string() + "\n");
-    return FINE;
+    if (!built) {
+        std::fputs("keldra-package: nothing was built (--force builds what only the checks refuse)\n",
+                   stderr);
+        return Status::Bad;
+    }
+    print("built " + (options.output / ARCHIVE).string() + "\n");
+    return Status::Fine;
 }
 
-int check(const Options& options) {
+Status verdict(const Findings& findings, bool strict) {
+    return findings.errors() != 0 || (strict && findings.warnings() != 0) ? Status::Bad : Status::Fine;
+}
+
+std::string checkImage(const Options& options, Findings& findings) {
+    const std::string name = options.path.lexically_normal().string();
+    const Processor* processor = options.processor;
+    if (processor == nullptr && natureOf(options.path).type == FileType::IntelHex) {
+        Findings ignored;
+        processor = &guessProcessor(HexFile(options.path, name, ignored));
+    }
+    const bool serial = options.serial || (processor != nullptr && !processor->onCan);
+    checkHex(options.path, name, processor, serial, findings);
+    if (processor == nullptr || options.processor != nullptr)
+        return "";
+    return name + ": judged for " + processor->name + (serial ? " on the serial line" : "") +
+           ", the most likely processor (--processor names another)\n";
+}
+
+Status check(const Options& options) {
     Findings findings;
+    std::string assumed;
     std::unique_ptr<Package> package;
     if (options.isImage) {
-        const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
-        checkHex(options.path, options.path.filename().string(), options.processor, serial, findings);
+        assumed = checkImage(options, findings);
     } else {
         package = std::make_unique<Package>(options.path, findings);
-        checkContents(*package, options.choice, findings);
+        checkContents(*package, options.rules, findings);
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
     }
-    print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
-    if (findings.errors() != 0)
-        return ERRORS;
-    if (package)
-        requireUse(options.choice, *package);
-    return options.strict && findings.warnings() != 0 ? WARNINGS : FINE;
+    print(options.json ? findingsJson(findings, options.path.string()) : assumed + findingsText(findings));
+    if (findings.errors() == 0 && package)
+        requireUse(options.rules.processors, *package);
+    return verdict(findings, options.strict);
 }
 
-int plan(const Options& options) {
+Status plan(const Options& options) {
     Findings findings;
     const Package package(options.path, findings);
     if (findings.errors() != 0) { // it is refused as a whole, or read in ways that are not followed here
         print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
-        throw Failure("no plan for a package with such errors");
+        std::fputs("keldra-package: no plan for a package with such errors\n", stderr);
+        return Status::Bad;
     }
     if (package.items().empty())
         throw Failure(options.path.string() + ": nothing in it to plan with (keldra-package check says why)");
     const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force);
     print(options.json ? planJson(plan, options.baud) : planText(plan, options.baud));
     return plan.steps.back().decision == Decision::NotReached || plan.steps.back().decision == Decision::Fails
-               ? ERRORS
-               : FINE;
+               ? Status::Bad
+               : Status::Fine;
 }
 
-int show(const Options& options) {
+Status show(const Options& options) {
     const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
     const bool colours = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
     print(drawImage(options.path, options.processor, serial, colours));
-    return FINE;
+    return Status::Fine;
 }
 
-int run(const Options& options) {
+Status run(const Options& options) {
     switch (options.command) {
     case Command::Build:
         return build(options);
@@ -99,29 +127,32 @@ int run(const Options& options) {
     case Command::Show:
         return show(options);
     }
-    return ERRORS;
+    return Status::Failed;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "C.UTF-8"); // for names in archives that say them in it
-    int status = FINE;
+    Status status = Status::Fine;
     const auto options = parseOptions(argc, argv, status);
     if (!options)
-        return status;
+        return static_cast<int>(status);
     try {
         watchInterrupts();
         status = run(*options);
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw Failure("the output can't be written");
-        return status;
+            throw Failure(std::string("the output can't be written: ") + std::strerror(errno));
     } catch (const std::filesystem::filesystem_error& error) {
         std::fprintf(stderr, "keldra-package: %s: %s\n", error.path1().c_str(),
                      error.code().message().c_str());
-        return ERRORS;
+        status = Status::Failed;
+    } catch (const Misuse& error) {
+        std::fprintf(stderr, "keldra-package: %s\n", error.what());
+        status = Status::Misuse;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "keldra-package: %s\n", error.what());
-        return ERRORS;
+        status = Status::Failed;
     }
+    return static_cast<int>(status);
 }

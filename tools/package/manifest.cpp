@@ -2,6 +2,7 @@
 
 #include "findingKinds.h"
 #include "json.h"
+#include "suggest.h"
 #include "system/packageRules.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ public:
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
             report(holdsInner(body) ? kinds::itemNested : kinds::itemUnknown, key,
-                   "there is no item \"" + key.text + "\"");
+                   "there is no item \"" + key.text + "\"" + suggest(key.text, itemNames()));
             return nullptr;
         }
         const auto known =
@@ -139,9 +140,12 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                                                         : nullptr;
         if (target == nullptr) {
             reader.report(kinds::keyUnknown, key,
-                          "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"");
+                          "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"" +
+                              suggest(key.text, {"file", "version", "processor"}));
             continue;
         }
+        if (value.find(key.text) != &field)
+            reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
         if (!field.isText()) {
             reader.report(kinds::valueNotText, field, "\"" + key.text + "\" is not a text");
             return;

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "fileType.h"
+#include "suggest.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
@@ -8,8 +10,6 @@
 namespace package {
 
 namespace {
-
-constexpr int USAGE_ERROR = 2;
 
 constexpr const char* BUILD_EXAMPLE = R"(Example:
   keldra-package build release -o /media/stick
@@ -31,18 +31,23 @@ constexpr const char* SHOW_EXAMPLE = R"(Example:
 const Processor* processorNamed(const std::string& name) {
     const Processor* found = findProcessor(name);
     if (found == nullptr)
-        throw CLI::ValidationError("--processor", "\"" + name + "\" is no kind of processor");
+        throw CLI::ValidationError("--processor", "\"" + name + "\" is no kind of processor" +
+                                                      suggest(name, processorNames()));
     return found;
+}
+
+// A firmware image; what is no package is taken for one, too, so that it is said what it is.
+bool isImageFile(const std::filesystem::path& path) {
+    const FileType type = natureOf(path).type;
+    const std::filesystem::path name = path.filename();
+    const bool isPart =
+        name == DESCRIPTION || name == MANIFEST || name == ARCHIVE || path.extension() == ".tgz";
+    return !isPart && type != FileType::Absent && type != FileType::Directory && type != FileType::Gzip &&
+           type != FileType::Json;
 }
 
 // "KIND" for a single image, "ITEM=KIND,KIND..." by hardware revision for a package.
 void readProcessors(Options& options) {
-    const std::string extension = options.path.extension().string();
-    options.isImage = options.command == Command::Show || extension == ".hex" || extension == ".HEX";
-    if (options.isImage && !options.modules.empty())
-        throw CLI::ValidationError("--modules", "it is for packages");
-    if (!options.isImage && options.serial)
-        throw CLI::ValidationError("--serial", "it is for a HEX image");
     for (const std::string& text : options.processors) {
         const std::size_t equals = text.find('=');
         if (options.isImage) {
@@ -54,17 +59,46 @@ void readProcessors(Options& options) {
         const std::string item = text.substr(0, equals);
         const ItemKind* kind = findItem(item);
         if (equals == std::string::npos || kind == nullptr || kind->content != Content::Firmware)
-            throw CLI::ValidationError("--processor", "\"" + text + "\" is no ITEM=KIND of modules");
+            throw CLI::ValidationError("--processor", "\"" + text + "\" is no ITEM=KIND of modules" +
+                                                          suggest(item, itemNames()));
         for (const std::string& name : CLI::detail::split(text.substr(equals + 1), ','))
-            options.choice[item].push_back(processorNamed(name));
+            options.rules.processors[item].push_back(processorNamed(name));
     }
+}
+
+void complete(Options& options) {
+    options.isImage =
+        options.command == Command::Show || (options.command == Command::Check && isImageFile(options.path));
+    if (options.isImage && !options.modules.empty())
+        throw CLI::ValidationError("--modules", "it is for packages");
+    if (!options.isImage && options.serial)
+        throw CLI::ValidationError("--serial", "it is for a HEX image");
+    readProcessors(options);
+    options.rules.anyKernel = options.kernel == "any";
+    options.rules.machine = findMachine(options.machine);
+    if (options.rules.machine == nullptr && options.machine != "any")
+        throw CLI::ValidationError("--arch",
+                                   "\"" + options.machine + "\" is none of " + machineNames() + ", any");
+}
+
+void addRules(CLI::App& command, Options& options) {
+    command.add_option("--arch", options.machine,
+                       "machine that programs must be for (armhf): " + machineNames() + ", any");
+    command.add_option("--kernel", options.kernel, "\"any\": take any file for a kernel")
+        ->check(CLI::IsMember({"any", "arm"}));
+    command
+        .add_option("--card-size", options.rules.cardSize, "free space of the panel's card, as 512M or 2G")
+        ->transform(CLI::AsSizeValue(true));
+    command.add_option("--processor", options.processors,
+                       "KIND of an image, or ITEM=KIND,... by hardware revision; else the most likely one");
 }
 
 CLI::App& addBuild(CLI::App& app, Options& options) {
     CLI::App& build = *app.add_subcommand("build", "Make the package that a description asks for");
-    build.add_option("DIR", options.build.source, "directory with package.json")->required();
-    build.add_option("-o,--output", options.build.target, "directory for the package")->required();
-    build.add_flag("--force", options.build.force, "build even what the checks refuse");
+    build.add_option("DIR", options.path, "directory with package.json")->required();
+    build.add_option("-o,--output", options.output, "directory for the package")->required();
+    build.add_flag("--force", options.force, "build even what the checks refuse");
+    addRules(build, options);
     build.footer(BUILD_EXAMPLE);
     return build;
 }
@@ -74,10 +108,9 @@ CLI::App& addCheck(CLI::App& app, Options& options) {
         *app.add_subcommand("check", "Find what the panel would refuse, and what it would accept in silence");
     check
         .add_option("PATH", options.path,
-                    "package, directory with one, unpacked package, description or HEX image")
+                    "package, directory with one, unpacked package, description or firmware image")
         ->required();
-    check.add_option("--processor", options.processors,
-                     "KIND of a HEX image, or ITEM=KIND,... by hardware revision; else the most likely one");
+    addRules(check, options);
     check.add_option("--modules", options.modules, "JSON inventory of the modules that must find an image");
     check.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
     check.add_flag("--strict", options.strict, "exit with 1 when there are warnings");
@@ -91,6 +124,7 @@ CLI::App& addPlan(CLI::App& app, Options& options) {
         *app.add_subcommand("plan", "Tell what the panel would do with a package, and how long on the bus");
     plan.add_option("PATH", options.path, "package, directory with one, unpacked package or description")
         ->required();
+    addRules(plan, options);
     plan.add_option("--installed", options.installed,
                     "the panel's system.manifest; else everything is unknown");
     plan.add_option("--modules", options.modules,
@@ -112,28 +146,44 @@ CLI::App& addShow(CLI::App& app, Options& options) {
     return show;
 }
 
+std::vector<std::string> namesOf(const std::vector<const CLI::App*>& commands) {
+    std::vector<std::string> names;
+    for (const CLI::App* each : commands)
+        names.push_back(each->get_name());
+    return names;
+}
+
+// What the library would call an unexpected argument.
+void requireCommand(int argc, char** argv, const std::vector<std::string>& names) {
+    const std::string first = argc > 1 ? argv[1] : "-";
+    if (!first.starts_with('-') && std::find(names.begin(), names.end(), first) == names.end())
+        throw CLI::ValidationError("keldra-package",
+                                   "there is no command \"" + first + "\"" + suggest(first, names));
+}
+
 } // namespace
 
-std::optional<Options> parseOptions(int argc, char** argv, int& status) {
+std::optional<Options> parseOptions(int argc, char** argv, Status& status) {
     Options options;
     CLI::App app(
         "Builds, checks and predicts update packages for the control panel.\n"
         "Kinds of processors: pic24, pic24-old, pic32-records, pic32-pages, stm32f0, stm32f3, stm32f4.\n"
-        "Exit status: 0 fine, 1 warnings (check --strict), 2 errors.",
+        "Exit status: 0 fine, 1 a bad package, 2 a wrong command line, 3 the work could not be done.",
         "keldra-package");
     app.require_subcommand(1);
     app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);
     app.footer("keldra-package COMMAND --help shows its options and examples.");
-    const CLI::App* const commands[] = {&addBuild(app, options), &addCheck(app, options),
-                                        &addPlan(app, options), &addShow(app, options)};
+    const std::vector<const CLI::App*> commands = {&addBuild(app, options), &addCheck(app, options),
+                                                   &addPlan(app, options), &addShow(app, options)};
     try {
+        requireCommand(argc, argv, namesOf(commands));
         app.parse(argc, argv);
-        const auto chosen = std::find_if(std::begin(commands), std::end(commands),
+        const auto chosen = std::find_if(commands.begin(), commands.end(),
                                          [](const CLI::App* each) { return each->parsed(); });
-        options.command = static_cast<Command>(chosen - std::begin(commands));
-        readProcessors(options);
+        options.command = static_cast<Command>(chosen - commands.begin());
+        complete(options);
     } catch (const CLI::ParseError& error) {
-        status = app.exit(error) == 0 ? 0 : USAGE_ERROR;
+        status = app.exit(error) == 0 ? Status::Fine : Status::Misuse;
         return std::nullopt;
     }
     return options;

@@ -1,6 +1,7 @@
 #include "package.h"
 
 #include "digest.h"
+#include "fileType.h"
 #include "findingKinds.h"
 #include "tarball.h"
 
@@ -22,6 +23,16 @@ void checkOrder(const std::vector<std::string>& names, Findings& findings) {
         findings.add(kinds::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
 }
 
+bool isArchiveName(const fs::path& name) {
+    return name == ARCHIVE || name.extension() == ".tgz" || name.extension() == ".gz";
+}
+
+std::string adviceFor(const fs::path& path) {
+    return natureOf(path).type == FileType::Json
+               ? "; a description is named " + DESCRIPTION + ", a manifest " + MANIFEST
+               : "";
+}
+
 } // namespace
 
 std::string topOf(const std::string& name) {
@@ -39,6 +50,8 @@ Package::Package(const fs::path& path, Findings& findings) {
     if (!fs::exists(path))
         throw Failure(path.string() + ": no such file or directory");
     const bool isDirectory = fs::is_directory(path);
+    const fs::path base = (isDirectory ? path : path.parent_path()).lexically_normal();
+    findings.setBase(base == "." ? "" : base.string());
     root_ = fs::canonical(isDirectory ? path : fs::absolute(path).parent_path());
     const fs::path name = path.filename();
     if (isDirectory ? fs::exists(path / DESCRIPTION) : name == DESCRIPTION)
@@ -47,6 +60,9 @@ Package::Package(const fs::path& path, Findings& findings) {
         openArchive(path / ARCHIVE, findings);
     else if (isDirectory ? fs::exists(path / MANIFEST) : name == MANIFEST)
         openTree(findings);
+    else if (!isDirectory && fs::is_regular_file(path) && natureOf(path).type != FileType::Gzip &&
+             !isArchiveName(name))
+        throw Failure(path.string() + ": it is " + natureOf(path).name + ", no package" + adviceFor(path));
     else if (!isDirectory)
         openArchive(path, findings);
     else
@@ -62,7 +78,9 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
     const std::size_t before = findings.all().size();
+    packedSize_ = fs::file_size(archive);
     checkOrder(unpack(archive, root_, findings), findings);
+    findings.setBase(archive.lexically_normal().string());
     if (fs::exists(root_ / MANIFEST))
         openTree(findings);
     else if (findings.all().size() == before)

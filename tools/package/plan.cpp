@@ -10,16 +10,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::uint64_t sizeOf(const fs::path& path) {
-    if (!fs::is_directory(path))
-        return fs::file_size(path);
-    std::uint64_t size = 0;
-    std::error_code ignored; // a broken link
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path))
-        size += entry.is_regular_file(ignored) ? entry.file_size(ignored) : 0;
-    return size;
-}
-
 class Planner {
 public:
     Planner(const Package& package, const Inventory& inventory, bool force)

@@ -73,6 +73,13 @@ const Processor* findProcessor(const std::string& name) {
     return found == processors().end() ? nullptr : &*found;
 }
 
+std::vector<std::string> processorNames() {
+    std::vector<std::string> names;
+    for (const Processor& each : processors())
+        names.push_back(each.name);
+    return names;
+}
+
 bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
     const Silence silence;
     return flashLayouts::readImage(path.string(), layout, image);

@@ -22,6 +22,8 @@ const std::vector<Processor>& processors();
 // Null for an unknown name.
 const Processor* findProcessor(const std::string& name);
 
+std::vector<std::string> processorNames();
+
 // The panel's own reader. What it says on standard output is for the panel's journal and is dropped.
 bool readByPanel(const std::filesystem::path& path, const flashLayouts::LAYOUT& layout, hexpage& image);
 // The same; false also for what a panel with strict_images = 1 refuses.

@@ -1,5 +1,6 @@
 #include "show.h"
 
+#include "fileType.h"
 #include "files.h"
 #include "hexCheck.h"
 #include "lib/format.h"
@@ -58,6 +59,9 @@ std::string drawRegion(const hexpage::MEMORY_REGION& region, const std::vector<i
 
 std::string drawImage(const std::filesystem::path& path, const Processor* processor, bool serial,
                       bool colours) {
+    const FileNature nature = natureOf(path);
+    if (nature.type != FileType::IntelHex)
+        throw Failure(path.string() + ": it is " + nature.name + ", no Intel HEX");
     Findings ignored; // the records' findings are for the check
     const std::string name = path.filename().string();
     const HexFile file(path, name, ignored);

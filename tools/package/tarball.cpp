@@ -6,6 +6,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <sys/stat.h>
@@ -26,10 +27,33 @@ struct Free {
 using Reader = std::unique_ptr<archive, Free>;
 using EntryPointer = std::unique_ptr<archive_entry, Free>;
 
+// With what the system says of it, which the library leaves out.
 std::string errorOf(archive* archive) {
     const char* text = archive_error_string(archive);
-    return text != nullptr ? text : "it ends too early";
+    const int number = archive_errno(archive);
+    const std::string reason = number > 0 ? std::strerror(number) : "";
+    if (text == nullptr)
+        return "it ends too early";
+    return std::string(text) + (reason.empty() || std::string(text).find(reason) != std::string::npos ||
+                                        reason.starts_with("Unknown")
+                                    ? ""
+                                    : ": " + reason);
 }
+
+// Counts what is unpacked. An archive of zeros is a thousandth of what comes out of it.
+class Bulk {
+public:
+    explicit Bulk(std::uint64_t packed) : packed_(packed) {}
+    void add(std::uint64_t size) { unpacked_ += size; }
+    bool isBomb() const { return unpacked_ > LARGE && unpacked_ / RATIO > packed_; }
+    std::string text() const { return shownSize(packed_) + " become more than " + shownSize(unpacked_); }
+
+private:
+    static constexpr std::uint64_t LARGE = 512'000'000;
+    static constexpr std::uint64_t RATIO = 200;
+    const std::uint64_t packed_;
+    std::uint64_t unpacked_ = 0;
+};
 
 // Names that are not in the locale's encoding have none.
 std::string nameOf(archive_entry* entry) {
@@ -59,13 +83,16 @@ std::string objection(archive_entry* entry) {
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
 
-void copyData(archive* from, archive* to) {
+void copyData(archive* from, archive* to, Bulk& bulk) {
     const void* block = nullptr;
     std::size_t size = 0;
     la_int64_t offset = 0;
     int status = ARCHIVE_OK;
     while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
         checkInterrupted();
+        bulk.add(size);
+        if (bulk.isBomb())
+            throw Failure(bulk.text());
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
             throw Failure("unpacking: " + errorOf(to));
     }
@@ -73,7 +100,7 @@ void copyData(archive* from, archive* to) {
         throw Failure(""); // the caller reports what the archive says
 }
 
-void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory) {
+void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory, Bulk& bulk) {
     const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
     archive_entry_set_perm(entry, (archive_entry_perm(entry) & 0777) | (isDirectory ? 0700 : 0600));
     const std::string target = (directory / nameOf(entry)).string();
@@ -83,7 +110,7 @@ void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::pat
     if (archive_write_header(disk, entry) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
     if (archive_entry_size(entry) > 0)
-        copyData(in, disk);
+        copyData(in, disk, bulk);
     if (archive_write_finish_entry(disk) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
 }
@@ -172,6 +199,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;
+    Bulk bulk(fs::file_size(path));
     archive_entry* entry = nullptr;
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
     while (status >= ARCHIVE_WARN && (status = archive_read_next_header(in.get(), &entry)) >= ARCHIVE_WARN &&
@@ -184,9 +212,13 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
             continue;
         }
         try {
-            unpackEntry(in.get(), entry, disk.get(), directory);
+            unpackEntry(in.get(), entry, disk.get(), directory, bulk);
         } catch (const Failure&) {
             checkInterrupted();
+            if (bulk.isBomb()) {
+                findings.add(kinds::archiveBomb, {name}, bulk.text());
+                return names;
+            }
             if (archive_errno(in.get()) == 0)
                 throw;
             status = ARCHIVE_FATAL;

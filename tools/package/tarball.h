@@ -12,6 +12,7 @@
 namespace package {
 
 // Unpacks into a directory, permissions included. What the panel would not take is reported and left out.
+// A file that holds next to nothing, and far more of it than an archive should, ends it, too.
 // Returns the names in their order. Throws Failure when the archive or the directory can't be accessed.
 std::vector<std::string> unpack(const std::filesystem::path& archive, const std::filesystem::path& directory,
                                 Findings& findings);
