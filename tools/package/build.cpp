@@ -7,7 +7,7 @@
 #include "tarball.h"
 
 #include <algorithm>
-#include <set>
+#include <map>
 
 namespace package {
 
@@ -15,39 +15,43 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Names = std::set<std::string>; // sorted by bytes, whatever the locale
+// What is packed, by its name in the package: sorted by bytes, whatever the locale.
+using Sources = std::map<std::string, fs::path>;
 
 // As the panel copies it: what a link leads to takes the link's place; `above` are the directories on the
 // way.
-void addTree(const fs::path& root, const std::string& name, std::vector<fs::path> above, Names& names) {
+void addTree(const fs::path& root, const std::string& name, std::vector<fs::path> above, Sources& sources) {
     std::error_code broken;
     const fs::path path = fs::canonical(root / name, broken);
     if (broken || std::find(above.begin(), above.end(), path) != above.end())
         return;
-    names.insert(name);
+    sources[name] = root / name;
     if (!fs::is_directory(path))
         return;
     above.push_back(path);
     for (const fs::directory_entry& entry : fs::directory_iterator(path))
-        addTree(root, name + "/" + entry.path().filename().string(), above, names);
+        addTree(root, name + "/" + entry.path().filename().string(), above, sources);
 }
 
 // The named files with the directories that lead to them. A name that the checks refuse may be there when
 // building is forced; one that is not plain is never packed.
-Names namesOf(const Package& package) {
-    Names names;
+Sources sourcesOf(const Package& package) {
+    Sources sources;
     for (const Item& item : package.items()) {
         for (const Entry& entry : item.entries) {
             std::error_code broken;
             const fs::path file = entry.file;
-            if (!isPlainName(entry.file) || !fs::exists(package.root() / file, broken))
+            if (!isPlainName(entry.file) || !fs::exists(package.pathOf(entry), broken))
                 continue;
             for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
-                names.insert(parent.string());
-            addTree(package.root(), entry.file, {}, names);
+                sources[parent.string()] = package.root() / parent;
+            if (entry.prepared.empty())
+                addTree(package.root(), entry.file, {}, sources);
+            else
+                sources[entry.file] = entry.prepared;
         }
     }
-    return names;
+    return sources;
 }
 
 std::uint64_t sizeOf(const std::vector<Member>& members) {
@@ -104,8 +108,8 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     const std::string manifest = writeManifest(package.items());
     const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
     std::vector<Member> members;
-    for (const std::string& name : namesOf(package))
-        members.push_back({name, package.root() / name, {}});
+    for (const auto& [name, source] : sourcesOf(package))
+        members.push_back({name, source, {}});
     // The manifest last: where it is, everything is.
     members.push_back({MANIFEST + DIGEST, {}, manifestSha});
     members.push_back({MANIFEST, {}, manifest});

@@ -136,7 +136,7 @@ void ContentCheck::checkUpdater(const Entry& entry) {
 }
 
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
-    const fs::path path = package_.root() / entry.file;
+    const fs::path path = package_.pathOf(entry);
     const bool takesTree = item.kind->content == Content::Files;
     std::error_code broken;
     if (!fs::exists(path, broken)) {
@@ -172,8 +172,12 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
         processor = chosen->second[revision];
     const std::string key =
         entry.file + " " + (processor != nullptr ? processor->name : "") + " " + item.kind->name;
-    if (checked_.insert(key).second)
-        checkHex(package_.root() / entry.file, entry.file, processor, item.kind->serial, findings_);
+    if (!checked_.insert(key).second || (entry.prepared.empty() && !entry.origin.empty()))
+        return; // or it could not be prepared, which was reported
+    Findings found;
+    checkHex(package_.pathOf(entry), entry.shown(), processor, item.kind->serial, found);
+    for (const Finding& each : found.all()) // lines of what was prepared are nobody's
+        findings_.add(*each.kind, {each.place.file, entry.prepared.empty() ? each.place.line : 0}, each.text);
 }
 
 void ContentCheck::checkTree(const fs::path& directory) {
@@ -256,7 +260,7 @@ void ContentCheck::size() {
     std::uint64_t unpacked = 0;
     for (const Item& item : package_.items()) {
         for (const Entry& entry : item.entries)
-            unpacked += isPlainName(entry.file) ? sizeOf(package_.pathOf(entry.file)) : 0;
+            unpacked += isPlainName(entry.file) ? sizeOf(package_.pathOf(entry)) : 0;
     }
     const std::uint64_t needed = unpacked + package_.packedSize();
     if (needed >= (rules_.cardSize != 0 ? rules_.cardSize : LARGE))

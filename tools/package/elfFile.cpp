@@ -1,5 +1,7 @@
 #include "elfFile.h"
 
+#include "image.h"
+
 #include <algorithm>
 #include <fcntl.h>
 #include <gelf.h>
@@ -20,6 +22,18 @@ constexpr Machine MACHINES[] = {
     {"riscv64", EM_RISCV, 64, 0, 26},
 };
 
+struct Descriptor {
+    explicit Descriptor(const std::filesystem::path& path)
+        : number(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+    ~Descriptor() {
+        if (number >= 0)
+            close(number);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    const int number; // negative when it could not be opened
+};
+
 struct End {
     void operator()(Elf* each) const { elf_end(each); }
 };
@@ -37,14 +51,74 @@ bool isProgram(Elf* elf, const GElf_Ehdr& header) {
     return false;
 }
 
-std::optional<ElfFacts> factsOf(int file) {
+using Handle = std::unique_ptr<Elf, End>;
+
+Handle openElf(int file) {
     elf_version(EV_CURRENT);
-    const std::unique_ptr<Elf, End> elf(elf_begin(file, ELF_C_READ, nullptr));
+    return Handle(elf_begin(file, ELF_C_READ, nullptr));
+}
+
+std::optional<ElfFacts> factsOf(int file) {
+    const Handle elf = openElf(file);
     GElf_Ehdr header;
     if (elf == nullptr || elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr)
         return std::nullopt;
     return ElfFacts{header.e_machine, header.e_ident[EI_CLASS] == ELFCLASS64 ? 64U : 32U,
                     header.e_ident[EI_DATA] == ELFDATA2MSB, isProgram(elf.get(), header), header.e_flags};
+}
+
+std::vector<GElf_Phdr> segmentsOf(Elf* elf) {
+    std::vector<GElf_Phdr> segments;
+    std::size_t count = 0;
+    if (elf_getphdrnum(elf, &count) != 0)
+        throw BadFile("a damaged ELF file");
+    for (std::size_t i = 0; i < count; ++i) {
+        GElf_Phdr segment;
+        if (gelf_getphdr(elf, static_cast<int>(i), &segment) == nullptr)
+            throw BadFile("a damaged ELF file");
+        if (segment.p_type == PT_LOAD && segment.p_filesz != 0)
+            segments.push_back(segment);
+    }
+    return segments;
+}
+
+std::vector<std::uint8_t> bytesOf(const Elf_Data* data, std::uint64_t size) {
+    if (data == nullptr || data->d_buf == nullptr || data->d_size < size)
+        throw BadFile("a damaged ELF file: it ends before its content");
+    const auto* bytes = static_cast<const std::uint8_t*>(data->d_buf);
+    return {bytes, bytes + size};
+}
+
+// A section is stored where the segment that it lies in is.
+std::uint64_t storedAt(const GElf_Shdr& section, const std::vector<GElf_Phdr>& segments) {
+    const auto own = std::find_if(segments.begin(), segments.end(), [&](const GElf_Phdr& each) {
+        return section.sh_offset >= each.p_offset &&
+               section.sh_offset + section.sh_size <= each.p_offset + each.p_filesz;
+    });
+    return own == segments.end() ? section.sh_addr : own->p_paddr + section.sh_offset - own->p_offset;
+}
+
+std::vector<ElfPiece> piecesOf(Elf* elf) {
+    const std::vector<GElf_Phdr> segments = segmentsOf(elf);
+    std::vector<ElfPiece> pieces;
+    bool hasSections = false;
+    for (Elf_Scn* each = nullptr; (each = elf_nextscn(elf, each)) != nullptr;) {
+        GElf_Shdr section;
+        if (gelf_getshdr(each, &section) == nullptr)
+            throw BadFile("a damaged ELF file");
+        hasSections = true;
+        if ((section.sh_flags & SHF_ALLOC) != 0 && section.sh_type != SHT_NOBITS && section.sh_size != 0)
+            pieces.push_back(
+                {storedAt(section, segments), bytesOf(elf_rawdata(each, nullptr), section.sh_size)});
+    }
+    for (const GElf_Phdr& each : segments) {
+        if (!hasSections)
+            pieces.push_back(
+                {each.p_paddr, bytesOf(elf_getdata_rawchunk(elf, static_cast<std::int64_t>(each.p_offset),
+                                                            each.p_filesz, ELF_T_BYTE),
+                                       each.p_filesz)});
+    }
+    return pieces;
 }
 
 } // namespace
@@ -65,12 +139,16 @@ std::string ElfFacts::machineName() const {
 }
 
 std::optional<ElfFacts> readElfFacts(const std::filesystem::path& path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0)
-        return std::nullopt;
-    const std::optional<ElfFacts> facts = factsOf(file);
-    close(file);
-    return facts;
+    const Descriptor file(path);
+    return factsOf(file.number);
+}
+
+std::vector<ElfPiece> readElfPieces(const std::filesystem::path& path) {
+    const Descriptor file(path);
+    const Handle elf = openElf(file.number);
+    if (elf == nullptr || elf_kind(elf.get()) != ELF_K_ELF)
+        throw BadFile("a damaged ELF file");
+    return piecesOf(elf.get());
 }
 
 const Machine* findMachine(const std::string& name) {

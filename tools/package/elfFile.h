@@ -1,10 +1,11 @@
-// ELF files: what machine they are for.
+// ELF files: what machine they are for, and what of them is loaded.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace package {
 
@@ -20,6 +21,14 @@ struct ElfFacts {
 
 // None for a file that is no ELF file, or whose headers are damaged.
 std::optional<ElfFacts> readElfFacts(const std::filesystem::path& path);
+
+struct ElfPiece {
+    std::uint64_t address; // where it is stored, not where a program's start copies it to
+    std::vector<std::uint8_t> bytes;
+};
+
+// The sections that are loaded (of a file without sections, its segments). Throws BadFile.
+std::vector<ElfPiece> readElfPieces(const std::filesystem::path& path);
 
 // A computer that programs are for, by the name that Debian gives it.
 struct Machine {

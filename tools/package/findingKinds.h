@@ -148,6 +148,8 @@ inline constexpr Kind hexGarbage{
     "hex-garbage", Error,
     "skips the line; a damaged record it refuses with strict_images = 1, else it warns and reads other bytes",
     "write the image again with the linker; don't edit it"};
+inline constexpr Kind imageForm{"image-form", Error, "(never gets it: it can't be made into Intel HEX)",
+                                "let the linker write the image again, for the module's processor"};
 inline constexpr Kind hexFormat{"hex-format", Error,
                                 "finds no record in it: \"Bad HEX file\" with strict_images = 1, else "
                                 "programs nothing and counts it as done",
@@ -189,7 +191,7 @@ inline constexpr Kind hexAfterEnd{"hex-after-end", Error, "programs what follows
                                   "keep one image a file"};
 inline constexpr Kind hexGap{
     "hex-gap", Error, "refuses it with strict_images = 1; else warns and moves the bytes behind the gap up",
-    "let the linker fill every used page from its start, with FF"};
+    "say \"fill\": true beside it in package.json, or fill it by keldra-package convert"};
 inline constexpr Kind hexOutside{
     "hex-outside", Error,
     "drops the bytes with a line in the log (data that runs on from a region it refuses with strict_images = "

@@ -167,17 +167,20 @@ void FlashCheck::eraseRuns(hexpage& image) {
 
 } // namespace
 
-const Processor& guessProcessor(const HexFile& file) {
+const Processor& guessProcessor(const std::vector<HexData>& records) {
+    const auto first =
+        std::min_element(records.begin(), records.end(), [](const HexData& one, const HexData& other) {
+            return one.address < other.address;
+        });
     for (const char* name : {"stm32f0", "pic32-pages"}) {
         const LAYOUT layout = findProcessor(name)->layout(true);
         const BOUNDS flash = boundsOf(layout, layout.regions.front());
-        if (!file.stretches().empty() && file.stretches().begin()->first >= flash.start &&
-            file.stretches().begin()->first < flash.end)
+        if (!records.empty() && first->address >= flash.start && first->address < flash.end)
             return *findProcessor(name);
     }
     std::size_t zeros = 0;
     std::size_t others = 0;
-    for (const HexData& record : file.records()) {
+    for (const HexData& record : records) {
         for (std::size_t i = 3; i < record.bytes.size(); i += 4)
             ++(record.bytes[i] == 0 ? zeros : others);
     }
@@ -198,7 +201,7 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
         return;
     }
     if (processor == nullptr)
-        processor = &guessProcessor(file);
+        processor = &guessProcessor(file.records());
     if (!serial && !processor->onCan)
         findings.add(kinds::processorUnsupported, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");

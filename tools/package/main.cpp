@@ -1,4 +1,5 @@
 #include "build.h"
+#include "convert.h"
 #include "fileType.h"
 #include "hexCheck.h"
 #include "lib/format.h"
@@ -19,6 +20,7 @@
 namespace {
 
 using namespace package;
+namespace fs = std::filesystem;
 
 // The command line asks for what there is not.
 class Misuse : public Failure {
@@ -64,7 +66,7 @@ std::string checkImage(const Options& options, Findings& findings) {
     const Processor* processor = options.processor;
     if (processor == nullptr && natureOf(options.path).type == FileType::IntelHex) {
         Findings ignored;
-        processor = &guessProcessor(HexFile(options.path, name, ignored));
+        processor = &guessProcessor(HexFile(options.path, name, ignored).records());
     }
     const bool serial = options.serial || (processor != nullptr && !processor->onCan);
     checkHex(options.path, name, processor, serial, findings);
@@ -116,6 +118,26 @@ Status show(const Options& options) {
     return Status::Fine;
 }
 
+Status convert(const Options& options) {
+    try {
+        const Converted made =
+            convertImage(options.path, {options.processor, options.serial, options.fill, options.crop});
+        if (options.output == "-") {
+            print(made.text);
+            return Status::Fine;
+        }
+        const fs::path besides = options.output.string() + ".new";
+        writeFile(besides, made.text);
+        fs::rename(besides, options.output);
+        print(options.output.string() + ": " + summaryOf(made) + "\n");
+        return Status::Fine;
+    } catch (const BadFile& error) {
+        const std::string line = error.line() != 0 ? ":" + std::to_string(error.line()) : "";
+        std::fprintf(stderr, "%s%s: error: %s\n", options.path.c_str(), line.c_str(), error.what());
+        return Status::Bad;
+    }
+}
+
 Status run(const Options& options) {
     switch (options.command) {
     case Command::Build:
@@ -126,6 +148,8 @@ Status run(const Options& options) {
         return plan(options);
     case Command::Show:
         return show(options);
+    case Command::Convert:
+        return convert(options);
     }
     return Status::Failed;
 }

@@ -117,7 +117,7 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
             continue;
         }
         for (const JsonValue* file : textsOf(value, "file name", reader))
-            item.entries.push_back({file->text, reader.place(*file), {}, {}, {}});
+            item.entries.push_back({file->text, reader.place(*file), {}, {}, {}, false, false});
     }
     if (files && !versions)
         reader.report(kinds::unpaired, body, "no \"v\"");
@@ -134,14 +134,21 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
         return;
     }
     for (const auto& [key, field] : value.members) {
+        if (key.text == "fill" || key.text == "crop") {
+            if (field.isText() || (field.text != "true" && field.text != "false"))
+                reader.report(kinds::itemForm, field, "\"" + key.text + "\" is neither true nor false");
+            (key.text == "fill" ? entry.fill : entry.crop) = field.text == "true";
+            continue;
+        }
         std::string* target = key.text == "file"        ? &entry.file
                               : key.text == "version"   ? &entry.version
                               : key.text == "processor" ? &entry.processor
                                                         : nullptr;
         if (target == nullptr) {
             reader.report(kinds::keyUnknown, key,
-                          "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"" +
-                              suggest(key.text, {"file", "version", "processor"}));
+                          "\"" + key.text +
+                              "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
+                              suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
             continue;
         }
         if (value.find(key.text) != &field)

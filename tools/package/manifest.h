@@ -4,6 +4,7 @@
 #include "finding.h"
 #include "items.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,12 @@ struct Entry {
     std::string version;
     Place versionPlace;
     std::string processor; // empty when nobody said
+    bool fill = false;     // an image's pages are filled up
+    bool crop = false;     // what lies outside of the flash is dropped
+
+    std::filesystem::path prepared = {}; // the file that is packed under the name, when it is made of...
+    std::string origin = {};             // ...this one of the description
+    const std::string& shown() const { return origin.empty() ? file : origin; }
 };
 
 struct Item {

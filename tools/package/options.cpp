@@ -25,6 +25,8 @@ constexpr const char* PLAN_EXAMPLE = R"(Example:
   keldra-package plan keldra_update.tgz --installed system.manifest --modules inventory.json
     with inventory.json:
       {"ctrl": {"kind": "pic32-pages", "version": "3.0.0"}, "s1": {"kind": "stm32f3", "hw": 1}})";
+constexpr const char* CONVERT_EXAMPLE = R"(Example:
+  keldra-package convert build/slave.elf -o release/slave.hex --processor stm32f3 --crop)";
 constexpr const char* SHOW_EXAMPLE = R"(Example:
   keldra-package show slave.hex --processor stm32f3)";
 
@@ -67,8 +69,8 @@ void readProcessors(Options& options) {
 }
 
 void complete(Options& options) {
-    options.isImage =
-        options.command == Command::Show || (options.command == Command::Check && isImageFile(options.path));
+    options.isImage = options.command == Command::Convert || options.command == Command::Show ||
+                      (options.command == Command::Check && isImageFile(options.path));
     if (options.isImage && !options.modules.empty())
         throw CLI::ValidationError("--modules", "it is for packages");
     if (!options.isImage && options.serial)
@@ -146,6 +148,20 @@ CLI::App& addShow(CLI::App& app, Options& options) {
     return show;
 }
 
+CLI::App& addConvert(CLI::App& app, Options& options) {
+    CLI::App& convert = *app.add_subcommand(
+        "convert", "Make an Intel HEX image, as the panel reads it, of an ELF file, S-records or Intel HEX");
+    convert.add_option("IN", options.path, "the linker's output")->required();
+    convert.add_option("-o,--output", options.output, "HEX file to write; - for standard output")->required();
+    convert.add_option("--processor", options.processors, "KIND of processor; else the most likely one");
+    convert.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
+    convert.add_flag("!--no-fill", options.fill,
+                     "leave used pages as they are, instead of filling gaps with FF");
+    convert.add_flag("--crop", options.crop, "drop what lies outside of the processor's flash, and say what");
+    convert.footer(CONVERT_EXAMPLE);
+    return convert;
+}
+
 std::vector<std::string> namesOf(const std::vector<const CLI::App*>& commands) {
     std::vector<std::string> names;
     for (const CLI::App* each : commands)
@@ -174,7 +190,8 @@ std::optional<Options> parseOptions(int argc, char** argv, Status& status) {
     app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);
     app.footer("keldra-package COMMAND --help shows its options and examples.");
     const std::vector<const CLI::App*> commands = {&addBuild(app, options), &addCheck(app, options),
-                                                   &addPlan(app, options), &addShow(app, options)};
+                                                   &addPlan(app, options), &addShow(app, options),
+                                                   &addConvert(app, options)};
     try {
         requireCommand(argc, argv, namesOf(commands));
         app.parse(argc, argv);

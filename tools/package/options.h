@@ -13,7 +13,7 @@ namespace package {
 
 enum class Status { Fine = 0, Bad = 1, Misuse = 2, Failed = 3 };
 
-enum class Command { Build, Check, Plan, Show };
+enum class Command { Build, Check, Plan, Show, Convert };
 
 struct Options {
     Command command = Command::Check;
@@ -23,6 +23,8 @@ struct Options {
     bool json = false;
     bool strict = false;
     bool force = false;
+    bool fill = true; // convert
+    bool crop = false;
     bool serial = false;                  // show: the module is on the serial bootloader
     bool isImage = false;                 // the path is a single image
     std::vector<std::string> processors;  // as given

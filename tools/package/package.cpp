@@ -1,5 +1,6 @@
 #include "package.h"
 
+#include "convert.h"
 #include "digest.h"
 #include "fileType.h"
 #include "findingKinds.h"
@@ -97,6 +98,39 @@ void Package::openDescription(Findings& findings) {
     described_ = true;
     requireFile(root_ / DESCRIPTION);
     items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings);
+    for (Item& item : items_) {
+        for (Entry& entry : item.entries) {
+            if (item.kind->content == Content::Firmware)
+                prepare(*item.kind, entry, findings);
+        }
+    }
+}
+
+// Puts the HEX image that is made of an entry's file into a directory of its own.
+void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
+    const fs::path source = root_ / entry.file;
+    const FileType type = isPlainName(entry.file) ? natureOf(source).type : FileType::Absent;
+    const bool foreign = type == FileType::Elf || type == FileType::SRecords;
+    if (!foreign && (type != FileType::IntelHex || (!entry.fill && !entry.crop)))
+        return;
+    entry.origin = entry.file;
+    try {
+        const Converted made =
+            convertImage(source, {findProcessor(entry.processor), kind.serial, entry.fill, entry.crop});
+        std::string name = entry.origin + (foreign ? ".hex" : "");
+        if (const auto known = texts_.find(name); known != texts_.end() && known->second != made.text)
+            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
+        if (unpacked_ == nullptr)
+            unpacked_ = std::make_unique<TemporaryDirectory>();
+        entry.file = name;
+        entry.prepared = unpacked_->path() / name;
+        entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
+        texts_[name] = made.text;
+        fs::create_directories(entry.prepared.parent_path());
+        writeFile(entry.prepared, made.text);
+    } catch (const BadFile& error) {
+        findings.add(kinds::imageForm, {entry.origin, error.line()}, error.what());
+    }
 }
 
 } // namespace package

@@ -43,11 +43,15 @@ public:
     // Opens an archive, a directory with one in it, an unpacked package or a directory with a description;
     // a description or manifest may also be named itself. Reports what is wrong down to the manifest; what is
     // in an archive is told as below it. Throws Failure when there is nothing of that kind.
+    // A description's images that are no HEX files, or are to be filled or cropped, are prepared at once.
     Package(const std::filesystem::path& path, Findings& findings);
 
     const std::filesystem::path& root() const { return root_; } // the files lie here
     // As the panel puts it together: an absolute name counts as relative.
-    std::filesystem::path pathOf(const std::string& name) const { return root_.string() + "/" + name; }
+    std::filesystem::path pathOf(const Entry& entry) const {
+        return entry.prepared.empty() ? std::filesystem::path(root_.string() + "/" + entry.file)
+                                      : entry.prepared;
+    }
     const Items& items() const { return items_; }
     std::uint64_t packedSize() const { return packedSize_; } // of the archive; 0 without one
     bool isDescribed() const { return described_; } // the directory may hold what is not for the package
@@ -56,8 +60,10 @@ private:
     void openArchive(const std::filesystem::path& archive, Findings& findings);
     void openTree(Findings& findings);
     void openDescription(Findings& findings);
+    void prepare(const ItemKind& kind, Entry& entry, Findings& findings);
 
-    std::unique_ptr<TemporaryDirectory> unpacked_;
+    std::unique_ptr<TemporaryDirectory> unpacked_; // or what was prepared
+    std::map<std::string, std::string> texts_;     // of what was prepared, by name
     std::filesystem::path root_;
     std::uint64_t packedSize_ = 0;
     Items items_;

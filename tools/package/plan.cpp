@@ -28,7 +28,7 @@ private:
     void visitHost(Step& step);
     void visitModule(Step& step, const Module& module);
     void useEntry(Step& step, const Entry& entry);
-    void programModule(Step& step, const Module& module);
+    void programModule(Step& step, const Module& module, const fs::path& path);
     static void fail(Step& step, const std::string& reason) {
         step.decision = Decision::Fails;
         step.reason = reason;
@@ -62,7 +62,7 @@ bool Planner::compare(Step& step, const std::vector<Entry>& entries) {
 }
 
 void Planner::useEntry(Step& step, const Entry& entry) {
-    const fs::path path = package_.pathOf(entry.file);
+    const fs::path path = package_.pathOf(entry);
     const Content content = findItem(step.stop->item)->content;
     std::error_code broken;
     step.file = entry.file;
@@ -130,20 +130,19 @@ void Planner::visitModule(Step& step, const Module& module) {
     if (step.decision == Decision::Update) {
         useEntry(step, entries[step.revision]);
         if (step.decision == Decision::Update)
-            programModule(step, module);
+            programModule(step, module, package_.pathOf(entries[step.revision]));
     }
     if (step.stop->module->resetAfterUpdate && step.decision != Decision::Fails &&
         step.decision != Decision::NotOffered)
         step.bus.systemCommand();
 }
 
-void Planner::programModule(Step& step, const Module& module) {
-    const fs::path path = package_.pathOf(step.file);
+void Planner::programModule(Step& step, const Module& module, const fs::path& path) {
     const Processor* processor = module.processor;
     try {
         if (processor == nullptr) {
             Findings ignored;
-            processor = &guessProcessor(HexFile(path, step.file, ignored));
+            processor = &guessProcessor(HexFile(path, step.file, ignored).records());
         }
         if (!module.serial && !processor->onCan)
             fail(step, std::string("unsupported processor ") + processor->name);

@@ -12,9 +12,10 @@ namespace package {
 
 struct Processor {
     const char* name;
-    bool records;    // takes the HEX file record by record: no pages
-    bool identifies; // its bootloader tells what it is
-    bool onCan;      // the panel programs it over CAN; all that identify themselves also on the serial line
+    bool records;     // takes the HEX file record by record: no pages
+    bool identifies;  // its bootloader tells what it is
+    bool onCan;       // the panel programs it over CAN; all that identify themselves also on the serial line
+    unsigned machine; // as the headers of ELF files number it
     flashLayouts::LAYOUT (*layout)(bool serial);
 };
 

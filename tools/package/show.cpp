@@ -66,7 +66,7 @@ std::string drawImage(const std::filesystem::path& path, const Processor* proces
     const std::string name = path.filename().string();
     const HexFile file(path, name, ignored);
     if (processor == nullptr)
-        processor = &guessProcessor(file);
+        processor = &guessProcessor(file.records());
     if (processor->records)
         return format("%s: %zu data records, sent as they are; %s has no pages\n", name.c_str(),
                       file.records().size(), processor->name);
