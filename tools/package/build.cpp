@@ -1,12 +1,15 @@
 #include "build.h"
 
 #include "digest.h"
+#include "lib/durable.h"
 #include "lib/sha1.h"
 #include "package.h"
 #include "progress.h"
 #include "tarball.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <map>
 
 namespace package {
@@ -99,9 +102,14 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     if (!fs::exists(description))
         throw Failure(description.string() + ": no such file; keldra-package init makes an example of one");
     const Package package(options.source, findings);
+    findings.allow(package.allowances());
     if (findings.errors() != 0)
         return false; // a description that can't be followed: not even when forced
     checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    if (options.strict && findings.warnings() != 0)
+        return false;
     if (findings.errors() != 0 && !options.force)
         return false;
 
@@ -116,13 +124,24 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
 
     fs::create_directories(options.target);
     Replacement files;
-    const fs::path archive = files.add(options.target / ARCHIVE);
-    ProgressBar bar("packing", sizeOf(members));
-    pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
-    writeFile(files.add(options.target / MANIFEST), manifest);
-    writeFile(files.add(options.target / (MANIFEST + DIGEST)), manifestSha);
-    writeFile(files.add(options.target / (ARCHIVE + DIGEST)), digestText(sha1::ofFile(archive), ARCHIVE));
+    std::string digest;
+    {
+        SafeFile archive(files.add(options.target / ARCHIVE));
+        ProgressBar bar("packing", sizeOf(members));
+        pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
+        digest = archive.finish();
+    }
+    const auto put = [&](const std::string& name, const std::string& text) {
+        SafeFile file(files.add(options.target / name));
+        file.write(text.data(), text.size());
+        file.finish();
+    };
+    put(MANIFEST, manifest);
+    put(MANIFEST + DIGEST, manifestSha);
+    put(ARCHIVE + DIGEST, digestText(digest, ARCHIVE));
     files.finish(); // the archive's digest last: it belongs to no other archive
+    if (!durable::flush(options.target))
+        throw Failure(options.target.string() + ": " + std::strerror(errno));
     return true;
 }
 

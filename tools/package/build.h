@@ -13,6 +13,7 @@ struct BuildOptions {
     std::filesystem::path target; // directory, made when missing
     bool force = false;           // build what the checks refuse
     Rules rules = {};
+    bool strict = false; // warnings forbid it, too
 };
 
 // Writes update.manifest, keldra_update.tgz and the digests of both. False when the findings forbid it.

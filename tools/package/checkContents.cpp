@@ -31,6 +31,17 @@ bool isModuleVersion(const std::string& version) {
            version == format("%u.%u.%u", numbers[0], numbers[1], numbers[2]);
 }
 
+bool hasControls(const std::string& text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](unsigned char each) { return each < ' ' || each == 0x7F; });
+}
+
+// What tools leave in directories, for themselves.
+bool isForTools(const std::string& name) {
+    return name == ".gitkeep" || name == ".keep" || name == ".gitignore" || name == ".gitattributes" ||
+           name == ".DS_Store" || name == ".directory";
+}
+
 class ContentCheck {
 public:
     ContentCheck(const Package& package, const Rules& rules, Findings& findings)
@@ -90,9 +101,13 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
         findings_.add(kinds::nameOutside, entry.filePlace, quoted);
     else if (!isPlainName(name))
         findings_.add(kinds::nameForm, entry.filePlace, quoted);
-    else if (!packageRules::isHarmless(name) || name.front() == '-')
+    else if (hasControls(name) || name.starts_with('-') ||
+             (item.kind->content == Content::Image && !packageRules::isHarmless(name)))
         findings_.add(kinds::nameShell, entry.filePlace, quoted);
-    return findings_.all().size() == before;
+    const bool fine = findings_.all().size() == before;
+    if (fine && !packageRules::isHarmless(name))
+        findings_.add(kinds::nameOdd, entry.filePlace, quoted);
+    return fine;
 }
 
 // The links among the components of a name stay in the package.
@@ -113,12 +128,11 @@ bool ContentCheck::checkWay(const Entry& entry) {
 void ContentCheck::checkVersion(const Item& item, const Entry& entry) {
     const std::string& version = entry.version;
     const bool blank = version.find_first_not_of(" \t\r\n") == version.npos;
-    const bool hasLines = version.find_first_of("\r\n") != version.npos;
     if (entry.versionPlace.line == 0)
         return; // none at all was reported as not paired
     if (blank)
         findings_.add(kinds::versionEmpty, entry.versionPlace, "the version of \"" + entry.file + "\"");
-    else if (hasLines || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
+    else if (hasControls(version) || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
         findings_.add(kinds::versionForm, entry.versionPlace, "\"" + version + "\"");
 }
 
@@ -190,7 +204,8 @@ void ContentCheck::checkTree(const fs::path& directory) {
     walked_.push_back(fs::canonical(directory));
     for (const fs::path& path : entries) {
         if (path.filename().string().front() == '.')
-            findings_.add(kinds::fileHidden, {nameOf(path)}, "a hidden name");
+            findings_.add(isForTools(path.filename().string()) ? kinds::fileLeftOut : kinds::fileHidden,
+                          {nameOf(path)}, "a hidden name");
         else if (fs::is_symlink(path) && !checkLink(path))
             continue;
         else if (fs::is_directory(path))
@@ -262,7 +277,7 @@ void ContentCheck::size() {
         for (const Entry& entry : item.entries)
             unpacked += isPlainName(entry.file) ? sizeOf(package_.pathOf(entry)) : 0;
     }
-    const std::uint64_t needed = unpacked + package_.packedSize();
+    const std::uint64_t needed = unpacked + sizeOf(package_.archive());
     if (needed >= (rules_.cardSize != 0 ? rules_.cardSize : LARGE))
         findings_.add(kinds::cardSize, {},
                       shownSize(needed) + " on the card" +

@@ -82,6 +82,13 @@ std::vector<GElf_Phdr> segmentsOf(Elf* elf) {
     return segments;
 }
 
+// Before it is read: what is loaded of a damaged file may be of any size.
+void requireSize(std::uint64_t size) {
+    if (size > 0x1000000)
+        throw BadFile("an ELF file with " + shownSize(size) +
+                      " to load in one piece: no module has so much flash");
+}
+
 std::vector<std::uint8_t> bytesOf(const Elf_Data* data, std::uint64_t size) {
     if (data == nullptr || data->d_buf == nullptr || data->d_size < size)
         throw BadFile("a damaged ELF file: it ends before its content");
@@ -107,9 +114,10 @@ std::vector<ElfPiece> piecesOf(Elf* elf) {
         if (gelf_getshdr(each, &section) == nullptr)
             throw BadFile("a damaged ELF file");
         hasSections = true;
-        if ((section.sh_flags & SHF_ALLOC) != 0 && section.sh_type != SHT_NOBITS && section.sh_size != 0)
-            pieces.push_back(
-                {storedAt(section, segments), bytesOf(elf_rawdata(each, nullptr), section.sh_size)});
+        if ((section.sh_flags & SHF_ALLOC) == 0 || section.sh_type == SHT_NOBITS || section.sh_size == 0)
+            continue;
+        requireSize(section.sh_size);
+        pieces.push_back({storedAt(section, segments), bytesOf(elf_rawdata(each, nullptr), section.sh_size)});
     }
     for (const GElf_Phdr& each : segments) {
         if (!hasSections)

@@ -1,6 +1,7 @@
 #include "hexCheck.h"
 
 #include "fileType.h"
+#include "files.h"
 #include "findingKinds.h"
 #include "lib/format.h"
 
@@ -12,6 +13,8 @@ using flashLayouts::BOUNDS;
 using flashLayouts::LAYOUT;
 
 namespace {
+
+constexpr std::uint64_t LARGEST_IMAGE = 8'000'000; // of text: several times what the largest module has
 
 unsigned shown(std::uint64_t address) {
     return static_cast<unsigned>(address);
@@ -192,6 +195,10 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
     const FileNature nature = natureOf(path);
     if (nature.type != FileType::IntelHex && nature.type != FileType::Empty) {
         findings.add(kinds::hexFormat, {name}, "it is " + nature.name + ", no Intel HEX");
+        return;
+    }
+    if (const std::uint64_t size = std::filesystem::file_size(path); size > LARGEST_IMAGE) {
+        findings.add(kinds::hexHuge, {name}, "an image of " + shownSize(size));
         return;
     }
     const std::size_t before = findings.all().size();

@@ -19,6 +19,7 @@ namespace {
 constexpr std::uint64_t ROW = 16;
 constexpr std::uint64_t UPPER = 0x10000; // what a record's own address reaches
 constexpr std::uint64_t ALL = 0x100000000;
+constexpr std::uint64_t LARGEST = 20'000'000; // of text
 constexpr std::uint8_t ERASED = 0xFF;
 
 using Bytes = std::vector<std::uint8_t>;
@@ -266,6 +267,8 @@ void Image::toPhysical() {
 
 Image readImage(const std::filesystem::path& path) {
     const FileNature nature = natureOf(path);
+    if (nature.type != FileType::Elf && sizeOf(path) > LARGEST)
+        throw BadFile("an image of " + shownSize(sizeOf(path)) + ": no module has so much flash");
     const Image image = nature.type == FileType::Elf        ? readElf(path)
                         : nature.type == FileType::SRecords ? readSRecords(path)
                         : nature.type == FileType::IntelHex

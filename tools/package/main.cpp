@@ -1,12 +1,16 @@
 #include "build.h"
 #include "convert.h"
+#include "examples.h"
 #include "fileType.h"
 #include "hexCheck.h"
+#include "htmlReport.h"
 #include "lib/format.h"
 #include "options.h"
+#include "packageInfo.h"
 #include "plan.h"
 #include "report.h"
 #include "show.h"
+#include "version.h"
 
 #include <cerrno>
 #include <clocale>
@@ -15,6 +19,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -32,6 +37,10 @@ void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
 }
 
+bool isColoured() {
+    return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+}
+
 // A choice that nothing in the package is checked with is a mistake.
 void requireUse(const ProcessorChoice& choice, const Package& package) {
     for (const auto& [name, kinds] : choice) {
@@ -45,15 +54,17 @@ void requireUse(const ProcessorChoice& choice, const Package& package) {
 
 Status build(const Options& options) {
     Findings findings;
-    const bool built = buildPackage({options.path, options.output, options.force, options.rules}, findings);
-    if (!findings.all().empty())
-        print(findingsText(findings));
+    const bool built =
+        buildPackage({options.path, options.output, options.force, options.rules, options.strict}, findings);
+    if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
+        print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
         std::fputs("keldra-package: nothing was built (--force builds what only the checks refuse)\n",
                    stderr);
         return Status::Bad;
     }
-    print("built " + (options.output / ARCHIVE).string() + "\n");
+    if (options.format == Format::Text)
+        print("built " + (options.output / ARCHIVE).string() + "\n");
     return Status::Fine;
 }
 
@@ -87,8 +98,11 @@ Status check(const Options& options) {
         checkContents(*package, options.rules, findings);
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
+        findings.allow(package->allowances());
     }
-    print(options.json ? findingsJson(findings, options.path.string()) : assumed + findingsText(findings));
+    findings.allow(options.rules.allowances);
+    print((options.format == Format::Text ? assumed : "") +
+          reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (findings.errors() == 0 && package)
         requireUse(options.rules.processors, *package);
     return verdict(findings, options.strict);
@@ -97,45 +111,116 @@ Status check(const Options& options) {
 Status plan(const Options& options) {
     Findings findings;
     const Package package(options.path, findings);
+    findings.allow(options.rules.allowances);
     if (findings.errors() != 0) { // it is refused as a whole, or read in ways that are not followed here
-        print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
+        print(reportFindings(findings, options.format, options.path.string(), isColoured()));
         std::fputs("keldra-package: no plan for a package with such errors\n", stderr);
         return Status::Bad;
     }
     if (package.items().empty())
         throw Failure(options.path.string() + ": nothing in it to plan with (keldra-package check says why)");
-    const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force);
-    print(options.json ? planJson(plan, options.baud) : planText(plan, options.baud));
-    return plan.steps.back().decision == Decision::NotReached || plan.steps.back().decision == Decision::Fails
-               ? Status::Bad
-               : Status::Fine;
+    checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    requireUse(options.rules.processors, package);
+    const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force,
+                               options.rules.processors);
+    const std::string more = findings.errors() != 0 ? " (keldra-package check tells them)\n" : "\n";
+    print(options.json ? planJson(plan, findings, options.baud)
+                       : counts(findings) + more + planText(plan, options.baud));
+    const Decision last = plan.steps.back().decision;
+    return findings.errors() != 0 || last == Decision::NotReached || last == Decision::Fails ? Status::Bad
+                                                                                             : Status::Fine;
 }
 
 Status show(const Options& options) {
     const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
-    const bool colours = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
-    print(drawImage(options.path, options.processor, serial, colours));
+    print(drawImage(options.path, options.processor, serial, isColoured()));
     return Status::Fine;
+}
+
+// Puts a text where the command line wants it.
+void deliver(const std::string& text, const fs::path& target) {
+    if (target == "-") {
+        print(text);
+        return;
+    }
+    const fs::path besides = target.string() + ".new";
+    writeFile(besides, text);
+    fs::rename(besides, target);
 }
 
 Status convert(const Options& options) {
     try {
         const Converted made =
             convertImage(options.path, {options.processor, options.serial, options.fill, options.crop});
-        if (options.output == "-") {
-            print(made.text);
-            return Status::Fine;
-        }
-        const fs::path besides = options.output.string() + ".new";
-        writeFile(besides, made.text);
-        fs::rename(besides, options.output);
-        print(options.output.string() + ": " + summaryOf(made) + "\n");
+        deliver(made.text, options.output);
+        if (options.output != "-")
+            print(options.output.string() + ": " + summaryOf(made) + "\n");
         return Status::Fine;
     } catch (const BadFile& error) {
         const std::string line = error.line() != 0 ? ":" + std::to_string(error.line()) : "";
         std::fprintf(stderr, "%s%s: error: %s\n", options.path.c_str(), line.c_str(), error.what());
         return Status::Bad;
     }
+}
+
+Status info(const Options& options) {
+    Findings findings;
+    const Package package(options.path, findings);
+    const PackageInfo held = inspect(package, options.rules.processors);
+    print(options.json ? infoJson(held) : infoText(held));
+    if (findings.errors() != 0)
+        std::fprintf(stderr, "keldra-package: %s; keldra-package check tells more\n",
+                     counts(findings).c_str());
+    return verdict(findings, false);
+}
+
+Status diff(const Options& options) {
+    Findings ignored;
+    const Package before(options.old, ignored);
+    const Package after(options.path, ignored);
+    print(diffText(inspect(before, options.rules.processors), inspect(after, options.rules.processors)));
+    return Status::Fine;
+}
+
+Status report(const Options& options) {
+    Findings findings;
+    const Package package(options.path, findings);
+    const bool followed = findings.errors() == 0 && !package.items().empty();
+    checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    std::optional<Plan> plan;
+    if (followed)
+        plan = makePlan(package, readInventory(options.installed, options.modules), options.force,
+                        options.rules.processors);
+    const PackageInfo held = inspect(package, options.rules.processors);
+    std::optional<PackageInfo> old;
+    if (Findings ignored; !options.old.empty())
+        old = inspect(Package(options.old, ignored), options.rules.processors);
+    deliver(htmlReport({options.path.filename().empty() ? options.path.parent_path().filename().string()
+                                                        : options.path.filename().string(),
+                        held, findings, plan ? &*plan : nullptr, options.baud, old ? &*old : nullptr,
+                        options.old.string(), "keldra-package " KELDRA_VERSION}),
+            options.output);
+    return verdict(findings, false);
+}
+
+Status init(const Options& options) {
+    const fs::path directory = options.path.empty() ? "." : options.path;
+    const std::pair<const char*, const char*> examples[] = {{"package.json", PACKAGE_EXAMPLE},
+                                                            {"inventory.json", INVENTORY_EXAMPLE}};
+    for (const auto& [name, text] : examples) {
+        if (fs::exists(directory / name))
+            throw Failure((directory / name).string() + ": is there already");
+    }
+    fs::create_directories(directory);
+    for (const auto& [name, text] : examples) {
+        writeFile(directory / name, text);
+        print("wrote " + (directory / name).lexically_normal().string() + "\n");
+    }
+    return Status::Fine;
 }
 
 Status run(const Options& options) {
@@ -150,6 +235,14 @@ Status run(const Options& options) {
         return show(options);
     case Command::Convert:
         return convert(options);
+    case Command::Info:
+        return info(options);
+    case Command::Diff:
+        return diff(options);
+    case Command::Report:
+        return report(options);
+    case Command::Init:
+        return init(options);
     }
     return Status::Failed;
 }

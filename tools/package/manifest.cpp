@@ -125,6 +125,48 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
         reader.report(kinds::itemForm, body, "the item names no file");
 }
 
+bool isRemark(const JsonValue& key) {
+    return key.text == "$schema" || key.text == "$comment";
+}
+
+bool isKind(const std::string& id) {
+    return std::any_of(std::begin(kinds::ALL), std::end(kinds::ALL),
+                       [&](const Kind* each) { return each->id == id; });
+}
+
+std::vector<std::string> kindNames() {
+    std::vector<std::string> names;
+    for (const Kind* each : kinds::ALL)
+        names.push_back(each->id);
+    return names;
+}
+
+void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, Reader& reader) {
+    if (!list.isArray())
+        reader.report(kinds::allowForm, list, "\"allow\" is no list");
+    for (const JsonValue& each : list.elements) {
+        Allowance allowance;
+        for (const auto& [key, field] : each.members) {
+            if (isRemark(key))
+                continue;
+            if (key.text != "finding" && key.text != "file" && key.text != "reason")
+                reader.report(kinds::allowForm, key,
+                              "\"" + key.text + "\" is none of \"finding\", \"file\" and \"reason\"");
+            (key.text == "finding" ? allowance.id
+             : key.text == "file"  ? allowance.file
+                                   : allowance.reason) = field.text;
+        }
+        if (!isKind(allowance.id))
+            reader.report(kinds::allowForm, each,
+                          "there is no finding \"" + allowance.id + "\"" +
+                              suggest(allowance.id, kindNames()));
+        else if (allowance.reason.empty())
+            reader.report(kinds::allowForm, each, "no \"reason\"");
+        else if (allowances != nullptr)
+            allowances->push_back(allowance);
+    }
+}
+
 // One revision of a description.
 void readEntry(const JsonValue& value, Item& item, Reader& reader) {
     Entry entry;
@@ -134,6 +176,8 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
         return;
     }
     for (const auto& [key, field] : value.members) {
+        if (isRemark(key))
+            continue;
         if (key.text == "fill" || key.text == "crop") {
             if (field.isText() || (field.text != "true" && field.text != "false"))
                 reader.report(kinds::itemForm, field, "\"" + key.text + "\" is neither true nor false");
@@ -201,7 +245,8 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     return items;
 }
 
-Items readDescription(const std::string& text, const std::string& name, Findings& findings) {
+Items readDescription(const std::string& text, const std::string& name, Findings& findings,
+                      std::vector<Allowance>* allowances) {
     Items items;
     Reader reader(name, findings);
     JsonValue root;
@@ -210,6 +255,12 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     if (root.members.empty())
         reader.report(kinds::manifestBlank, root, "the description names no item");
     for (const auto& [key, list] : root.members) {
+        if (isRemark(key))
+            continue;
+        if (key.text == "allow") {
+            readAllowances(list, allowances, reader);
+            continue;
+        }
         Item* item = reader.openItem(key, {}, items);
         if (item == nullptr)
             continue;

@@ -40,8 +40,10 @@ const Item* findItem(const Items& items, const std::string& name);
 // file. `name` is what findings call the file. Objects within items are reported, not followed.
 Items readManifest(const std::string& text, const std::string& name, Findings& findings);
 
-// A description: for each item a list of {"file", "version", "processor"} by hardware revision.
-Items readDescription(const std::string& text, const std::string& name, Findings& findings);
+// A description: for each item a list of {"file", "version", "processor", ...} by hardware revision; and
+// "allow", a list of findings that are meant. "$schema" and "$comment" are for people and editors.
+Items readDescription(const std::string& text, const std::string& name, Findings& findings,
+                      std::vector<Allowance>* allowances = nullptr);
 
 // The manifest of these items, in their order.
 std::string writeManifest(const Items& items);

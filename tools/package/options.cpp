@@ -1,11 +1,15 @@
 #include "options.h"
 
+#include "completion.h"
 #include "fileType.h"
+#include "findingKinds.h"
 #include "suggest.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <iostream>
+#include <map>
 
 namespace package {
 
@@ -68,6 +72,22 @@ void readProcessors(Options& options) {
     }
 }
 
+// "NAME" or "NAME=FILE".
+void readAllowances(Options& options) {
+    std::vector<std::string> names;
+    for (const Kind* each : kinds::ALL)
+        names.push_back(each->id);
+    for (const std::string& text : options.allow) {
+        const std::size_t equals = text.find('=');
+        const std::string name = text.substr(0, equals);
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            throw CLI::ValidationError("--allow",
+                                       "there is no finding \"" + name + "\"" + suggest(name, names));
+        options.rules.allowances.push_back(
+            {name, equals == text.npos ? "" : text.substr(equals + 1), "allowed on the command line"});
+    }
+}
+
 void complete(Options& options) {
     options.isImage = options.command == Command::Convert || options.command == Command::Show ||
                       (options.command == Command::Check && isImageFile(options.path));
@@ -76,11 +96,25 @@ void complete(Options& options) {
     if (!options.isImage && options.serial)
         throw CLI::ValidationError("--serial", "it is for a HEX image");
     readProcessors(options);
+    readAllowances(options);
+    options.format = options.json ? Format::Json : options.format;
     options.rules.anyKernel = options.kernel == "any";
     options.rules.machine = findMachine(options.machine);
     if (options.rules.machine == nullptr && options.machine != "any")
         throw CLI::ValidationError("--arch",
                                    "\"" + options.machine + "\" is none of " + machineNames() + ", any");
+}
+
+// How findings are told.
+void addFormat(CLI::App& command, Options& options) {
+    static const std::map<std::string, Format> FORMATS = {
+        {"text", Format::Text}, {"json", Format::Json}, {"sarif", Format::Sarif}, {"github", Format::Github}};
+    command
+        .add_option("--format", options.format,
+                    "text, json, sarif (for code reviews) or github (for its actions)")
+        ->transform(CLI::CheckedTransformer(FORMATS));
+    command.add_flag("--json", options.json, "for programs: --format json");
+    command.add_flag("--strict", options.strict, "warnings count as errors");
 }
 
 void addRules(CLI::App& command, Options& options) {
@@ -91,6 +125,7 @@ void addRules(CLI::App& command, Options& options) {
     command
         .add_option("--card-size", options.rules.cardSize, "free space of the panel's card, as 512M or 2G")
         ->transform(CLI::AsSizeValue(true));
+    command.add_option("--allow", options.allow, "NAME or NAME=FILE: a finding that is meant");
     command.add_option("--processor", options.processors,
                        "KIND of an image, or ITEM=KIND,... by hardware revision; else the most likely one");
 }
@@ -101,6 +136,7 @@ CLI::App& addBuild(CLI::App& app, Options& options) {
     build.add_option("-o,--output", options.output, "directory for the package")->required();
     build.add_flag("--force", options.force, "build even what the checks refuse");
     addRules(build, options);
+    addFormat(build, options);
     build.footer(BUILD_EXAMPLE);
     return build;
 }
@@ -115,10 +151,19 @@ CLI::App& addCheck(CLI::App& app, Options& options) {
     addRules(check, options);
     check.add_option("--modules", options.modules, "JSON inventory of the modules that must find an image");
     check.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
-    check.add_flag("--strict", options.strict, "exit with 1 when there are warnings");
-    check.add_flag("--json", options.json, "for programs");
+    addFormat(check, options);
     check.footer(CHECK_EXAMPLE);
     return check;
+}
+
+// What an update would find.
+void addPanel(CLI::App& command, Options& options) {
+    command.add_option("--installed", options.installed,
+                       "the panel's system.manifest; else everything is unknown");
+    command.add_option("--modules", options.modules,
+                       "inventory of the modules; else all are there, of revision 0 and unknown version");
+    command.add_option("--baud", options.baud, "rate of the bus line (115200)")
+        ->check(CLI::Range(300U, 4000000U));
 }
 
 CLI::App& addPlan(CLI::App& app, Options& options) {
@@ -127,12 +172,7 @@ CLI::App& addPlan(CLI::App& app, Options& options) {
     plan.add_option("PATH", options.path, "package, directory with one, unpacked package or description")
         ->required();
     addRules(plan, options);
-    plan.add_option("--installed", options.installed,
-                    "the panel's system.manifest; else everything is unknown");
-    plan.add_option("--modules", options.modules,
-                    "JSON inventory of the modules; else all are there, of revision 0 and unknown version");
-    plan.add_option("--baud", options.baud, "rate of the bus line (115200)")
-        ->check(CLI::Range(300U, 4000000U));
+    addPanel(plan, options);
     plan.add_flag("--force", options.force, "update equal versions, too");
     plan.add_flag("--json", options.json, "for programs");
     plan.footer(PLAN_EXAMPLE);
@@ -162,7 +202,52 @@ CLI::App& addConvert(CLI::App& app, Options& options) {
     return convert;
 }
 
-std::vector<std::string> namesOf(const std::vector<const CLI::App*>& commands) {
+CLI::App& addInfo(CLI::App& app, Options& options) {
+    CLI::App& info = *app.add_subcommand(
+        "info", "List a package's items, versions, files, sizes, digests, processors, pages");
+    info.add_option("PATH", options.path, "package, directory with one, unpacked package or description")
+        ->required();
+    info.add_option("--processor", options.processors, "ITEM=KIND,... by hardware revision");
+    info.add_flag("--json", options.json, "for programs");
+    return info;
+}
+
+CLI::App& addDiff(CLI::App& app, Options& options) {
+    CLI::App& diff =
+        *app.add_subcommand("diff", "List what is different in items, versions, files and pages");
+    diff.add_option("OLD", options.old, "package in any form")->required();
+    diff.add_option("NEW", options.path, "package in any form")->required();
+    diff.add_option("--processor", options.processors, "ITEM=KIND,... by hardware revision");
+    return diff;
+}
+
+CLI::App& addReport(CLI::App& app, Options& options) {
+    CLI::App& report = *app.add_subcommand(
+        "report", "Write a page about a package: content, findings, flash, the update in time");
+    report.add_option("PATH", options.path, "package, directory with one, unpacked package or description")
+        ->required();
+    report.add_option("-o,--output", options.output, "HTML file to write; - for standard output")->required();
+    report.add_option("--against", options.old, "package in any form to show the changes of");
+    addRules(report, options);
+    addPanel(report, options);
+    return report;
+}
+
+CLI::App& addInit(CLI::App& app, Options& options) {
+    CLI::App& init = *app.add_subcommand("init", "Write examples of package.json and inventory.json");
+    init.add_option("DIR", options.path, "directory to write them to (the current one)");
+    return init;
+}
+
+void addCompletion(CLI::App& app, std::string& shell) {
+    CLI::App& completion =
+        *app.add_subcommand("completion", "Write the script that completes command lines in a shell");
+    completion.add_option("SHELL", shell, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+}
+
+std::vector<std::string> namesOf(const std::vector<CLI::App*>& commands) {
     std::vector<std::string> names;
     for (const CLI::App* each : commands)
         names.push_back(each->get_name());
@@ -189,12 +274,19 @@ std::optional<Options> parseOptions(int argc, char** argv, Status& status) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);
     app.footer("keldra-package COMMAND --help shows its options and examples.");
-    const std::vector<const CLI::App*> commands = {&addBuild(app, options), &addCheck(app, options),
-                                                   &addPlan(app, options), &addShow(app, options),
-                                                   &addConvert(app, options)};
+    const std::vector<const CLI::App*> commands = {
+        &addBuild(app, options), &addCheck(app, options),   &addPlan(app, options),
+        &addShow(app, options),  &addConvert(app, options), &addInfo(app, options),
+        &addDiff(app, options),  &addReport(app, options),  &addInit(app, options)};
+    std::string shell;
+    addCompletion(app, shell);
     try {
-        requireCommand(argc, argv, namesOf(commands));
+        requireCommand(argc, argv, namesOf(app.get_subcommands([](const CLI::App*) { return true; })));
         app.parse(argc, argv);
+        if (!shell.empty()) {
+            std::cout << completionScript(app, shell);
+            return std::nullopt;
+        }
         const auto chosen = std::find_if(commands.begin(), commands.end(),
                                          [](const CLI::App* each) { return each->parsed(); });
         options.command = static_cast<Command>(chosen - commands.begin());

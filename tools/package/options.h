@@ -3,6 +3,7 @@
 
 #include "build.h"
 #include "package.h"
+#include "report.h"
 
 #include <filesystem>
 #include <optional>
@@ -13,14 +14,17 @@ namespace package {
 
 enum class Status { Fine = 0, Bad = 1, Misuse = 2, Failed = 3 };
 
-enum class Command { Build, Check, Plan, Show, Convert };
+enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Init };
 
 struct Options {
     Command command = Command::Check;
     std::filesystem::path path;   // what to build from, check, plan or show
+    std::filesystem::path old;    // what to compare with
     std::filesystem::path output; // what to write
     Rules rules;
+    Format format = Format::Text;
     bool json = false;
+    std::vector<std::string> allow; // as given
     bool strict = false;
     bool force = false;
     bool fill = true; // convert

@@ -79,7 +79,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
     const std::size_t before = findings.all().size();
-    packedSize_ = fs::file_size(archive);
+    archive_ = archive;
     checkOrder(unpack(archive, root_, findings), findings);
     findings.setBase(archive.lexically_normal().string());
     if (fs::exists(root_ / MANIFEST))
@@ -97,7 +97,7 @@ void Package::openTree(Findings& findings) {
 void Package::openDescription(Findings& findings) {
     described_ = true;
     requireFile(root_ / DESCRIPTION);
-    items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings);
+    items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings, &allowances_);
     for (Item& item : items_) {
         for (Entry& entry : item.entries) {
             if (item.kind->content == Content::Firmware)

@@ -35,6 +35,7 @@ struct Rules {
     ProcessorChoice processors;
     const Machine* machine = findMachine("armhf"); // null: any
     bool anyKernel = false;
+    std::vector<Allowance> allowances;
     std::uint64_t cardSize = 0; // bytes that the panel's card has free; 0 when nobody said
 };
 
@@ -53,7 +54,8 @@ public:
                                       : entry.prepared;
     }
     const Items& items() const { return items_; }
-    std::uint64_t packedSize() const { return packedSize_; } // of the archive; 0 without one
+    const std::vector<Allowance>& allowances() const { return allowances_; } // a description's
+    const std::filesystem::path& archive() const { return archive_; }        // empty when it is not packed
     bool isDescribed() const { return described_; } // the directory may hold what is not for the package
 
 private:
@@ -65,8 +67,9 @@ private:
     std::unique_ptr<TemporaryDirectory> unpacked_; // or what was prepared
     std::map<std::string, std::string> texts_;     // of what was prepared, by name
     std::filesystem::path root_;
-    std::uint64_t packedSize_ = 0;
+    std::filesystem::path archive_;
     Items items_;
+    std::vector<Allowance> allowances_;
     bool described_ = false;
 };
 

@@ -2,6 +2,7 @@
 
 #include "hexCheck.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace package {
@@ -12,8 +13,8 @@ namespace {
 
 class Planner {
 public:
-    Planner(const Package& package, const Inventory& inventory, bool force)
-        : package_(package), inventory_(inventory), force_(force) {}
+    Planner(const Package& package, const Inventory& inventory, bool force, const ProcessorChoice& choice)
+        : package_(package), inventory_(inventory), force_(force), choice_(choice) {}
 
     Step visit(const Stop& stop);
 
@@ -37,6 +38,7 @@ private:
     const Package& package_;
     const Inventory& inventory_;
     const bool force_;
+    const ProcessorChoice& choice_;
     bool askedInVain_ = false; // the module before
 };
 
@@ -92,14 +94,17 @@ Module Planner::moduleOf(const Stop& stop) const {
     Module module;
     module.serial = findItem(stop.item)->serial;
     const std::vector<Entry>& entries = entriesOf(stop);
-    module.silent = entries.empty();
-    module.processor = entries.empty() ? nullptr : findProcessor(entries.front().processor);
+    if (!entries.empty() && !choice_.contains(stop.item))
+        module.processor = findProcessor(entries.front().processor);
     if (inventory_.modules) {
         const auto known = inventory_.modules->find(stop.module->name);
         module.silent = known == inventory_.modules->end();
         if (!module.silent)
             module = known->second;
     }
+    if (const auto chosen = choice_.find(stop.item); module.processor == nullptr && chosen != choice_.end())
+        module.processor =
+            chosen->second[std::min<std::size_t>(pickedRevision(module), chosen->second.size() - 1)];
     return module;
 }
 
@@ -143,6 +148,7 @@ void Planner::programModule(Step& step, const Module& module, const fs::path& pa
         if (processor == nullptr) {
             Findings ignored;
             processor = &guessProcessor(HexFile(path, step.file, ignored).records());
+            step.assumed = processor;
         }
         if (!module.serial && !processor->onCan)
             fail(step, std::string("unsupported processor ") + processor->name);
@@ -155,14 +161,14 @@ void Planner::programModule(Step& step, const Module& module, const fs::path& pa
 
 } // namespace
 
-Plan makePlan(const Package& package, const Inventory& inventory, bool force) {
+Plan makePlan(const Package& package, const Inventory& inventory, bool force, const ProcessorChoice& choice) {
     Plan plan;
-    Planner planner(package, inventory, force);
+    Planner planner(package, inventory, force, choice);
     plan.bus.systemCommand(); // the whole system into update mode
     bool failed = false;
     for (const Stop& stop : visitingOrder()) {
         if (failed) {
-            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, 0, {}});
+            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, 0, {}, nullptr});
             continue;
         }
         const Step& step = plan.steps.emplace_back(planner.visit(stop));

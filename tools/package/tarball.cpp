@@ -2,10 +2,12 @@
 
 #include "files.h"
 #include "findingKinds.h"
+#include "progress.h"
 #include "system/packageRules.h"
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -127,7 +129,7 @@ bool describe(const Member& member, archive_entry* entry) {
     info.st_mode = S_IFREG;
     info.st_size = static_cast<off_t>(member.text.size());
     if (!member.source.empty() && stat(member.source.c_str(), &info) != 0)
-        throw Failure(member.source.string() + ": can't be read");
+        throw Failure(member.source.string() + ": " + std::strerror(errno));
     archive_entry_set_pathname(entry, member.name.c_str());
     archive_entry_set_mtime(entry, PACKED_AT, 0);
     archive_entry_set_uid(entry, 0);
@@ -142,11 +144,12 @@ bool describe(const Member& member, archive_entry* entry) {
 
 class Packer {
 public:
-    Packer(const fs::path& path, const Progress& progress) : path_(path), progress_(progress) {
+    Packer(SafeFile& file, const Progress& progress) : file_(file), progress_(progress) {
         archive_write_add_filter_gzip(out_.get());
         archive_write_set_format_gnutar(out_.get()); // takes names as bytes, of whatever length
         archive_write_set_options(out_.get(), "gzip:!timestamp,gzip:compression-level=9");
-        check(archive_write_open_filename(out_.get(), path.c_str()));
+        archive_write_set_bytes_in_last_block(out_.get(), 1);
+        check(archive_write_open2(out_.get(), this, nullptr, &Packer::store, nullptr, nullptr));
     }
     void add(const Member& member) {
         const EntryPointer entry(archive_entry_new());
@@ -161,6 +164,16 @@ public:
     void close() { check(archive_write_close(out_.get())); }
 
 private:
+    static la_ssize_t store(archive*, void* self, const void* data, std::size_t size) {
+        Packer& packer = *static_cast<Packer*>(self);
+        try {
+            packer.file_.write(data, size);
+            return static_cast<la_ssize_t>(size);
+        } catch (const Failure& failure) { // not to pass through the library
+            packer.failure_ = failure.what();
+            return -1;
+        }
+    }
     void addFile(const fs::path& source) {
         std::ifstream in(source, std::ios::binary);
         std::string block(BLOCK, '\0');
@@ -169,7 +182,7 @@ private:
             write(block.data(), static_cast<std::size_t>(in.gcount()));
         }
         if (!in.eof())
-            throw Failure(source.string() + ": can't be read");
+            throw Failure(source.string() + ": " + std::strerror(errno));
     }
     void write(const char* data, std::size_t size) {
         checkInterrupted();
@@ -180,11 +193,12 @@ private:
     }
     void check(int status) const {
         if (status < ARCHIVE_OK)
-            throw Failure(path_.string() + ": " + errorOf(out_.get()));
+            throw Failure(failure_.empty() ? "packing: " + errorOf(out_.get()) : failure_);
     }
 
-    Reader out_{archive_write_new()};
-    const fs::path& path_;
+    SafeFile& file_;
+    std::string failure_;
+    Reader out_{archive_write_new()}; // ends before what it writes to
     const Progress& progress_;
     std::uint64_t packed_ = 0;
 };
@@ -200,6 +214,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;
     Bulk bulk(fs::file_size(path));
+    ProgressBar bar("unpacking", fs::file_size(path));
     archive_entry* entry = nullptr;
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
     while (status >= ARCHIVE_WARN && (status = archive_read_next_header(in.get(), &entry)) >= ARCHIVE_WARN &&
@@ -213,6 +228,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         }
         try {
             unpackEntry(in.get(), entry, disk.get(), directory, bulk);
+            bar.show(static_cast<std::uint64_t>(archive_filter_bytes(in.get(), -1)));
         } catch (const Failure&) {
             checkInterrupted();
             if (bulk.isBomb()) {
@@ -236,7 +252,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     return names;
 }
 
-void pack(const std::vector<Member>& members, const fs::path& archive, const Progress& progress) {
+void pack(const std::vector<Member>& members, SafeFile& archive, const Progress& progress) {
     Packer packer(archive, progress);
     for (const Member& member : members)
         packer.add(member);
