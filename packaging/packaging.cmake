@@ -7,7 +7,12 @@ install(FILES ${PROJECT_SOURCE_DIR}/config/vx3.cfg ${PROJECT_SOURCE_DIR}/config/
         DESTINATION /keldra/config COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/logs COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/tmp COMPONENT updater)
-install(TARGETS bus-trace DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT package-tool)
+install(TARGETS bus-trace bus-sim DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT package-tool)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/bus-trace.1 ${CMAKE_CURRENT_LIST_DIR}/bus-sim.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT package-tool)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/K+Updater.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT updater)
+install(FILES ${PROJECT_SOURCE_DIR}/sim/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/keldra-package-tools
+        RENAME bus-sim.md COMPONENT package-tool)
 
 set(staged ${CMAKE_CURRENT_BINARY_DIR}/packaging)
 string(TIMESTAMP packaging_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
@@ -30,6 +35,7 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides DESTINATION ${CMAKE_IN
         RENAME keldra-updater COMPONENT updater)
 
 set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}) # wherever cpack is started
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL updater package-tool)
 set(CPACK_PACKAGE_CONTACT "Keldra+ Development <updater@keldra.org>")
@@ -51,7 +57,7 @@ set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS fonts-dejavu-core) # and the libraries,
 
 set(CPACK_COMPONENT_PACKAGE-TOOL_DESCRIPTION "Tools for update packages of the Keldra+ control panel
 keldra-package makes, checks and explains update packages; bus-trace shows
-what was recorded on the bus of a panel.")
+what was recorded on the bus of a panel; bus-sim stands in for that bus.")
 set(CPACK_DEBIAN_PACKAGE-TOOL_PACKAGE_SECTION devel)
 
 if(CMAKE_CROSSCOMPILING)

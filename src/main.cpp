@@ -6,8 +6,10 @@
 #include "startConditions.h"
 #include "stopRequest.h"
 #include "system/updateCore.h"
+#include "version.h"
 
 #include <QApplication>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -17,6 +19,8 @@
 
 namespace {
 
+const char* const CONFIGURATION = "/keldra/config/vx3.cfg";
+
 bool hasArgument(int argc, char** argv, const char* argument) {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], argument) == 0) {
@@ -24,6 +28,32 @@ bool hasArgument(int argc, char** argv, const char* argument) {
         }
     }
     return false;
+}
+
+/** What a person at a keyboard asks for; the panel never does. True when it was answered. */
+bool answerQuestion(int argc, char** argv) {
+    if (hasArgument(argc, argv, "--version")) {
+        std::cout << "K+Updater " KELDRA_VERSION << std::endl;
+        return true;
+    }
+    if (hasArgument(argc, argv, "--help")) {
+        std::cout << "K+Updater [auto [force]] [-qws]\n"
+                     "The software updater of the Keldra+ control panel, which starts it.\n"
+                     "  auto   go on with an update at once; force: what is up to date, too\n"
+                     "  -qws   draw on the framebuffer\n"
+                     "It needs the panel's own folders; ./demo runs it on a simulated panel."
+                  << std::endl;
+        return true;
+    }
+    return false;
+}
+
+/** Without its configuration the program ends in an exception: says why before that. */
+void explainMissingConfiguration() {
+    if (access(CONFIGURATION, R_OK) != 0) {
+        std::cerr << "K+Updater: " << CONFIGURATION << ": " << std::strerror(errno)
+                  << "; it runs on a panel, or on a simulated one (./demo)" << std::endl;
+    }
 }
 
 /** "-qws" asks for the framebuffer, unless a platform is chosen in a way that Qt knows itself. */
@@ -89,6 +119,9 @@ void haltPanel(updateCore& core) {
 } // namespace
 
 int main(int argc, char** argv) {
+    if (answerQuestion(argc, argv)) {
+        return 0;
+    }
     settleStartConditions();
     installCrashReport();
     std::cout << "Init Start ------" << std::endl;
@@ -97,6 +130,7 @@ int main(int argc, char** argv) {
         std::cerr << "Another updater is running: this one ends" << std::endl;
         return EXIT_FAILURE;
     }
+    explainMissingConfiguration();
     auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
     core->startModePending = true;
     choosePlatform(argc, argv);

@@ -86,15 +86,6 @@ std::string busInventory(const Description& description, const fs::path& content
     return text;
 }
 
-std::string toolInventory(const Description& description) {
-    std::string text;
-    for (const ModuleUpdate& module : description.modules)
-        if (module.fate != ModuleUpdate::Fate::Absent)
-            text += (text.empty() ? "{\n  \"" : ",\n  \"") + module.name + "\": {\"hw\": " + module.hardware +
-                    ", " + members({{"kind", module.kind}, {"version", module.version}}) + "}";
-    return text + "\n}\n";
-}
-
 std::string systemManifest(const Description& description) {
     std::string text;
     for (const HostItem& item : description.items)

@@ -14,10 +14,9 @@ Memory randomImage(const std::vector<std::pair<std::uint32_t, std::uint32_t>>& p
 // Writes the files of the package but the updater, all images, and package.json, which describes them.
 void writeContent(const Description& description, const std::filesystem::path& folder);
 
-// The inventory of the bus; images are preloaded from the content's folder.
+// The inventory of the bus, which the package tool reads as well; images are preloaded from the content's
+// folder.
 std::string busInventory(const Description& description, const std::filesystem::path& content);
-// The modules as the package tool wants to know them.
-std::string toolInventory(const Description& description);
 // The record of what is installed.
 std::string systemManifest(const Description& description);
 

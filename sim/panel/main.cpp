@@ -33,7 +33,6 @@ int content(const Options& options) {
     const std::filesystem::path& folder = options.folder;
     writeContent(description, options.places.content);
     put(folder / "system.manifest", systemManifest(description));
-    put(folder / "modules.json", toolInventory(description));
     put(folder / "inventory", busInventory(description, options.places.content));
     description.exchange();
     put(folder / "exchanged-inventory", busInventory(description, options.places.content));

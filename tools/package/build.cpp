@@ -1,13 +1,16 @@
 #include "build.h"
 
 #include "digest.h"
+#include "lib/durable.h"
 #include "lib/sha1.h"
 #include "package.h"
 #include "progress.h"
 #include "tarball.h"
 
 #include <algorithm>
-#include <set>
+#include <cerrno>
+#include <cstring>
+#include <map>
 
 namespace package {
 
@@ -15,39 +18,43 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Names = std::set<std::string>; // sorted by bytes, whatever the locale
+// What is packed, by its name in the package: sorted by bytes, whatever the locale.
+using Sources = std::map<std::string, fs::path>;
 
 // As the panel copies it: what a link leads to takes the link's place; `above` are the directories on the
 // way.
-void addTree(const fs::path& root, const std::string& name, std::vector<fs::path> above, Names& names) {
+void addTree(const fs::path& root, const std::string& name, std::vector<fs::path> above, Sources& sources) {
     std::error_code broken;
     const fs::path path = fs::canonical(root / name, broken);
     if (broken || std::find(above.begin(), above.end(), path) != above.end())
         return;
-    names.insert(name);
+    sources[name] = root / name;
     if (!fs::is_directory(path))
         return;
     above.push_back(path);
     for (const fs::directory_entry& entry : fs::directory_iterator(path))
-        addTree(root, name + "/" + entry.path().filename().string(), above, names);
+        addTree(root, name + "/" + entry.path().filename().string(), above, sources);
 }
 
 // The named files with the directories that lead to them. A name that the checks refuse may be there when
 // building is forced; one that is not plain is never packed.
-Names namesOf(const Package& package) {
-    Names names;
+Sources sourcesOf(const Package& package) {
+    Sources sources;
     for (const Item& item : package.items()) {
         for (const Entry& entry : item.entries) {
             std::error_code broken;
             const fs::path file = entry.file;
-            if (!isPlainName(entry.file) || !fs::exists(package.root() / file, broken))
+            if (!isPlainName(entry.file) || !fs::exists(package.pathOf(entry), broken))
                 continue;
             for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
-                names.insert(parent.string());
-            addTree(package.root(), entry.file, {}, names);
+                sources[parent.string()] = package.root() / parent;
+            if (entry.prepared.empty())
+                addTree(package.root(), entry.file, {}, sources);
+            else
+                sources[entry.file] = entry.prepared;
         }
     }
-    return names;
+    return sources;
 }
 
 std::uint64_t sizeOf(const std::vector<Member>& members) {
@@ -90,31 +97,51 @@ private:
 } // namespace
 
 bool buildPackage(const BuildOptions& options, Findings& findings) {
-    if (!fs::exists(options.source / DESCRIPTION))
-        throw Failure((options.source / DESCRIPTION).string() + ": no such file");
+    const bool isNamed = options.source.filename() == DESCRIPTION && !fs::is_directory(options.source);
+    const fs::path description = isNamed ? options.source : options.source / DESCRIPTION;
+    if (!fs::exists(description))
+        throw Failure(description.string() + ": no such file; keldra-package init makes an example of one");
     const Package package(options.source, findings);
-    checkContents(package, {}, findings);
+    findings.allow(package.allowances());
+    if (findings.errors() != 0)
+        return false; // a description that can't be followed: not even when forced
+    checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    if (options.strict && findings.warnings() != 0)
+        return false;
     if (findings.errors() != 0 && !options.force)
         return false;
 
     const std::string manifest = writeManifest(package.items());
     const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
     std::vector<Member> members;
-    for (const std::string& name : namesOf(package))
-        members.push_back({name, package.root() / name, {}});
+    for (const auto& [name, source] : sourcesOf(package))
+        members.push_back({name, source, {}});
     // The manifest last: where it is, everything is.
     members.push_back({MANIFEST + DIGEST, {}, manifestSha});
     members.push_back({MANIFEST, {}, manifest});
 
     fs::create_directories(options.target);
     Replacement files;
-    const fs::path archive = files.add(options.target / ARCHIVE);
-    ProgressBar bar("packing", sizeOf(members));
-    pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
-    writeFile(files.add(options.target / MANIFEST), manifest);
-    writeFile(files.add(options.target / (MANIFEST + DIGEST)), manifestSha);
-    writeFile(files.add(options.target / (ARCHIVE + DIGEST)), digestText(sha1::ofFile(archive), ARCHIVE));
+    std::string digest;
+    {
+        SafeFile archive(files.add(options.target / ARCHIVE));
+        ProgressBar bar("packing", sizeOf(members));
+        pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
+        digest = archive.finish();
+    }
+    const auto put = [&](const std::string& name, const std::string& text) {
+        SafeFile file(files.add(options.target / name));
+        file.write(text.data(), text.size());
+        file.finish();
+    };
+    put(MANIFEST, manifest);
+    put(MANIFEST + DIGEST, manifestSha);
+    put(ARCHIVE + DIGEST, digestText(digest, ARCHIVE));
     files.finish(); // the archive's digest last: it belongs to no other archive
+    if (!durable::flush(options.target))
+        throw Failure(options.target.string() + ": " + std::strerror(errno));
     return true;
 }
 

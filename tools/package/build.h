@@ -2,15 +2,18 @@
 #pragma once
 
 #include "finding.h"
+#include "package.h"
 
 #include <filesystem>
 
 namespace package {
 
 struct BuildOptions {
-    std::filesystem::path source; // directory with package.json
+    std::filesystem::path source; // directory with package.json, or that file
     std::filesystem::path target; // directory, made when missing
     bool force = false;           // build what the checks refuse
+    Rules rules = {};
+    bool strict = false; // warnings forbid it, too
 };
 
 // Writes update.manifest, keldra_update.tgz and the digests of both. False when the findings forbid it.

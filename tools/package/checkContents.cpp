@@ -1,12 +1,14 @@
 // The checks of what a package brings: names, versions, files.
 #include "package.h"
 
-#include "executable.h"
+#include "fileType.h"
 #include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
 #include "lib/format.h"
+#include "suggest.h"
 #include "system/busProtocol.h"
+#include "systemFiles.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -29,13 +31,25 @@ bool isModuleVersion(const std::string& version) {
            version == format("%u.%u.%u", numbers[0], numbers[1], numbers[2]);
 }
 
+bool hasControls(const std::string& text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](unsigned char each) { return each < ' ' || each == 0x7F; });
+}
+
+// What tools leave in directories, for themselves.
+bool isForTools(const std::string& name) {
+    return name == ".gitkeep" || name == ".keep" || name == ".gitignore" || name == ".gitattributes" ||
+           name == ".DS_Store" || name == ".directory";
+}
+
 class ContentCheck {
 public:
-    ContentCheck(const Package& package, const ProcessorChoice& choice, Findings& findings)
-        : package_(package), choice_(choice), findings_(findings) {}
+    ContentCheck(const Package& package, const Rules& rules, Findings& findings)
+        : package_(package), rules_(rules), findings_(findings) {}
 
     void checkItem(const Item& item);
     void unnamed();
+    void size();
 
 private:
     bool checkName(const Item& item, const Entry& entry);
@@ -53,7 +67,7 @@ private:
     }
 
     const Package& package_;
-    const ProcessorChoice& choice_;
+    const Rules& rules_;
     Findings& findings_;
     std::set<std::string> checked_; // firmware, with its processor
     std::vector<fs::path> walked_;  // the directories that the one being checked lies in, and itself
@@ -87,9 +101,13 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
         findings_.add(kinds::nameOutside, entry.filePlace, quoted);
     else if (!isPlainName(name))
         findings_.add(kinds::nameForm, entry.filePlace, quoted);
-    else if (!packageRules::isHarmless(name) || name.front() == '-')
+    else if (hasControls(name) || name.starts_with('-') ||
+             (item.kind->content == Content::Image && !packageRules::isHarmless(name)))
         findings_.add(kinds::nameShell, entry.filePlace, quoted);
-    return findings_.all().size() == before;
+    const bool fine = findings_.all().size() == before;
+    if (fine && !packageRules::isHarmless(name))
+        findings_.add(kinds::nameOdd, entry.filePlace, quoted);
+    return fine;
 }
 
 // The links among the components of a name stay in the package.
@@ -110,12 +128,11 @@ bool ContentCheck::checkWay(const Entry& entry) {
 void ContentCheck::checkVersion(const Item& item, const Entry& entry) {
     const std::string& version = entry.version;
     const bool blank = version.find_first_not_of(" \t\r\n") == version.npos;
-    const bool hasLines = version.find_first_of("\r\n") != version.npos;
     if (entry.versionPlace.line == 0)
         return; // none at all was reported as not paired
     if (blank)
         findings_.add(kinds::versionEmpty, entry.versionPlace, "the version of \"" + entry.file + "\"");
-    else if (hasLines || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
+    else if (hasControls(version) || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
         findings_.add(kinds::versionForm, entry.versionPlace, "\"" + version + "\"");
 }
 
@@ -127,10 +144,13 @@ void ContentCheck::checkUpdater(const Entry& entry) {
     if (isTree ? !fs::is_regular_file(path / UPDATER_NAME, broken) : entry.file != UPDATER_NAME)
         findings_.add(kinds::updaterName, entry.filePlace,
                       "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
+    const std::string program = isTree ? entry.file + "/" + UPDATER_NAME : entry.file;
+    if (fs::is_regular_file(package_.root() / program, broken) && isReadable(package_.root() / program))
+        checkUpdaterFile(package_.root() / program, program, findings_);
 }
 
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
-    const fs::path path = package_.root() / entry.file;
+    const fs::path path = package_.pathOf(entry);
     const bool takesTree = item.kind->content == Content::Files;
     std::error_code broken;
     if (!fs::exists(path, broken)) {
@@ -142,13 +162,15 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
             findings_.add(kinds::fileEmpty, {entry.file}, "the directory is empty");
         checkTree(path);
     } else if (!fs::is_regular_file(path)) {
-        findings_.add(kinds::fileKind, entry.filePlace, "\"" + entry.file + "\" is no regular file");
+        findings_.add(kinds::fileKind, entry.filePlace, "\"" + entry.file + "\" is " + natureOf(path).name);
     } else if (fs::file_size(path) == 0) {
         findings_.add(kinds::fileEmpty, {entry.file}, "the file is empty");
     } else if (takesTree) {
         checkProgram(path);
     } else if (item.kind->content == Content::Firmware) {
         checkFirmware(item, entry, revision);
+    } else if (item.kind->content == Content::Image && !rules_.anyKernel) {
+        checkKernelFile(path, entry.file, rules_.machine, findings_);
     }
     if (item.kind->name == std::string("updater") && revision == 0 && fs::exists(path, broken))
         checkUpdater(entry);
@@ -157,14 +179,19 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
 void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size_t revision) {
     const Processor* processor = findProcessor(entry.processor);
     if (processor == nullptr && !entry.processor.empty())
-        findings_.add(kinds::processorUnknown, entry.filePlace, "\"" + entry.processor + "\"");
-    const auto chosen = choice_.find(item.kind->name);
-    if (chosen != choice_.end() && revision < chosen->second.size())
+        findings_.add(kinds::processorUnknown, entry.filePlace,
+                      "\"" + entry.processor + "\"" + suggest(entry.processor, processorNames()));
+    const auto chosen = rules_.processors.find(item.kind->name);
+    if (chosen != rules_.processors.end() && revision < chosen->second.size())
         processor = chosen->second[revision];
     const std::string key =
         entry.file + " " + (processor != nullptr ? processor->name : "") + " " + item.kind->name;
-    if (checked_.insert(key).second)
-        checkHex(package_.root() / entry.file, entry.file, processor, item.kind->serial, findings_);
+    if (!checked_.insert(key).second || (entry.prepared.empty() && !entry.origin.empty()))
+        return; // or it could not be prepared, which was reported
+    Findings found;
+    checkHex(package_.pathOf(entry), entry.shown(), processor, item.kind->serial, found);
+    for (const Finding& each : found.all()) // lines of what was prepared are nobody's
+        findings_.add(*each.kind, {each.place.file, entry.prepared.empty() ? each.place.line : 0}, each.text);
 }
 
 void ContentCheck::checkTree(const fs::path& directory) {
@@ -177,7 +204,8 @@ void ContentCheck::checkTree(const fs::path& directory) {
     walked_.push_back(fs::canonical(directory));
     for (const fs::path& path : entries) {
         if (path.filename().string().front() == '.')
-            findings_.add(kinds::fileHidden, {nameOf(path)}, "a hidden name");
+            findings_.add(isForTools(path.filename().string()) ? kinds::fileLeftOut : kinds::fileHidden,
+                          {nameOf(path)}, "a hidden name");
         else if (fs::is_symlink(path) && !checkLink(path))
             continue;
         else if (fs::is_directory(path))
@@ -216,10 +244,11 @@ bool ContentCheck::checkLink(const fs::path& link) {
 
 // Building sets the bits for all when the owner has his.
 void ContentCheck::checkProgram(const fs::path& file) {
+    checkProgramFile(file, nameOf(file), rules_.machine, findings_);
     const fs::perms all = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
     const fs::perms executable = package_.isDescribed() ? fs::perms::owner_exec : all;
     if ((fs::status(file).permissions() & executable) != executable &&
-        (file.filename() == UPDATER_NAME || isProgram(file)))
+        (file.filename() == UPDATER_NAME || isProgramFile(file)))
         findings_.add(kinds::notExecutable, {nameOf(file)}, "a program without its executable bits");
 }
 
@@ -240,12 +269,28 @@ void ContentCheck::unnamed() {
     }
 }
 
+// What is unpacked lies on the card beside the archive.
+void ContentCheck::size() {
+    constexpr std::uint64_t LARGE = 512'000'000;
+    std::uint64_t unpacked = 0;
+    for (const Item& item : package_.items()) {
+        for (const Entry& entry : item.entries)
+            unpacked += isPlainName(entry.file) ? sizeOf(package_.pathOf(entry)) : 0;
+    }
+    const std::uint64_t needed = unpacked + sizeOf(package_.archive());
+    if (needed >= (rules_.cardSize != 0 ? rules_.cardSize : LARGE))
+        findings_.add(kinds::cardSize, {},
+                      shownSize(needed) + " on the card" +
+                          (rules_.cardSize != 0 ? ", which holds " + shownSize(rules_.cardSize) : ""));
+}
+
 } // namespace
 
-void checkContents(const Package& package, const ProcessorChoice& choice, Findings& findings) {
-    ContentCheck check(package, choice, findings);
+void checkContents(const Package& package, const Rules& rules, Findings& findings) {
+    ContentCheck check(package, rules, findings);
     for (const Item& item : package.items())
         check.checkItem(item);
+    check.size();
     if (!package.isDescribed() && !package.items().empty())
         check.unnamed();
 }

@@ -1,10 +1,17 @@
 #include "files.h"
 
+#include "lib/format.h"
+#include "lib/sha1.h"
+
+#include <algorithm>
 #include <cerrno>
+#include <cryptopp/filters.h>
 #include <cryptopp/gzip.h>
+#include <cryptopp/hex.h>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <unistd.h>
@@ -15,6 +22,8 @@ namespace package {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::uint64_t LARGEST_TEXT = 16'000'000;
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -53,12 +62,37 @@ void requireFile(const fs::path& path) {
         throw Failure(path.string() + ": can't be read");
 }
 
+std::uint64_t sizeOf(const fs::path& path) {
+    std::error_code broken; // a link, say
+    if (!fs::is_directory(path, broken)) {
+        const std::uint64_t size = fs::is_regular_file(path, broken) ? fs::file_size(path, broken) : 0;
+        return broken ? 0 : size;
+    }
+    std::uint64_t size = 0;
+    const auto skipping = fs::directory_options::skip_permission_denied;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path, skipping, broken))
+        size += entry.is_regular_file(broken) ? entry.file_size(broken) : 0;
+    return size;
+}
+
+std::string shownSize(std::uint64_t bytes) {
+    constexpr const char* UNITS[] = {"bytes", "kB", "MB", "GB"};
+    double size = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; size >= 1000 && unit + 1 < std::size(UNITS); ++unit)
+        size /= 1000;
+    return unit == 0 ? format("%llu bytes", static_cast<unsigned long long>(bytes))
+                     : format("%.1f %s", size, UNITS[unit]);
+}
+
 std::string readFile(const fs::path& path) {
     if (fs::is_directory(path))
         throw Failure(path.string() + ": is a directory");
     std::ifstream in(path, std::ios::binary);
     if (!in)
         fail(path);
+    if (sizeOf(path) > LARGEST_TEXT)
+        throw Failure(path.string() + ": " + shownSize(sizeOf(path)) + ", too large for a text");
     std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     if (in.bad())
         fail(path);
@@ -72,12 +106,50 @@ void writeFile(const fs::path& path, const std::string& content) {
         fail(path);
 }
 
+SafeFile::SafeFile(const fs::path& path)
+    : path_(path), file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+    if (file_ < 0)
+        fail(path_);
+}
+
+SafeFile::~SafeFile() {
+    close(file_);
+}
+
+void SafeFile::write(const void* data, std::size_t size) {
+    const auto* rest = static_cast<const CryptoPP::byte*>(data);
+    hash_.Update(rest, size);
+    while (size > 0) {
+        const ssize_t written = ::write(file_, rest, size);
+        if (written < 0 && errno != EINTR)
+            fail(path_);
+        rest += std::max<ssize_t>(written, 0);
+        size -= static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+    }
+}
+
+std::string SafeFile::finish() {
+    if (fsync(file_) != 0)
+        fail(path_);
+    posix_fadvise(file_, 0, 0, POSIX_FADV_DONTNEED); // what is read back is to come from the medium
+    std::string digest;
+    CryptoPP::HexEncoder digits(new CryptoPP::StringSink(digest), false);
+    CryptoPP::byte sum[CryptoPP::SHA1::DIGESTSIZE];
+    hash_.Final(sum);
+    digits.Put(sum, sizeof sum);
+    digits.MessageEnd();
+    if (sha1::ofFile(path_) != digest)
+        throw Failure(path_.string() + ": reads back differently; the medium is damaged");
+    return digest;
+}
+
 void checkGzip(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
     std::vector<char> block(0x10000);
     try {
         do {
             GzipStream stream;
+            stream.Attach(new CryptoPP::Redirector(CryptoPP::TheBitBucket())); // else it keeps everything
             while (!stream.hasEnded() && in) {
                 checkInterrupted();
                 in.read(block.data(), static_cast<std::streamsize>(block.size()));

@@ -1,6 +1,7 @@
 // File access of the tool. Failures throw Failure, whose text is for the person at the keyboard.
 #pragma once
 
+#include <cryptopp/sha.h>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -18,8 +19,30 @@ bool isReadable(const std::filesystem::path& path); // a directory: its names an
 // Throws Failure for anything that reading would not end of.
 void requireFile(const std::filesystem::path& path);
 
+// Of a file, or of all in a directory; of what can't be read, 0.
+std::uint64_t sizeOf(const std::filesystem::path& path);
+std::string shownSize(std::uint64_t bytes); // "1.5 MB"
+
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
+
+// A file that is sure to be on its medium: written, forced there and read back.
+class SafeFile {
+public:
+    explicit SafeFile(const std::filesystem::path& path);
+    ~SafeFile();
+    SafeFile(const SafeFile&) = delete;
+    SafeFile& operator=(const SafeFile&) = delete;
+
+    void write(const void* data, std::size_t size);
+    // The SHA-1 of what was written. Throws Failure when something else is read back.
+    std::string finish();
+
+private:
+    const std::filesystem::path path_;
+    const int file_;
+    CryptoPP::SHA1 hash_;
+};
 
 // Throws Failure when the file is not compressed by gzip from its start to its end, without damage.
 void checkGzip(const std::filesystem::path& path);

@@ -30,16 +30,36 @@ struct Finding {
     std::string text;
 };
 
+// A kind of finding that is meant, everywhere or in one file.
+struct Allowance {
+    std::string id;
+    std::string file;   // its path, or the end of it; empty: any
+    std::string reason; // empty when nobody gave one
+};
+
+struct Allowed {
+    Finding finding;
+    std::string reason;
+};
+
 class Findings {
 public:
+    // What the names of places are below from then on, so that an editor finds them.
+    void setBase(const std::string& base) { base_ = base; }
     void add(const Kind& kind, Place place, std::string text);
 
+    // Sets aside what is meant. What makes a description unreadable can't be.
+    void allow(const std::vector<Allowance>& allowances);
+
     const std::vector<Finding>& all() const { return findings_; }
+    const std::vector<Allowed>& allowed() const { return allowed_; }
     std::size_t errors() const;
     std::size_t warnings() const { return findings_.size() - errors(); }
 
 private:
+    std::string base_;
     std::vector<Finding> findings_;
+    std::vector<Allowed> allowed_;
 };
 
 } // namespace package

@@ -42,10 +42,12 @@ inline constexpr Kind manifestBlank{"manifest-blank", Error,
                                     "name the items in the manifest"};
 inline constexpr Kind jsonSyntax{"json-syntax", Error, "does not read the manifest: \"Internal Error\"",
                                  "correct the text at this place"};
-inline constexpr Kind itemUnknown{"item-unknown", Error, "ignores the item in silence",
-                                  "use a name that docs/package.md lists, in lower case"};
-inline constexpr Kind itemForm{"item-form", Error, "takes nothing from it, or puts it into another item",
-                               "write the item as docs/package.md shows it"};
+inline constexpr Kind itemUnknown{
+    "item-unknown", Error, "ignores the item in silence",
+    "use a name of those that package.md in /usr/share/doc/keldra-package-tools lists"};
+inline constexpr Kind itemForm{
+    "item-form", Error, "takes nothing from it, or puts it into another item",
+    "write the item as package.md in /usr/share/doc/keldra-package-tools shows it"};
 inline constexpr Kind itemTwice{"item-twice", Error,
                                 "appends the second files and gives the first ones the second versions",
                                 "name each item once"};
@@ -54,9 +56,9 @@ inline constexpr Kind itemUnvisited{"item-unvisited", Warning,
                                     "leave the item out"};
 inline constexpr Kind itemNested{
     "item-nested", Error, "takes the inner object's key for an item when it is longer than one character",
-    "write the item as docs/package.md shows it"};
+    "write the item as package.md in /usr/share/doc/keldra-package-tools shows it"};
 inline constexpr Kind keyUnknown{"key-unknown", Error, "ignores the key in silence",
-                                 "remove it, or spell it as docs/package.md does"};
+                                 "remove it, or correct its spelling"};
 inline constexpr Kind keyTwice{"key-twice", Error, "appends files, and overwrites versions from the first on",
                                "write each key once, with a list of values"};
 inline constexpr Kind valueNotText{"value-not-text", Error, "loses a value that is not a text",
@@ -69,7 +71,8 @@ inline constexpr Kind unpaired{
 inline constexpr Kind versionEmpty{"version-empty", Error, "updates the item again and again",
                                    "give the version that the item reports once it is installed"};
 inline constexpr Kind versionForm{
-    "version-form", Error, "never finds it equal to what the module tells, and shows line ends as such",
+    "version-form", Error,
+    "never finds it equal to what the module tells, or shows it with control characters",
     "write it as the module tells it: three numbers up to 255 without leading zeros, as 1.3.0"};
 inline constexpr Kind textTooLong{"text-too-long", Error, "refuses the package: \"Internal Error\"",
                                   "keep names and versions to 4096 bytes"};
@@ -89,9 +92,10 @@ inline constexpr Kind nameOutside{"name-outside", Error, "refuses a name that le
 inline constexpr Kind nameForm{
     "name-form", Error, "may find the file all the same, but two names then stand for one file",
     "write names without \"./\", doubled or closing slashes, and leave update.manifest to the package"};
-inline constexpr Kind nameShell{"name-shell", Error,
-                                "refuses such a kernel; other names may not survive scripts and sticks",
+inline constexpr Kind nameShell{"name-shell", Error, "refuses a kernel of such a name, or cuts the name",
                                 "use letters, digits and ._+-/ only"};
+inline constexpr Kind nameOdd{"name-odd", Warning, "copes with it; sticks and scripts may not",
+                              "use letters, digits and ._+-/ only"};
 inline constexpr Kind processorUnknown{"processor-unknown", Error, "(does not read the description)",
                                        "use pic24, pic24-old, pic32-records, pic32-pages, stm32f0, stm32f3 "
                                        "or stm32f4"};
@@ -100,6 +104,9 @@ inline constexpr Kind processorUnsupported{
     "PIC32 images are for ctrl only; check which item it is meant for"};
 
 // Files.
+inline constexpr Kind allowForm{
+    "allow-form", Error, "(does not read the description)",
+    "write each as {\"finding\": NAME, \"file\": FILE, \"reason\": WHY}; only \"file\" may be missing"};
 inline constexpr Kind fileMissing{"file-missing", Error,
                                   "fails at this item, with the items before it already installed",
                                   "put the file into the package, or correct its name"};
@@ -112,6 +119,8 @@ inline constexpr Kind fileEmpty{"file-empty", Error, "installs nothing and recor
                                 "put the real content into the package"};
 inline constexpr Kind fileHidden{"file-hidden", Error, "does not copy names that begin with a full stop",
                                  "rename what is needed and remove the rest"};
+inline constexpr Kind fileLeftOut{"file-left-out", Warning, "does not copy names that begin with a full stop",
+                                  "nothing, when it is for other tools only"};
 inline constexpr Kind linkBroken{"link-broken", Error,
                                  "can't copy it, and records the new version all the same",
                                  "put the file itself into the package"};
@@ -125,6 +134,23 @@ inline constexpr Kind notExecutable{"not-executable", Error, "installs a program
 inline constexpr Kind updaterName{
     "updater-name", Error, "installs it elsewhere and starts the old program, with the new version recorded",
     "name the program K+Updater, at the top of the package or of the directory that is named"};
+inline constexpr Kind wrongMachine{"wrong-machine", Error,
+                                   "installs it all the same, and can't start it from then on",
+                                   "take the build for the panel's processor, or name another with --arch"};
+inline constexpr Kind noProgram{"no-program", Error,
+                                "installs it in the place of the only program that could repair the panel",
+                                "name the updater's program"};
+inline constexpr Kind scriptForm{"script-form", Error, "installs a script that can't be started",
+                                 "let it begin with a line as #!/bin/sh, without a carriage return"};
+inline constexpr Kind kernelForm{"kernel-form", Error,
+                                 "writes it to the boot partition as it is, and starts no more",
+                                 "name a whole uImage, zImage or Image; --kernel any takes anything"};
+inline constexpr Kind cardSize{"card-size", Warning,
+                               "keeps archive and files on its card at once, and fails when that is full",
+                               "leave out what is not needed; --card-size says how much the card holds"};
+inline constexpr Kind archiveBomb{"archive-bomb", Error,
+                                  "unpacks it until its card is full: \"Internal Error\"",
+                                  "look for a file that holds next to nothing, such as a disk image"};
 inline constexpr Kind fileUnnamed{"file-unnamed", Warning, "unpacks it and does nothing with it",
                                   "name it in the manifest or leave it out"};
 
@@ -133,6 +159,15 @@ inline constexpr Kind hexGarbage{
     "hex-garbage", Error,
     "skips the line; a damaged record it refuses with strict_images = 1, else it warns and reads other bytes",
     "write the image again with the linker; don't edit it"};
+inline constexpr Kind imageForm{"image-form", Error, "(never gets it: it can't be made into Intel HEX)",
+                                "let the linker write the image again, for the module's processor"};
+inline constexpr Kind hexFormat{"hex-format", Error,
+                                "finds no record in it: \"Bad HEX file\" with strict_images = 1, else "
+                                "programs nothing and counts it as done",
+                                "name an Intel HEX image; ELF and S-records go into package.json, or "
+                                "through keldra-package convert"};
+inline constexpr Kind hexHuge{"hex-huge", Error, "needs many times its size to read it",
+                              "look for what is in it: no module has so much flash"};
 inline constexpr Kind hexCount{"hex-count", Error,
                                "refuses it with strict_images = 1; else warns and trusts the count: "
                                "programs the checksum as data or drops bytes",
@@ -169,7 +204,7 @@ inline constexpr Kind hexAfterEnd{"hex-after-end", Error, "programs what follows
                                   "keep one image a file"};
 inline constexpr Kind hexGap{
     "hex-gap", Error, "refuses it with strict_images = 1; else warns and moves the bytes behind the gap up",
-    "let the linker fill every used page from its start, with FF"};
+    "say \"fill\": true beside it in package.json, or fill it by keldra-package convert"};
 inline constexpr Kind hexOutside{
     "hex-outside", Error,
     "drops the bytes with a line in the log (data that runs on from a region it refuses with strict_images = "
@@ -198,5 +233,32 @@ inline constexpr Kind hexEmpty{
 inline constexpr Kind hexRefused{"hex-refused", Error,
                                  "refuses it, at least with strict_images = 1: \"Bad HEX file\"",
                                  "write the image again with the linker"};
+
+// All of them, in their order here.
+inline constexpr const Kind* ALL[] = {&digestMissing,  &digestForm,       &digestWrong,
+                                      &digestName,     &packageName,      &archiveBroken,
+                                      &archiveEntry,   &manifestNotLast,  &manifestMissing,
+                                      &manifestBlank,  &jsonSyntax,       &itemUnknown,
+                                      &itemForm,       &itemTwice,        &itemUnvisited,
+                                      &itemNested,     &keyUnknown,       &keyTwice,
+                                      &valueNotText,   &versionsFirst,    &unpaired,
+                                      &versionEmpty,   &versionForm,      &revisionMissing,
+                                      &revisionUnused, &revisionTooHigh,  &nameShort,
+                                      &nameOutside,    &nameForm,         &nameShell,
+                                      &nameOdd,        &processorUnknown, &processorUnsupported,
+                                      &allowForm,      &fileMissing,      &fileKind,
+                                      &fileUnreadable, &fileEmpty,        &fileHidden,
+                                      &fileLeftOut,    &linkBroken,       &linkOutside,
+                                      &linkCopied,     &notExecutable,    &updaterName,
+                                      &wrongMachine,   &noProgram,        &scriptForm,
+                                      &kernelForm,     &cardSize,         &archiveBomb,
+                                      &fileUnnamed,    &hexGarbage,       &imageForm,
+                                      &hexFormat,      &hexHuge,          &hexCount,
+                                      &hexTruncated,   &hexChecksum,      &hexForm,
+                                      &hexType,        &hexOrder,         &hexOverlap,
+                                      &hexDuplicate,   &hexNoEnd,         &hexAfterEnd,
+                                      &hexGap,         &hexOutside,       &hexTooLarge,
+                                      &hexEraseRun,    &hexFirstRegion,   &hexAlignment,
+                                      &hexPhantom,     &hexEmpty,         &hexRefused};
 
 } // namespace package::kinds

@@ -1,5 +1,7 @@
 #include "hexCheck.h"
 
+#include "fileType.h"
+#include "files.h"
 #include "findingKinds.h"
 #include "lib/format.h"
 
@@ -11,6 +13,8 @@ using flashLayouts::BOUNDS;
 using flashLayouts::LAYOUT;
 
 namespace {
+
+constexpr std::uint64_t LARGEST_IMAGE = 8'000'000; // of text: several times what the largest module has
 
 unsigned shown(std::uint64_t address) {
     return static_cast<unsigned>(address);
@@ -166,17 +170,20 @@ void FlashCheck::eraseRuns(hexpage& image) {
 
 } // namespace
 
-const Processor& guessProcessor(const HexFile& file) {
+const Processor& guessProcessor(const std::vector<HexData>& records) {
+    const auto first =
+        std::min_element(records.begin(), records.end(), [](const HexData& one, const HexData& other) {
+            return one.address < other.address;
+        });
     for (const char* name : {"stm32f0", "pic32-pages"}) {
         const LAYOUT layout = findProcessor(name)->layout(true);
         const BOUNDS flash = boundsOf(layout, layout.regions.front());
-        if (!file.stretches().empty() && file.stretches().begin()->first >= flash.start &&
-            file.stretches().begin()->first < flash.end)
+        if (!records.empty() && first->address >= flash.start && first->address < flash.end)
             return *findProcessor(name);
     }
     std::size_t zeros = 0;
     std::size_t others = 0;
-    for (const HexData& record : file.records()) {
+    for (const HexData& record : records) {
         for (std::size_t i = 3; i < record.bytes.size(); i += 4)
             ++(record.bytes[i] == 0 ? zeros : others);
     }
@@ -185,6 +192,15 @@ const Processor& guessProcessor(const HexFile& file) {
 
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
               bool serial, Findings& findings) {
+    const FileNature nature = natureOf(path);
+    if (nature.type != FileType::IntelHex && nature.type != FileType::Empty) {
+        findings.add(kinds::hexFormat, {name}, "it is " + nature.name + ", no Intel HEX");
+        return;
+    }
+    if (const std::uint64_t size = std::filesystem::file_size(path); size > LARGEST_IMAGE) {
+        findings.add(kinds::hexHuge, {name}, "an image of " + shownSize(size));
+        return;
+    }
     const std::size_t before = findings.all().size();
     const HexFile file(path, name, findings);
     if (file.records().empty()) {
@@ -192,7 +208,7 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
         return;
     }
     if (processor == nullptr)
-        processor = &guessProcessor(file);
+        processor = &guessProcessor(file.records());
     if (!serial && !processor->onCan)
         findings.add(kinds::processorUnsupported, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");

@@ -43,7 +43,7 @@ private:
 
 // The most likely processor: STM32 and PIC32 have addresses of their own, and images for a PIC24's new
 // bootloader have zeros for every fourth byte.
-const Processor& guessProcessor(const HexFile& file);
+const Processor& guessProcessor(const std::vector<HexData>& records);
 
 // Checks one image for one processor; without one, for the most likely one.
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,

@@ -30,7 +30,8 @@ struct Inventory {
 
 // `installed` is a system manifest. `modules` is an object with a member for each module that is there:
 //   "s1": {"kind": "stm32f3", "link": "can", "hw": 0, "version": "1.2.3", "lost": false}
-// all of them optional; an empty path stands for none. Throws Failure for what can't be read or understood.
+// all of them optional; or the lines that bus-sim takes. An empty path stands for none. Throws Failure for
+// what can't be read or understood.
 Inventory readInventory(const std::filesystem::path& installed, const std::filesystem::path& modules);
 
 } // namespace package

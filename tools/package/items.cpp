@@ -27,13 +27,27 @@ std::vector<Stop> makeOrder() {
     return order;
 }
 
+const std::vector<ItemKind>& itemKinds() {
+    static const std::vector<ItemKind> kinds = makeKinds();
+    return kinds;
+}
+
 } // namespace
 
 const ItemKind* findItem(const std::string& name) {
-    static const std::vector<ItemKind> kinds = makeKinds();
+    const std::vector<ItemKind>& kinds = itemKinds();
     const auto found =
         std::find_if(kinds.begin(), kinds.end(), [&](const ItemKind& each) { return each.name == name; });
     return found == kinds.end() ? nullptr : &*found;
+}
+
+std::vector<std::string> itemNames() {
+    std::vector<std::string> names;
+    for (const ItemKind& each : itemKinds()) {
+        if (names.empty() || std::find(names.begin(), names.end(), each.name) == names.end())
+            names.push_back(each.name);
+    }
+    return names;
 }
 
 const std::vector<Stop>& visitingOrder() {

@@ -26,6 +26,8 @@ struct ItemKind {
 // Null for an unknown name.
 const ItemKind* findItem(const std::string& name);
 
+std::vector<std::string> itemNames();
+
 // One stop of the panel's update run.
 struct Stop {
     const char* shown;          // as the panel names it

@@ -119,8 +119,28 @@ const JsonValue* JsonValue::find(const std::string& key) const {
     return found == members.end() ? nullptr : &found->value;
 }
 
+namespace {
+
+// What people do most, in their words.
+std::string explain(const std::string& text, const rapidjson::ParseResult& result) {
+    const std::size_t at = result.Offset();
+    const std::size_t before = at == 0 ? std::string::npos : text.find_last_not_of(" \t\r\n", at - 1);
+    const bool closes = at < text.size() && (text[at] == '}' || text[at] == ']');
+    if (closes && before != std::string::npos && text[before] == ',')
+        return "a comma before the closing " + std::string(1, text[at]);
+    if (result.Code() == rapidjson::kParseErrorTermination)
+        return "nested too deeply";
+    return rapidjson::GetParseError_En(result.Code());
+}
+
+} // namespace
+
 JsonError parseJson(const std::string& text, JsonValue& root) {
     const std::size_t nul = text.find('\0');
+    if (text.starts_with("\xEF\xBB\xBF"))
+        return {"a byte order mark before the text; save it as UTF-8 without one", {1, 1}};
+    if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF"))
+        return {"UTF-16; save it as UTF-8", {1, 1}};
     if (nul != std::string::npos)
         return {"a NUL character", Lines(text).at(nul)};
     Source stream(text.c_str());
@@ -129,9 +149,7 @@ JsonError parseJson(const std::string& text, JsonValue& root) {
     const rapidjson::ParseResult result = reader.Parse<rapidjson::kParseIterativeFlag>(stream, builder);
     if (!result.IsError())
         return {};
-    const bool deep = result.Code() == rapidjson::kParseErrorTermination;
-    return {deep ? "nested too deeply" : rapidjson::GetParseError_En(result.Code()),
-            Lines(text).at(result.Offset())};
+    return {explain(text, result), Lines(text).at(result.Offset())};
 }
 
 } // namespace package

@@ -1,26 +1,44 @@
 #include "build.h"
+#include "convert.h"
+#include "examples.h"
+#include "fileType.h"
 #include "hexCheck.h"
+#include "htmlReport.h"
 #include "lib/format.h"
 #include "options.h"
+#include "packageInfo.h"
 #include "plan.h"
 #include "report.h"
 #include "show.h"
+#include "version.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 namespace {
 
 using namespace package;
+namespace fs = std::filesystem;
 
-enum Status { FINE = 0, WARNINGS = 1, ERRORS = 2 };
+// The command line asks for what there is not.
+class Misuse : public Failure {
+public:
+    using Failure::Failure;
+};
 
 void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
+}
+
+bool isColoured() {
+    return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
 }
 
 // A choice that nothing in the package is checked with is a mistake.
@@ -29,66 +47,183 @@ void requireUse(const ProcessorChoice& choice, const Package& package) {
         const Item* item = findItem(package.items(), name);
         const std::size_t files = item != nullptr ? item->entries.size() : 0;
         if (kinds.size() > files)
-            throw Failure(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
-                                 name.c_str()));
+            throw Misuse(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
+                                name.c_str()));
     }
 }
 
-int build(const Options& options) {
+Status build(const Options& options) {
     Findings findings;
-    const bool built = buildPackage(options.build, findings);
-    if (!findings.all().empty())
-        print(findingsText(findings));
-    if (!built)
-        throw Failure("nothing was built (--force builds all the same)");
-    print("built " + (options.build.target / ARCHIVE).string() + "\n");
-    return FINE;
+    const bool built =
+        buildPackage({options.path, options.output, options.force, options.rules, options.strict}, findings);
+    if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
+        print(reportFindings(findings, options.format, options.path.string(), isColoured()));
+    if (!built) {
+        std::fputs("keldra-package: nothing was built (--force builds what only the checks refuse)\n",
+                   stderr);
+        return Status::Bad;
+    }
+    if (options.format == Format::Text)
+        print("built " + (options.output / ARCHIVE).string() + "\n");
+    return Status::Fine;
 }
 
-int check(const Options& options) {
+Status verdict(const Findings& findings, bool strict) {
+    return findings.errors() != 0 || (strict && findings.warnings() != 0) ? Status::Bad : Status::Fine;
+}
+
+std::string checkImage(const Options& options, Findings& findings) {
+    const std::string name = options.path.lexically_normal().string();
+    const Processor* processor = options.processor;
+    if (processor == nullptr && natureOf(options.path).type == FileType::IntelHex) {
+        Findings ignored;
+        processor = &guessProcessor(HexFile(options.path, name, ignored).records());
+    }
+    const bool serial = options.serial || (processor != nullptr && !processor->onCan);
+    checkHex(options.path, name, processor, serial, findings);
+    if (processor == nullptr || options.processor != nullptr)
+        return "";
+    return name + ": judged for " + processor->name + (serial ? " on the serial line" : "") +
+           ", the most likely processor (--processor names another)\n";
+}
+
+Status check(const Options& options) {
     Findings findings;
+    std::string assumed;
     std::unique_ptr<Package> package;
     if (options.isImage) {
-        const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
-        checkHex(options.path, options.path.filename().string(), options.processor, serial, findings);
+        assumed = checkImage(options, findings);
     } else {
         package = std::make_unique<Package>(options.path, findings);
-        checkContents(*package, options.choice, findings);
+        checkContents(*package, options.rules, findings);
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
+        findings.allow(package->allowances());
     }
-    print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
-    if (findings.errors() != 0)
-        return ERRORS;
-    if (package)
-        requireUse(options.choice, *package);
-    return options.strict && findings.warnings() != 0 ? WARNINGS : FINE;
+    findings.allow(options.rules.allowances);
+    print((options.format == Format::Text ? assumed : "") +
+          reportFindings(findings, options.format, options.path.string(), isColoured()));
+    if (findings.errors() == 0 && package)
+        requireUse(options.rules.processors, *package);
+    return verdict(findings, options.strict);
 }
 
-int plan(const Options& options) {
+Status plan(const Options& options) {
     Findings findings;
     const Package package(options.path, findings);
+    findings.allow(options.rules.allowances);
     if (findings.errors() != 0) { // it is refused as a whole, or read in ways that are not followed here
-        print(options.json ? findingsJson(findings, options.path.string()) : findingsText(findings));
-        throw Failure("no plan for a package with such errors");
+        print(reportFindings(findings, options.format, options.path.string(), isColoured()));
+        std::fputs("keldra-package: no plan for a package with such errors\n", stderr);
+        return Status::Bad;
     }
     if (package.items().empty())
         throw Failure(options.path.string() + ": nothing in it to plan with (keldra-package check says why)");
-    const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force);
-    print(options.json ? planJson(plan, options.baud) : planText(plan, options.baud));
-    return plan.steps.back().decision == Decision::NotReached || plan.steps.back().decision == Decision::Fails
-               ? ERRORS
-               : FINE;
+    checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    requireUse(options.rules.processors, package);
+    const Plan plan = makePlan(package, readInventory(options.installed, options.modules), options.force,
+                               options.rules.processors);
+    const std::string more = findings.errors() != 0 ? " (keldra-package check tells them)\n" : "\n";
+    print(options.json ? planJson(plan, findings, options.baud)
+                       : counts(findings) + more + planText(plan, options.baud));
+    const Decision last = plan.steps.back().decision;
+    return findings.errors() != 0 || last == Decision::NotReached || last == Decision::Fails ? Status::Bad
+                                                                                             : Status::Fine;
 }
 
-int show(const Options& options) {
+Status show(const Options& options) {
     const bool serial = options.serial || (options.processor != nullptr && !options.processor->onCan);
-    const bool colours = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
-    print(drawImage(options.path, options.processor, serial, colours));
-    return FINE;
+    print(drawImage(options.path, options.processor, serial, isColoured()));
+    return Status::Fine;
 }
 
-int run(const Options& options) {
+// Puts a text where the command line wants it.
+void deliver(const std::string& text, const fs::path& target) {
+    if (target == "-") {
+        print(text);
+        return;
+    }
+    const fs::path besides = target.string() + ".new";
+    writeFile(besides, text);
+    fs::rename(besides, target);
+}
+
+Status convert(const Options& options) {
+    try {
+        const Converted made =
+            convertImage(options.path, {options.processor, options.serial, options.fill, options.crop});
+        deliver(made.text, options.output);
+        if (options.output != "-")
+            print(options.output.string() + ": " + summaryOf(made) + "\n");
+        return Status::Fine;
+    } catch (const BadFile& error) {
+        const std::string line = error.line() != 0 ? ":" + std::to_string(error.line()) : "";
+        std::fprintf(stderr, "%s%s: error: %s\n", options.path.c_str(), line.c_str(), error.what());
+        return Status::Bad;
+    }
+}
+
+Status info(const Options& options) {
+    Findings findings;
+    const Package package(options.path, findings);
+    const PackageInfo held = inspect(package, options.rules.processors);
+    print(options.json ? infoJson(held) : infoText(held));
+    if (findings.errors() != 0)
+        std::fprintf(stderr, "keldra-package: %s; keldra-package check tells more\n",
+                     counts(findings).c_str());
+    return verdict(findings, false);
+}
+
+Status diff(const Options& options) {
+    Findings ignored;
+    const Package before(options.old, ignored);
+    const Package after(options.path, ignored);
+    print(diffText(inspect(before, options.rules.processors), inspect(after, options.rules.processors)));
+    return Status::Fine;
+}
+
+Status report(const Options& options) {
+    Findings findings;
+    const Package package(options.path, findings);
+    const bool followed = findings.errors() == 0 && !package.items().empty();
+    checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    std::optional<Plan> plan;
+    if (followed)
+        plan = makePlan(package, readInventory(options.installed, options.modules), options.force,
+                        options.rules.processors);
+    const PackageInfo held = inspect(package, options.rules.processors);
+    std::optional<PackageInfo> old;
+    if (Findings ignored; !options.old.empty())
+        old = inspect(Package(options.old, ignored), options.rules.processors);
+    deliver(htmlReport({options.path.filename().empty() ? options.path.parent_path().filename().string()
+                                                        : options.path.filename().string(),
+                        held, findings, plan ? &*plan : nullptr, options.baud, old ? &*old : nullptr,
+                        options.old.string(), "keldra-package " KELDRA_VERSION}),
+            options.output);
+    return verdict(findings, false);
+}
+
+Status init(const Options& options) {
+    const fs::path directory = options.path.empty() ? "." : options.path;
+    const std::pair<const char*, const char*> examples[] = {{"package.json", PACKAGE_EXAMPLE},
+                                                            {"inventory.json", INVENTORY_EXAMPLE}};
+    for (const auto& [name, text] : examples) {
+        if (fs::exists(directory / name))
+            throw Failure((directory / name).string() + ": is there already");
+    }
+    fs::create_directories(directory);
+    for (const auto& [name, text] : examples) {
+        writeFile(directory / name, text);
+        print("wrote " + (directory / name).lexically_normal().string() + "\n");
+    }
+    return Status::Fine;
+}
+
+Status run(const Options& options) {
     switch (options.command) {
     case Command::Build:
         return build(options);
@@ -98,30 +233,43 @@ int run(const Options& options) {
         return plan(options);
     case Command::Show:
         return show(options);
+    case Command::Convert:
+        return convert(options);
+    case Command::Info:
+        return info(options);
+    case Command::Diff:
+        return diff(options);
+    case Command::Report:
+        return report(options);
+    case Command::Init:
+        return init(options);
     }
-    return ERRORS;
+    return Status::Failed;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "C.UTF-8"); // for names in archives that say them in it
-    int status = FINE;
+    Status status = Status::Fine;
     const auto options = parseOptions(argc, argv, status);
     if (!options)
-        return status;
+        return static_cast<int>(status);
     try {
         watchInterrupts();
         status = run(*options);
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw Failure("the output can't be written");
-        return status;
+            throw Failure(std::string("the output can't be written: ") + std::strerror(errno));
     } catch (const std::filesystem::filesystem_error& error) {
         std::fprintf(stderr, "keldra-package: %s: %s\n", error.path1().c_str(),
                      error.code().message().c_str());
-        return ERRORS;
+        status = Status::Failed;
+    } catch (const Misuse& error) {
+        std::fprintf(stderr, "keldra-package: %s\n", error.what());
+        status = Status::Misuse;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "keldra-package: %s\n", error.what());
-        return ERRORS;
+        status = Status::Failed;
     }
+    return static_cast<int>(status);
 }

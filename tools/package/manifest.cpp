@@ -2,6 +2,7 @@
 
 #include "findingKinds.h"
 #include "json.h"
+#include "suggest.h"
 #include "system/packageRules.h"
 
 #include <algorithm>
@@ -56,7 +57,7 @@ public:
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
             report(holdsInner(body) ? kinds::itemNested : kinds::itemUnknown, key,
-                   "there is no item \"" + key.text + "\"");
+                   "there is no item \"" + key.text + "\"" + suggest(key.text, itemNames()));
             return nullptr;
         }
         const auto known =
@@ -123,12 +124,54 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
             continue;
         }
         for (const JsonValue* file : textsOf(value, "file name", reader))
-            item.entries.push_back({file->text, reader.place(*file), {}, {}, {}});
+            item.entries.push_back({file->text, reader.place(*file), {}, {}, {}, false, false});
     }
     if (files && !versions)
         reader.report(kinds::unpaired, body, "no \"v\"");
     if (item.entries.empty() && reader.reported() == before)
         reader.report(kinds::itemForm, body, "the item names no file");
+}
+
+bool isRemark(const JsonValue& key) {
+    return key.text == "$schema" || key.text == "$comment";
+}
+
+bool isKind(const std::string& id) {
+    return std::any_of(std::begin(kinds::ALL), std::end(kinds::ALL),
+                       [&](const Kind* each) { return each->id == id; });
+}
+
+std::vector<std::string> kindNames() {
+    std::vector<std::string> names;
+    for (const Kind* each : kinds::ALL)
+        names.push_back(each->id);
+    return names;
+}
+
+void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, Reader& reader) {
+    if (!list.isArray())
+        reader.report(kinds::allowForm, list, "\"allow\" is no list");
+    for (const JsonValue& each : list.elements) {
+        Allowance allowance;
+        for (const auto& [key, field] : each.members) {
+            if (isRemark(key))
+                continue;
+            if (key.text != "finding" && key.text != "file" && key.text != "reason")
+                reader.report(kinds::allowForm, key,
+                              "\"" + key.text + "\" is none of \"finding\", \"file\" and \"reason\"");
+            (key.text == "finding" ? allowance.id
+             : key.text == "file"  ? allowance.file
+                                   : allowance.reason) = field.text;
+        }
+        if (!isKind(allowance.id))
+            reader.report(kinds::allowForm, each,
+                          "there is no finding \"" + allowance.id + "\"" +
+                              suggest(allowance.id, kindNames()));
+        else if (allowance.reason.empty())
+            reader.report(kinds::allowForm, each, "no \"reason\"");
+        else if (allowances != nullptr)
+            allowances->push_back(allowance);
+    }
 }
 
 // One revision of a description.
@@ -140,15 +183,27 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
         return;
     }
     for (const auto& [key, field] : value.members) {
+        if (isRemark(key))
+            continue;
+        if (key.text == "fill" || key.text == "crop") {
+            if (field.isText() || (field.text != "true" && field.text != "false"))
+                reader.report(kinds::itemForm, field, "\"" + key.text + "\" is neither true nor false");
+            (key.text == "fill" ? entry.fill : entry.crop) = field.text == "true";
+            continue;
+        }
         std::string* target = key.text == "file"        ? &entry.file
                               : key.text == "version"   ? &entry.version
                               : key.text == "processor" ? &entry.processor
                                                         : nullptr;
         if (target == nullptr) {
             reader.report(kinds::keyUnknown, key,
-                          "\"" + key.text + "\" is none of \"file\", \"version\" and \"processor\"");
+                          "\"" + key.text +
+                              "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
+                              suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
             continue;
         }
+        if (value.find(key.text) != &field)
+            reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
         if (!reader.isTextOf("a \"" + key.text + "\"", field))
             return;
         *target = field.text;
@@ -195,7 +250,8 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     return items;
 }
 
-Items readDescription(const std::string& text, const std::string& name, Findings& findings) {
+Items readDescription(const std::string& text, const std::string& name, Findings& findings,
+                      std::vector<Allowance>* allowances) {
     Items items;
     Reader reader(name, findings);
     JsonValue root;
@@ -204,6 +260,12 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     if (root.members.empty())
         reader.report(kinds::manifestBlank, root, "the description names no item");
     for (const auto& [key, list] : root.members) {
+        if (isRemark(key))
+            continue;
+        if (key.text == "allow") {
+            readAllowances(list, allowances, reader);
+            continue;
+        }
         Item* item = reader.openItem(key, {}, items);
         if (item == nullptr)
             continue;

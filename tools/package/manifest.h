@@ -4,6 +4,7 @@
 #include "finding.h"
 #include "items.h"
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,12 @@ struct Entry {
     std::string version;
     Place versionPlace;
     std::string processor; // empty when nobody said
+    bool fill = false;     // an image's pages are filled up
+    bool crop = false;     // what lies outside of the flash is dropped
+
+    std::filesystem::path prepared = {}; // the file that is packed under the name, when it is made of...
+    std::string origin = {};             // ...this one of the description
+    const std::string& shown() const { return origin.empty() ? file : origin; }
 };
 
 struct Item {
@@ -33,8 +40,10 @@ const Item* findItem(const Items& items, const std::string& name);
 // file. `name` is what findings call the file. Objects within items are reported, not followed.
 Items readManifest(const std::string& text, const std::string& name, Findings& findings);
 
-// A description: for each item a list of {"file", "version", "processor"} by hardware revision.
-Items readDescription(const std::string& text, const std::string& name, Findings& findings);
+// A description: for each item a list of {"file", "version", "processor", ...} by hardware revision; and
+// "allow", a list of findings that are meant. "$schema" and "$comment" are for people and editors.
+Items readDescription(const std::string& text, const std::string& name, Findings& findings,
+                      std::vector<Allowance>* allowances = nullptr);
 
 // The manifest of these items, in their order.
 std::string writeManifest(const Items& items);

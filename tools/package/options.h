@@ -3,6 +3,7 @@
 
 #include "build.h"
 #include "package.h"
+#include "report.h"
 
 #include <filesystem>
 #include <optional>
@@ -11,26 +12,35 @@
 
 namespace package {
 
-enum class Command { Build, Check, Plan, Show };
+enum class Status { Fine = 0, Bad = 1, Misuse = 2, Failed = 3 };
+
+enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Init };
 
 struct Options {
     Command command = Command::Check;
-    BuildOptions build;
-    std::filesystem::path path; // what to check, plan or show
+    std::filesystem::path path;   // what to build from, check, plan or show
+    std::filesystem::path old;    // what to compare with
+    std::filesystem::path output; // what to write
+    Rules rules;
+    Format format = Format::Text;
     bool json = false;
+    std::vector<std::string> allow; // as given
     bool strict = false;
     bool force = false;
+    bool fill = true; // convert
+    bool crop = false;
     bool serial = false;                  // show: the module is on the serial bootloader
     bool isImage = false;                 // the path is a single image
     std::vector<std::string> processors;  // as given
-    ProcessorChoice choice;               // of them, those for an item
     const Processor* processor = nullptr; // the one for a single image
+    std::string machine = "armhf";
+    std::string kernel = "arm";
     std::filesystem::path installed;
     std::filesystem::path modules;
     unsigned baud = 115200;
 };
 
 // None when the line was answered already (help) or is wrong; `status` is then the program's exit status.
-std::optional<Options> parseOptions(int argc, char** argv, int& status);
+std::optional<Options> parseOptions(int argc, char** argv, Status& status);
 
 } // namespace package

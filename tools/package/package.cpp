@@ -1,6 +1,8 @@
 #include "package.h"
 
+#include "convert.h"
 #include "digest.h"
+#include "fileType.h"
 #include "findingKinds.h"
 #include "tarball.h"
 
@@ -22,6 +24,16 @@ void checkOrder(const std::vector<std::string>& names, Findings& findings) {
         findings.add(kinds::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
 }
 
+bool isArchiveName(const fs::path& name) {
+    return name == ARCHIVE || name.extension() == ".tgz" || name.extension() == ".gz";
+}
+
+std::string adviceFor(const fs::path& path) {
+    return natureOf(path).type == FileType::Json
+               ? "; a description is named " + DESCRIPTION + ", a manifest " + MANIFEST
+               : "";
+}
+
 } // namespace
 
 std::string topOf(const std::string& name) {
@@ -39,6 +51,8 @@ Package::Package(const fs::path& path, Findings& findings) {
     if (!fs::exists(path))
         throw Failure(path.string() + ": no such file or directory");
     const bool isDirectory = fs::is_directory(path);
+    const fs::path base = (isDirectory ? path : path.parent_path()).lexically_normal();
+    findings.setBase(base == "." ? "" : base.string());
     root_ = fs::canonical(isDirectory ? path : fs::absolute(path).parent_path());
     const fs::path name = path.filename();
     if (isDirectory ? fs::exists(path / DESCRIPTION) : name == DESCRIPTION)
@@ -47,6 +61,9 @@ Package::Package(const fs::path& path, Findings& findings) {
         openArchive(path / ARCHIVE, findings);
     else if (isDirectory ? fs::exists(path / MANIFEST) : name == MANIFEST)
         openTree(findings);
+    else if (!isDirectory && fs::is_regular_file(path) && natureOf(path).type != FileType::Gzip &&
+             !isArchiveName(name))
+        throw Failure(path.string() + ": it is " + natureOf(path).name + ", no package" + adviceFor(path));
     else if (!isDirectory)
         openArchive(path, findings);
     else
@@ -62,7 +79,9 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
     const std::size_t before = findings.all().size();
+    archive_ = archive;
     checkOrder(unpack(archive, root_, findings), findings);
+    findings.setBase(archive.lexically_normal().string());
     if (fs::exists(root_ / MANIFEST))
         openTree(findings);
     else if (findings.all().size() == before)
@@ -78,7 +97,40 @@ void Package::openTree(Findings& findings) {
 void Package::openDescription(Findings& findings) {
     described_ = true;
     requireFile(root_ / DESCRIPTION);
-    items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings);
+    items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings, &allowances_);
+    for (Item& item : items_) {
+        for (Entry& entry : item.entries) {
+            if (item.kind->content == Content::Firmware)
+                prepare(*item.kind, entry, findings);
+        }
+    }
+}
+
+// Puts the HEX image that is made of an entry's file into a directory of its own.
+void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
+    const fs::path source = root_ / entry.file;
+    const FileType type = isPlainName(entry.file) ? natureOf(source).type : FileType::Absent;
+    const bool foreign = type == FileType::Elf || type == FileType::SRecords;
+    if (!foreign && (type != FileType::IntelHex || (!entry.fill && !entry.crop)))
+        return;
+    entry.origin = entry.file;
+    try {
+        const Converted made =
+            convertImage(source, {findProcessor(entry.processor), kind.serial, entry.fill, entry.crop});
+        std::string name = entry.origin + (foreign ? ".hex" : "");
+        if (const auto known = texts_.find(name); known != texts_.end() && known->second != made.text)
+            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
+        if (unpacked_ == nullptr)
+            unpacked_ = std::make_unique<TemporaryDirectory>();
+        entry.file = name;
+        entry.prepared = unpacked_->path() / name;
+        entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
+        texts_[name] = made.text;
+        fs::create_directories(entry.prepared.parent_path());
+        writeFile(entry.prepared, made.text);
+    } catch (const BadFile& error) {
+        findings.add(kinds::imageForm, {entry.origin, error.line()}, error.what());
+    }
 }
 
 } // namespace package

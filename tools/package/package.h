@@ -1,6 +1,7 @@
 // A package in any of the forms that it has on its way: described, packed, unpacked.
 #pragma once
 
+#include "elfFile.h"
 #include "files.h"
 #include "manifest.h"
 #include "processors.h"
@@ -29,32 +30,51 @@ bool isPlainName(const std::string& name);
 // Processors by item name and hardware revision.
 using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
 
+// What a package is judged by.
+struct Rules {
+    ProcessorChoice processors;
+    const Machine* machine = findMachine("armhf"); // null: any
+    bool anyKernel = false;
+    std::vector<Allowance> allowances;
+    std::uint64_t cardSize = 0; // bytes that the panel's card has free; 0 when nobody said
+};
+
 class Package {
 public:
     // Opens an archive, a directory with one in it, an unpacked package or a directory with a description;
-    // a description or manifest may also be named itself. Reports what is wrong down to the manifest. Throws
-    // Failure when there is nothing of that kind.
+    // a description or manifest may also be named itself. Reports what is wrong down to the manifest; what is
+    // in an archive is told as below it. Throws Failure when there is nothing of that kind.
+    // A description's images that are no HEX files, or are to be filled or cropped, are prepared at once.
     Package(const std::filesystem::path& path, Findings& findings);
 
     const std::filesystem::path& root() const { return root_; } // the files lie here
     // As the panel puts it together: an absolute name counts as relative.
-    std::filesystem::path pathOf(const std::string& name) const { return root_.string() + "/" + name; }
+    std::filesystem::path pathOf(const Entry& entry) const {
+        return entry.prepared.empty() ? std::filesystem::path(root_.string() + "/" + entry.file)
+                                      : entry.prepared;
+    }
     const Items& items() const { return items_; }
+    const std::vector<Allowance>& allowances() const { return allowances_; } // a description's
+    const std::filesystem::path& archive() const { return archive_; }        // empty when it is not packed
     bool isDescribed() const { return described_; } // the directory may hold what is not for the package
 
 private:
     void openArchive(const std::filesystem::path& archive, Findings& findings);
     void openTree(Findings& findings);
     void openDescription(Findings& findings);
+    void prepare(const ItemKind& kind, Entry& entry, Findings& findings);
 
-    std::unique_ptr<TemporaryDirectory> unpacked_;
+    std::unique_ptr<TemporaryDirectory> unpacked_; // or what was prepared
+    std::map<std::string, std::string> texts_;     // of what was prepared, by name
     std::filesystem::path root_;
+    std::filesystem::path archive_;
     Items items_;
+    std::vector<Allowance> allowances_;
     bool described_ = false;
 };
 
 // Checks names, versions, files and firmware of what a package brings.
-void checkContents(const Package& package, const ProcessorChoice& choice, Findings& findings);
+void checkContents(const Package& package, const Rules& rules, Findings& findings);
 
 // Checks that each of these modules finds an image for its hardware revision.
 struct Module;

@@ -2,6 +2,7 @@
 
 #include "hexCheck.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace package {
@@ -10,20 +11,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::uint64_t sizeOf(const fs::path& path) {
-    if (!fs::is_directory(path))
-        return fs::file_size(path);
-    std::uint64_t size = 0;
-    std::error_code ignored; // a broken link
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path))
-        size += entry.is_regular_file(ignored) ? entry.file_size(ignored) : 0;
-    return size;
-}
-
 class Planner {
 public:
-    Planner(const Package& package, const Inventory& inventory, bool force)
-        : package_(package), inventory_(inventory), force_(force) {}
+    Planner(const Package& package, const Inventory& inventory, bool force, const ProcessorChoice& choice)
+        : package_(package), inventory_(inventory), force_(force), choice_(choice) {}
 
     Step visit(const Stop& stop);
 
@@ -38,7 +29,7 @@ private:
     void visitHost(Step& step);
     void visitModule(Step& step, const Module& module);
     void useEntry(Step& step, const Entry& entry);
-    void programModule(Step& step, const Module& module);
+    void programModule(Step& step, const Module& module, const fs::path& path);
     static void fail(Step& step, const std::string& reason) {
         step.decision = Decision::Fails;
         step.reason = reason;
@@ -47,6 +38,7 @@ private:
     const Package& package_;
     const Inventory& inventory_;
     const bool force_;
+    const ProcessorChoice& choice_;
     bool askedInVain_ = false; // the module before
 };
 
@@ -72,7 +64,7 @@ bool Planner::compare(Step& step, const std::vector<Entry>& entries) {
 }
 
 void Planner::useEntry(Step& step, const Entry& entry) {
-    const fs::path path = package_.pathOf(entry.file);
+    const fs::path path = package_.pathOf(entry);
     const Content content = findItem(step.stop->item)->content;
     std::error_code broken;
     step.file = entry.file;
@@ -102,14 +94,17 @@ Module Planner::moduleOf(const Stop& stop) const {
     Module module;
     module.serial = findItem(stop.item)->serial;
     const std::vector<Entry>& entries = entriesOf(stop);
-    module.silent = entries.empty();
-    module.processor = entries.empty() ? nullptr : findProcessor(entries.front().processor);
+    if (!entries.empty() && !choice_.contains(stop.item))
+        module.processor = findProcessor(entries.front().processor);
     if (inventory_.modules) {
         const auto known = inventory_.modules->find(stop.module->name);
         module.silent = known == inventory_.modules->end();
         if (!module.silent)
             module = known->second;
     }
+    if (const auto chosen = choice_.find(stop.item); module.processor == nullptr && chosen != choice_.end())
+        module.processor =
+            chosen->second[std::min<std::size_t>(pickedRevision(module), chosen->second.size() - 1)];
     return module;
 }
 
@@ -140,20 +135,20 @@ void Planner::visitModule(Step& step, const Module& module) {
     if (step.decision == Decision::Update) {
         useEntry(step, entries[step.revision]);
         if (step.decision == Decision::Update)
-            programModule(step, module);
+            programModule(step, module, package_.pathOf(entries[step.revision]));
     }
     if (step.stop->module->resetAfterUpdate && step.decision != Decision::Fails &&
         step.decision != Decision::NotOffered)
         step.bus.systemCommand();
 }
 
-void Planner::programModule(Step& step, const Module& module) {
-    const fs::path path = package_.pathOf(step.file);
+void Planner::programModule(Step& step, const Module& module, const fs::path& path) {
     const Processor* processor = module.processor;
     try {
         if (processor == nullptr) {
             Findings ignored;
-            processor = &guessProcessor(HexFile(path, step.file, ignored));
+            processor = &guessProcessor(HexFile(path, step.file, ignored).records());
+            step.assumed = processor;
         }
         if (!module.serial && !processor->onCan)
             fail(step, std::string("unsupported processor ") + processor->name);
@@ -166,14 +161,14 @@ void Planner::programModule(Step& step, const Module& module) {
 
 } // namespace
 
-Plan makePlan(const Package& package, const Inventory& inventory, bool force) {
+Plan makePlan(const Package& package, const Inventory& inventory, bool force, const ProcessorChoice& choice) {
     Plan plan;
-    Planner planner(package, inventory, force);
+    Planner planner(package, inventory, force, choice);
     plan.bus.systemCommand(); // the whole system into update mode
     bool failed = false;
     for (const Stop& stop : visitingOrder()) {
         if (failed) {
-            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, 0, {}});
+            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, 0, {}, nullptr});
             continue;
         }
         const Step& step = plan.steps.emplace_back(planner.visit(stop));

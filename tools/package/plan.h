@@ -30,6 +30,7 @@ struct Step {
     unsigned revision = 0;
     std::uint64_t bytes = 0; // of the file or tree
     BusCost bus;
+    const Processor* assumed = nullptr; // nobody said which the module has
 };
 
 struct Plan {
@@ -39,6 +40,7 @@ struct Plan {
 };
 
 // `force` as in the panel's "auto force": equal versions are updated, too.
-Plan makePlan(const Package& package, const Inventory& inventory, bool force);
+Plan makePlan(const Package& package, const Inventory& inventory, bool force,
+              const ProcessorChoice& choice = {});
 
 } // namespace package

@@ -13,6 +13,8 @@ namespace {
 
 using flashLayouts::LAYOUT;
 
+enum : unsigned { MIPS = 8, ARM = 40, DSPIC = 118 };
+
 // Standard output leads nowhere while this object lives.
 class Silence {
 public:
@@ -59,10 +61,10 @@ LAYOUT pic32(bool) {
 const std::vector<Processor>& processors() {
     static const std::vector<Processor> all = {
         // records, identifies, onCan
-        {"pic24", false, true, true, pic24},         {"pic24-old", false, false, true, pic24Old},
-        {"pic32-records", true, true, false, pic32}, {"pic32-pages", false, true, false, pic32},
-        {"stm32f0", false, true, true, stm32},       {"stm32f3", false, true, true, stm32},
-        {"stm32f4", false, true, true, stm32f4},
+        {"pic24", false, true, true, DSPIC, pic24},        {"pic24-old", false, false, true, DSPIC, pic24Old},
+        {"pic32-records", true, true, false, MIPS, pic32}, {"pic32-pages", false, true, false, MIPS, pic32},
+        {"stm32f0", false, true, true, ARM, stm32},        {"stm32f3", false, true, true, ARM, stm32},
+        {"stm32f4", false, true, true, ARM, stm32f4},
     };
     return all;
 }
@@ -71,6 +73,13 @@ const Processor* findProcessor(const std::string& name) {
     const auto found = std::find_if(processors().begin(), processors().end(),
                                     [&](const Processor& each) { return each.name == name; });
     return found == processors().end() ? nullptr : &*found;
+}
+
+std::vector<std::string> processorNames() {
+    std::vector<std::string> names;
+    for (const Processor& each : processors())
+        names.push_back(each.name);
+    return names;
 }
 
 bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {

@@ -8,8 +8,8 @@
 
 namespace package {
 
-// The regions with a map of their pages: # used, - empty, ! with a gap. With `colours` for a terminal. Throws
-// Failure for an image that the panel's reader refuses.
+// The regions with a map of their pages: # used, - empty, ! with a gap; of an image with errors, too. With
+// `colours` for a terminal. Throws Failure when there is no data in it.
 std::string drawImage(const std::filesystem::path& path, const Processor* processor, bool serial,
                       bool colours);
 

@@ -2,10 +2,13 @@
 
 #include "files.h"
 #include "findingKinds.h"
+#include "progress.h"
 #include "system/packageRules.h"
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <sys/stat.h>
@@ -26,10 +29,33 @@ struct Free {
 using Reader = std::unique_ptr<archive, Free>;
 using EntryPointer = std::unique_ptr<archive_entry, Free>;
 
+// With what the system says of it, which the library leaves out.
 std::string errorOf(archive* archive) {
     const char* text = archive_error_string(archive);
-    return text != nullptr ? text : "it ends too early";
+    const int number = archive_errno(archive);
+    const std::string reason = number > 0 ? std::strerror(number) : "";
+    if (text == nullptr)
+        return "it ends too early";
+    return std::string(text) + (reason.empty() || std::string(text).find(reason) != std::string::npos ||
+                                        reason.starts_with("Unknown")
+                                    ? ""
+                                    : ": " + reason);
 }
+
+// Counts what is unpacked. An archive of zeros is a thousandth of what comes out of it.
+class Bulk {
+public:
+    explicit Bulk(std::uint64_t packed) : packed_(packed) {}
+    void add(std::uint64_t size) { unpacked_ += size; }
+    bool isBomb() const { return unpacked_ > LARGE && unpacked_ / RATIO > packed_; }
+    std::string text() const { return shownSize(packed_) + " become more than " + shownSize(unpacked_); }
+
+private:
+    static constexpr std::uint64_t LARGE = 512'000'000;
+    static constexpr std::uint64_t RATIO = 200;
+    const std::uint64_t packed_;
+    std::uint64_t unpacked_ = 0;
+};
 
 // Names that are not in the locale's encoding have none.
 std::string nameOf(archive_entry* entry) {
@@ -59,13 +85,16 @@ std::string objection(archive_entry* entry) {
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
 
-void copyData(archive* from, archive* to) {
+void copyData(archive* from, archive* to, Bulk& bulk) {
     const void* block = nullptr;
     std::size_t size = 0;
     la_int64_t offset = 0;
     int status = ARCHIVE_OK;
     while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
         checkInterrupted();
+        bulk.add(size);
+        if (bulk.isBomb())
+            throw Failure(bulk.text());
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
             throw Failure("unpacking: " + errorOf(to));
     }
@@ -73,7 +102,7 @@ void copyData(archive* from, archive* to) {
         throw Failure(""); // the caller reports what the archive says
 }
 
-void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory) {
+void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory, Bulk& bulk) {
     const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
     archive_entry_set_perm(entry, (archive_entry_perm(entry) & 0777) | (isDirectory ? 0700 : 0600));
     const std::string target = (directory / nameOf(entry)).string();
@@ -83,7 +112,7 @@ void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::pat
     if (archive_write_header(disk, entry) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
     if (archive_entry_size(entry) > 0)
-        copyData(in, disk);
+        copyData(in, disk, bulk);
     if (archive_write_finish_entry(disk) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
 }
@@ -100,7 +129,7 @@ bool describe(const Member& member, archive_entry* entry) {
     info.st_mode = S_IFREG;
     info.st_size = static_cast<off_t>(member.text.size());
     if (!member.source.empty() && stat(member.source.c_str(), &info) != 0)
-        throw Failure(member.source.string() + ": can't be read");
+        throw Failure(member.source.string() + ": " + std::strerror(errno));
     archive_entry_set_pathname(entry, member.name.c_str());
     archive_entry_set_mtime(entry, PACKED_AT, 0);
     archive_entry_set_uid(entry, 0);
@@ -115,11 +144,12 @@ bool describe(const Member& member, archive_entry* entry) {
 
 class Packer {
 public:
-    Packer(const fs::path& path, const Progress& progress) : path_(path), progress_(progress) {
+    Packer(SafeFile& file, const Progress& progress) : file_(file), progress_(progress) {
         archive_write_add_filter_gzip(out_.get());
         archive_write_set_format_gnutar(out_.get()); // takes names as bytes, of whatever length
         archive_write_set_options(out_.get(), "gzip:!timestamp,gzip:compression-level=9");
-        check(archive_write_open_filename(out_.get(), path.c_str()));
+        archive_write_set_bytes_in_last_block(out_.get(), 1);
+        check(archive_write_open2(out_.get(), this, nullptr, &Packer::store, nullptr, nullptr));
     }
     void add(const Member& member) {
         const EntryPointer entry(archive_entry_new());
@@ -134,6 +164,16 @@ public:
     void close() { check(archive_write_close(out_.get())); }
 
 private:
+    static la_ssize_t store(archive*, void* self, const void* data, std::size_t size) {
+        Packer& packer = *static_cast<Packer*>(self);
+        try {
+            packer.file_.write(data, size);
+            return static_cast<la_ssize_t>(size);
+        } catch (const Failure& failure) { // not to pass through the library
+            packer.failure_ = failure.what();
+            return -1;
+        }
+    }
     void addFile(const fs::path& source) {
         std::ifstream in(source, std::ios::binary);
         std::string block(BLOCK, '\0');
@@ -142,7 +182,7 @@ private:
             write(block.data(), static_cast<std::size_t>(in.gcount()));
         }
         if (!in.eof())
-            throw Failure(source.string() + ": can't be read");
+            throw Failure(source.string() + ": " + std::strerror(errno));
     }
     void write(const char* data, std::size_t size) {
         checkInterrupted();
@@ -153,11 +193,12 @@ private:
     }
     void check(int status) const {
         if (status < ARCHIVE_OK)
-            throw Failure(path_.string() + ": " + errorOf(out_.get()));
+            throw Failure(failure_.empty() ? "packing: " + errorOf(out_.get()) : failure_);
     }
 
-    Reader out_{archive_write_new()};
-    const fs::path& path_;
+    SafeFile& file_;
+    std::string failure_;
+    Reader out_{archive_write_new()}; // ends before what it writes to
     const Progress& progress_;
     std::uint64_t packed_ = 0;
 };
@@ -172,6 +213,8 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;
+    Bulk bulk(fs::file_size(path));
+    ProgressBar bar("unpacking", fs::file_size(path));
     archive_entry* entry = nullptr;
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
     while (status >= ARCHIVE_WARN && (status = archive_read_next_header(in.get(), &entry)) >= ARCHIVE_WARN &&
@@ -184,9 +227,14 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
             continue;
         }
         try {
-            unpackEntry(in.get(), entry, disk.get(), directory);
+            unpackEntry(in.get(), entry, disk.get(), directory, bulk);
+            bar.show(static_cast<std::uint64_t>(archive_filter_bytes(in.get(), -1)));
         } catch (const Failure&) {
             checkInterrupted();
+            if (bulk.isBomb()) {
+                findings.add(kinds::archiveBomb, {name}, bulk.text());
+                return names;
+            }
             if (archive_errno(in.get()) == 0)
                 throw;
             status = ARCHIVE_FATAL;
@@ -204,7 +252,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     return names;
 }
 
-void pack(const std::vector<Member>& members, const fs::path& archive, const Progress& progress) {
+void pack(const std::vector<Member>& members, SafeFile& archive, const Progress& progress) {
     Packer packer(archive, progress);
     for (const Member& member : members)
         packer.add(member);

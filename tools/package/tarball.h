@@ -1,6 +1,7 @@
 // Package archives: tar compressed by gzip.
 #pragma once
 
+#include "files.h"
 #include "finding.h"
 
 #include <cstdint>
@@ -12,6 +13,7 @@
 namespace package {
 
 // Unpacks into a directory, permissions included. What the panel would not take is reported and left out.
+// A file that holds next to nothing, and far more of it than an archive should, ends it, too.
 // Returns the names in their order. Throws Failure when the archive or the directory can't be accessed.
 std::vector<std::string> unpack(const std::filesystem::path& archive, const std::filesystem::path& directory,
                                 Findings& findings);
@@ -27,7 +29,7 @@ struct Member {
 using Progress = std::function<void(std::uint64_t)>;
 
 // The same members give the same bytes: owner, times and permissions (but for the executable bits) are fixed.
-// Throws Failure, with nothing of use left in the file.
-void pack(const std::vector<Member>& members, const std::filesystem::path& archive, const Progress& progress);
+// Throws Failure.
+void pack(const std::vector<Member>& members, SafeFile& archive, const Progress& progress);
 
 } // namespace package

@@ -23,6 +23,14 @@ std::string damage(const Frame& frame) {
     return sim::format("  CRC-ERROR carried=%04X computed=%04X", carried, sim::crc16(frame.message.payload));
 }
 
+// As much as a line can hold.
+std::string startOf(const sim::Bytes& bytes) {
+    constexpr std::size_t most = 64;
+    if (bytes.size() <= most)
+        return sim::toHex(bytes);
+    return sim::toHex(sim::Bytes(bytes.begin(), bytes.begin() + most)) + "...";
+}
+
 const char* arrow(const Piece& piece) {
     switch (piece.direction) {
     case Direction::FromPanel:
@@ -61,7 +69,7 @@ public:
         count(piece.frame);
         if (isNoise(piece))
             line(piece, sim::format("%s noise bytes=%zu ", arrow(piece), piece.frame.raw.size()) +
-                            sim::toHex(piece.frame.raw));
+                            startOf(piece.frame.raw));
         else
             line(piece, arrow(piece) + (" " + sim::describe(piece.frame.message)) + damage(piece.frame));
     }

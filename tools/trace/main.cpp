@@ -4,6 +4,10 @@
 #include "version.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
@@ -45,10 +49,21 @@ void declare(CLI::App& app, Options& options) {
 trace::Recording load(const std::string& file) {
     if (file == "-")
         return trace::read(std::cin);
+    if (std::filesystem::is_directory(file))
+        throw std::runtime_error(file + ": is a directory");
     std::ifstream in(file, std::ios::binary);
     if (!in)
-        throw std::runtime_error("cannot read " + file);
+        throw std::runtime_error(file + ": " + std::strerror(errno));
     return trace::read(in);
+}
+
+// Anything is noise to the one who looks for frames; without a single one it was never a recording.
+void requireFrames(const std::vector<trace::Piece>& pieces, const trace::Recording& recording) {
+    const bool hasFrame = std::any_of(pieces.begin(), pieces.end(), [](const trace::Piece& each) {
+        return each.event.empty() && each.frame.kind != sim::Frame::Kind::Noise;
+    });
+    if (!recording.timed && !hasFrame)
+        throw std::runtime_error("no recording of the bus: there is no frame in it");
 }
 
 int run(const Options& options) {
@@ -57,9 +72,12 @@ int run(const Options& options) {
         std::cerr << "bus-trace: the last line is not finished and left out\n";
     if (options.replay)
         return trace::replay(std::cout, recording, options.link, options.patience) ? 0 : 1;
-    const trace::Summary summary =
-        trace::list(std::cout, trace::cut(recording), recording.timed, options.gap);
+    const std::vector<trace::Piece> pieces = trace::cut(recording);
+    requireFrames(pieces, recording);
+    const trace::Summary summary = trace::list(std::cout, pieces, recording.timed, options.gap);
     trace::print(std::cout, summary);
+    if (!std::cout.flush())
+        throw std::runtime_error(std::string("the output can't be written: ") + std::strerror(errno));
     return summary.damaged == 0 ? 0 : 1;
 }
 
