@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -105,6 +106,12 @@ public:
     /** Images that can't arrive whole are refused; else the log warns of them. Key `strict_images`. */
     bool strictImages = false;
 
+    /**
+     * The directory with the public keys of whom packages are taken from; without it, from anybody. Key
+     * `trusted_keys`.
+     */
+    std::optional<std::string> trustedKeys;
+
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse() { answers.reset(); }
     /** The record as one reply left it. */
@@ -118,8 +125,8 @@ public:
     void pause(unsigned milliseconds);
     void removeUpdateFiles();
     /**
-     * Removes the unpacked package's manifest, without which it is never resumed: the first step of every
-     * removal, since a loss of power may leave the rest of it in part.
+     * Removes the unpacked package's manifest and the signature beside the archive, without which neither is
+     * ever resumed: the first step of every removal, since a loss of power may leave the rest in part.
      */
     void dropUnpackedManifest();
     void resetInitModule(MODULE* m, bool resetAfter);

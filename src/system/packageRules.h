@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 /**
@@ -9,10 +10,11 @@
 namespace packageRules {
 
 // The fixed names: of the archive on the stick, of the manifest at its top, and what the name of either has
-// behind it for the file with its digest.
+// behind it for the file with its digest or its signature.
 inline const std::string ARCHIVE = "keldra_update.tgz";
 inline const std::string MANIFEST = "update.manifest";
 inline const std::string DIGEST = ".sha";
+inline const std::string SIGNATURE = ".minisig";
 
 // Where the panel has them.
 inline const std::string FETCHED = "/keldra/tmp/" + ARCHIVE;
@@ -39,6 +41,10 @@ std::string digestIn(const std::string& text);
 
 /** A name or version of more than 4096 bytes, which is a path's length: the panel refuses the manifest. */
 bool isTooLong(const std::string& text);
+
+/** Bytes of the largest digest file and of the largest manifest that are read. */
+constexpr std::uint64_t LONGEST_DIGEST = 4096;
+constexpr std::uint64_t LONGEST_MANIFEST = 16'000'000;
 
 /** A manifest of at most 9 characters, counted with the line end that it may lack, holds nothing. */
 bool isBlank(const std::string& manifest);
