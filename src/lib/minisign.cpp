@@ -1,7 +1,7 @@
 #include "minisign.h"
 
+#include "fileHash.h"
 #include "format.h"
-#include "plainFile.h"
 
 #include <algorithm>
 #include <cryptopp/base64.h>
@@ -83,22 +83,6 @@ bool verifies(const minisign::KEY& key, const std::string& message,
                                   signature.data(), signature.size());
 }
 
-/** BLAKE2b-512; empty when the file can't be read to its end. */
-std::string hashOf(const std::string& path) {
-    CryptoPP::BLAKE2b hash;
-    plainFile file(path, "/");
-    const auto take = [&hash](std::string_view piece) {
-        hash.Update(reinterpret_cast<const byte*>(piece.data()), piece.size());
-        return true;
-    };
-    std::string digest;
-    if (file.read(take)) {
-        digest.resize(hash.DigestSize());
-        hash.Final(reinterpret_cast<byte*>(digest.data()));
-    }
-    return digest;
-}
-
 } // namespace
 
 std::optional<minisign::KEY> minisign::readKey(const std::string& text) {
@@ -145,8 +129,10 @@ bool minisign::signsFile(const KEY& key, const SIGNATURE& signature, const std::
     if (!signature.isPrehashed || signature.key != key.id) {
         return false;
     }
-    const std::string hash = hashOf(path);
-    return !hash.empty() && verifies(key, hash, signature.ofFile);
+    CryptoPP::BLAKE2b hash; // of 512 bits
+    plainFile file(path, "/");
+    const auto digest = fileHash::of(file, hash);
+    return digest && verifies(key, *digest, signature.ofFile);
 }
 
 bool minisign::signsComment(const KEY& key, const SIGNATURE& signature) {

@@ -91,15 +91,19 @@ bool plainFile::copyTo(const std::string& target, const std::function<bool()>& g
     if (!isOpen()) {
         return false;
     }
-    const int fd = open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int fd = open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0666);
     if (fd < 0) {
         return false;
     }
     const bool whole = read([&](std::string_view piece) { return (!goOn || goOn()) && writeAll(fd, piece); });
-    if (close(fd) == 0 && whole) {
+    struct stat info {};
+    const bool isFile = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+    if (close(fd) == 0 && whole && isFile) {
         return true;
     }
-    std::remove(target.c_str());
+    if (isFile) { // part of a file is none; a device is left alone
+        std::remove(target.c_str());
+    }
     return false;
 }
 

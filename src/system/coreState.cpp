@@ -95,6 +95,7 @@ void coreState::setUnfinished(BASE_ITEM& item, bool unfinished) {
 }
 
 void coreState::clearUpdateItems() {
+    fileDigests.clear();
     for (MODULE* each : records) {
         each->base.update.items.clear();
     }

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,6 +72,8 @@ public:
     shared<bool> cancel;  ///< asked for by the main thread; polled by the actions and the loader
     shared<bool> loaded;  ///< set by the loader: a package is loaded and parsed
     shared<bool> running; ///< an update run was started
+    /** Files of folders that could not be installed in the last run, though it went on. Update thread. */
+    shared<unsigned> notInstalled;
     shared<bool> success; ///< set by the update thread: result of the last run
     bool debug = false;
     shared<bool> resumeUpdate; ///< second stage of an update, after the updater replaced itself
@@ -111,6 +114,9 @@ public:
      * `trusted_keys`.
      */
     std::optional<std::string> trustedKeys;
+
+    /** SHA-256 of files of the package, in digits, by their names in it; filled as the items' lists are. */
+    std::map<std::string, std::string> fileDigests;
 
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse() { answers.reset(); }

@@ -16,6 +16,9 @@ inline const std::string MANIFEST = "update.manifest";
 inline const std::string DIGEST = ".sha";
 inline const std::string SIGNATURE = ".minisig";
 
+// The manifest's member with the SHA-256 of files by their names; panels that do not know it pass over it.
+inline const std::string FILE_DIGESTS = "sha256";
+
 // Where the panel has them.
 inline const std::string FETCHED = "/keldra/tmp/" + ARCHIVE;
 inline const std::string UNPACKED = "/keldra/tmp/keldra_update/";
@@ -26,7 +29,8 @@ bool standsForNoFile(const std::string& name);
 
 /**
  * True when a component of the name leads out of the directory it is used in: the panel refuses it, whichever
- * item it is for. An absolute name does not; it is taken as relative. A NUL ends a name for the file system.
+ * item it is for. An absolute name does not; it is taken as relative. So is one with a NUL refused, which
+ * ends a name for the file system.
  */
 bool leadsOutside(const std::string& name);
 
@@ -42,9 +46,10 @@ std::string digestIn(const std::string& text);
 /** A name or version of more than 4096 bytes, which is a path's length: the panel refuses the manifest. */
 bool isTooLong(const std::string& text);
 
-/** Bytes of the largest digest file and of the largest manifest that are read. */
+/** Bytes of the largest file that is read: digest, manifest, firmware image. */
 constexpr std::uint64_t LONGEST_DIGEST = 4096;
 constexpr std::uint64_t LONGEST_MANIFEST = 16'000'000;
+constexpr std::uint64_t LONGEST_IMAGE = 32'000'000;
 
 /** A manifest of at most 9 characters, counted with the line end that it may lack, holds nothing. */
 bool isBlank(const std::string& manifest);

@@ -29,6 +29,7 @@ using namespace packageRules;
 namespace {
 
 const char* const STICK = "/mnt/usb";
+const std::string PLACE = "/keldra/tmp/";
 const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
 
 /**
@@ -54,7 +55,11 @@ int copyFromStick() {
     if (!functs().isFile(STICK_PACKAGE)) {
         return NO_PACKAGE;
     }
-    plainFile(STICK_PACKAGE, STICK).copyTo(FETCHED); // a copy that failed does not validate
+    plainFile package(STICK_PACKAGE, STICK);
+    const auto room = durable::freeBytes(PLACE);
+    if (!room || package.size() <= *room) { // else the card would be full for nothing
+        package.copyTo(FETCHED);            // a copy that failed does not validate
+    }
     fetchBeside(SIGNATURE);
     fetchBeside(DIGEST); // last: where it is, everything is
     return 0;
