@@ -310,7 +310,10 @@ void UpdaterWindow::showLoadFailure() {
 }
 
 void UpdaterWindow::showVerdict(bool status) {
-    if (status) {
+    if (status && csys->notInstalled != 0) {
+        showLine("Complete, but some files could not be copied: see the log.",
+                 "Press Close: the panel halts.", true);
+    } else if (status) {
         showLine("The update is complete.", "Press Close: the panel halts.");
     } else if (lastShown == "Canceled") {
         showLine("Canceled: some of it may be installed.", "Start goes on. Cancel halts the panel.");

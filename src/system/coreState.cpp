@@ -42,6 +42,10 @@ int coreState::readConfiguration() {
     std::uint32_t strict = 0;
     config.readInto(strict, "strict_images");
     strictImages = strict == 1;
+    std::string keys;
+    if (config.readInto(keys, "trusted_keys")) {
+        trustedKeys = keys;
+    }
     // One value for both keys: panels configured with "debug" alone rely on its number as the log's limit.
     std::uint32_t value = 0;
     config.readInto(value, "debug");
@@ -91,6 +95,7 @@ void coreState::setUnfinished(BASE_ITEM& item, bool unfinished) {
 }
 
 void coreState::clearUpdateItems() {
+    fileDigests.clear();
     for (MODULE* each : records) {
         each->base.update.items.clear();
     }
@@ -113,4 +118,5 @@ void coreState::removeUpdateFiles() {
 
 void coreState::dropUnpackedManifest() {
     functs().removeFile(packageRules::UNPACKED_MANIFEST);
+    functs().removeFile(packageRules::FETCHED + packageRules::SIGNATURE);
 }

@@ -8,7 +8,9 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,6 +72,8 @@ public:
     shared<bool> cancel;  ///< asked for by the main thread; polled by the actions and the loader
     shared<bool> loaded;  ///< set by the loader: a package is loaded and parsed
     shared<bool> running; ///< an update run was started
+    /** Files of folders that could not be installed in the last run, though it went on. Update thread. */
+    shared<unsigned> notInstalled;
     shared<bool> success; ///< set by the update thread: result of the last run
     bool debug = false;
     shared<bool> resumeUpdate; ///< second stage of an update, after the updater replaced itself
@@ -105,6 +109,15 @@ public:
     /** Images that can't arrive whole are refused; else the log warns of them. Key `strict_images`. */
     bool strictImages = false;
 
+    /**
+     * The directory with the public keys of whom packages are taken from; without it, from anybody. Key
+     * `trusted_keys`.
+     */
+    std::optional<std::string> trustedKeys;
+
+    /** SHA-256 of files of the package, in digits, by their names in it; filled as the items' lists are. */
+    std::map<std::string, std::string> fileDigests;
+
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse() { answers.reset(); }
     /** The record as one reply left it. */
@@ -118,8 +131,8 @@ public:
     void pause(unsigned milliseconds);
     void removeUpdateFiles();
     /**
-     * Removes the unpacked package's manifest, without which it is never resumed: the first step of every
-     * removal, since a loss of power may leave the rest of it in part.
+     * Removes the unpacked package's manifest and the signature beside the archive, without which neither is
+     * ever resumed: the first step of every removal, since a loss of power may leave the rest in part.
      */
     void dropUnpackedManifest();
     void resetInitModule(MODULE* m, bool resetAfter);

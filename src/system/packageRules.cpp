@@ -16,7 +16,7 @@ bool packageRules::standsForNoFile(const std::string& name) {
 }
 
 bool packageRules::leadsOutside(const std::string& name) {
-    return ("/" + std::string(name.c_str()) + "/").find("/../") != std::string::npos;
+    return name.find('\0') != std::string::npos || ("/" + name + "/").find("/../") != std::string::npos;
 }
 
 bool packageRules::isHarmless(const std::string& name) {

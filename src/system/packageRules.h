@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 /**
@@ -9,10 +10,14 @@
 namespace packageRules {
 
 // The fixed names: of the archive on the stick, of the manifest at its top, and what the name of either has
-// behind it for the file with its digest.
+// behind it for the file with its digest or its signature.
 inline const std::string ARCHIVE = "keldra_update.tgz";
 inline const std::string MANIFEST = "update.manifest";
 inline const std::string DIGEST = ".sha";
+inline const std::string SIGNATURE = ".minisig";
+
+// The manifest's member with the SHA-256 of files by their names; panels that do not know it pass over it.
+inline const std::string FILE_DIGESTS = "sha256";
 
 // Where the panel has them.
 inline const std::string FETCHED = "/keldra/tmp/" + ARCHIVE;
@@ -24,7 +29,8 @@ bool standsForNoFile(const std::string& name);
 
 /**
  * True when a component of the name leads out of the directory it is used in: the panel refuses it, whichever
- * item it is for. An absolute name does not; it is taken as relative. A NUL ends a name for the file system.
+ * item it is for. An absolute name does not; it is taken as relative. So is one with a NUL refused, which
+ * ends a name for the file system.
  */
 bool leadsOutside(const std::string& name);
 
@@ -39,6 +45,11 @@ std::string digestIn(const std::string& text);
 
 /** A name or version of more than 4096 bytes, which is a path's length: the panel refuses the manifest. */
 bool isTooLong(const std::string& text);
+
+/** Bytes of the largest file that is read: digest, manifest, firmware image. */
+constexpr std::uint64_t LONGEST_DIGEST = 4096;
+constexpr std::uint64_t LONGEST_MANIFEST = 16'000'000;
+constexpr std::uint64_t LONGEST_IMAGE = 32'000'000;
 
 /** A manifest of at most 9 characters, counted with the line end that it may lack, holds nothing. */
 bool isBlank(const std::string& manifest);

@@ -1,12 +1,12 @@
 #include "runForecast.h"
 
-#include "../lib/functs.h"
+#include "../lib/plainFile.h"
 #include "actions/busCost.h"
 
 #include <cstdlib>
 #include <dirent.h>
-#include <fstream>
 #include <memory>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace {
@@ -19,10 +19,11 @@ constexpr unsigned FIRST_OF_STM32 = 0x0800; // the upper half of addresses; thos
 
 /** Data bytes of a HEX file that go to the module. */
 double dataBytesOf(const std::string& path) {
-    std::ifstream file(path);
+    std::istringstream text(
+        plainFile::contents(path, packageRules::UNPACKED, packageRules::LONGEST_IMAGE).value_or(""));
     double bytes = 0;
     bool isPic24 = true;
-    for (std::string line; std::getline(file, line);) {
+    for (std::string line; std::getline(text, line);) {
         if (line.size() < 13 || line[0] != ':') {
             continue;
         }

@@ -4,20 +4,24 @@
 #include "../lib/durable.h"
 #include "../lib/filePosition.h"
 #include "../lib/functs.h"
+#include "../lib/plainFile.h"
 #include "../lib/sha1.h"
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
 #include "coreState.h"
 #include "packageRules.h"
+#include "packageTrust.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
 #include "runForecast.h"
 #include "termination.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <vector>
 
 using namespace packageRules;
@@ -25,6 +29,7 @@ using namespace packageRules;
 namespace {
 
 const char* const STICK = "/mnt/usb";
+const std::string PLACE = "/keldra/tmp/";
 const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
 
 /**
@@ -35,14 +40,28 @@ const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
 
 constexpr int NO_PACKAGE = 2;
 
+/** The small file beside the package, if there is one; what can't be its content arrives as nothing. */
+void fetchBeside(const std::string& ending) {
+    const std::string source = STICK_PACKAGE + ending;
+    struct stat info {};
+    if (lstat(source.c_str(), &info) == 0) {
+        const auto text = plainFile::contents(source, STICK, LONGEST_DIGEST);
+        functs().writeFileContents(FETCHED + ending, text.value_or(""));
+    }
+}
+
 /** What touches the stick: done in a process of its own, since a stick may be slow or not answer at all. */
 int copyFromStick() {
-    functs f;
-    if (!f.isFile(STICK_PACKAGE)) {
+    if (!functs().isFile(STICK_PACKAGE)) {
         return NO_PACKAGE;
     }
-    f.copyFile(STICK_PACKAGE, FETCHED, true); // a copy that failed does not validate
-    f.copyFile(STICK_PACKAGE + DIGEST, FETCHED + DIGEST, false);
+    plainFile package(STICK_PACKAGE, STICK);
+    const auto room = durable::freeBytes(PLACE);
+    if (!room || package.size() <= *room) { // else the card would be full for nothing
+        package.copyTo(FETCHED);            // a copy that failed does not validate
+    }
+    fetchBeside(SIGNATURE);
+    fetchBeside(DIGEST); // last: where it is, everything is
     return 0;
 }
 
@@ -71,15 +90,16 @@ void updateCoreLoad::run() {
 }
 
 bool updateCoreLoad::loadPackage() {
-    functs f;
     emit sendStatusMessage("Loading Update File....");
     if (!switchToUpdateMode()) {
         return false;
     }
     awaitStartMode();
-    const bool resume = core->resumeUpdate && f.isFile(UNPACKED_MANIFEST) && !f.isFile(UNPACKING);
-    const auto goOn = [this] { return !core->cancel; }; // the program may be closed meanwhile
-    if (!resume && !(goOn() && fetchPackage() && goOn() && unpackPackage())) {
+    const bool resume = core->resumeUpdate && mayResume();
+    const auto goOn = [this] { return !core->cancel; };                 // the program may be closed meanwhile
+    const auto haveTree = [&] { return resume && !core->trustedKeys; }; // else no tree is taken by its looks
+    const auto haveArchive = [&] { return goOn() && (resume || fetchPackage()) && goOn() && isTrusted(); };
+    if (!haveTree() && !(haveArchive() && goOn() && unpackPackage())) {
         if (core->cancel) {
             core->removeUpdateFiles(); // part of a package is nothing to go on with
         }
@@ -89,7 +109,7 @@ bool updateCoreLoad::loadPackage() {
 }
 
 /** Says what failed, to the operator and to the log; of what was ended on purpose there is nothing to say. */
-bool updateCoreLoad::fail(const char* shown, const char* logged) {
+bool updateCoreLoad::fail(const char* shown, const std::string& logged) {
     if (core->cancel) {
         return false;
     }
@@ -116,6 +136,31 @@ void updateCoreLoad::awaitStartMode() {
 /** True when the work succeeds, unless the program is closed meanwhile: it may take long. */
 bool updateCoreLoad::finishes(const std::function<bool()>& work) {
     return childProcess::run([&work] { return work() ? 0 : 1; }, &core->cancel) == 0;
+}
+
+/** True when an earlier start has left what this one can go on with: the whole tree, or the signed archive.
+ */
+bool updateCoreLoad::mayResume() {
+    functs f;
+    if (!core->trustedKeys) {
+        return f.isFile(UNPACKED_MANIFEST) && !f.isFile(UNPACKING);
+    }
+    return f.isFile(FETCHED + SIGNATURE) && finishes([this] { return validateFile(FETCHED); });
+}
+
+/** Only then is anything of the archive used. */
+bool updateCoreLoad::isTrusted() {
+    if (!core->trustedKeys) {
+        return true;
+    }
+    const auto worker = [this](const std::function<bool()>& work) { return finishes(work); };
+    const packageTrust::VERDICT verdict = packageTrust::judge(FETCHED, *core->trustedKeys, worker);
+    if (!verdict.whyNot.empty()) {
+        core->dropUnpackedManifest(); // nothing of it is resumed, whatever the configuration says by then
+        return fail("Updater file not trusted!", verdict.whyNot);
+    }
+    core->log->log_item("Package signed by key " + verdict.key + ": " + verdict.comment, logger::LOG_NOTICE);
+    return true;
 }
 
 bool updateCoreLoad::fetchPackage() {
@@ -151,16 +196,16 @@ bool updateCoreLoad::unpackPackage() {
 }
 
 bool updateCoreLoad::readManifest() {
-    if (!validateFile(UNPACKED_MANIFEST)) {
+    const auto text = plainFile::contents(UNPACKED_MANIFEST, UNPACKED, LONGEST_MANIFEST);
+    if (!text || !validateFile(UNPACKED_MANIFEST)) {
         return fail("Updater file corrupted!", "Updater manifest is corrupt");
     }
-    const std::string text = functs().getFileContents(UNPACKED_MANIFEST);
-    if (isBlank(text)) {
+    if (isBlank(*text)) {
         return fail("Internal Error", "Config file is blank");
     }
     core->clearUpdateItems();
     updateParser parser(core);
-    return jsonText::parse(text, parser) || fail("Internal Error", "Config file is invalid");
+    return jsonText::parse(*text, parser) || fail("Internal Error", "Config file is invalid");
 }
 
 bool updateCoreLoad::prepareSystem() {
@@ -174,12 +219,13 @@ bool updateCoreLoad::prepareSystem() {
 }
 
 bool updateCoreLoad::validateFile(std::string file) {
-    functs f;
-    if (!f.isFile(file)) {
+    const std::string tree = std::filesystem::path(file).parent_path();
+    const auto digest = plainFile::contents(file + DIGEST, tree, LONGEST_DIGEST);
+    if (!digest || !plainFile(file, tree).isOpen()) {
         return false;
     }
     try {
-        return sha1::ofFile(file) == digestIn(f.getFileContents(file + DIGEST));
+        return sha1::ofFile(file) == digestIn(*digest);
     } catch (const std::runtime_error&) {
         return false; // unreadable: not proven intact
     }

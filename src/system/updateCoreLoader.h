@@ -37,11 +37,13 @@ private:
     bool switchToUpdateMode();
     void awaitStartMode();
     bool finishes(const std::function<bool()>& work);
+    bool mayResume();
     bool fetchPackage();
+    bool isTrusted();
     bool unpackPackage();
     bool readManifest();
     bool prepareSystem();
-    bool fail(const char* shown, const char* logged);
+    bool fail(const char* shown, const std::string& logged);
 
     coreState* core = nullptr;
     shared<bool> atWork; ///< from begin() to the last signal

@@ -71,6 +71,7 @@ std::vector<runProgress::STEP> updateCore::forecast() {
 
 void updateCore::runItems() {
     leftUnfinished = false;
+    notInstalled = 0;
     gotStatusMessage("Starting Update...");
     comBus->setBuffSize(receiveSize::RUN);
     comBus->reload_uart();

@@ -5,6 +5,7 @@
 #include "lib/sha1.h"
 #include "package.h"
 #include "progress.h"
+#include "signing.h"
 #include "tarball.h"
 
 #include <algorithm>
@@ -113,20 +114,28 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     if (findings.errors() != 0 && !options.force)
         return false;
 
-    const std::string manifest = writeManifest(package.items());
-    const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
+    if (!options.key.empty())
+        requireVerifyingUpdater(package);
+
+    FileDigests digests;
     std::vector<Member> members;
-    for (const auto& [name, source] : sourcesOf(package))
+    for (const auto& [name, source] : sourcesOf(package)) {
         members.push_back({name, source, {}});
+        if (fs::is_regular_file(source))
+            digests[name] = digestOfFile(source);
+    }
+    const std::string manifest = writeManifest(package.items(), digests);
+    const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
     // The manifest last: where it is, everything is.
     members.push_back({MANIFEST + DIGEST, {}, manifestSha});
     members.push_back({MANIFEST, {}, manifest});
 
     fs::create_directories(options.target);
     Replacement files;
+    const fs::path archivePath = files.add(options.target / ARCHIVE);
     std::string digest;
     {
-        SafeFile archive(files.add(options.target / ARCHIVE));
+        SafeFile archive(archivePath);
         ProgressBar bar("packing", sizeOf(members));
         pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
         digest = archive.finish();
@@ -139,6 +148,12 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     put(MANIFEST, manifest);
     put(MANIFEST + DIGEST, manifestSha);
     put(ARCHIVE + DIGEST, digestText(digest, ARCHIVE));
+    const fs::path signature = options.target / (ARCHIVE + packageRules::SIGNATURE);
+    std::error_code none;
+    if (options.key.empty())
+        fs::remove(signature, none); // of another archive
+    else
+        sign(archivePath, options.key, files.add(signature));
     files.finish(); // the archive's digest last: it belongs to no other archive
     if (!durable::flush(options.target))
         throw Failure(options.target.string() + ": " + std::strerror(errno));

@@ -10,6 +10,7 @@
 #include "plan.h"
 #include "report.h"
 #include "show.h"
+#include "signing.h"
 #include "version.h"
 
 #include <cerrno>
@@ -54,8 +55,8 @@ void requireUse(const ProcessorChoice& choice, const Package& package) {
 
 Status build(const Options& options) {
     Findings findings;
-    const bool built =
-        buildPackage({options.path, options.output, options.force, options.rules, options.strict}, findings);
+    const bool built = buildPackage(
+        {options.path, options.output, options.force, options.rules, options.strict, options.key}, findings);
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
@@ -96,6 +97,8 @@ Status check(const Options& options) {
     } else {
         package = std::make_unique<Package>(options.path, findings);
         checkContents(*package, options.rules, findings);
+        if (!options.keys.empty())
+            checkSignature(options.path, options.keys, findings);
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
         findings.allow(package->allowances());

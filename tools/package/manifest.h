@@ -1,6 +1,7 @@
 // What a package says that it brings, read from its manifest or from the description it is built from.
 #pragma once
 
+#include "fileDigests.h"
 #include "finding.h"
 #include "items.h"
 
@@ -45,7 +46,7 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
 Items readDescription(const std::string& text, const std::string& name, Findings& findings,
                       std::vector<Allowance>* allowances = nullptr);
 
-// The manifest of these items, in their order.
-std::string writeManifest(const Items& items);
+// The manifest of these items, in their order, and of these digests.
+std::string writeManifest(const Items& items, const FileDigests& digests);
 
 } // namespace package

@@ -93,6 +93,8 @@ void complete(Options& options) {
                       (options.command == Command::Check && isImageFile(options.path));
     if (options.isImage && !options.modules.empty())
         throw CLI::ValidationError("--modules", "it is for packages");
+    if (options.isImage && !options.keys.empty())
+        throw CLI::ValidationError("--keys", "it is for packages");
     if (!options.isImage && options.serial)
         throw CLI::ValidationError("--serial", "it is for a HEX image");
     readProcessors(options);
@@ -134,6 +136,8 @@ CLI::App& addBuild(CLI::App& app, Options& options) {
     CLI::App& build = *app.add_subcommand("build", "Make the package that a description asks for");
     build.add_option("DIR", options.path, "directory with package.json")->required();
     build.add_option("-o,--output", options.output, "directory for the package")->required();
+    build.add_option("--sign", options.key, "secret key of minisign, which asks for its password")
+        ->check(CLI::ExistingFile);
     build.add_flag("--force", options.force, "build even what the checks refuse");
     addRules(build, options);
     addFormat(build, options);
@@ -150,6 +154,9 @@ CLI::App& addCheck(CLI::App& app, Options& options) {
         ->required();
     addRules(check, options);
     check.add_option("--modules", options.modules, "JSON inventory of the modules that must find an image");
+    check
+        .add_option("--keys", options.keys, "directory of public keys: is the package signed by one of them?")
+        ->check(CLI::ExistingDirectory);
     check.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
     addFormat(check, options);
     check.footer(CHECK_EXAMPLE);

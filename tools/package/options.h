@@ -37,6 +37,8 @@ struct Options {
     std::string kernel = "arm";
     std::filesystem::path installed;
     std::filesystem::path modules;
+    std::filesystem::path key;  // secret, to sign with; empty: none
+    std::filesystem::path keys; // public ones, of a panel
     unsigned baud = 115200;
 };
 

@@ -148,7 +148,8 @@ bool canBootload::run() {
     }
     log(title + path, logger::LOG_NOTICE);
     hexpage image;
-    if (!flashLayouts::readImage(path, layout, image) ||
+    if (!packageFile::isSound(*csys, path, packageRules::LONGEST_IMAGE) ||
+        !flashLayouts::readImage(path, layout, image) ||
         !imageVerdict::accepts(*csys, "CAN: ", imageCheck::ofPages(path, layout, image))) {
         log("Bad HEX file: " + path, logger::LOG_ERROR);
         return false;

@@ -1,9 +1,12 @@
 #include "fileUpdate.h"
 
-#include "../packageRules.h"
+#include "../../lib/durable.h"
+#include "../../lib/plainFile.h"
 #include "../runForecast.h"
+#include "packageFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <dirent.h>
 #include <iostream>
 #include <sys/stat.h>
@@ -14,20 +17,39 @@ namespace {
 constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
 constexpr mode_t PERMISSIONS = 07777;
 
-/** The names in a directory that are not hidden, in the file system's order; false when it can't be listed.
+/** The names in a directory that are not hidden, in the file system's order; false when not all can be read.
  */
 bool listVisible(const std::string& directory, std::vector<std::string>& names) {
     DIR* dir = opendir(directory.c_str());
     if (dir == nullptr) {
         return false;
     }
+    errno = 0; // which alone tells a failure from the end
     while (const dirent* entry = readdir(dir)) {
         if (entry->d_name[0] != '.') {
             names.emplace_back(entry->d_name);
         }
     }
+    const bool isWhole = errno == 0;
     closedir(dir);
-    return true;
+    return isWhole;
+}
+
+std::string folderOf(const std::string& path) {
+    return path.substr(0, path.find_last_of('/') + 1);
+}
+
+/** The blocks that are free once a file is removed: none while it has another name or runs. */
+std::uint64_t freedBy(const std::string& path) {
+    struct stat old {};
+    struct stat running {};
+    if (lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode) || old.st_nlink > 1) {
+        return 0;
+    }
+    const bool runs =
+        stat("/proc/self/exe", &running) == 0 && running.st_dev == old.st_dev && running.st_ino == old.st_ino;
+    constexpr std::uint64_t BLOCK = 512; // in which stat() counts
+    return runs ? 0 : static_cast<std::uint64_t>(old.st_blocks) * BLOCK;
 }
 
 /** Tells a directory under whatever name it is met. */
@@ -35,12 +57,6 @@ std::pair<dev_t, ino_t> identityOf(const std::string& directory) {
     struct stat info {};
     stat(directory.c_str(), &info);
     return {info.st_dev, info.st_ino};
-}
-
-bool sameSize(const std::string& one, const std::string& other) {
-    struct stat a {};
-    struct stat b {};
-    return stat(one.c_str(), &a) == 0 && stat(other.c_str(), &b) == 0 && a.st_size == b.st_size;
 }
 
 } // namespace
@@ -63,6 +79,8 @@ bool fileUpdate::run() {
     }
     totalBytes = runForecast::bytesOf(source);
     copiedBytes = 0;
+    copies.clear();
+    failures = 0;
     csys->progress.write(runProgress::KIND::BYTES, totalBytes, runForecast::secondsOfBytes(totalBytes));
     bool copied = false;
     if (f.isDirectory(source)) {
@@ -72,19 +90,50 @@ bool fileUpdate::run() {
         std::cout << "Copy File" << std::endl;
         copied = copyOneFile(source, destination, f);
     }
-    if (!copied) {
-        return false;
+    if (!copied || csys->cancel) {
+        return false; // cancelled, a replaced updater would restart and go on by itself
     }
-    if (csys->cancel) {
-        return false; // a replaced updater would restart and go on by itself
+    keepWhatArrived();
+    if (failures != 0 && copies.empty()) {
+        return false; // nothing at all is there
     }
+    csys->notInstalled += failures;
     base->swVersion = entry.version;
     return true;
 }
 
 bool fileUpdate::copyFailed(const std::string& destination) {
+    ++failures;
     csys->log->log_item("Could not copy new file " + destination, logger::LOG_ERROR);
     return false;
+}
+
+/** What the new file has to be like before the old one is removed. */
+bool fileUpdate::mayReplace(const std::string& source, const std::string& destination) {
+    if (!packageFile::isSound(*csys, source)) {
+        return false;
+    }
+    const auto room = durable::freeBytes(folderOf(destination));
+    if (room && runForecast::bytesOf(source) > *room + freedBy(destination)) {
+        csys->log->log_item("No room for " + destination, logger::LOG_WARNING);
+        return false;
+    }
+    return true;
+}
+
+/** Forces everything onto the card, and removes and reports what does not stand there as it was sent. */
+void fileUpdate::keepWhatArrived() {
+    durable::flushAll(configInstallPath); // in one go; whether it worked, each file tells
+    for (auto file = copies.begin(); file != copies.end();) {
+        if (durable::holds(file->first, file->second) && durable::flush(folderOf(file->first))) {
+            ++file;
+            continue;
+        }
+        csys->log->log_item("Read back otherwise than written: " + file->first, logger::LOG_WARNING);
+        copyFailed(file->first);
+        functs().removeFile(file->first);
+        file = copies.erase(file);
+    }
 }
 
 bool fileUpdate::copyOneFile(std::string source, std::string destination, functs& f) {
@@ -92,16 +141,19 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
     if (csys->cancel) {
         return false;
     }
+    if (!mayReplace(source, destination)) {
+        return copyFailed(destination);
+    }
     if (f.isFile(destination) && !f.removeFile(destination)) {
+        ++failures;
         csys->log->log_item("Could not remove old file: " + destination, logger::LOG_ERROR);
         return false;
     }
     csys->progress.reading(source);
-    // Only a regular file is copied (a named pipe would never end), and only a whole copy counts: a full card
-    // shows nowhere else.
-    if (!f.isFile(source) || !f.copyFile(source, destination, true) || !sameSize(source, destination)) {
-        return copyFailed(destination);
+    if (!plainFile(source, packageRules::UNPACKED).copyTo(destination, [this] { return !csys->cancel; })) {
+        return !csys->cancel && copyFailed(destination);
     }
+    copies[destination] = source;
     copiedBytes += runForecast::bytesOf(source);
     csys->progress.reached(copiedBytes, totalBytes);
     return carryExecutableBits(source, destination); // at once: a later loss of power must find it startable
@@ -113,6 +165,7 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     const auto here = identityOf(source);
     const bool leadsBack = std::find(walked.begin(), walked.end(), here) != walked.end();
     if (leadsBack || !listVisible(source, names)) {
+        ++failures;
         csys->log->log_item("Could not open directory: " + source, logger::LOG_ERROR);
         return false;
     }
@@ -143,6 +196,7 @@ bool fileUpdate::carryExecutableBits(const std::string& source, const std::strin
             return true;
         }
     }
+    ++failures;
     csys->log->log_item("Could not make executable: " + destination, logger::LOG_ERROR);
     return false;
 }

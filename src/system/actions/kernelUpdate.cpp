@@ -1,15 +1,47 @@
 #include "kernelUpdate.h"
 
 #include "../../lib/childProcess.h"
-#include "../packageRules.h"
+#include "../../lib/durable.h"
 #include "../runForecast.h"
+#include "packageFile.h"
 
+#include <fcntl.h>
 #include <iostream>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
+const std::string PARTITION = "/dev/mmcblk0p1";
+const char* const DEVICES = "/dev";
+
+/** Bytes; nothing when it is none. */
+std::optional<std::uint64_t> sizeOfDevice(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const off_t size = lseek(fd, 0, SEEK_END);
+    close(fd);
+    return size < 0 ? std::nullopt : std::optional(static_cast<std::uint64_t>(size));
+}
+
+/**
+ * What the boot partition takes. Nothing when there is none: dd would make a plain file of that name, in
+ * memory. A file that was bound in its place lies elsewhere, and takes anything.
+ */
+std::optional<std::uint64_t> sizeOfPartition() {
+    struct stat partition {};
+    struct stat devices {};
+    if (stat(PARTITION.c_str(), &partition) != 0 || stat(DEVICES, &devices) != 0) {
+        return std::nullopt;
+    }
+    if (S_ISREG(partition.st_mode) && partition.st_dev != devices.st_dev) {
+        return UINT64_MAX;
+    }
+    return S_ISBLK(partition.st_mode) ? sizeOfDevice(PARTITION) : std::nullopt;
+}
+
 bool writeImage(const std::string& name) {
-    const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=/dev/mmcblk0p1";
+    const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=" + PARTITION;
     std::cout << command << std::endl;
     return childProcess::shell(command) == 0;
 }
@@ -33,10 +65,29 @@ bool kernelUpdate::run() {
     csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
     csys->progress.reading(path);
     if (!packageRules::isHarmless(image.item) || packageRules::leadsOutside(image.item) ||
-        !writeImage(image.item)) {
+        !packageFile::isSound(*csys, path) || !fits(bytes) || !writeImage(image.item) || !hasArrived(path)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);
         return false;
     }
     base->swVersion = image.version;
     return true;
+}
+
+/** Asked before the first byte of the old kernel is overwritten. */
+bool kernelUpdate::fits(std::uint64_t bytes) {
+    const auto size = sizeOfPartition();
+    if (!size) {
+        csys->log->log_item("No boot partition", logger::LOG_WARNING);
+    } else if (bytes > *size) {
+        csys->log->log_item("Larger than the boot partition", logger::LOG_WARNING);
+    }
+    return size && bytes <= *size;
+}
+
+bool kernelUpdate::hasArrived(const std::string& path) {
+    if (durable::holds(PARTITION, path)) {
+        return true;
+    }
+    csys->log->log_item("Read back otherwise than written: " + PARTITION, logger::LOG_WARNING);
+    return false;
 }

@@ -2,7 +2,10 @@
 
 #include "action.prototype.h"
 
-/** Writes the package's kernel image onto the first partition of the internal memory card, in place. */
+/**
+ * Writes the package's kernel image onto the first partition of the internal memory card, in place, and reads
+ * it back.
+ */
 class kernelUpdate : public action {
 public:
     using action::action;
@@ -12,4 +15,8 @@ public:
      * that a shell or the file system could take for more than a name fails as a failing `dd` does.
      */
     bool run() override;
+
+private:
+    bool fits(std::uint64_t bytes);
+    bool hasArrived(const std::string& path);
 };

@@ -3,19 +3,22 @@
 #include "../coreState.h"
 #include "../packageRules.h"
 
+#include <cstdint>
 #include <string>
 
-/** Where the actions find what a package brought. */
+/** Where the actions find what a package brought, and what they look at before they use it. */
 namespace packageFile {
 
 /**
  * The image for a hardware revision; the bare directory, which no reader takes, when the package has none or
  * its name is refused.
  */
-inline std::string ofItem(const coreState::BASE_ITEM& item, std::uint8_t revision) {
-    const auto& items = item.update.items;
-    const bool isTaken = revision < items.size() && !packageRules::leadsOutside(items[revision].item);
-    return packageRules::UNPACKED + (isTaken ? items[revision].item : std::string());
-}
+std::string ofItem(const coreState::BASE_ITEM& item, std::uint8_t revision);
+
+/**
+ * True when `path`, within the unpacked package, is a plain file of it, of at most `most` bytes, and still
+ * what was packed, as far as the manifest tells that. Else the log says why not. Reads it to its end.
+ */
+bool isSound(coreState& core, const std::string& path, std::uint64_t most = UINT64_MAX);
 
 } // namespace packageFile

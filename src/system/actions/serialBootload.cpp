@@ -102,7 +102,8 @@ bool serialBootload::run() {
 }
 
 bool serialBootload::run_v1(const std::string& path) {
-    hexrecords image(functs().isFile(path) ? path : std::string());
+    const bool isSound = packageFile::isSound(*csys, path, packageRules::LONGEST_IMAGE);
+    hexrecords image(isSound ? path : std::string());
     if (!image.getFileOK() || !imageVerdict::accepts(*csys, "Serial: ", imageCheck::ofRecords(path))) {
         log("Serial: Bad HEX file", logger::LOG_ERROR);
         return false;
@@ -138,7 +139,8 @@ bool serialBootload::run_v2(const std::string& path) {
         return false;
     }
     hexpage image;
-    if (!flashLayouts::readImage(path, layout, image) ||
+    if (!packageFile::isSound(*csys, path, packageRules::LONGEST_IMAGE) ||
+        !flashLayouts::readImage(path, layout, image) ||
         !imageVerdict::accepts(*csys, "SerialV2: ", imageCheck::ofPages(path, layout, image))) {
         log("SerialV2: Bad HEX file", logger::LOG_ERROR);
         return false;

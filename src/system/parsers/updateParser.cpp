@@ -49,7 +49,9 @@ bool updateParser::String(const char* text, unsigned length, bool) {
     if (!lists.empty() && packageRules::isTooLong(given)) {
         return false;
     }
-    if (cur.key == "f") {
+    if (cur.item == packageRules::FILE_DIGESTS) {
+        sys->fileDigests[cur.key] = given;
+    } else if (cur.key == "f") {
         cur.citem.item = given;
         for (coreState::BASE_ITEM* list : lists) {
             list->update.items.push_back(cur.citem);

@@ -116,6 +116,27 @@ TEST_F(fileUpdateTest, FailuresOfASingleFile) {
     EXPECT_EQ(umount(TARGET.c_str()), 0);
 }
 
+TEST_F(fileUpdateTest, LooksBeforeItRemoves) {
+    shell("mkdir -p " + SOURCE + " && cd " + SOURCE +
+          " && mkfifo pipe && ln -s /etc/passwd outside && echo x >changed && truncate -s 100000 large");
+    core->fileDigests["changed"] = std::string(64, '0');
+    ASSERT_EQ(mount("full", TARGET.c_str(), "tmpfs", 0, "size=32k"), 0);
+    for (const std::string name : {"missing", "pipe", "outside", "changed", "large"}) {
+        put(TARGET + "/" + name, "old");
+        EXPECT_FALSE(install(name)) << name;
+        EXPECT_EQ(errors(), Texts{"[Error]: Could not copy new file " + TARGET + "/" + name});
+        EXPECT_EQ(contents(TARGET + "/" + name), "old");
+        fs::remove(TARGET + "/" + name);
+    }
+    unpacked("gui/large", std::string(100'000, 'x'));
+    EXPECT_FALSE(install("gui") || recorded()); // nothing of it is there
+    unpacked("gui/small", "x");
+    EXPECT_TRUE(install("gui") && recorded());
+    EXPECT_EQ(core->notInstalled, 1U);
+    EXPECT_FALSE(fs::exists(TARGET + "/large"));
+    EXPECT_EQ(umount(TARGET.c_str()), 0);
+}
+
 TEST_F(fileUpdateTest, ATreeGoesOnBehindAFailure) {
     unpacked("gui/a/file", "1");
     unpacked("gui/b/file", "2");

@@ -38,20 +38,53 @@ TEST_F(kernelUpdateTest, WritesTheImageOfTheRevisionUnlessItsNameIsShort) {
     EXPECT_EQ(version(), "2.0");
 }
 
-TEST_F(kernelUpdateTest, AFailingWriteKeepsTheVersion) {
-    EXPECT_FALSE(write("missing.img"));
-    EXPECT_EQ(logged().back(), "[Error]: DD command failed: missing.img");
+TEST_F(kernelUpdateTest, RecordsNothingButAPackagesImageOnThePartition) {
+    const std::string notPlain = "Not a plain file";
+    const struct {
+        std::string why;    ///< in the log
+        std::string name;   ///< of the image
+        std::string make;   ///< a shell command, in the unpacked package
+        std::string card{}; ///< a shell command that puts something else in its place
+        std::string dd{};
+    } rows[] = {
+        {notPlain, "missing.img", ":"},
+        {notPlain, "pipe.img", "mkfifo pipe.img"},
+        {notPlain, "terminal.img", "ln -s /dev/ptmx terminal.img"},
+        {notPlain, "outside.img", "ln -s /etc/passwd outside.img"},
+        {notPlain, "folder.img", "mkdir folder.img"},
+        {"Not as it was packed", "rotten.img", "echo rotten >rotten.img"},
+        {"No boot partition", "kernel.img", ":", "ln -sf /dev/full /dev/mmcblk0p1"},
+        {"No boot partition", "kernel.img", ":", "printf 'old kernel' >/dev/mmcblk0p1"},
+        {"Read back otherwise", "kernel.img", ":", "", "exit 0"},
+        {"DD command failed", "kernel.img", ":", "", "exit 1"},
+    };
     unpacked("kernel.img", "image");
-    fs::remove(CARD);
-    fs::create_symlink("/dev/full", CARD);
-    EXPECT_FALSE(write("kernel.img"));
-    EXPECT_EQ(logged().back(), "[Error]: DD command failed: kernel.img");
-    EXPECT_EQ(version(), "1.0");
-    fs::remove(CARD);
+    core->fileDigests["rotten.img"] = std::string(64, '0');
+    core->fileDigests["kernel.img"] = "6105d6cc76af400325e94d588ce511be5bfdbb73b437dc51eca43917d7a43e3d";
+    for (const auto& row : rows) {
+        put(CARD, "old kernel");
+        put("/tmp/update.log", "");
+        shell("cd /keldra/tmp/keldra_update && " + row.make);
+        if (!row.dd.empty()) {
+            standIn("dd", row.dd);
+        }
+        shell(row.card.empty() ? ":" : "umount /dev/mmcblk0p1; " + row.card);
+        EXPECT_FALSE(write(row.name)) << row.name;
+        EXPECT_EQ(version(), "1.0") << row.name;
+        if (!row.card.empty()) {
+            shell("cd /tmp; printf 'old kernel' >card; rm /dev/mmcblk0p1; : >/dev/mmcblk0p1; "
+                  "mount --bind card /dev/mmcblk0p1");
+        }
+        EXPECT_TRUE(holds(logged(), row.why)) << row.name;
+        EXPECT_EQ(logged().back(), "[Error]: DD command failed: " + row.name);
+        EXPECT_EQ(contents(CARD), "old kernel") << row.name;
+        endStandIns();
+    }
+    EXPECT_TRUE(write("kernel.img"));
 }
 
 TEST_F(kernelUpdateTest, NoShellSeesAHostileName) {
-    standIn("dd", "echo dd >> /tmp/canary");
+    standIn("dd", "echo dd >> /tmp/canary; exec /opt/host-bin/dd \"$@\"");
     const std::string hostile = "; &|$`'\"\\*?[]{}()<>~#!=%^,:@\n\t\x01\x7F\xC3";
     Texts tails = {"$(touch /tmp/canary)", ";touch /tmp/canary;", " of=/tmp/canary", "/../kernel.img"};
     for (const char character : hostile) {
@@ -67,6 +100,7 @@ TEST_F(kernelUpdateTest, NoShellSeesAHostileName) {
     }
     EXPECT_FALSE(write("../keldra_update/kernel.img") || write("a/.."));
     EXPECT_FALSE(fs::exists("/tmp/canary"));
+    unpacked("..kernel..img", "image");
     EXPECT_TRUE(write("..kernel..img"));
     EXPECT_EQ(contents("/tmp/canary"), "dd\n");
     fs::remove("/tmp/canary");
