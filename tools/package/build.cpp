@@ -4,6 +4,7 @@
 #include "lib/sha1.h"
 #include "package.h"
 #include "progress.h"
+#include "signing.h"
 #include "tarball.h"
 
 #include <algorithm>
@@ -97,11 +98,19 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     if (findings.errors() != 0 && !options.force)
         return false;
 
-    const std::string manifest = writeManifest(package.items());
-    const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
+    if (!options.key.empty())
+        requireVerifyingUpdater(package);
+
+    FileDigests digests;
     std::vector<Member> members;
-    for (const std::string& name : namesOf(package))
-        members.push_back({name, package.root() / name, {}});
+    for (const std::string& name : namesOf(package)) {
+        const fs::path source = package.root() / name;
+        members.push_back({name, source, {}});
+        if (fs::is_regular_file(source))
+            digests[name] = digestOfFile(source);
+    }
+    const std::string manifest = writeManifest(package.items(), digests);
+    const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
     // The manifest last: where it is, everything is.
     members.push_back({MANIFEST + DIGEST, {}, manifestSha});
     members.push_back({MANIFEST, {}, manifest});
@@ -114,6 +123,12 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     writeFile(files.add(options.target / MANIFEST), manifest);
     writeFile(files.add(options.target / (MANIFEST + DIGEST)), manifestSha);
     writeFile(files.add(options.target / (ARCHIVE + DIGEST)), digestText(sha1::ofFile(archive), ARCHIVE));
+    const fs::path signature = options.target / (ARCHIVE + packageRules::SIGNATURE);
+    std::error_code none;
+    if (options.key.empty())
+        fs::remove(signature, none); // of another archive
+    else
+        sign(archive, options.key, files.add(signature));
     files.finish(); // the archive's digest last: it belongs to no other archive
     return true;
 }

@@ -11,10 +11,11 @@ struct BuildOptions {
     std::filesystem::path source; // directory with package.json
     std::filesystem::path target; // directory, made when missing
     bool force = false;           // build what the checks refuse
+    std::filesystem::path key{};  // secret, to sign with; empty: none
 };
 
-// Writes update.manifest, keldra_update.tgz and the digests of both. False when the findings forbid it.
-// Throws Failure, and leaves an earlier package in the target as it was then.
+// Writes update.manifest, keldra_update.tgz, the digests of both, and the signature. False when the findings
+// forbid it. Throws Failure, and leaves an earlier package in the target as it was then.
 bool buildPackage(const BuildOptions& options, Findings& findings);
 
 } // namespace package

@@ -36,6 +36,12 @@ inline constexpr Kind manifestMissing{"manifest-missing", Error,
                                       "refuses the package: \"Updater file corrupted!\"",
                                       "put update.manifest at the top of the archive"};
 
+inline constexpr Kind signatureRefused{
+    "signature-refused", Error, "refuses the package, with these keys: \"Updater file not trusted!\"",
+    "sign the archive anew with one of these keys: keldra-package build --sign KEY"};
+inline constexpr Kind fileChanged{"file-changed", Error, "refuses the file when its turn comes",
+                                  "build the package anew, and change nothing in it afterwards"};
+
 // The manifest and the description.
 inline constexpr Kind manifestBlank{"manifest-blank", Error,
                                     "finds nothing to update, or says \"Internal Error\"",

@@ -2,8 +2,8 @@
 
 _keldra_package_options() {
     case $1 in
-    build) echo "-o --output --force --help" ;;
-    check) echo "--processor --modules --serial --strict --json --help" ;;
+    build) echo "-o --output --sign --force --help" ;;
+    check) echo "--processor --modules --keys --serial --strict --json --help" ;;
     plan) echo "--installed --modules --baud --force --json --help" ;;
     show) echo "--processor --serial --help" ;;
     *) echo "build check plan show --version --help" ;;

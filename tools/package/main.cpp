@@ -5,6 +5,7 @@
 #include "plan.h"
 #include "report.h"
 #include "show.h"
+#include "signing.h"
 
 #include <clocale>
 #include <cstdio>
@@ -54,6 +55,8 @@ int check(const Options& options) {
     } else {
         package = std::make_unique<Package>(options.path, findings);
         checkContents(*package, options.choice, findings);
+        if (!options.keys.empty())
+            checkSignature(options.path, options.keys, findings);
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
     }

@@ -184,6 +184,8 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     if (root.members.empty())
         reader.report(kinds::manifestBlank, root, "the manifest names no item");
     for (const auto& [key, body] : root.members) {
+        if (key.text == packageRules::FILE_DIGESTS)
+            continue;
         Item* item = reader.openItem(key, body, items);
         if (item == nullptr)
             continue;
@@ -215,7 +217,7 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     return items;
 }
 
-std::string writeManifest(const Items& items) {
+std::string writeManifest(const Items& items, const FileDigests& digests) {
     rapidjson::StringBuffer buffer;
     rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
     writer.SetIndent(' ', 2);
@@ -239,6 +241,13 @@ std::string writeManifest(const Items& items) {
         writer.EndArray();
         writer.EndObject();
     }
+    writer.Key(packageRules::FILE_DIGESTS.c_str());
+    writer.StartObject();
+    for (const auto& [name, digest] : digests) {
+        writer.Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
+        text(digest);
+    }
+    writer.EndObject();
     writer.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }

@@ -1,6 +1,7 @@
 // What a package says that it brings, read from its manifest or from the description it is built from.
 #pragma once
 
+#include "fileDigests.h"
 #include "finding.h"
 #include "items.h"
 
@@ -36,7 +37,7 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
 // A description: for each item a list of {"file", "version", "processor"} by hardware revision.
 Items readDescription(const std::string& text, const std::string& name, Findings& findings);
 
-// The manifest of these items, in their order.
-std::string writeManifest(const Items& items);
+// The manifest of these items, in their order, and of these digests.
+std::string writeManifest(const Items& items, const FileDigests& digests);
 
 } // namespace package

@@ -41,6 +41,8 @@ void readProcessors(Options& options) {
     options.isImage = options.command == Command::Show || extension == ".hex" || extension == ".HEX";
     if (options.isImage && !options.modules.empty())
         throw CLI::ValidationError("--modules", "it is for packages");
+    if (options.isImage && !options.keys.empty())
+        throw CLI::ValidationError("--keys", "it is for packages");
     if (!options.isImage && options.serial)
         throw CLI::ValidationError("--serial", "it is for a HEX image");
     for (const std::string& text : options.processors) {
@@ -64,6 +66,8 @@ CLI::App& addBuild(CLI::App& app, Options& options) {
     CLI::App& build = *app.add_subcommand("build", "Make the package that a description asks for");
     build.add_option("DIR", options.build.source, "directory with package.json")->required();
     build.add_option("-o,--output", options.build.target, "directory for the package")->required();
+    build.add_option("--sign", options.build.key, "secret key of minisign, which asks for its password")
+        ->check(CLI::ExistingFile);
     build.add_flag("--force", options.build.force, "build even what the checks refuse");
     build.footer(BUILD_EXAMPLE);
     return build;
@@ -79,6 +83,9 @@ CLI::App& addCheck(CLI::App& app, Options& options) {
     check.add_option("--processor", options.processors,
                      "KIND of a HEX image, or ITEM=KIND,... by hardware revision; else the most likely one");
     check.add_option("--modules", options.modules, "JSON inventory of the modules that must find an image");
+    check
+        .add_option("--keys", options.keys, "directory of public keys: is the package signed by one of them?")
+        ->check(CLI::ExistingDirectory);
     check.add_flag("--serial", options.serial, "the image is for the module on the serial bootloader");
     check.add_flag("--strict", options.strict, "exit with 1 when there are warnings");
     check.add_flag("--json", options.json, "for programs");

@@ -27,6 +27,7 @@ struct Options {
     const Processor* processor = nullptr; // the one for a single image
     std::filesystem::path installed;
     std::filesystem::path modules;
+    std::filesystem::path keys; // public ones, of a panel
     unsigned baud = 115200;
 };
 

@@ -72,7 +72,9 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
 void Package::openTree(Findings& findings) {
     requireFile(root_ / MANIFEST);
     checkDigest(root_ / MANIFEST, MANIFEST, findings);
-    items_ = readManifest(readFile(root_ / MANIFEST), MANIFEST, findings);
+    const std::string manifest = readFile(root_ / MANIFEST);
+    items_ = readManifest(manifest, MANIFEST, findings);
+    checkFileDigests(root_, manifest, findings);
 }
 
 void Package::openDescription(Findings& findings) {

@@ -88,12 +88,15 @@ TEST_F(updateParserTest, FillsTheListsAsTheToolReadsThem) {
         unknown items | {"cy1":{"f":"a"},"mf1":{"f":"a"},"Kernel":{"f":"a"},"kernel ":{"f":"a"}} | 
         unknown keys | {"gui":{"f":"a","x":"b","ff":"c","v":"1"}} | gui: a=1
         no objects | {"gui":["a"],"mf":"b","f":{},"kernel":{"f":[],"v":["1"]}} | 
+        digests are no item | {"gui":{"f":"a"},"sha256":{"f":"b","v":"1"},"mf":{}} | gui: a=
         no item yet | {"f":"a","v":"1"} | 
         every other value | {"gui":{"f":[null,true,-1,99999999999,"a"],"v":null}} | gui: a=)")) {
         EXPECT_EQ(parse(row[1]), row[2]) << row[0];
         EXPECT_TRUE(accepted) << row[0];
         EXPECT_EQ(byTool(row[1]), row[2]) << row[0];
     }
+    parse(R"({"sha256":{"f":"b","a/b":"c"}})");
+    EXPECT_EQ(core->fileDigests, (std::map<std::string, std::string>{{"f", "b"}, {"a/b", "c"}}));
     // Objects within items are reported by the tool, and not followed.
     EXPECT_EQ(parse(R"({"gui":{"f":{"f":"a"},"v":{"v":"1"}}})"), "gui: a=1") << "one letter opens no item";
     EXPECT_EQ(parse(R"({"x":{"yy":[{"gui":{"f":"a"}}]},"f":"b"})"), "gui: a= b=") << "at any depth";

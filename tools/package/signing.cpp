@@ -1,0 +1,65 @@
+#include "signing.h"
+
+#include "files.h"
+#include "findingKinds.h"
+#include "lib/childProcess.h"
+#include "system/packageTrust.h"
+
+#include <ctime>
+#include <unistd.h>
+
+namespace package {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A text of every updater that knows signatures.
+const std::string MARK = "Package not trusted: no signature";
+
+std::string timeNow() {
+    char text[32];
+    const std::time_t now = std::time(nullptr);
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
+    return text;
+}
+
+} // namespace
+
+void sign(const fs::path& archive, const fs::path& key, const fs::path& signature) {
+    requireFile(key);
+    const std::string comment = ARCHIVE + " " + timeNow();
+    const int status = childProcess::run([&] {
+        execlp("minisign", "minisign", "-S", "-q", "-s", key.c_str(), "-m", archive.c_str(), "-x",
+               signature.c_str(), "-t", comment.c_str(), nullptr);
+        return 127;
+    });
+    if (status == 127)
+        throw Failure("minisign is not installed");
+    if (status != 0)
+        throw Failure("minisign did not sign the package");
+}
+
+void requireVerifyingUpdater(const Package& package) {
+    const Item* updater = findItem(package.items(), "updater");
+    if (updater == nullptr)
+        return;
+    for (const Entry& entry : updater->entries) {
+        fs::path program = package.root() / entry.file;
+        if (fs::is_directory(program))
+            program /= "K+Updater";
+        if (fs::is_regular_file(program) && readFile(program).find(MARK) == std::string::npos)
+            throw Failure(entry.file + ": this updater does not look at signatures: no panel with it would");
+    }
+}
+
+void checkSignature(const fs::path& path, const fs::path& keys, Findings& findings) {
+    const fs::path archive = fs::is_directory(path) ? path / ARCHIVE : path;
+    requireFile(archive);
+    const packageTrust::VERDICT verdict = packageTrust::judge(archive.string(), keys.string());
+    if (!verdict.whyNot.empty())
+        findings.add(kinds::signatureRefused, {archive.filename().string() + packageRules::SIGNATURE},
+                     verdict.whyNot);
+}
+
+} // namespace package
