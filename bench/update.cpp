@@ -40,19 +40,20 @@ private:
 };
 
 void putOntoStick(const std::string& package) {
-    panel::shell("cp " + package + " " + package + ".sha /mnt/usb");
+    panel::shell("cp " + package + "* /mnt/usb");
 }
 
 /** A bus on which every module answers, so that no time goes into waiting for one that is not there. */
-std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program) {
-    panel::configure(panel::SimulatedBus::PORT, BAUD);
+std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program, const std::string& configuration = "") {
+    panel::configure(panel::SimulatedBus::PORT, BAUD, configuration);
     return std::make_unique<panel::SimulatedBus>(program, bench::inventoryOf("stm32f3"));
 }
 
 } // namespace
 
 void bench::loadPackage(const ARGUMENTS& arguments) {
-    const auto bus = startBus(arguments.at(0));
+    const bool isSigned = arguments.size() > 2; // by a key in this directory
+    const auto bus = startBus(arguments.at(0), isSigned ? "trusted_keys = " + arguments[2] + "\n" : "");
     putOntoStick(arguments.at(1));
     double bare = 0;
     for (int n = 0; n < 2; ++n) { // the first warms the caches, for the loader, too

@@ -2,9 +2,10 @@
 # shellcheck disable=SC2154
 # Update packages, for bash scripts to source. Of the script that sources it, it uses: programs (where the build lies).
 
-# package_build CONTENT FOLDER: makes the package that the content's package.json describes.
+# package_build CONTENT FOLDER: makes the package that the content's package.json describes, signed by package_key if
+# that is set.
 package_build() {
-    "$programs/keldra-package" build "$1" -o "$2"
+    "$programs/keldra-package" build "$1" -o "$2" ${package_key:+--sign "$package_key"}
 }
 
 # package_pack CONTENT FOLDER: packs the content, whose update.manifest must be there, unseen: what must not be in a

@@ -17,10 +17,11 @@ make_package() {
     package_build "$made/content" "$made"
 }
 
-# The same build, which calls itself a later one; one that is started by a script differs by a remark.
+# The same build, which calls itself a later one; one that is started by a script differs by a remark,
+# which has the text by which an updater is known to look at signatures.
 make_updater() { # FILE
     if [[ $(head -c 2 "$programs/K+Updater") == '#!' ]]; then
-        { cat "$programs/K+Updater" && echo "# release 3.10.1"; } >"$1"
+        { cat "$programs/K+Updater" && echo "# release 3.10.1 (Package not trusted: no signature)"; } >"$1"
     else
         objcopy --strip-all "$programs/K+Updater" "$1"
         LC_ALL=C sed -i 's/3\.10\.0/3.10.1/' "$1"
