@@ -44,7 +44,8 @@ void putOntoStick(const std::string& package) {
 }
 
 /** A bus on which every module answers, so that no time goes into waiting for one that is not there. */
-std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program, const std::string& configuration = "") {
+std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program,
+                                              const std::string& configuration = "") {
     panel::configure(panel::SimulatedBus::PORT, BAUD, configuration);
     return std::make_unique<panel::SimulatedBus>(program, bench::inventoryOf("stm32f3"));
 }
