@@ -2,6 +2,7 @@
 
 #include "../lib/logger.h"
 #include "../lib/shared.h"
+#include "busRecorder.h"
 #include "modules.h"
 #include "replyBox.h"
 #include "runProgress.h"
@@ -61,6 +62,7 @@ public:
         BASE_ITEM base;
     };
 
+    busRecorder recorder;
     replyBox answers; ///< of the module that is being bootloaded
     REPLY& bootloader = answers.record();
     runProgress progress;
@@ -103,6 +105,11 @@ public:
     /** Images that can't arrive whole are refused; else the log warns of them. Key `strict_images`. */
     bool strictImages = false;
 
+    std::uint32_t recorderSize = busRecorder::USUAL_SIZE; ///< bytes; key `recorder_size`
+    bool recordsAll = false; ///< the traffic of a run that succeeds is saved, too; key `record`
+
+    /** Saves the bus's traffic, if there was any since the last time, and says so in the log. */
+    void saveRecording(const char* reason);
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse() { answers.reset(); }
     /** The record as one reply left it. */

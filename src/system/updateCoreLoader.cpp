@@ -103,7 +103,11 @@ bool updateCoreLoad::switchToUpdateMode() {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    return fail("Could not switch system to update mode", "Could not switch system to update mode");
+    fail("Could not switch system to update mode", "Could not switch system to update mode");
+    if (!core->cancel) {
+        core->saveRecording("failed");
+    }
+    return false;
 }
 
 /** Waits until the program entry has read its mode argument, about as long as the window takes to appear. */

@@ -40,6 +40,9 @@ void updateCore::run() {
     progress.start(forecast());
     runItems();
     progress.end();
+    if (cancel) {
+        saveRecording("canceled");
+    }
 }
 
 /** What the run will visit, and how long each may take. */
@@ -95,6 +98,10 @@ void updateCore::runItems() {
 }
 
 void updateCore::finish(bool status) {
+    recorder.mark(status ? "end: succeeded" : "end: failed");
+    if (!cancel && (!status || recordsAll)) { // before it is shown: the power may be cut then
+        saveRecording(status ? "succeeded" : "failed");
+    }
     atWork = false; // who hears of it may start the next run at once
     emit sendUpdateDone(status);
 }
@@ -120,6 +127,9 @@ bool updateCore::updateUpdater() {
         std::fflush(stdout);
         return false;
     case action::GOUPDATE:
+        if (recordsAll) {
+            saveRecording("restart");
+        }
         atWork = false;
         emit sendReboot();
         return false;

@@ -24,6 +24,7 @@ bool coreHost::cancelled() const {
 }
 
 void coreHost::log(const std::string& text, logger::LOG_TYPE type) {
+    csys->recorder.mark(text);
     csys->log->log_item(text, type);
 }
 
