@@ -195,6 +195,7 @@ TEST_F(mainTest, ASecondUpdaterEndsAndTouchesNothing) {
     EXPECT_EQ(contents("/tmp/before"), contents("/tmp/after"));
     EXPECT_EQ(bus.sentBytes().size(), sent);
     shell("kill -KILL $(cat /tmp/pid); flock /keldra/config true");
+    offerKernel();
     EXPECT_EQ(run("", "Run Update,Close"), 0) << out; // the kernel has dropped the lock
 }
 

@@ -295,9 +295,10 @@ QString UpdaterWindow::remedy() const {
 }
 
 void UpdaterWindow::showLoadFailure() {
-    // The stick was unmounted, and loading begins with removing what was unpacked from it.
-    showLine(remedy(),
-             csys->resumeUpdate ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
+    // What was unpacked before the restart goes when loading begins anew, and the stick is not mounted any
+    // more.
+    const bool isLost = csys->resumeUpdate && !csys->log->lastError().empty();
+    showLine(remedy(), isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
 }
 
 void UpdaterWindow::showVerdict(bool status) {

@@ -40,17 +40,14 @@ std::uint64_t positionOf(const std::string& process, const std::string& descript
 
 } // namespace
 
-std::uint64_t filePosition::of(const std::string& file, bool* byCommand) {
+std::uint64_t filePosition::of(const std::string& file) {
     for (const std::string& process : numbersIn("/proc")) {
         const pid_t pid = static_cast<pid_t>(std::atoi(process.c_str()));
-        if (getpgid(pid) != getpgrp()) { // commands are of the group of the program that starts them
+        if (getsid(pid) != getsid(0)) { // commands stay in the session of the program that starts them
             continue;
         }
         for (const std::string& descriptor : numbersIn("/proc/" + process + "/fd")) {
             if (isOpen(process, descriptor, file)) {
-                if (byCommand != nullptr) {
-                    *byCommand = pid != getpid();
-                }
                 return positionOf(process, descriptor);
             }
         }

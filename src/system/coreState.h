@@ -87,7 +87,9 @@ public:
     MODULE cy1, cy2, cy3, cy4, master, motor, ctrl, s1, s2, s3, s4, mf1, mf2, mf3, arts;
 
     /** The record of a row of modules::TABLE. */
-    MODULE& module(const modules::ROW& row) { return *records[&row - modules::TABLE.data()]; }
+    MODULE& module(const modules::ROW& row) {
+        return *records[static_cast<std::size_t>(&row - modules::TABLE.data())];
+    }
 
     struct {
         BASE_ITEM kernel, rootfs, updater, gui, drivers;

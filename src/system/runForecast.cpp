@@ -76,19 +76,12 @@ double runForecast::ofHostItem(const coreState::BASE_ITEM& item, bool force) {
 
 double runForecast::ofModule(const coreState::BASE_ITEM& item, bool force, unsigned baud) {
     const auto& items = item.update.items;
-    const std::uint8_t revision = item.hwRev;
-    if (items.empty() || baud == 0) {
+    const std::uint8_t revision = item.isAccurate ? item.hwRev : 0;
+    if (revision >= items.size() || baud == 0) {
         return 0;
     }
-    if (item.isAccurate && revision < items.size()) {
-        const bool isCurrent = items[revision].version == item.swVersion.get();
-        return isCurrent && !force && !item.unfinished
-                   ? 0
-                   : secondsOfImage(packageFile::ofItem(item, revision), baud);
-    }
-    double seconds = 0;
-    for (std::size_t each = 0; each < items.size(); ++each) {
-        seconds += secondsOfImage(packageFile::ofItem(item, static_cast<std::uint8_t>(each)), baud);
-    }
-    return seconds / static_cast<double>(items.size());
+    const bool isCurrent = item.isAccurate && items[revision].version == item.swVersion.get();
+    return isCurrent && !force && !item.unfinished
+               ? 0
+               : secondsOfImage(packageFile::ofItem(item, revision), baud);
 }

@@ -15,8 +15,8 @@ double secondsOfBytes(std::uint64_t bytes);
 /** 0 when it is known to be up to date, or the package has nothing for it. */
 double ofHostItem(const coreState::BASE_ITEM& item, bool force);
 /**
- * Of a module, whose processor only its bootloader will tell. As long as its hardware revision is not known,
- * the mean of what the package has.
+ * Of a module, whose processor only its bootloader will tell. One that has not told its hardware revision yet
+ * is taken for the first.
  */
 double ofModule(const coreState::BASE_ITEM& item, bool force, unsigned baud);
 

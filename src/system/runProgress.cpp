@@ -11,8 +11,8 @@ namespace {
 // By how many seconds of measuring an expectation is outweighed.
 constexpr double TRUST_IN_FILES = 0.5; // cards differ
 constexpr double TRUST_IN_MODULES = 3;
-constexpr double MOST_GROWTH = 1.1;   // of the time left, over the least that was shown
-constexpr double GROWTH_SECONDS = 30; // in which that may happen once more
+constexpr double MOST_GROWTH = 1.08;   // of the time left, over the least that was shown
+constexpr double GROWTH_SECONDS = 120; // in which that may happen once more
 constexpr double MINUTE = 60;
 constexpr double MEGABYTE = 1e6;
 
@@ -66,8 +66,8 @@ void runProgress::check(const std::string& name, clock::time_point now) {
     settle();
     const auto next =
         std::find_if(steps.begin(), steps.end(), [&](const STEP& step) { return step.name == name; });
+    current = next == steps.end() ? STEP{name, KIND::BYTES, 0} : *next;
     steps.erase(steps.begin(), next == steps.end() ? steps.begin() : next + 1);
-    current = {name, KIND::BYTES, 0};
 }
 
 void runProgress::write(KIND kind, std::uint64_t units, double seconds, clock::time_point now) {
@@ -111,7 +111,7 @@ double runProgress::fraction() const {
 
 double runProgress::secondsLeftOfStep(clock::time_point now) {
     if (!writing) {
-        return 0;
+        return current.seconds * paceOf(current.kind).ratio();
     }
     const PACE& known = paceOf(current.kind);
     const PACE pace{known.expected + current.seconds * fraction(),

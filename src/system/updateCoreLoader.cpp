@@ -190,14 +190,13 @@ bool updateCoreLoad::validateFile(std::string file) {
 }
 
 std::string updateCoreLoad::progressText() {
-    bool byCommand = false;
     const char* title = "Copying the package";
     const std::string* file = &STICK_PACKAGE;
     std::uint64_t position = filePosition::of(STICK_PACKAGE);
     if (position == 0) {
         file = &FETCHED;
-        position = filePosition::of(FETCHED, &byCommand);
-        title = byCommand ? "Unpacking the package" : "Checking the package";
+        position = filePosition::of(FETCHED);
+        title = functs().isFile(UNPACKING) ? "Unpacking the package" : "Checking the package";
     }
     if (position == 0) {
         return "Loading the package";

@@ -26,6 +26,7 @@ protected:
         bus.autoAnswer(Bus::noModules);
         start();
         window = std::make_unique<UpdaterWindow>(qApp, core.get());
+        QObject::disconnect(window.get(), nullptr, qApp, nullptr); // which the next test needs
         QObject::connect(window.get(), &UpdaterWindow::haltApplication, [this] { halted = true; });
         window->show();
     }
@@ -200,7 +201,7 @@ TEST_F(UpdaterWindowTest, TheLogIsMovedByAFingerAndFollowsAtItsEnd) {
     };
     const auto drag = [&](int from, int to) {
         QTest::mousePress(text->viewport(), Qt::LeftButton, {}, QPoint(100, from));
-        QMouseEvent move(QEvent::MouseMove, QPointF(100, to), text->viewport()->mapToGlobal(QPointF(100, to)),
+        QMouseEvent move(QEvent::MouseMove, QPointF(100, to), text->viewport()->mapToGlobal(QPoint(100, to)),
                          Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(text->viewport(), &move);
         QTest::mouseRelease(text->viewport(), Qt::LeftButton, {}, QPoint(100, to));
