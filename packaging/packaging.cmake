@@ -7,6 +7,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/config/vx3.cfg ${PROJECT_SOURCE_DIR}/config/
         DESTINATION /keldra/config COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/logs COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/tmp COMPONENT updater)
+install(FILES ${PROJECT_SOURCE_DIR}/tools/trace/wireshark.lua
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/keldra-package-tools COMPONENT package-tool)
 install(TARGETS bus-trace DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT package-tool)
 
 set(staged ${CMAKE_CURRENT_BINARY_DIR}/packaging)
