@@ -135,6 +135,7 @@ void ProcBusThread::finishFrame(PROCBUS_MSG& msg, unsigned last) {
         receive(msg);
         return;
     }
+    sys->quality.damagedFrame();
     std::printf("CRC ERR: %d %d (%x vs %x) %d %d %d - ", msg.id, msg.length, msg.checksum,
                 checker.crc16_calculate(msg.data, msg.length), UARTRXBUF[last - 1], byte,
                 static_cast<int>(last));

@@ -3,6 +3,7 @@
 #include "../lib/logger.h"
 #include "../lib/shared.h"
 #include "busRecorder.h"
+#include "lineQuality.h"
 #include "modules.h"
 #include "replyBox.h"
 #include "runProgress.h"
@@ -66,6 +67,7 @@ public:
     replyBox answers; ///< of the module that is being bootloaded
     REPLY& bootloader = answers.record();
     runProgress progress;
+    lineQuality quality; ///< of the line to the module at hand
 
     shared<bool> resetG1; ///< the halt message is the second-generation reset
     shared<bool> reboot;  ///< after the event loop: start the updater again instead of halting

@@ -12,6 +12,7 @@
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
 #include "runForecast.h"
+#include "stickEvidence.h"
 #include "termination.h"
 
 #include <cstdio>
@@ -73,6 +74,7 @@ void updateCoreLoad::run() {
 bool updateCoreLoad::loadPackage() {
     functs f;
     emit sendStatusMessage("Loading Update File....");
+    stickEvidence(core).copy(); // first of all: it is wanted most where the rest fails
     if (!switchToUpdateMode()) {
         return false;
     }

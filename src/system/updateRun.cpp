@@ -157,11 +157,22 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
             comBus->setBuffSize(receiveSize::SERIAL_MODULE);
             act = &serial;
         }
-        if (!update(act, &module(row).base, row.shown)) {
+        quality.begin();
+        const bool goesOn = update(act, &module(row).base, row.shown);
+        reportLine(row.shown);
+        if (!goesOn) {
             return false;
         }
     }
     return true;
+}
+
+/** How the line to a module was: one that only just works is to be noticed before it fails. */
+void updateCore::reportLine(const std::string& name) {
+    if (quality.wasHeard()) {
+        log->log_item("Line to " + name + ": " + quality.text(),
+                      quality.isBad() ? logger::LOG_WARNING : logger::LOG_NOTICE);
+    }
 }
 
 std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force,

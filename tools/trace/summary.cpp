@@ -122,7 +122,7 @@ private:
         (address_ == address ? current().retries : current().pages) += 1;
         address_ = address;
         rowsSince_ = false;
-        current().answeredRow.reset();
+        begun_ = true;
     }
 
     void addSilence() {
@@ -142,8 +142,9 @@ private:
         if (isReply && !message.payload.empty() && message.payload[0] != 0)
             visit.refusal = static_cast<sim::Status>(message.payload[0]);
         visit.times.push_back(std::chrono::duration<double>(piece.when - *asked_).count());
-        if (row_)
+        if (begun_ || row_) // the module has begun the page
             visit.answeredRow = row_;
+        begun_ = false;
         asked_.reset();
     }
 
@@ -152,6 +153,7 @@ private:
     std::optional<std::uint32_t> row_;    // that was asked
     std::optional<std::uint32_t> address_;
     bool rowsSince_ = false;
+    bool begun_ = false; // a page, and it was not answered yet
     sim::Bytes last_;
 };
 
