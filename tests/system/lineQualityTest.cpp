@@ -30,7 +30,8 @@ TEST(lineQuality, CountsWhatBecomesOfRequests) {
     quality.sent(requestStatus(9), now);
     quality.answered(now + milliseconds(200));
     quality.damagedFrame();
-    EXPECT_EQ(quality.text(), "100 exchanges, 1 repeated, 1 silent, 1 damaged, reply 3.0 ms, 200.0 ms at most");
+    EXPECT_EQ(quality.text(),
+              "100 exchanges, 1 repeated, 1 silent, 1 damaged, reply 3.0 ms, 200.0 ms at most");
     EXPECT_FALSE(quality.isBad()); // 1 % is still well
     ask(99, 1);
     EXPECT_TRUE(quality.isBad());
