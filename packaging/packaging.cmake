@@ -13,6 +13,8 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/bus-trace.1 ${CMAKE_CURRENT_LIST_DIR}/bu
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/K+Updater.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT updater)
 install(FILES ${PROJECT_SOURCE_DIR}/sim/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/keldra-package-tools
         RENAME bus-sim.md COMPONENT package-tool)
+install(FILES ${PROJECT_SOURCE_DIR}/tools/trace/wireshark.lua
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/keldra-package-tools COMPONENT package-tool)
 
 set(staged ${CMAKE_CURRENT_BINARY_DIR}/packaging)
 string(TIMESTAMP packaging_date "%a, %d %b %Y %H:%M:%S +0000" UTC)

@@ -1,5 +1,7 @@
 #include "crashReport.h"
 
+#include "system/busRecorder.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <execinfo.h>
@@ -148,6 +150,7 @@ void segfault_sigaction(int signal, siginfo_t* si, void* arg) {
     const int dump = open(DUMP_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     putReport(dump, crash);
     close(dump);
+    busRecorder::saveAtCrash();
     std::exit(1);
 }
 

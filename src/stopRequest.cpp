@@ -25,7 +25,7 @@ void stopRequest::installHandlers() {
     }
 }
 
-stopRequest::stopRequest(UpdaterWindow* window, const updateCore* core)
+stopRequest::stopRequest(UpdaterWindow* window, updateCore* core)
     : QSocketNotifier(notes[0], Read), closed(window), csys(core) {}
 
 bool stopRequest::event(QEvent* event) {
@@ -36,6 +36,7 @@ bool stopRequest::event(QEvent* event) {
     if (csys->running) {
         emit closed->sendCancelUpdate();
     }
+    csys->saveRecording("stopped");
     emit closed->haltApplication();
     return true;
 }

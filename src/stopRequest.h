@@ -14,12 +14,12 @@ public:
     /** To be called before; the handlers only leave a note. */
     static void installHandlers();
 
-    stopRequest(UpdaterWindow* window, const updateCore* core);
+    stopRequest(UpdaterWindow* window, updateCore* core);
 
 protected:
     bool event(QEvent* event) override;
 
 private:
     UpdaterWindow* closed;
-    const updateCore* csys;
+    updateCore* csys;
 };

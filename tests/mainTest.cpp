@@ -175,6 +175,7 @@ TEST_F(mainTest, AskedToEndItStopsInOrder) {
         EXPECT_TRUE(outputHolds("Canceled") && outputHolds("stopping application")) << contents("/tmp/out");
         EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, "kernel"));
         EXPECT_TRUE(holds({contents("/keldra/logs/update.log")}, "Saving Log"));
+        EXPECT_TRUE(holds({contents("/keldra/logs/bus.trace")}, "reason=canceled"));
         const std::vector<Frame> sent = bus.sent();
         EXPECT_NE(std::count(sent.begin(), sent.end(), RESTART_SYSTEM), 0);
     }

@@ -1,6 +1,7 @@
 #include "childProcess.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -39,7 +40,7 @@ bool awaitEnd(pid_t child, int& status, int polls) {
 
 } // namespace
 
-int childProcess::run(const std::function<int()>& task, const shared<bool>* unless) {
+int childProcess::run(const std::function<int()>& task, const shared<bool>* unless, int limitMs) {
     const pid_t child = fork();
     if (child == 0) {
         work(task, unless != nullptr);
@@ -53,7 +54,11 @@ int childProcess::run(const std::function<int()>& task, const shared<bool>* unle
         }
         return resultOf(status);
     }
-    while (!*unless) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto isLate = [&] {
+        return limitMs != 0 && std::chrono::steady_clock::now() - start > std::chrono::milliseconds(limitMs);
+    };
+    while (!*unless && !isLate()) {
         if (awaitEnd(child, status, 1)) {
             return resultOf(status);
         }

@@ -14,9 +14,11 @@ namespace childProcess {
 
 constexpr int NOT_DONE = -1; ///< not started, killed or left behind
 
-/** Does the work in a copy of this process, which has nothing but the calling thread; its result, 0 to 255.
+/**
+ * Does the work in a copy of this process, which has nothing but the calling thread; its result, 0 to 255.
+ * With `unless` and a limit, the work also ends when it is not done by then.
  */
-int run(const std::function<int()>& work, const shared<bool>* unless = nullptr);
+int run(const std::function<int()>& work, const shared<bool>* unless = nullptr, int limitMs = 0);
 /** Runs a shell command, out of reach of the terminal's ^C; its exit status. */
 int shell(const std::string& command, const shared<bool>* unless = nullptr);
 /** Within such work: goes on as a shell command. Returns only when there is no shell. */

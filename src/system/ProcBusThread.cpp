@@ -54,6 +54,7 @@ void ProcBusThread::send(PROCBUS_MSG msg) {
         return;
     }
     const std::size_t size = busMessages::encodeFrame(msg, UARTTXBUF.get());
+    sys->recorder.sent(UARTTXBUF.get(), size);
     sPort.uart_write(UARTTXBUF.get(), static_cast<int>(size));
 }
 
@@ -70,6 +71,7 @@ void ProcBusThread::run() {
 }
 
 void ProcBusThread::take(const std::uint8_t* bytes, std::uint32_t count) {
+    sys->recorder.received(bytes, count);
     if (rxPtr + count > RX_SIZE) {
         rxPtr = 0;
     }
@@ -133,6 +135,7 @@ void ProcBusThread::finishFrame(PROCBUS_MSG& msg, unsigned last) {
         receive(msg);
         return;
     }
+    sys->quality.damagedFrame();
     std::printf("CRC ERR: %d %d (%x vs %x) %d %d %d - ", msg.id, msg.length, msg.checksum,
                 checker.crc16_calculate(msg.data, msg.length), UARTRXBUF[last - 1], byte,
                 static_cast<int>(last));
@@ -233,6 +236,7 @@ void ProcBusThread::checkStop() {
 void ProcBusThread::reload_uart() {
     // Nobody may read between close and open: another file may have been given the number by then.
     reopening = true;
+    sys->recorder.mark("port reopened");
     terminate();
     wait(); // start() on a thread that still ends would be ignored and leave the link dead
     sPort.uart_close();

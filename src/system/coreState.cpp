@@ -46,6 +46,10 @@ int coreState::readConfiguration() {
     if (config.readInto(keys, "trusted_keys")) {
         trustedKeys = keys;
     }
+    config.readInto(recorderSize, "recorder_size");
+    std::uint32_t all = 0;
+    config.readInto(all, "record");
+    recordsAll = all == 1;
     // One value for both keys: panels configured with "debug" alone rely on its number as the log's limit.
     std::uint32_t value = 0;
     config.readInto(value, "debug");
@@ -71,6 +75,19 @@ void coreState::resetInitBase(BASE_ITEM* b) {
     b->isAccurate = false;
     b->update.resetAfterUpdate = false;
     b->update.items.clear();
+}
+
+void coreState::saveRecording(const char* reason) {
+    switch (recorder.save(reason)) {
+    case busRecorder::SAVED::NOTHING:
+        break;
+    case busRecorder::SAVED::DONE:
+        log->log_item("Bus traffic saved", logger::LOG_NOTICE);
+        break;
+    case busRecorder::SAVED::FAILED:
+        log->log_item("Could not save the bus traffic", logger::LOG_WARNING);
+        break;
+    }
 }
 
 void coreState::loadUnfinished() {

@@ -2,6 +2,8 @@
 
 #include "../lib/logger.h"
 #include "../lib/shared.h"
+#include "busRecorder.h"
+#include "lineQuality.h"
 #include "modules.h"
 #include "replyBox.h"
 #include "runProgress.h"
@@ -63,9 +65,11 @@ public:
         BASE_ITEM base;
     };
 
+    busRecorder recorder;
     replyBox answers; ///< of the module that is being bootloaded
     REPLY& bootloader = answers.record();
     runProgress progress;
+    lineQuality quality; ///< of the line to the module at hand
 
     shared<bool> resetG1; ///< the halt message is the second-generation reset
     shared<bool> reboot;  ///< after the event loop: start the updater again instead of halting
@@ -118,6 +122,12 @@ public:
     /** SHA-256 of files of the package, in digits, by their names in it; filled as the items' lists are. */
     std::map<std::string, std::string> fileDigests;
 
+
+    std::uint32_t recorderSize = busRecorder::USUAL_SIZE; ///< bytes; key `recorder_size`
+    bool recordsAll = false; ///< the traffic of a run that succeeds is saved, too; key `record`
+
+    /** Saves the bus's traffic, if there was any since the last time, and says so in the log. */
+    void saveRecording(const char* reason);
     /** Clears the reply state before a request. Called by the requesting thread. */
     void busResetResponse() { answers.reset(); }
     /** The record as one reply left it. */

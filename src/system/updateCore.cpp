@@ -3,6 +3,7 @@
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
 #include "updateCoreLoader.h"
+#include "version.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -35,6 +36,8 @@ updateCore::updateCore() {
         log->log_item("Could not load system manifest...Full update will run", logger::LOG_WARNING);
     }
     loadUnfinished();
+    recorder.begin(recorderSize, rootPath + "/logs/bus.trace",
+                   "updater=" KELDRA_VERSION " baud=" + std::to_string(uartBaud));
     comBus = std::make_unique<ProcBusThread>(this);
     comBus->start(QThread::InheritPriority);
     load = std::make_unique<updateCoreLoad>();
@@ -120,6 +123,7 @@ void updateCore::cancelUpdate() {
     awaitEnd();
     success = false; // also of a run that had come to its end when it was cancelled
     gotStatusMessage("Canceled");
+    saveRecording("canceled");
     emit sendUpdateDone(false);
 }
 
@@ -140,6 +144,7 @@ void updateCore::awaitEnd() {
 }
 
 void updateCore::gotStatusMessage(QString msg) {
+    recorder.mark(msg.toStdString());
     log->log_item(msg.toStdString(), logger::LOG_NOTICE);
     emit sendStatusMessage(msg);
 }

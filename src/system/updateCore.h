@@ -75,6 +75,7 @@ private:
     bool enterUpdateMode(serialBootload& sender);
     bool updateUpdater();
     bool updateEverythingElse(serialBootload& serial);
+    void reportLine(const std::string& name);
 
     QTimer progressTimer;
     bool leftUnfinished =

@@ -14,6 +14,7 @@
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
 #include "runForecast.h"
+#include "stickEvidence.h"
 #include "termination.h"
 
 #include <cstdio>
@@ -91,6 +92,7 @@ void updateCoreLoad::run() {
 
 bool updateCoreLoad::loadPackage() {
     emit sendStatusMessage("Loading Update File....");
+    stickEvidence(core).copy(); // first of all: it is wanted most where the rest fails
     if (!switchToUpdateMode()) {
         return false;
     }
@@ -123,7 +125,11 @@ bool updateCoreLoad::switchToUpdateMode() {
     if (sender.sendSystemCommand(busProtocol::CONTROL_MODULE, busProtocol::ENTER_UPDATE_MODE)) {
         return true;
     }
-    return fail("Could not switch system to update mode", "Could not switch system to update mode");
+    fail("Could not switch system to update mode", "Could not switch system to update mode");
+    if (!core->cancel) {
+        core->saveRecording("failed");
+    }
+    return false;
 }
 
 /** Waits until the program entry has read its mode argument, about as long as the window takes to appear. */

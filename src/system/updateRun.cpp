@@ -40,6 +40,9 @@ void updateCore::run() {
     progress.start(forecast());
     runItems();
     progress.end();
+    if (cancel) {
+        saveRecording("canceled");
+    }
 }
 
 /** What the run will visit, and how long each may take. */
@@ -102,6 +105,10 @@ void updateCore::runItems() {
 }
 
 void updateCore::finish(bool status) {
+    recorder.mark(status ? "end: succeeded" : "end: failed");
+    if (!cancel && (!status || recordsAll)) { // before it is shown: the power may be cut then
+        saveRecording(status ? "succeeded" : "failed");
+    }
     atWork = false; // who hears of it may start the next run at once
     emit sendUpdateDone(status);
 }
@@ -127,6 +134,9 @@ bool updateCore::updateUpdater() {
         std::fflush(stdout);
         return false;
     case action::GOUPDATE:
+        if (recordsAll) {
+            saveRecording("restart");
+        }
         atWork = false;
         emit sendReboot();
         return false;
@@ -154,11 +164,22 @@ bool updateCore::updateEverythingElse(serialBootload& serial) {
             comBus->setBuffSize(receiveSize::SERIAL_MODULE);
             act = &serial;
         }
-        if (!update(act, &module(row).base, row.shown)) {
+        quality.begin();
+        const bool goesOn = update(act, &module(row).base, row.shown);
+        reportLine(row.shown);
+        if (!goesOn) {
             return false;
         }
     }
     return true;
+}
+
+/** How the line to a module was: one that only just works is to be noticed before it fails. */
+void updateCore::reportLine(const std::string& name) {
+    if (quality.wasHeard()) {
+        log->log_item("Line to " + name + ": " + quality.text(),
+                      quality.isBad() ? logger::LOG_WARNING : logger::LOG_NOTICE);
+    }
 }
 
 std::uint8_t updateCore::runUpdate(action* act, BASE_ITEM* item, const std::string& name, bool force,

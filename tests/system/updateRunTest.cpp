@@ -88,6 +88,8 @@ TEST_F(updateRunTest, ANewUpdaterEndsTheFirstStage) {
     EXPECT_EQ(events, eventsOf({{"Checking Updater for update", "Updating Updater: 1.0 -> 2.0", "tick 6",
                                  "reboot"}}));
     EXPECT_EQ(contents("/usr/bin/K+Updater"), "program");
+    EXPECT_EQ(contents("/keldra/logs/bus.trace"), ""); // for what did not fail, only when it is asked for
+    core->recordsAll = true;
     EXPECT_EQ(access("/usr/bin/K+Updater", X_OK), 0);
     EXPECT_FALSE(core->success);
 
@@ -101,6 +103,8 @@ TEST_F(updateRunTest, ANewUpdaterEndsTheFirstStage) {
                                 checked("GUI", "up-to-date"),
                                 noModulesAndDone()}));
     EXPECT_FALSE(core->resumeUpdate);
+    EXPECT_TRUE(holds({contents("/keldra/logs/bus.trace")}, "reason=succeeded updater="));
+    EXPECT_TRUE(holds({contents("/keldra/logs/bus.trace")}, "! Checking Drivers for update\n"));
 }
 
 TEST_F(updateRunTest, AFailedItemEndsTheRun) {
@@ -126,6 +130,8 @@ TEST_F(updateRunTest, WithoutAnswerToTheUpdateModeItFails) {
     update();
     EXPECT_EQ(events, eventsOf({{"Could not switch system to update mode", "done 0"}}));
     EXPECT_TRUE(holds(logged(), "[Error]: Could not switch system to update mode"));
+    EXPECT_TRUE(holds({contents("/keldra/logs/bus.trace")}, "reason=failed updater="));
+    EXPECT_TRUE(holds(logged(), "[Notice]: Bus traffic saved"));
 }
 
 TEST_F(updateRunTest, AFailedCheckAndAnEmptyListUpdateNothing) {

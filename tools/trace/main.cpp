@@ -1,6 +1,8 @@
 // Shows what happened on the bus, and plays it again.
+#include "capture.h"
 #include "listing.h"
 #include "replay.h"
+#include "summary.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
@@ -23,6 +25,8 @@ constexpr const char* ABOUT = "Lists the frames of a recording, and what is wron
 struct Options {
     std::string file;
     bool replay = false;
+    bool summary = false;
+    std::string capture;
     std::string link;
     std::chrono::milliseconds gap{500};
     std::chrono::seconds patience{60};
@@ -30,13 +34,19 @@ struct Options {
 
 void declare(CLI::App& app, Options& options) {
     app.set_version_flag("--version", "bus-trace " KELDRA_VERSION);
-    app.add_option(
-           "FILE", options.file,
-           "what bus-sim --trace has written, or the raw bytes of a serial sniffer; - for standard input")
+    app.add_option("FILE", options.file,
+                   "what a panel or bus-sim --trace has written, or the raw bytes of a serial sniffer; - for "
+                   "standard "
+                   "input")
         ->required();
     app.add_option_function<unsigned>(
         "--gap-ms", [&options](unsigned value) { options.gap = std::chrono::milliseconds(value); },
         "point out pauses of more than N milliseconds (500)");
+    auto* summary =
+        app.add_flag("--summary", options.summary, "a line for each module instead: how the line to it was");
+    app.add_option("--pcap", options.capture,
+                   "write a capture for Wireshark, which wireshark.lua takes apart")
+        ->excludes(summary);
     auto* replay = app.add_flag("--replay", options.replay, "play the bus's part to an updater");
     auto* link = app.add_option("--link", options.link, "symbolic link to make to the updater's serial port");
     replay->needs(link);
@@ -74,6 +84,17 @@ int run(const Options& options) {
         return trace::replay(std::cout, recording, options.link, options.patience) ? 0 : 1;
     const std::vector<trace::Piece> pieces = trace::cut(recording);
     requireFrames(pieces, recording);
+    if (options.summary) {
+        trace::summarize(std::cout, recording);
+        return 0;
+    }
+    if (!options.capture.empty()) {
+        std::ofstream out(options.capture, std::ios::binary);
+        trace::writeCapture(out, recording);
+        if (!out.flush())
+            throw std::runtime_error("cannot write " + options.capture);
+        return 0;
+    }
     const trace::Summary summary = trace::list(std::cout, pieces, recording.timed, options.gap);
     trace::print(std::cout, summary);
     if (!std::cout.flush())

@@ -1,5 +1,6 @@
 #include "recording.h"
 
+#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
@@ -60,6 +61,18 @@ Direction directionOf(const sim::Frame& frame) {
     }
 }
 
+// The panel takes a reply whose closing bytes never came.
+std::optional<sim::Frame> withoutClosing(sim::Bytes bytes) {
+    const sim::Bytes raw = bytes;
+    bytes.insert(bytes.end(), sim::closingBytes.begin(), sim::closingBytes.end());
+    auto frame = sim::decode(bytes);
+    if (!frame || frame->raw.size() != bytes.size() || frame->kind != sim::Frame::Kind::Good)
+        return {};
+    frame->kind = sim::Frame::Kind::BadClosing;
+    frame->raw = raw;
+    return frame;
+}
+
 } // namespace
 
 Recording read(std::istream& in) {
@@ -79,6 +92,8 @@ Recording read(std::istream& in) {
             recording.entries.push_back(toEntry(line));
     }
     recording.isCut = start < content.size();
+    std::stable_sort(recording.entries.begin(), recording.entries.end(),
+                     [](const Entry& a, const Entry& b) { return a.when < b.when; });
     return recording;
 }
 
@@ -87,6 +102,10 @@ std::vector<Piece> cut(const Recording& recording) {
     for (const Entry& entry : recording.entries) {
         if (!entry.event.empty()) {
             pieces.push_back({entry.when, entry.direction, {}, entry.event});
+            continue;
+        }
+        if (auto unclosed = withoutClosing(entry.bytes); unclosed && recording.timed) {
+            pieces.push_back({entry.when, entry.direction, std::move(*unclosed), {}});
             continue;
         }
         sim::Decoder decoder;

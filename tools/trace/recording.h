@@ -23,9 +23,9 @@ struct Recording {
     bool isCut = false; // the text's last line is not finished and was left out
 };
 
-// Takes a text that `bus-sim --trace` has written, or else the raw bytes of a serial sniffer. A trace may end
-// in the middle of a line. Throws std::invalid_argument for a line of a trace that can't be read, and
-// std::runtime_error when there is nothing.
+// Takes a text that `bus-sim --trace` or the panel has written, whose lines may stand in any order, or else
+// the raw bytes of a serial sniffer. A trace may end in the middle of a line. Throws std::invalid_argument
+// for a line of a trace that can't be read, and std::runtime_error when there is nothing.
 Recording read(std::istream& in);
 
 // A frame, or noise, with what is known of it.

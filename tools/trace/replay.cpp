@@ -18,6 +18,8 @@ using sim::Clock;
 using sim::Frame;
 using sim::TimePoint;
 
+constexpr TimePoint::duration lastPatience = std::chrono::seconds(2);
+
 struct Answer {
     TimePoint::duration delay; // since the request
     sim::Bytes bytes;
@@ -64,7 +66,7 @@ public:
 
     bool run() {
         lastHeard_ = Clock::now();
-        while (!diverged_ && (next_ < steps_.size() || !pending_.empty())) {
+        while (!diverged_ && !isThrough()) {
             wait(Clock::now());
             line_.receive(Clock::now(), [this](std::uint8_t byte, TimePoint arrival) {
                 for (const Frame& frame : decoder_.feed(byte, arrival))
@@ -73,7 +75,7 @@ public:
             const TimePoint now = Clock::now();
             while (!pending_.empty() && pending_.front().first <= now)
                 sendFirst(now);
-            if (now - lastHeard_ > patience_)
+            if (next_ < steps_.size() && now - lastHeard_ > patience_)
                 diverge("the panel sends nothing");
         }
         out_ << next_ << " of " << steps_.size() << " requests as recorded, " << repeats_ << " repeated\n";
@@ -81,6 +83,12 @@ public:
     }
 
 private:
+    // The last answers may have to be repeated, too; a port that is closed takes along what was not read yet.
+    bool isThrough() const {
+        return next_ == steps_.size() && pending_.empty() &&
+               (goesOn_ || Clock::now() - lastHeard_ > std::min(patience_, lastPatience));
+    }
+
     void take(const Frame& frame, TimePoint now) {
         if (frame.kind == Frame::Kind::Noise || diverged_)
             return;
@@ -93,6 +101,8 @@ private:
         } else if (next_ > 0 && (isStatusRequest(frame) || isRepeat(frame, next_ - 1))) {
             ++repeats_;
             answer(now);
+        } else if (next_ == steps_.size()) {
+            goesOn_ = true; // behind the recording's end
         } else {
             diverge("the panel sends " + describe(frame));
         }
@@ -127,7 +137,8 @@ private:
     }
 
     void wait(TimePoint now) {
-        TimePoint until = lastHeard_ + patience_;
+        TimePoint until =
+            lastHeard_ + (next_ < steps_.size() ? patience_ : std::min(patience_, lastPatience));
         if (!pending_.empty())
             until = std::min(until, pending_.front().first);
         const auto left = std::max(until - now, TimePoint::duration::zero());
@@ -155,6 +166,7 @@ private:
     std::size_t next_ = 0; // the step that is waited for
     unsigned repeats_ = 0;
     bool diverged_ = false;
+    bool goesOn_ = false;
 };
 
 } // namespace

@@ -7,12 +7,17 @@
 
 void coreHost::send(const busMessages::PROCBUS_MSG& msg) {
     csys->busResetResponse();
+    csys->quality.sent(msg);
     csys->comBus->send(msg);
 }
 
 std::optional<busMessages::ANSWER> coreHost::receive(milliseconds wait) {
     const auto polls = static_cast<unsigned>(std::max(wait.count(), milliseconds::rep{0}));
-    return csys->answers.receive(polls, csys->cancel);
+    auto answer = csys->answers.receive(polls, csys->cancel);
+    if (answer) {
+        csys->quality.answered();
+    }
+    return answer;
 }
 
 void coreHost::pause(milliseconds time) {
@@ -24,6 +29,7 @@ bool coreHost::cancelled() const {
 }
 
 void coreHost::log(const std::string& text, logger::LOG_TYPE type) {
+    csys->recorder.mark(text);
     csys->log->log_item(text, type);
 }
 

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+class coreState;
+
+/**
+ * What happened on this panel, for who plugs in a stick with a folder "keldra_logs": logs, crash dump,
+ * recordings of the bus, what is installed, and the panel's state, in a folder of their own below that one,
+ * "PANEL-TIME". Whole or not at all: it gets its name when everything has reached the stick. A stick without
+ * the folder is not written to, and nothing is written through a link.
+ *
+ * At most 20 MB, and 5 s: a stick that is slow, full, read-only or gone costs a warning, no more.
+ */
+class stickEvidence {
+public:
+    explicit stickEvidence(coreState* panel) : core(panel) {}
+
+    /** Blocks until it is done, for 5 s at most; less when the core is canceled. Loader thread. */
+    void copy() const;
+
+private:
+    std::string panelName() const;
+    std::string stateOfPanel() const;
+
+    coreState* core;
+};
