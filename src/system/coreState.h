@@ -122,7 +122,6 @@ public:
     /** SHA-256 of files of the package, in digits, by their names in it; filled as the items' lists are. */
     std::map<std::string, std::string> fileDigests;
 
-
     std::uint32_t recorderSize = busRecorder::USUAL_SIZE; ///< bytes; key `recorder_size`
     bool recordsAll = false; ///< the traffic of a run that succeeds is saved, too; key `record`
 
