@@ -30,6 +30,7 @@ small_panel() {
         echo "as it was installed" >"$PANEL/root/$file"
     done < <(installed_files)
     cp "$made/old/uImage" "$PANEL_CARD"
+    panel_install_starter "$programs/keldra-start"
     panel_open_display
 }
 

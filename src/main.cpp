@@ -3,9 +3,11 @@
 #include "instanceLock.h"
 #include "lib/childProcess.h"
 #include "outputRelay.h"
+#include "startCare.h"
 #include "startConditions.h"
 #include "stopRequest.h"
 #include "system/updateCore.h"
+#include "version.h"
 
 #include <QApplication>
 #include <cstdlib>
@@ -69,6 +71,7 @@ void restartUpdater(const updateCore& core, const instanceLock& lock) {
     if (core.forceUpdate) {
         command += "force ";
     }
+    startCare::countRestart();
     childProcess::run([&] {
         lock.handOver();
         outputRelay::giveBack();
@@ -89,6 +92,10 @@ void haltPanel(updateCore& core) {
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::cout << "K+Updater " KELDRA_VERSION << std::endl;
+        return EXIT_SUCCESS;
+    }
     settleStartConditions();
     installCrashReport();
     std::cout << "Init Start ------" << std::endl;
@@ -99,9 +106,11 @@ int main(int argc, char** argv) {
     }
     auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
     core->startModePending = true;
+    startCare care(core.get());
     choosePlatform(argc, argv);
     QApplication application(argc, argv);
     auto* window = new UpdaterWindow(&application, core.get()); // the process's end takes it down
+    care.watchOver(window);
     window->showFullScreen();
     QApplication::setOverrideCursor(Qt::BlankCursor);
     readMode(dropWindowOptions(argc, argv), argv, *core);
@@ -111,7 +120,10 @@ int main(int argc, char** argv) {
     core->stop();
     if (core->reboot) {
         restartUpdater(*core, lock);
+    } else if (onSignals.wasAsked() && startCare::hasStarter()) {
+        core->sendHaltMsg(); // who ends the service goes on from here, and may start it again
     } else {
+        startCare::usedToTheEnd();
         haltPanel(*core);
     }
     core.reset();

@@ -2,6 +2,7 @@
 
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
+#include "startRecord.h"
 #include "updateCoreLoader.h"
 
 #include <QCoreApplication>
@@ -118,6 +119,7 @@ void updateCore::beat() {
 void updateCore::cancelUpdate() {
     cancel = true;
     awaitEnd();
+    startRecord::noteUnderway(startRecord::UNDERWAY::NOTHING);
     success = false; // also of a run that had come to its end when it was cancelled
     gotStatusMessage("Canceled");
     emit sendUpdateDone(false);

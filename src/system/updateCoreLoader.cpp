@@ -27,12 +27,6 @@ namespace {
 const char* const STICK = "/mnt/usb";
 const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
 
-/**
- * Stands while the package is being unpacked. When the panel loses power meanwhile, the manifest may be there
- * already and the rest not: such a tree is never resumed. The name is among those that the next load removes.
- */
-const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
-
 constexpr int NO_PACKAGE = 2;
 
 /** What touches the stick: done in a process of its own, since a stick may be slow or not answer at all. */

@@ -5,7 +5,9 @@
 #include "actions/fileUpdate.h"
 #include "actions/kernelUpdate.h"
 #include "actions/serialBootload.h"
+#include "actions/updaterUpdate.h"
 #include "runForecast.h"
+#include "startRecord.h"
 #include "termination.h"
 #include "updateCore.h"
 
@@ -81,6 +83,7 @@ void updateCore::runItems() {
         return;
     }
     resumeUpdate = false;
+    startRecord::noteUnderway(forceUpdate ? startRecord::UNDERWAY::FORCED : startRecord::UNDERWAY::UPDATE);
     if (!updateEverythingElse(serial)) {
         return; // runUpdate has said what there was to say
     }
@@ -95,6 +98,7 @@ void updateCore::runItems() {
 }
 
 void updateCore::finish(bool status) {
+    startRecord::noteUnderway(startRecord::UNDERWAY::NOTHING);
     atWork = false; // who hears of it may start the next run at once
     emit sendUpdateDone(status);
 }
@@ -112,7 +116,7 @@ bool updateCore::enterUpdateMode(serialBootload& sender) {
 
 /** First stage. False when the run ends here: the updater was replaced and starts anew, or it failed. */
 bool updateCore::updateUpdater() {
-    fileUpdate files(this);
+    updaterUpdate files(this);
     files.setInstallPath(UPDATER_DIR);
     switch (runUpdate(&files, &core.updater, "Updater", forceUpdate, TICK)) {
     case action::UPERROR:

@@ -1,17 +1,31 @@
 #include "kernelUpdate.h"
 
 #include "../../lib/childProcess.h"
+#include "../../lib/durable.h"
 #include "../packageRules.h"
 #include "../runForecast.h"
+#include "../startRecord.h"
 
 #include <iostream>
 
 namespace {
 
+const std::string BOOT_PARTITION = "/dev/mmcblk0p1";
+
+void noteTorn(bool isTorn) {
+    startRecord::change([isTorn](startRecord& record) { record.tornKernel = isTorn; });
+}
+
 bool writeImage(const std::string& name) {
-    const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=/dev/mmcblk0p1";
+    const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=" + BOOT_PARTITION;
     std::cout << command << std::endl;
-    return childProcess::shell(command) == 0;
+    noteTorn(true);
+    if (childProcess::shell(command) != 0) {
+        return false;
+    }
+    durable::flush(BOOT_PARTITION);
+    noteTorn(false);
+    return true;
 }
 
 } // namespace

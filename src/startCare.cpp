@@ -1,0 +1,127 @@
+#include "startCare.h"
+
+#include "gui/UpdaterWindow.h"
+#include "lib/childProcess.h"
+#include "lib/durable.h"
+#include "system/actions/updaterUpdate.h"
+#include "system/updateCore.h"
+
+#include <QEvent>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <unistd.h>
+
+namespace {
+
+using PROGRAM = startRecord::PROGRAM;
+
+constexpr int LOOK_MS = 250;
+const char* const SELF = "/proc/self/exe";
+
+pid_t starter() {
+    const char* const text = std::getenv("KELDRA_STARTER");
+    return text != nullptr ? static_cast<pid_t>(std::atoi(text)) : -1;
+}
+
+bool runsWhereItBelongs() {
+    std::error_code unknown;
+    return std::filesystem::equivalent(SELF, startRecord::INSTALLED, unknown);
+}
+
+} // namespace
+
+bool startCare::hasStarter() {
+    return getppid() == starter();
+}
+
+startCare::startCare(updateCore* core) : csys(core) {
+    if (!startRecord::isKept()) {
+        return;
+    }
+    const PROGRAM own = startRecord::contentOf(SELF);
+    startRecord record = startRecord::load();
+    if (hasStarter()) {
+        settle(record, own);
+    }
+    if (own.is(record.updater) && !record.updater.version.empty()) {
+        csys->core.updater.swVersion = record.updater.version; // the last run may not have come to write it
+    }
+    connect(&timer, &QTimer::timeout, this, &startCare::prove);
+    if (record.trial != startRecord::PROVEN) {
+        timer.start(LOOK_MS);
+    }
+}
+
+/** Comes to the last step of its own installation, which a loss of power or the starter has left to it. */
+void startCare::settle(startRecord& record, const PROGRAM& own) {
+    const PROGRAM whole = own.is(record.coming) ? record.coming : record.former;
+    if (!own.is(whole) || (runsWhereItBelongs() && !record.coming.isKnown())) {
+        return;
+    }
+    if (!runsWhereItBelongs()) {
+        record.coming = whole; // also of the former one, which the next start must take for no other
+        startRecord::change([&whole](startRecord& kept) { kept.coming = whole; });
+        childProcess::shell("mount -o remount rw /");
+        if (!updaterUpdate::putBack(SELF)) {
+            csys->log->log_item("Could not put the updater back", logger::LOG_ERROR);
+            return;
+        }
+        csys->log->log_item("The updater was put back", logger::LOG_WARNING);
+    }
+    durable::flushAll(startRecord::INSTALLED);
+    record.updater = whole;
+    record.coming = {};
+    startRecord::change([&whole](startRecord& kept) {
+        kept.updater = whole;
+        kept.coming = {};
+    });
+}
+
+void startCare::watchOver(UpdaterWindow* window) {
+    window->installEventFilter(this);
+    const startRecord record = startRecord::load();
+    const auto say = [this, window](const char* text) {
+        csys->gotStatusMessage(text);
+        window->remind(text);
+    };
+    if (record.isBack) {
+        say("The new updater did not start; the former one is back");
+    }
+    if (record.tornKernel) {
+        say("The kernel is torn: run the update before the panel is switched off");
+    }
+}
+
+bool startCare::eventFilter(QObject* object, QEvent* event) {
+    if (event->type() == QEvent::Paint && !hasPainted) {
+        hasPainted = true;
+        if (hasStarter()) {
+            kill(starter(), SIGUSR1); // it waits for the window
+        }
+    }
+    return QObject::eventFilter(object, event);
+}
+
+void startCare::prove() {
+    if (hasPainted && csys->busAnswered) {
+        timer.stop();
+        startRecord::change([](startRecord& record) { record.trial = startRecord::PROVEN; });
+    }
+}
+
+void startCare::usedToTheEnd() {
+    startRecord::change([](startRecord& record) {
+        record.trial = startRecord::PROVEN;
+        record.underway = startRecord::UNDERWAY::NOTHING;
+        record.isBack = false;
+    });
+}
+
+void startCare::countRestart() {
+    startRecord::change([](startRecord& record) {
+        if (record.trial != startRecord::PROVEN) {
+            ++record.trial;
+        }
+    });
+}
