@@ -145,7 +145,10 @@ int startUntilItStays(const OPTIONS& options) {
         }
         std::vector<std::string> arguments = decision.mode;
         arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-        const watch::END end = watched.follow(decision.program, arguments, decision.isOnTrial);
+        const auto isOnTrial = [&decision] {
+            return decision.isOnTrial || startRecord::load().trial != startRecord::PROVEN;
+        };
+        const watch::END end = watched.follow(decision.program, arguments, isOnTrial);
         std::printf("keldra-start: it ended with status %d\n", end.status);
         if (end.onRequest) {
             return EXIT_SUCCESS;

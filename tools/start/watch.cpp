@@ -65,7 +65,7 @@ watch::watch(double patience) : limit(patience) {
 }
 
 watch::END watch::follow(const std::string& program, const std::vector<std::string>& arguments,
-                         bool isOnTrial) {
+                         const std::function<bool()>& isOnTrial) {
     END end;
     hasWindow = isEmpty = false;
     begun = now();
@@ -85,17 +85,21 @@ watch::END watch::follow(const std::string& program, const std::vector<std::stri
             asked = now();
             ask();
         }
-        const bool hangs =
-            end.onRequest ? now() - asked > LAST_WORDS_S : isOnTrial && !hasWindow && running() > limit;
-        if (hangs) {
-            std::printf("keldra-start: %s, it is ended\n", end.onRequest ? "does not end" : "has no window");
-            std::fflush(stdout);
-            kill(-first, SIGKILL);
-            begun = now();
+        if (end.onRequest && now() - asked > LAST_WORDS_S) {
+            endBecause("does not end");
+        } else if (!hasWindow && running() > limit && isOnTrial()) {
+            endBecause("has no window");
         }
         reap(end);
     }
     return end;
+}
+
+void watch::endBecause(const char* reason) {
+    std::printf("keldra-start: it %s, and is ended\n", reason);
+    std::fflush(stdout);
+    kill(-first, SIGKILL);
+    begun = now();
 }
 
 double watch::running() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -19,11 +20,14 @@ public:
     /** `patience`: seconds within which an updater on trial has to have its window up. */
     explicit watch(double patience);
 
-    END follow(const std::string& program, const std::vector<std::string>& arguments, bool isOnTrial);
+    /** `isOnTrial` tells of whichever updater runs by then. */
+    END follow(const std::string& program, const std::vector<std::string>& arguments,
+               const std::function<bool()>& isOnTrial);
 
 private:
     void reap(END& end);
     void ask() const;
+    void endBecause(const char* reason);
     double running() const;
 
     double limit;
