@@ -41,10 +41,8 @@ startCare::startCare(updateCore* core) : csys(core) {
     }
     const PROGRAM own = startRecord::contentOf(SELF);
     startRecord record = startRecord::load();
-    if (hasStarter()) {
-        settle(record, own);
-    }
-    if (own.is(record.updater) && !record.updater.version.empty()) {
+    const bool settled = hasStarter() && settle(record, own);
+    if (settled || (own.is(record.updater) && !record.updater.version.empty())) {
         csys->core.updater.swVersion = record.updater.version; // the last run may not have come to write it
     }
     connect(&timer, &QTimer::timeout, this, &startCare::prove);
@@ -53,29 +51,33 @@ startCare::startCare(updateCore* core) : csys(core) {
     }
 }
 
-/** Comes to the last step of its own installation, which a loss of power or the starter has left to it. */
-void startCare::settle(startRecord& record, const PROGRAM& own) {
-    const PROGRAM whole = own.is(record.coming) ? record.coming : record.former;
-    if (!own.is(whole) || (runsWhereItBelongs() && !record.coming.isKnown())) {
-        return;
+/** Takes the last step of its own installation, should a loss of power or the starter have left it to it. */
+bool startCare::settle(startRecord& record, const PROGRAM& own) {
+    const PROGRAM coming = record.coming;
+    const PROGRAM whole = own.is(coming) ? coming : record.former;
+    if (!own.is(whole) || (runsWhereItBelongs() && !coming.isKnown())) {
+        return false;
     }
     if (!runsWhereItBelongs()) {
-        record.coming = whole; // also of the former one, which the next start must take for no other
+        // Also of the former one: what is there meanwhile must be taken for no other.
         startRecord::change([&whole](startRecord& kept) { kept.coming = whole; });
         childProcess::shell("mount -o remount rw /");
         if (!updaterUpdate::putBack(SELF)) {
             csys->log->log_item("Could not put the updater back", logger::LOG_ERROR);
-            return;
+            return true;
         }
         csys->log->log_item("The updater was put back", logger::LOG_WARNING);
     }
     durable::flushAll(startRecord::INSTALLED);
     record.updater = whole;
     record.coming = {};
-    startRecord::change([&whole](startRecord& kept) {
+    const bool isFormer = !whole.is(coming);
+    startRecord::change([&whole, isFormer](startRecord& kept) {
         kept.updater = whole;
         kept.coming = {};
+        kept.underway = isFormer ? startRecord::UNDERWAY::NOTHING : kept.underway;
     });
+    return true;
 }
 
 void startCare::watchOver(UpdaterWindow* window) {
@@ -89,7 +91,7 @@ void startCare::watchOver(UpdaterWindow* window) {
         say("The new updater did not start; the former one is back");
     }
     if (record.tornKernel) {
-        say("The kernel is torn: run the update before the panel is switched off");
+        say("The kernel was written in part: update it again before the panel is switched off");
     }
 }
 

@@ -32,7 +32,7 @@ protected:
     bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
-    void settle(startRecord& record, const startRecord::PROGRAM& own);
+    bool settle(startRecord& record, const startRecord::PROGRAM& own);
     void prove();
 
     updateCore* csys;

@@ -220,6 +220,7 @@ void UpdaterWindow::runAllAction() {
 }
 
 void UpdaterWindow::beginUpdate() {
+    reminder.clear();
     curTick = 0;
     progressGui->setValue(0);
     startBtnGui->become(false);

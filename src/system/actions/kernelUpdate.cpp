@@ -31,7 +31,7 @@ bool writeImage(const std::string& name) {
 } // namespace
 
 action::STATUS kernelUpdate::needsUpdate(bool force) {
-    return needsUpdateHost(force);
+    return needsUpdateHost(force || startRecord::load().tornKernel);
 }
 
 bool kernelUpdate::run() {

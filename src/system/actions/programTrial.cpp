@@ -4,6 +4,7 @@
 #include "../../lib/functs.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <elf.h>
 #include <fcntl.h>
@@ -27,6 +28,23 @@ std::array<char, HEADER> headerOf(const std::string& path) {
 bool sameMachine(const std::array<char, HEADER>& one, const std::array<char, HEADER>& other) {
     return std::memcmp(one.data(), other.data(), EI_VERSION) == 0 && one[18] == other[18] &&
            one[19] == other[19];
+}
+
+/** True when the file ends before what its headers promise. For programs of this machine's own class. */
+bool isCutShort(const std::string& path) {
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const auto size = static_cast<std::uint64_t>(file.tellg());
+    ElfW(Ehdr) header{};
+    file.seekg(0).read(reinterpret_cast<char*>(&header), sizeof header);
+    bool isWhole = static_cast<bool>(file) &&
+                   header.e_shoff + std::uint64_t{header.e_shnum} * header.e_shentsize <= size;
+    file.seekg(static_cast<std::streamoff>(header.e_phoff));
+    for (unsigned n = 0; isWhole && n < header.e_phnum; ++n) {
+        ElfW(Phdr) segment{};
+        file.read(reinterpret_cast<char*>(&segment), sizeof segment);
+        isWhole = static_cast<bool>(file) && std::uint64_t{segment.p_offset} + segment.p_filesz <= size;
+    }
+    return !isWhole;
 }
 
 /** The loader that has loaded this program: another would look for libraries elsewhere. */
@@ -93,6 +111,9 @@ std::string programTrial::objection(const std::string& path, const shared<bool>&
         }
         if (!sameMachine(header, headerOf("/proc/self/exe"))) {
             return "it is for another machine";
+        }
+        if (isCutShort(path)) {
+            return "it is cut short";
         }
         const std::string missing = missingLibrary(path);
         if (!missing.empty()) {

@@ -70,11 +70,11 @@ bool updaterUpdate::isFit(const std::string& path) {
         return false;
     }
     if (!objection.empty()) {
-        return fails("The new updater would not run here: " + objection);
+        return fail("The new updater would not run here: " + objection);
     }
     const std::string item = packageRules::UNPACKED + base->update.items[revision()].item;
     if (!hasRoomFor(runForecast::bytesOf(item), fs::path(startRecord::INSTALLED).parent_path())) {
-        return fails("No room for the new updater");
+        return fail("No room for the new updater");
     }
     return true;
 }
@@ -83,7 +83,7 @@ bool updaterUpdate::isFit(const std::string& path) {
 bool updaterUpdate::prepare(const std::string& name) {
     startRecord record = startRecord::load();
     if (!keepFormer(record)) {
-        return fails("Could not keep the former updater");
+        return fail("Could not keep the former updater");
     }
     record.coming = startRecord::contentOf(packageRules::UNPACKED + name);
     record.coming.version = base->update.items[revision()].version;
@@ -93,7 +93,7 @@ bool updaterUpdate::prepare(const std::string& name) {
     record.isBack = false;
     record.underway = csys->forceUpdate ? startRecord::UNDERWAY::FORCED : startRecord::UNDERWAY::UPDATE;
     return startRecord::change([&record](startRecord& kept) { kept = record; }) ||
-           fails("Could not note the new updater");
+           fail("Could not note the new updater");
 }
 
 /** The last good one is this one, unless it is still on trial. */
@@ -145,7 +145,7 @@ bool updaterUpdate::conclude(bool copied) {
     return copied && arrived;
 }
 
-bool updaterUpdate::fails(const std::string& text) {
+bool updaterUpdate::fail(const std::string& text) {
     csys->log->log_item(text, logger::LOG_ERROR);
     return false;
 }

@@ -27,5 +27,5 @@ private:
     bool prepare(const std::string& name);
     bool keepFormer(startRecord& record);
     bool conclude(bool copied);
-    bool fails(const std::string& text);
+    bool fail(const std::string& text);
 };
