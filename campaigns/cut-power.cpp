@@ -27,8 +27,8 @@ namespace {
 constexpr int CUT = 99;
 
 /**
- * Where a call says which file it means: by descriptor or by path, in the first argument or behind a directory;
- * or, where the first path is what a new symbolic link contains, behind that.
+ * Where a call says which file it means: by descriptor or by path, in the first argument or behind a
+ * directory; or, where the first path is what a new symbolic link contains, behind that.
  */
 enum class FILE_IN { DESCRIPTOR, PATH, DIRECTORY_AND_PATH, SECOND_PATH, DIRECTORY_AND_SECOND_PATH };
 
