@@ -26,9 +26,11 @@ namespace {
 
 constexpr int CUT = 99;
 
-/** Where a call says which file it means: by descriptor or by path, in the first argument or behind a
- * directory. */
-enum class FILE_IN { DESCRIPTOR, PATH, DIRECTORY_AND_PATH };
+/**
+ * Where a call says which file it means: by descriptor or by path, in the first argument or behind a
+ * directory; or, where the first path is what a new symbolic link contains, behind that.
+ */
+enum class FILE_IN { DESCRIPTOR, PATH, DIRECTORY_AND_PATH, SECOND_PATH, DIRECTORY_AND_SECOND_PATH };
 
 struct CALL {
     long number;
@@ -53,6 +55,8 @@ constexpr CALL CALLS[] = {
     {SYS_unlinkat, "unlinkat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_renameat, "renameat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_renameat2, "renameat2", FILE_IN::DIRECTORY_AND_PATH},
+    {SYS_symlinkat, "symlinkat", FILE_IN::DIRECTORY_AND_SECOND_PATH},
+    {SYS_linkat, "linkat", FILE_IN::DIRECTORY_AND_PATH}, // the file, which is near its new name
     {SYS_fchmodat, "fchmodat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_fchownat, "fchownat", FILE_IN::DIRECTORY_AND_PATH},
     {SYS_utimensat, "utimensat", FILE_IN::DIRECTORY_AND_PATH}, // of a descriptor when there is no path
@@ -63,6 +67,8 @@ constexpr CALL CALLS[] = {
     {SYS_mkdir, "mkdir", FILE_IN::PATH},
     {SYS_rmdir, "rmdir", FILE_IN::PATH},
     {SYS_unlink, "unlink", FILE_IN::PATH},
+    {SYS_symlink, "symlink", FILE_IN::SECOND_PATH},
+    {SYS_link, "link", FILE_IN::PATH},
     {SYS_rename, "rename", FILE_IN::PATH},
     {SYS_chmod, "chmod", FILE_IN::PATH},
 #endif
@@ -109,12 +115,18 @@ std::string textAt(const std::string& process, std::uint64_t address) {
 
 std::string pathOf(pid_t pid, const CALL& call, const std::uint64_t* arguments) {
     const std::string process = "/proc/" + std::to_string(pid);
+    const bool behindAnother =
+        call.file == FILE_IN::SECOND_PATH || call.file == FILE_IN::DIRECTORY_AND_SECOND_PATH;
+    if (behindAnother) {
+        ++arguments;
+    }
     const int descriptor = static_cast<int>(arguments[0]);
     const std::string link = process + "/fd/" + std::to_string(descriptor);
     if (call.file == FILE_IN::DESCRIPTOR) {
         return target(link);
     }
-    const bool inDirectory = call.file == FILE_IN::DIRECTORY_AND_PATH;
+    const bool inDirectory =
+        call.file == FILE_IN::DIRECTORY_AND_PATH || call.file == FILE_IN::DIRECTORY_AND_SECOND_PATH;
     std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
     if (path.empty()) {
         return target(link);

@@ -17,8 +17,38 @@ fail() {
 small_package() {
     mkdir -p "$made/old"
     make_package >/dev/null
+    put_links_in
     objcopy --strip-all "$programs/K+Updater" "$made/old/K+Updater"
     head -c 3000 /dev/urandom >"$made/old/uImage"
+}
+
+# A symbolic and a hard link among the drivers, which the package tool would have followed.
+put_links_in() {
+    local folder
+    mkdir "$made/unpacked"
+    tar -C "$made/unpacked" -xzf "$made/keldra_update.tgz"
+    for folder in "$made"/{content,unpacked}/drivers/lib/modules; do
+        ln -s can-relay.ko "$folder/newest.ko"
+        ln "$folder/can-relay.ko" "$folder/same.ko"
+    done
+    package_pack "$made/unpacked" "$made"
+}
+
+# bad_package KIND: into a folder of that name, with an updater that crashes at its start, hangs before its window
+# (both tell their version as they should), is cut short, or is for another machine.
+bad_package() {
+    local updater=$made/unpacked/K+Updater good=$made/content/K+Updater
+    mkdir "$made/$1"
+    rm "$updater"
+    case $1 in
+    crash) printf '#!/bin/sh\n[ "$1" = --version ] || kill -SEGV $$\n' >"$updater" ;;
+    hang) printf '#!/bin/sh\n[ "$1" = --version ] || exec sleep 1000\n' >"$updater" ;;
+    short) head -c 300000 "$good" >"$updater" ;;
+    machine) { head -c 18 "$good" && printf '\xb7\x01' && tail -c +21 "$good"; } >"$updater" ;;
+    esac
+    chmod 755 "$updater"
+    package_pack "$made/unpacked" "$made/$1"
+    cp "$updater" "$made/$1"
 }
 
 # small_panel [OPTION of the bus...]: the panel with its bus and display up, everything installed in the old version
@@ -31,12 +61,13 @@ small_panel() {
         echo "as it was installed" >"$PANEL/root/$file"
     done < <(installed_files)
     cp "$made/old/uImage" "$PANEL_CARD"
+    panel_install_starter "$programs/keldra-start"
     panel_open_display
 }
 
 installed_files() {
-    (cd "$made/content/drivers" && find . -type f -printf '%P\n')
-    (cd "$made/content/gui" && find . -type f -printf '%P\n')
+    (cd "$made/content/drivers" && find . ! -type d -printf '%P\n')
+    (cd "$made/content/gui" && find . ! -type d -printf '%P\n')
 }
 
 # operate SECONDS: presses Start, which is Reload, Run Update and Close, too, until the panel is down.

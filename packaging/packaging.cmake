@@ -5,6 +5,13 @@ include(GNUInstallDirs)
 install(TARGETS K+Updater DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT updater)
 install(FILES ${PROJECT_SOURCE_DIR}/config/vx3.cfg ${PROJECT_SOURCE_DIR}/config/style.css
         DESTINATION /keldra/config COMPONENT updater)
+install(TARGETS keldra-start DESTINATION sbin COMPONENT updater)
+set(starter ${CMAKE_CURRENT_LIST_DIR}/start)
+install(FILES ${starter}/keldra-start.service DESTINATION /lib/systemd/system COMPONENT updater)
+install(PROGRAMS ${starter}/keldra-start.init DESTINATION /etc/init.d RENAME keldra-start COMPONENT updater)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/starter.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/keldra-updater
+        COMPONENT updater)
+install(DIRECTORY DESTINATION /keldra/start COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/logs COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/tmp COMPONENT updater)
 install(TARGETS bus-trace bus-sim DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT package-tool)
@@ -54,7 +61,8 @@ It checks the update package on a USB stick, compares each item with what is
 installed, and brings kernel, programs, drivers and the firmware of the
 modules on the bus up to date.")
 set(CPACK_DEBIAN_UPDATER_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_UPDATER_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/conffiles)
+set(CPACK_DEBIAN_UPDATER_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/conffiles
+    ${starter}/postinst ${starter}/postrm)
 set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS fonts-dejavu-core) # and the libraries, see below
 
 set(CPACK_COMPONENT_PACKAGE-TOOL_DESCRIPTION "Tools for update packages of the Keldra+ control panel

@@ -3,6 +3,7 @@
 #include "instanceLock.h"
 #include "lib/childProcess.h"
 #include "outputRelay.h"
+#include "startCare.h"
 #include "startConditions.h"
 #include "stopRequest.h"
 #include "system/updateCore.h"
@@ -99,6 +100,7 @@ void restartUpdater(const updateCore& core, const instanceLock& lock) {
     if (core.forceUpdate) {
         command += "force ";
     }
+    startCare::countRestart();
     childProcess::run([&] {
         lock.handOver();
         outputRelay::giveBack();
@@ -133,9 +135,11 @@ int main(int argc, char** argv) {
     explainMissingConfiguration();
     auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
     core->startModePending = true;
+    startCare care(core.get());
     choosePlatform(argc, argv);
     QApplication application(argc, argv);
     auto* window = new UpdaterWindow(&application, core.get()); // the process's end takes it down
+    care.watchOver(window);
     window->showFullScreen();
     QApplication::setOverrideCursor(Qt::BlankCursor);
     readMode(dropWindowOptions(argc, argv), argv, *core);
@@ -145,7 +149,10 @@ int main(int argc, char** argv) {
     core->stop();
     if (core->reboot) {
         restartUpdater(*core, lock);
+    } else if (onSignals.wasAsked() && startCare::hasStarter()) {
+        core->sendHaltMsg(); // who ends the service goes on from here, and may start it again
     } else {
+        startCare::usedToTheEnd();
         haltPanel(*core);
     }
     core.reset();

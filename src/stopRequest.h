@@ -15,6 +15,8 @@ public:
     static void installHandlers();
 
     stopRequest(UpdaterWindow* window, updateCore* core);
+    /** True when it was a signal that ended the updater. */
+    bool wasAsked() const { return !isEnabled(); }
 
 protected:
     bool event(QEvent* event) override;

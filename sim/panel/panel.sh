@@ -44,6 +44,20 @@ panel_copy_system() {
     done
 }
 
+# panel_install_starter STARTER: from now on the panel boots through it, and it knows what is installed.
+panel_install_starter() {
+    install -m 755 "$1" "$PANEL/root/usr/bin/keldra-start"
+    mkdir -p "$PANEL/root/keldra/start"
+    panel_run keldra-start --settle
+}
+
+# panel_run COMMAND...: runs a command on the panel that is down.
+panel_run() {
+    local sandbox=()
+    panel_describe_sandbox
+    bwrap "${sandbox[@]}" "$@" </dev/null
+}
+
 # panel_configure FILE...: puts files into /keldra/config.
 panel_configure() {
     install -m 644 "$@" "$PANEL/root/keldra/config"

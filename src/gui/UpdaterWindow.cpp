@@ -184,7 +184,11 @@ void UpdaterWindow::updatePackageLoaded(unsigned char mode) {
         showLoadFailure();
         return;
     }
-    showLine("Ready. Run Update installs what is new, ALL everything.", "Cancel halts the panel.");
+    if (reminder.isEmpty()) {
+        showLine("Ready. Run Update installs what is new, ALL everything.", "Cancel halts the panel.");
+    } else {
+        showLine(reminder, "", true);
+    }
     startBtnGui->become("Run Update", true);
     runAllBtnGui->become(true);
     if (mode == 2) {
@@ -224,6 +228,7 @@ void UpdaterWindow::runAllAction() {
 }
 
 void UpdaterWindow::beginUpdate() {
+    reminder.clear();
     curTick = 0;
     progressGui->setValue(0);
     startBtnGui->become(false);
@@ -306,7 +311,8 @@ void UpdaterWindow::showLoadFailure() {
     // What was unpacked before the restart goes when loading begins anew, and the stick is not mounted any
     // more.
     const bool isLost = csys->resumeUpdate && !csys->log->lastError().empty();
-    showLine(remedy(), isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
+    showLine(reminder.isEmpty() ? remedy() : reminder,
+             isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
 }
 
 void UpdaterWindow::showVerdict(bool status) {

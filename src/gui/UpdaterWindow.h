@@ -23,6 +23,8 @@ public:
 
     /** Starts the update when a package is loaded and none is running. */
     void updateStart();
+    /** A text that stays in the line until a run begins, in the place of what to press next. */
+    void remind(const QString& text) { reminder = text; }
 
 signals:
     void sendLoadConfiguration(bool reload);
@@ -69,6 +71,7 @@ private:
     tapButton* runAllBtnGui = nullptr;
     updateCore* csys;
     double curTick = 0;
+    QString reminder;
     QString lastShown;      ///< the core's last text
     bool canceling = false; ///< what the run says of its end is held back until it has ended
 };

@@ -80,6 +80,7 @@ public:
     shared<unsigned> notInstalled;
     shared<bool> success; ///< set by the update thread: result of the last run
     bool debug = false;
+    shared<bool> busAnswered;  ///< since the program's start
     shared<bool> resumeUpdate; ///< second stage of an update, after the updater replaced itself
     shared<bool> forceUpdate;  ///< update items whose versions match, too
 

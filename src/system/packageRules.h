@@ -23,6 +23,11 @@ inline const std::string FILE_DIGESTS = "sha256";
 inline const std::string FETCHED = "/keldra/tmp/" + ARCHIVE;
 inline const std::string UNPACKED = "/keldra/tmp/keldra_update/";
 inline const std::string UNPACKED_MANIFEST = UNPACKED + MANIFEST;
+/**
+ * Stands while the package is being unpacked. When the panel loses power meanwhile, the manifest may be there
+ * already and the rest not: such a tree is never resumed. The name is among those that the next load removes.
+ */
+inline const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
 
 /** What the panel's own items take no file for: a name of at most 2 characters. They count as done. */
 bool standsForNoFile(const std::string& name);

@@ -2,6 +2,7 @@
 
 #include "ProcBusThread.h"
 #include "actions/serialBootload.h"
+#include "startRecord.h"
 #include "updateCoreLoader.h"
 #include "version.h"
 
@@ -121,6 +122,7 @@ void updateCore::beat() {
 void updateCore::cancelUpdate() {
     cancel = true;
     awaitEnd();
+    startRecord::noteUnderway(startRecord::UNDERWAY::NOTHING);
     success = false; // also of a run that had come to its end when it was cancelled
     gotStatusMessage("Canceled");
     saveRecording("canceled");

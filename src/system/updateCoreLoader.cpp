@@ -33,12 +33,6 @@ const char* const STICK = "/mnt/usb";
 const std::string PLACE = "/keldra/tmp/";
 const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
 
-/**
- * Stands while the package is being unpacked. When the panel loses power meanwhile, the manifest may be there
- * already and the rest not: such a tree is never resumed. The name is among those that the next load removes.
- */
-const std::string UNPACKING = "/keldra/tmp/keldra_update.unpacking";
-
 constexpr int NO_PACKAGE = 2;
 
 /** The small file beside the package, if there is one; what can't be its content arrives as nothing. */

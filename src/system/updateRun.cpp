@@ -5,7 +5,9 @@
 #include "actions/fileUpdate.h"
 #include "actions/kernelUpdate.h"
 #include "actions/serialBootload.h"
+#include "actions/updaterUpdate.h"
 #include "runForecast.h"
+#include "startRecord.h"
 #include "termination.h"
 #include "updateCore.h"
 
@@ -91,6 +93,7 @@ void updateCore::runItems() {
         return;
     }
     resumeUpdate = false;
+    startRecord::noteUnderway(forceUpdate ? startRecord::UNDERWAY::FORCED : startRecord::UNDERWAY::UPDATE);
     if (!updateEverythingElse(serial)) {
         return; // runUpdate has said what there was to say
     }
@@ -105,6 +108,7 @@ void updateCore::runItems() {
 }
 
 void updateCore::finish(bool status) {
+    startRecord::noteUnderway(startRecord::UNDERWAY::NOTHING);
     recorder.mark(status ? "end: succeeded" : "end: failed");
     if (!cancel && (!status || recordsAll)) { // before it is shown: the power may be cut then
         saveRecording(status ? "succeeded" : "failed");
@@ -126,7 +130,7 @@ bool updateCore::enterUpdateMode(serialBootload& sender) {
 
 /** First stage. False when the run ends here: the updater was replaced and starts anew, or it failed. */
 bool updateCore::updateUpdater() {
-    fileUpdate files(this);
+    updaterUpdate files(this);
     files.setInstallPath(UPDATER_DIR);
     switch (runUpdate(&files, &core.updater, "Updater", forceUpdate, TICK)) {
     case action::UPERROR:

@@ -3,6 +3,7 @@
 #include "../../lib/childProcess.h"
 #include "../../lib/durable.h"
 #include "../runForecast.h"
+#include "../startRecord.h"
 #include "packageFile.h"
 
 #include <fcntl.h>
@@ -40,16 +41,21 @@ std::optional<std::uint64_t> sizeOfPartition() {
     return S_ISBLK(partition.st_mode) ? sizeOfDevice(PARTITION) : std::nullopt;
 }
 
+void noteTorn(bool isTorn) {
+    startRecord::change([isTorn](startRecord& record) { record.tornKernel = isTorn; });
+}
+
 bool writeImage(const std::string& name) {
     const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=" + PARTITION;
     std::cout << command << std::endl;
+    noteTorn(true);
     return childProcess::shell(command) == 0;
 }
 
 } // namespace
 
 action::STATUS kernelUpdate::needsUpdate(bool force) {
-    return needsUpdateHost(force);
+    return needsUpdateHost(force || startRecord::load().tornKernel);
 }
 
 bool kernelUpdate::run() {
@@ -86,6 +92,7 @@ bool kernelUpdate::fits(std::uint64_t bytes) {
 
 bool kernelUpdate::hasArrived(const std::string& path) {
     if (durable::holds(PARTITION, path)) {
+        noteTorn(false);
         return true;
     }
     csys->log->log_item("Read back otherwise than written: " + PARTITION, logger::LOG_WARNING);

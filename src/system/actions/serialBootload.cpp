@@ -19,7 +19,11 @@ bool serialBootload::sendWithResponse(busMessages::PROCBUS_MSG msg, unsigned tim
 
 bool serialBootload::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
     csys->comBus->setBuffSize(receiveSize::SYSTEM_COMMAND);
-    return dialogue.sendSystemCommand(module, arg);
+    const bool answered = dialogue.sendSystemCommand(module, arg);
+    if (answered) {
+        csys->busAnswered = true;
+    }
+    return answered;
 }
 
 bool serialBootload::sendResetG1() {
