@@ -131,5 +131,5 @@ PROGRAM startRecord::contentOf(const std::string& path) {
     plainFile file(path, "/");
     const std::uint64_t size = file.size();
     const auto digest = size > 0 ? fileHash::sha256(file) : std::nullopt;
-    return digest ? PROGRAM{size, *digest} : PROGRAM();
+    return digest ? PROGRAM{size, *digest, ""} : PROGRAM();
 }
