@@ -74,7 +74,7 @@ protected:
     /** A run that writes the kernel, for `seconds`. */
     void startLongRun(const std::string& seconds) {
         openWithPackage("1.0");
-        standIn("dd", "sleep " + seconds);
+        standIn("dd", "sleep " + seconds + R"(; cat "${1#if=}" >"${2#of=}")");
         press("Run Update");
         ASSERT_TRUE(awaitThat([this] { return holds({log()}, "Updating Kernel: 1.0 -> 2.0"); }));
     }

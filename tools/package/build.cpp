@@ -114,8 +114,8 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     if (findings.errors() != 0 && !options.force)
         return false;
 
-    if (!options.key.empty())
-        requireVerifyingUpdater(package);
+    if (!options.key.empty() && !hasVerifyingUpdater(package, findings))
+        return false;
 
     FileDigests digests;
     std::vector<Member> members;
