@@ -82,5 +82,5 @@ include(CPack)
 if(KELDRA_TESTS AND NOT CMAKE_CROSSCOMPILING AND NOT KELDRA_SANITIZE)
   add_test(NAME packages
     COMMAND ${CMAKE_CURRENT_LIST_DIR}/installs ${CMAKE_BINARY_DIR} ${staged}/test)
-  set_tests_properties(packages PROPERTIES TIMEOUT 600)
+  set_tests_properties(packages PROPERTIES TIMEOUT 600 RESOURCE_LOCK cpack)
 endif()

@@ -108,7 +108,10 @@ void restartUpdater(const updateCore& core, const instanceLock& lock) {
     });
 }
 
-/** There is nobody left to tell what became of its commands. */
+/**
+ * There is nobody left to tell what became of its commands. `mount` takes their "ro" for the device, which a
+ * remount does not look at: the file systems stay writable, and what was written reaches them by the halt.
+ */
 void haltPanel(updateCore& core) {
     core.sendHaltMsg();
     core.dropUnpackedManifest();
