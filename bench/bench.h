@@ -10,7 +10,8 @@ using ARGUMENTS = std::vector<std::string>;
 
 /** Seconds since some fixed moment, on a clock that never steps. */
 double now();
-/** Prints a result, one number a line, on what was standard output before the updater's own texts were muted.
+/**
+ * Prints a result, one number a line, on what was standard output before the updater's own texts were muted.
  */
 void report(double value);
 /** Most memory that this process has had resident so far, in MB. */
@@ -42,10 +43,12 @@ void flash(const ARGUMENTS& arguments);
 void receiveShare(const ARGUMENTS& arguments);
 /** updater or bare: MB/s that can be taken in. */
 void receiveRate(const ARGUMENTS& arguments);
-/** SIMULATOR PACKAGE: seconds from starting the loader to its mode byte, then those of tar and sha1sum alone.
+/**
+ * SIMULATOR PACKAGE: seconds from starting the loader to its mode byte, then those of tar and sha1sum alone.
  */
 void loadPackage(const ARGUMENTS& arguments);
-/** STARTED updater|bare: seconds from STARTED (since 1970) to the first painted window, and the peak memory.
+/**
+ * STARTED updater|bare: seconds from STARTED (since 1970) to the first painted window, and the peak memory.
  */
 void paintWindow(const ARGUMENTS& arguments);
 /** SIMULATOR PACKAGE: seconds and peak memory of a whole update with the window. */

@@ -19,7 +19,8 @@ struct Shape {
     bool (*suits)(const Kind& kind); ///< it is no other shape's twin with this kind
 };
 
-/** One thing in which modules behave differently, and the ways in which they do; the usual one is left out.
+/**
+ * One thing in which modules behave differently, and the ways in which they do; the usual one is left out.
  */
 struct Dimension {
     const char* name;                   ///< key in an inventory of the simulator

@@ -290,7 +290,8 @@ private:
         ++presses;
     }
 
-    /** What the press can mean by what was drawn at both ends of it; a button that is down looks differently.
+    /**
+     * What the press can mean by what was drawn at both ends of it; a button that is down looks differently.
      */
     void up(POINT at) {
         LABELS drawn = look();

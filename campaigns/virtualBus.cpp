@@ -101,7 +101,8 @@ void virtualBus::awaitAnswer(clock::time_point until) {
     }
 }
 
-/** Bytes as they come out of a line that damages a share of them: by a flipped bit, or one too few or many.
+/**
+ * Bytes as they come out of a line that damages a share of them: by a flipped bit, or one too few or many.
  */
 sim::Bytes virtualBus::damaged(const sim::Bytes& bytes) {
     if (damage == 0) {

@@ -13,7 +13,8 @@
 
 // The bus in a time of its own: nothing here waits, so that an image is flashed in a few milliseconds.
 
-/** The modules behind the simulated bus processor, and the serial line to the panel with the pace of a UART.
+/**
+ * The modules behind the simulated bus processor, and the serial line to the panel with the pace of a UART.
  */
 class virtualBus {
 public:

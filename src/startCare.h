@@ -18,7 +18,8 @@ public:
     /** Before there is a window: settles which updater is installed. */
     explicit startCare(updateCore* core);
 
-    /** Tells the operator what he has to know, and waits for the proof: the window painted, the bus answered.
+    /**
+     * Tells the operator what he has to know, and waits for the proof: the window painted, the bus answered.
      */
     void watchOver(UpdaterWindow* window);
     /** The operator has closed the updater: nothing is underway, and it has proven itself. */

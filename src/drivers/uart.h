@@ -19,7 +19,8 @@ public:
     uart& operator=(const uart&) = delete;
     ~uart();
 
-    /** Opens the device for blocking access and empties both queues. A failure leaves a negative descriptor.
+    /**
+     * Opens the device for blocking access and empties both queues. A failure leaves a negative descriptor.
      */
     bool uart_open(std::string port);
     /**

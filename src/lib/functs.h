@@ -13,7 +13,8 @@
  */
 class functs {
 public:
-    /** The pieces between separators, empty ones included; an empty vector when the separator does not occur.
+    /**
+     * The pieces between separators, empty ones included; an empty vector when the separator does not occur.
      */
     std::vector<std::string> split(const std::string& strValue, char separator);
     /** The same for a separator of several characters; an empty one occurs nowhere. */
@@ -53,7 +54,8 @@ public:
     /** Copies the files of a directory, with `recursive` the whole tree. False when it can't be listed. */
     bool copyDir(std::string source, std::string dest, bool recursive);
 
-    /** Appends the shell command's standard output to `response`; true when it exited with status 0. Blocks.
+    /**
+     * Appends the shell command's standard output to `response`; true when it exited with status 0. Blocks.
      */
     bool runProcess(std::string cmd, std::string& response);
 };

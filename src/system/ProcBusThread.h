@@ -55,7 +55,7 @@ public:
     /** Takes in up to 100 bytes that were read; files every message that is complete by then. Link thread. */
     void take(const std::uint8_t* bytes, std::uint32_t count);
     void run() override;
-    /** Leaves the receive loop running, as it always has: checkStop() is what ends it. */
+    /** Only notes it: the loop waits in a read that nothing interrupts, so checkStop() is what ends it. */
     void sendStop();
     /** Ends the thread: waits 200 ms, then terminates it and waits until it is gone. */
     void checkStop();

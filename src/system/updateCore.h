@@ -36,7 +36,8 @@ public:
 
     /** Ends every thread, then saves the system manifest. Called after the event loop has ended. */
     void stop();
-    /** Tells the bus that the panel restarts; blocks for about 3 s, since the link no longer listens by then.
+    /**
+     * Tells the bus that the panel restarts; blocks for about 3 s, since the link no longer listens by then.
      */
     void sendHaltMsg();
 

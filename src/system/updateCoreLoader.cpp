@@ -138,7 +138,8 @@ bool updateCoreLoad::finishes(const std::function<bool()>& work) {
     return childProcess::run([&work] { return work() ? 0 : 1; }, &core->cancel) == 0;
 }
 
-/** True when an earlier start has left what this one can go on with: the whole tree, or the signed archive.
+/**
+ * True when an earlier start has left what this one can go on with: the whole tree, or the signed archive.
  */
 bool updateCoreLoad::mayResume() {
     functs f;

@@ -28,7 +28,8 @@ protected:
         tcgetattr(nearEnd, &now);
         return now;
     }
-    /** Whether output was discarded before the next bytes that come out at the far end, in its packet mode.
+    /**
+     * Whether output was discarded before the next bytes that come out at the far end, in its packet mode.
      */
     bool discardedBeforeData() const {
         bool discarded = false;

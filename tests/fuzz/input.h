@@ -6,7 +6,8 @@
 #include <fstream>
 #include <string>
 
-/** What the targets share. Each is called with one input after the other and aborts when a promise is broken.
+/**
+ * What the targets share. Each is called with one input after the other and aborts when a promise is broken.
  */
 namespace input {
 

@@ -70,7 +70,8 @@ class packageRulesTest : public Panel {
 protected:
     packageRulesTest() { start(); }
 
-    /** What the panel makes of an item that it visits; of a firmware image, only whether it takes the file.
+    /**
+     * What the panel makes of an item that it visits; of a firmware image, only whether it takes the file.
      */
     std::string visited(const package::Stop& stop) {
         const struct {

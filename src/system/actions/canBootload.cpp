@@ -116,7 +116,8 @@ void canBootload::resetModule() {
     }
 }
 
-/** Chooses the memory layout by the processor and the text that announces it; null for one not known on CAN.
+/**
+ * Chooses the memory layout by the processor and the text that announces it; null for one not known on CAN.
  */
 const char* canBootload::selectLayout(flashLayouts::LAYOUT& layout) const {
     switch (procType) {

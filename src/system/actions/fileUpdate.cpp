@@ -17,7 +17,8 @@ namespace {
 constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
 constexpr mode_t PERMISSIONS = 07777;
 
-/** The names in a directory that are not hidden, in the file system's order; false when not all can be read.
+/**
+ * The names in a directory that are not hidden, in the file system's order; false when not all can be read.
  */
 bool listVisible(const std::string& directory, std::vector<std::string>& names) {
     DIR* dir = opendir(directory.c_str());

@@ -27,7 +27,8 @@ bool hasRoomFor(std::uint64_t bytes, const fs::path& folder) {
 
 } // namespace
 
-/** The new updater's name in the package; empty when the item brings none to where updaters are started from.
+/**
+ * The new updater's name in the package; empty when the item brings none to where updaters are started from.
  */
 std::string updaterUpdate::nameOfProgram() const {
     const std::string& item = base->update.items[revision()].item;

@@ -44,7 +44,8 @@ int kindOf(const Frame& request) {
     return request.id == 2 || request.id == 4 ? ROW : request.payload.size() > 1 ? request.payload[1] : 0;
 }
 
-/** Requests in hex. Rows stand where they are written: how many, and how much they carry; a few as they are.
+/**
+ * Requests in hex. Rows stand where they are written: how many, and how much they carry; a few as they are.
  */
 std::string transcript(const std::vector<Frame>& sent) {
     std::ostringstream text;
