@@ -135,21 +135,20 @@ void UpdaterWindow::buildWidgets() {
 }
 
 void UpdaterWindow::connectCore(QApplication* application) {
-    connect(startBtnGui, SIGNAL(clicked()), this, SLOT(startButtonAction()));
-    connect(runAllBtnGui, SIGNAL(clicked()), this, SLOT(runAllAction()));
-    connect(cancelBtnGui, SIGNAL(clicked()), this, SLOT(cancelButtonAction()));
-    connect(this, SIGNAL(haltApplication()), application, SLOT(quit()));
-    connect(application, SIGNAL(aboutToQuit()), this, SLOT(showLastPicture()));
-    connect(this, SIGNAL(sendLoadConfiguration(bool)), csys, SLOT(loadConfiguration(bool)));
-    connect(this, SIGNAL(sendStartUpdate()), csys, SLOT(startUpdate()));
-    connect(this, SIGNAL(sendCancelUpdate()), csys, SLOT(cancelUpdate()));
-    connect(csys, SIGNAL(sendUpdateDone(bool)), this, SLOT(updateFinished(bool)));
-    connect(csys, SIGNAL(sendStatusMessage(QString)), this, SLOT(statusMessage(QString)));
-    connect(csys, SIGNAL(incrimentProgressBar(double)), this, SLOT(updateProgress(double)));
-    connect(csys, SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
-            SLOT(updatePackageLoaded(unsigned char)));
-    connect(csys, SIGNAL(sendProgress(QString, bool)), this, SLOT(showProgress(QString, bool)));
-    connect(csys, SIGNAL(sendReboot()), this, SLOT(rebootSystem()));
+    connect(startBtnGui, &QPushButton::clicked, this, &UpdaterWindow::startButtonAction);
+    connect(runAllBtnGui, &QPushButton::clicked, this, &UpdaterWindow::runAllAction);
+    connect(cancelBtnGui, &QPushButton::clicked, this, &UpdaterWindow::cancelButtonAction);
+    connect(this, &UpdaterWindow::haltApplication, application, &QApplication::quit);
+    connect(application, &QApplication::aboutToQuit, this, &UpdaterWindow::showLastPicture);
+    connect(this, &UpdaterWindow::sendLoadConfiguration, csys, &updateCore::loadConfiguration);
+    connect(this, &UpdaterWindow::sendStartUpdate, csys, &updateCore::startUpdate);
+    connect(this, &UpdaterWindow::sendCancelUpdate, csys, &updateCore::cancelUpdate);
+    connect(csys, &updateCore::sendUpdateDone, this, &UpdaterWindow::updateFinished);
+    connect(csys, &updateCore::sendStatusMessage, this, &UpdaterWindow::statusMessage);
+    connect(csys, &updateCore::incrimentProgressBar, this, &UpdaterWindow::updateProgress);
+    connect(csys, &updateCore::sendUpdatePackageLoaded, this, &UpdaterWindow::updatePackageLoaded);
+    connect(csys, &updateCore::sendProgress, this, &UpdaterWindow::showProgress);
+    connect(csys, &updateCore::sendReboot, this, &UpdaterWindow::rebootSystem);
 }
 
 void UpdaterWindow::showEvent(QShowEvent* event) {

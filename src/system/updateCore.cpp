@@ -42,9 +42,8 @@ updateCore::updateCore() {
     comBus = std::make_unique<ProcBusThread>(this);
     comBus->start(QThread::InheritPriority);
     load = std::make_unique<updateCoreLoad>();
-    connect(load.get(), SIGNAL(sendStatusMessage(QString)), this, SLOT(gotStatusMessage(QString)));
-    connect(load.get(), SIGNAL(sendUpdatePackageLoaded(unsigned char)), this,
-            SLOT(gotLoadDone(unsigned char)));
+    connect(load.get(), &updateCoreLoad::sendStatusMessage, this, &updateCore::gotStatusMessage);
+    connect(load.get(), &updateCoreLoad::sendUpdatePackageLoaded, this, &updateCore::gotLoadDone);
     connect(&progressTimer, &QTimer::timeout, this, &updateCore::beat);
 }
 
