@@ -161,6 +161,7 @@ void UpdaterWindow::showEvent(QShowEvent* event) {
 void UpdaterWindow::statusMessage(QString msg) {
     appendLine(msg);
     lastShown = msg;
+    isInternal = msg == "Internal Error" || (isInternal && !msg.startsWith("Loading"));
 }
 
 /** With `debug`, standard output tells what was shown, too. */
@@ -309,8 +310,11 @@ QString UpdaterWindow::remedy() const {
 void UpdaterWindow::showLoadFailure() {
     // What was unpacked before the restart goes when loading begins anew, and the stick is not mounted any
     // more.
-    const bool isLost = csys->resumeUpdate && !csys->log->lastError().empty();
-    showLine(reminder.isEmpty() ? remedy() : reminder,
+    const std::string error = csys->log->lastError();
+    const bool isLost = csys->resumeUpdate && !error.empty();
+    // One text for several reasons.
+    const QString which = isInternal ? QString::fromStdString(error) + ": " : QString();
+    showLine(reminder.isEmpty() ? which + remedy() : reminder,
              isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
 }
 

@@ -72,6 +72,7 @@ private:
     updateCore* csys;
     double curTick = 0;
     QString reminder;
-    QString lastShown;      ///< the core's last text
-    bool canceling = false; ///< what the run says of its end is held back until it has ended
+    QString lastShown;       ///< the core's last text
+    bool isInternal = false; ///< of this load, "Internal Error" was shown: the log says which
+    bool canceling = false;  ///< what the run says of its end is held back until it has ended
 };

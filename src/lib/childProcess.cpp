@@ -1,8 +1,11 @@
 #include "childProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <iostream>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,9 +15,13 @@ namespace {
 constexpr useconds_t POLL_US = 2000;
 constexpr int LAST_POLLS = 250; // half a second for what was killed to end
 
-[[noreturn]] void work(const std::function<int()>& task, bool mayBeLeft) {
+/** `errors`: a descriptor that becomes the standard error; negative for none. */
+[[noreturn]] void work(const std::function<int()>& task, bool mayBeLeft, int errors) {
     for (const int signal : {SIGBUS, SIGSEGV, SIGILL, SIGFPE, SIGTRAP, SIGTERM, SIGINT}) {
         std::signal(signal, SIG_DFL); // reports and requests are this process's parent's
+    }
+    if (errors >= 0) {
+        dup2(errors, STDERR_FILENO);
     }
     if (mayBeLeft) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -38,15 +45,13 @@ bool awaitEnd(pid_t child, int& status, int polls) {
     return true;
 }
 
-} // namespace
-
-int childProcess::run(const std::function<int()>& task, const shared<bool>* unless, int limitMs) {
+int runWith(const std::function<int()>& task, const shared<bool>* unless, int limitMs, int errors) {
     const pid_t child = fork();
     if (child == 0) {
-        work(task, unless != nullptr);
+        work(task, unless != nullptr, errors);
     }
     if (child < 0) {
-        return NOT_DONE;
+        return childProcess::NOT_DONE;
     }
     int status = -1; // as of no end that is known
     if (unless == nullptr) {
@@ -66,15 +71,49 @@ int childProcess::run(const std::function<int()>& task, const shared<bool>* unle
     kill(-child, SIGKILL); // with what it has started, if it is a group
     kill(child, SIGKILL);
     awaitEnd(child, status, LAST_POLLS);
-    return NOT_DONE;
+    return childProcess::NOT_DONE;
+}
+
+int shellWith(const std::string& command, const shared<bool>* unless, int errors) {
+    const auto task = [&command] {
+        setpgid(0, 0);
+        return childProcess::runInstead(command);
+    };
+    return runWith(task, unless, 0, errors);
+}
+
+/** Passes on what a file in memory holds; its last line that is not empty, of its last bytes. */
+std::string passOn(int file) {
+    std::string text;
+    char piece[4096];
+    lseek(file, 0, SEEK_SET);
+    for (ssize_t count = 0; (count = read(file, piece, sizeof piece)) > 0;) {
+        std::cerr.write(piece, count).flush();
+        text.append(piece, static_cast<std::size_t>(count));
+        text.erase(0, text.size() - std::min(text.size(), sizeof piece));
+    }
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text.substr(text.find_last_of('\n') + 1);
+}
+
+} // namespace
+
+int childProcess::run(const std::function<int()>& task, const shared<bool>* unless, int limitMs) {
+    return runWith(task, unless, limitMs, -1);
 }
 
 int childProcess::shell(const std::string& command, const shared<bool>* unless) {
-    const auto task = [&command] {
-        setpgid(0, 0);
-        return runInstead(command);
-    };
-    return run(task, unless);
+    return shellWith(command, unless, -1);
+}
+
+int childProcess::shell(const std::string& command, const shared<bool>* unless, std::string& complaint) {
+    const int errors = memfd_create("errors", MFD_CLOEXEC); // none: they go where they would have gone
+    const int result = shellWith(command, unless, errors);
+    if (errors >= 0) {
+        complaint = passOn(errors);
+        close(errors);
+    }
+    return result;
 }
 
 int childProcess::runInstead(const std::string& command) {

@@ -21,6 +21,8 @@ constexpr int NOT_DONE = -1; ///< not started, killed or left behind
 int run(const std::function<int()>& work, const shared<bool>* unless = nullptr, int limitMs = 0);
 /** Runs a shell command, out of reach of the terminal's ^C; its exit status. */
 int shell(const std::string& command, const shared<bool>* unless = nullptr);
+/** The same; `complaint` gets the last line of its standard error, all of which is passed on at its end. */
+int shell(const std::string& command, const shared<bool>* unless, std::string& complaint);
 /** Within such work: goes on as a shell command. Returns only when there is no shell. */
 int runInstead(const std::string& command);
 

@@ -1,6 +1,7 @@
 #include "coreState.h"
 
 #include "../lib/ConfigFile.h"
+#include "../lib/childProcess.h"
 #include "../lib/durable.h"
 #include "../lib/functs.h"
 #include "packageRules.h"
@@ -75,6 +76,17 @@ void coreState::resetInitBase(BASE_ITEM* b) {
     b->isAccurate = false;
     b->update.resetAfterUpdate = false;
     b->update.items.clear();
+}
+
+bool coreState::runsWell(const std::string& command, const shared<bool>* unless) const {
+    std::string complaint;
+    const int status = childProcess::shell(command, unless, complaint);
+    if (status != 0 && (unless == nullptr || !*unless)) {
+        log->log_item("Exit status " + std::to_string(status) + " of " +
+                          command.substr(0, command.find(' ')) + ": " + complaint,
+                      logger::LOG_WARNING);
+    }
+    return status == 0;
 }
 
 void coreState::saveRecording(const char* reason) {

@@ -126,6 +126,8 @@ public:
     std::uint32_t recorderSize = busRecorder::USUAL_SIZE; ///< bytes; key `recorder_size`
     bool recordsAll = false; ///< the traffic of a run that succeeds is saved, too; key `record`
 
+    /** Runs a shell command; false, and a warning that tells what it said, when it failed. */
+    bool runsWell(const std::string& command, const shared<bool>* unless = nullptr) const;
     /** Saves the bus's traffic, if there was any since the last time, and says so in the log. */
     void saveRecording(const char* reason);
     /** Clears the reply state before a request. Called by the requesting thread. */

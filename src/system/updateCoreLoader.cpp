@@ -180,15 +180,14 @@ bool updateCoreLoad::fetchPackage() {
 bool updateCoreLoad::unpackPackage() {
     functs f;
     const shared<bool>* const unless = &core->cancel;
-    if (f.isDirectory(UNPACKED) && childProcess::shell("rm -r /keldra/tmp/keldra_update", unless) != 0) {
+    if (f.isDirectory(UNPACKED) && !core->runsWell("rm -r /keldra/tmp/keldra_update", unless)) {
         return fail("Internal Error", "Could not flush temp directory");
     }
     const auto flush = [] { return durable::flushAll(UNPACKED); };
     if (!f.makeDir(UNPACKED) || !f.writeFileContents(UNPACKING, "") || !finishes(flush)) {
         return fail("Internal Error", "Could not create temp directory");
     }
-    if (childProcess::shell("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz",
-                            unless) != 0 ||
+    if (!core->runsWell("tar -C /keldra/tmp/keldra_update/ -zxpf /keldra/tmp/keldra_update.tgz", unless) ||
         !finishes(flush)) {
         return fail("Internal Error", "Could not untar archieve");
     }
@@ -210,7 +209,7 @@ bool updateCoreLoad::readManifest() {
 }
 
 bool updateCoreLoad::prepareSystem() {
-    if (childProcess::shell("mount -o remount rw /") != 0) {
+    if (!core->runsWell("mount -o remount rw /")) {
         return fail("Internal Error", "Could not remount system");
     }
     // The stick may be pulled now; one that is not mounted is no fault.

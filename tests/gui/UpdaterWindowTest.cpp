@@ -281,6 +281,9 @@ TEST_F(UpdaterWindowTest, AFailureSaysWhatToDo) {
     core->resumeUpdate = true; // what was unpacked will be removed, and the stick is not mounted any more
     window->updatePackageLoaded(1);
     EXPECT_TRUE(line().ends_with("\nPlug in the stick again, then press Reload.")) << line();
+    window->statusMessage("Internal Error"); // one text for several reasons
+    window->updatePackageLoaded(1);
+    EXPECT_TRUE(line().starts_with("Could not create temp directory: Restart the panel")) << line();
 }
 
 /** By the WCAG's formula, of two colours of the style sheet. */

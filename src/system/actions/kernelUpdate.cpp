@@ -1,6 +1,5 @@
 #include "kernelUpdate.h"
 
-#include "../../lib/childProcess.h"
 #include "../../lib/durable.h"
 #include "../runForecast.h"
 #include "../startRecord.h"
@@ -45,11 +44,11 @@ void noteTorn(bool isTorn) {
     startRecord::change([isTorn](startRecord& record) { record.tornKernel = isTorn; });
 }
 
-bool writeImage(const std::string& name) {
+bool writeImage(const coreState& core, const std::string& name) {
     const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=" + PARTITION;
     std::cout << command << std::endl;
     noteTorn(true);
-    return childProcess::shell(command) == 0;
+    return core.runsWell(command);
 }
 
 } // namespace
@@ -71,7 +70,8 @@ bool kernelUpdate::run() {
     csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
     csys->progress.reading(path);
     if (!packageRules::isHarmless(image.item) || packageRules::leadsOutside(image.item) ||
-        !packageFile::isSound(*csys, path) || !fits(bytes) || !writeImage(image.item) || !hasArrived(path)) {
+        !packageFile::isSound(*csys, path) || !fits(bytes) || !writeImage(*csys, image.item) ||
+        !hasArrived(path)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);
         return false;
     }

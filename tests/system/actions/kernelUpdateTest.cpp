@@ -56,7 +56,7 @@ TEST_F(kernelUpdateTest, RecordsNothingButAPackagesImageOnThePartition) {
         {"No boot partition", "kernel.img", ":", "ln -sf /dev/full /dev/mmcblk0p1"},
         {"No boot partition", "kernel.img", ":", "printf 'old kernel' >/dev/mmcblk0p1"},
         {"Read back otherwise", "kernel.img", ":", "", "exit 0"},
-        {"DD command failed", "kernel.img", ":", "", "exit 1"},
+        {"Exit status 3 of dd: no room", "kernel.img", ":", "", "echo one; echo no room >&2; exit 3"},
     };
     unpacked("kernel.img", "image");
     core->fileDigests["rotten.img"] = std::string(64, '0');
