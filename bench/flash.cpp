@@ -52,7 +52,7 @@ void bench::flash(const ARGUMENTS& arguments) {
     const auto baud = static_cast<unsigned>(std::stoul(arguments.at(4)));
     const bool controlModule = kind.rfind("pic32", 0) == 0;
 
-    panel::shell("mkdir " + packageRules::UNPACKED + " && ln -s " + arguments.at(1) + " " +
+    panel::shell("mkdir " + packageRules::UNPACKED + " && cp " + arguments.at(1) + " " +
                  packageRules::UNPACKED + "image.hex");
     const panel::SimulatedBus bus(arguments.at(0), inventoryOf(kind),
                                   {"--baud", arguments.at(4), "--trace", arguments.at(5)});
