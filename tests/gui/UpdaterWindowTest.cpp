@@ -267,6 +267,8 @@ TEST_F(UpdaterWindowTest, AFailureSaysWhatToDo) {
         {"DD command failed: a.img", "Make the package anew; if it persists, change the card."},
         {"CAN: Could not erase range (all)", "Try again; if it persists, change the module."},
         {"Serial: Bad HEX file", "Make the package anew with the right image for this hardware revision."},
+        {"Update file corrupted",
+         "Copy the package and its .sha file anew; if it persists, see whether /keldra is full."},
         {"Could not create temp directory",
          "Restart the panel; check /keldra; is the card full or read-only?"}, // by way of the row above
     };

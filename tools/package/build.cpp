@@ -149,12 +149,11 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     put(MANIFEST + DIGEST, manifestSha);
     put(ARCHIVE + DIGEST, digestText(digest, ARCHIVE));
     const fs::path signature = options.target / (ARCHIVE + packageRules::SIGNATURE);
-    std::error_code none;
-    if (options.key.empty())
-        fs::remove(signature, none); // of another archive
-    else
+    if (!options.key.empty())
         sign(archivePath, options.key, files.add(signature));
-    files.finish(); // the archive's digest last: it belongs to no other archive
+    files.finish();
+    if (options.key.empty())
+        fs::remove(signature); // of another archive
     if (!durable::flush(options.target))
         throw Failure(options.target.string() + ": " + std::strerror(errno));
     return true;
