@@ -1,12 +1,12 @@
 // The core, its link, its loader and both bootloaders in one process against the simulated bus, in a sandbox.
 
+#include "commandLine/run.h"
 #include "firmware.h"
 #include "sim/panel/bed.h"
 #include "system/ProcBusThread.h"
 #include "system/updateCore.h"
 #include "system/updateCoreLoader.h"
 
-#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <cstdio>
@@ -230,8 +230,7 @@ int main(int argc, char** argv) {
         ->add_option("N", rounds, "how many")
         ->required();
     const QCoreApplication application(argc, argv);
-    try {
-        app.parse(argc, argv);
+    return commandLine::run(app, argc, argv, 1, [&] {
         if (update->parsed()) {
             updateCompletely(simulator, "pic32-pages");
             updateCompletely(simulator, "pic32-records");
@@ -239,10 +238,5 @@ int main(int argc, char** argv) {
             cancelOften(simulator, rounds);
         }
         return 0;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "core-soak: %s\n", failure.what());
-        return 1;
-    }
+    });
 }

@@ -1,8 +1,8 @@
 // Updates under faults that are drawn from a seed, several at a time, each with the real core and the
 // simulated bus in a sandbox of its own. Counts how they end.
+#include "commandLine/run.h"
 #include "panelRun.h"
 
-#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <atomic>
 #include <cstdio>
@@ -191,13 +191,7 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "fault-runs");
     declare(app, options);
-    try {
-        app.parse(argc, argv);
+    return commandLine::run(app, argc, argv, 2, [&] {
         return options.inside ? runInside(argc, argv, options) : Campaign(options).execute() > 0;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "fault-runs: " << error.what() << '\n';
-        return 2;
-    }
+    });
 }

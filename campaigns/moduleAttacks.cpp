@@ -1,9 +1,9 @@
 // The panel's bootloader dialogues in virtual time under faults of the bus that are drawn from a seed or
 // aimed: wrong flash that is called right is what is looked for.
 #include "attackRun.h"
+#include "commandLine/run.h"
 #include "results.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -124,16 +124,10 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "module-attacks");
     declare(app, options);
-    try {
-        app.parse(argc, argv);
+    return commandLine::run(app, argc, argv, 2, [&] {
         if (!options.trace) {
             silenceOthers();
         }
         return Campaign(options).execute() ? 0 : 1;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "module-attacks: " << error.what() << '\n';
-        return 2;
-    }
+    });
 }

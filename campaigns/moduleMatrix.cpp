@@ -1,9 +1,9 @@
 // The panel's bootloader dialogue and the plainest one against modules of many behaviours, in virtual time:
 // what the plain one can flash, the panel's must.
+#include "commandLine/run.h"
 #include "matrixRun.h"
 #include "results.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
@@ -218,8 +218,7 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "module-matrix");
     declare(app, options);
-    try {
-        app.parse(argc, argv);
+    return commandLine::run(app, argc, argv, 2, [&] {
         options.runs.trace = options.trace ? "-" : "";
         if (!options.trace) {
             silenceOthers();
@@ -227,10 +226,5 @@ int main(int argc, char** argv) {
         return options.wire   ? compareWire(options)
                : options.cell ? repeat(options)
                               : Campaign(options).execute();
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "module-matrix: " << error.what() << '\n';
-        return 2;
-    }
+    });
 }

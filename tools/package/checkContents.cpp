@@ -1,12 +1,12 @@
 // The checks of what a package brings: names, versions, files.
 #include "package.h"
 
+#include "commandLine/suggest.h"
 #include "fileType.h"
 #include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
 #include "lib/format.h"
-#include "suggest.h"
 #include "system/busProtocol.h"
 #include "systemFiles.h"
 
@@ -180,7 +180,8 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
     const Processor* processor = findProcessor(entry.processor);
     if (processor == nullptr && !entry.processor.empty())
         findings_.add(kinds::processorUnknown, entry.filePlace,
-                      "\"" + entry.processor + "\"" + suggest(entry.processor, processorNames()));
+                      "\"" + entry.processor + "\"" +
+                          commandLine::suggest(entry.processor, processorNames()));
     const auto chosen = rules_.processors.find(item.kind->name);
     if (chosen != rules_.processors.end() && revision < chosen->second.size())
         processor = chosen->second[revision];

@@ -1,10 +1,10 @@
 #include "inventory.h"
 
+#include "commandLine/suggest.h"
 #include "fileType.h"
 #include "files.h"
 #include "json.h"
 #include "lib/format.h"
-#include "suggest.h"
 #include "system/busProtocol.h"
 #include "system/modules.h"
 
@@ -54,7 +54,7 @@ void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value
         module.processor = findProcessor(value.text);
         if (module.processor == nullptr)
             file.fail(value.position, "\"" + value.text + "\" is no kind of processor" +
-                                          suggest(value.text, processorNames()));
+                                          commandLine::suggest(value.text, processorNames()));
     } else if (key.text == "link") {
         if (value.text != "can" && value.text != "serial")
             file.fail(value.position, "a link is \"can\" or \"serial\"");
@@ -69,8 +69,9 @@ void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value
             file.fail(value.position, "the value of \"lost\" is neither true nor false");
         module.silent = value.text == "true";
     } else {
-        file.fail(key.position, "\"" + key.text + "\" is none of kind, link, hw, version and lost" +
-                                    suggest(key.text, {"kind", "link", "hw", "version", "lost"}));
+        file.fail(key.position,
+                  "\"" + key.text + "\" is none of kind, link, hw, version and lost" +
+                      commandLine::suggest(key.text, {"kind", "link", "hw", "version", "lost"}));
     }
 }
 
@@ -98,7 +99,7 @@ std::map<std::string, Module> readLines(const std::filesystem::path& path) {
         };
         const modules::ROW* known = modules::find(name);
         if (known == nullptr)
-            fail("there is no module \"" + name + "\"" + suggest(name, moduleNames()));
+            fail("there is no module \"" + name + "\"" + commandLine::suggest(name, moduleNames()));
         Module module;
         module.serial = known->bootloader == modules::BOOTLOADER::SERIAL;
         bool present = true;
@@ -106,7 +107,8 @@ std::map<std::string, Module> readLines(const std::filesystem::path& path) {
             const std::string key = word.substr(0, word.find('='));
             const std::string value = word.size() > key.size() ? word.substr(key.size() + 1) : "";
             if (key == "kind" && (module.processor = findProcessor(value)) == nullptr)
-                fail("\"" + value + "\" is no kind of processor" + suggest(value, processorNames()));
+                fail("\"" + value + "\" is no kind of processor" +
+                     commandLine::suggest(value, processorNames()));
             else if (key == "hw")
                 module.hardware = static_cast<std::uint8_t>(std::strtoul(value.c_str(), nullptr, 10));
             else if (key == "version")
@@ -135,7 +137,8 @@ std::map<std::string, Module> readModules(const std::filesystem::path& path) {
             continue;
         const modules::ROW* known = modules::find(name);
         if (known == nullptr)
-            file.fail(key.position, "there is no module \"" + name + "\"" + suggest(name, moduleNames()));
+            file.fail(key.position,
+                      "there is no module \"" + name + "\"" + commandLine::suggest(name, moduleNames()));
         if (!body.isObject())
             file.fail(body.position, "\"" + name + "\" is no object");
         Module& module = modules[name];

@@ -1,4 +1,6 @@
 #include "build.h"
+#include "commandLine/run.h"
+#include "completion.h"
 #include "convert.h"
 #include "examples.h"
 #include "fileType.h"
@@ -13,12 +15,9 @@
 #include "signing.h"
 #include "version.h"
 
-#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <unistd.h>
@@ -27,12 +26,6 @@ namespace {
 
 using namespace package;
 namespace fs = std::filesystem;
-
-// The command line asks for what there is not.
-class Misuse : public Failure {
-public:
-    using Failure::Failure;
-};
 
 void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
@@ -48,8 +41,8 @@ void requireUse(const ProcessorChoice& choice, const Package& package) {
         const Item* item = findItem(package.items(), name);
         const std::size_t files = item != nullptr ? item->entries.size() : 0;
         if (kinds.size() > files)
-            throw Misuse(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
-                                name.c_str()));
+            throw std::invalid_argument(format("--processor: %zu kinds for the %zu files of \"%s\"",
+                                               kinds.size(), files, name.c_str()));
     }
 }
 
@@ -226,7 +219,7 @@ Status init(const Options& options) {
     return Status::Fine;
 }
 
-Status run(const Options& options) {
+Status run(const Options& options, const CLI::App& app) {
     switch (options.command) {
     case Command::Build:
         return build(options);
@@ -246,6 +239,9 @@ Status run(const Options& options) {
         return report(options);
     case Command::Init:
         return init(options);
+    case Command::Completion:
+        print(completionScript(app, options.shell));
+        return Status::Fine;
     }
     return Status::Failed;
 }
@@ -254,25 +250,12 @@ Status run(const Options& options) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "C.UTF-8"); // for names in archives that say them in it
-    Status status = Status::Fine;
-    const auto options = parseOptions(argc, argv, status);
-    if (!options)
-        return static_cast<int>(status);
-    try {
+    Options options;
+    CLI::App app("", "keldra-package");
+    declare(app, options);
+    return commandLine::run(app, argc, argv, static_cast<int>(Status::Failed), [&] {
+        complete(options);
         watchInterrupts();
-        status = run(*options);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw Failure(std::string("the output can't be written: ") + std::strerror(errno));
-    } catch (const std::filesystem::filesystem_error& error) {
-        std::fprintf(stderr, "keldra-package: %s: %s\n", error.path1().c_str(),
-                     error.code().message().c_str());
-        status = Status::Failed;
-    } catch (const Misuse& error) {
-        std::fprintf(stderr, "keldra-package: %s\n", error.what());
-        status = Status::Misuse;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "keldra-package: %s\n", error.what());
-        status = Status::Failed;
-    }
-    return static_cast<int>(status);
+        return static_cast<int>(run(options, app));
+    });
 }

@@ -1,8 +1,8 @@
 #include "manifest.h"
 
+#include "commandLine/suggest.h"
 #include "findingKinds.h"
 #include "json.h"
-#include "suggest.h"
 #include "system/packageRules.h"
 
 #include <algorithm>
@@ -57,7 +57,7 @@ public:
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
             report(holdsInner(body) ? kinds::itemNested : kinds::itemUnknown, key,
-                   "there is no item \"" + key.text + "\"" + suggest(key.text, itemNames()));
+                   "there is no item \"" + key.text + "\"" + commandLine::suggest(key.text, itemNames()));
             return nullptr;
         }
         const auto known =
@@ -166,7 +166,7 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
         if (!isKind(allowance.id))
             reader.report(kinds::allowForm, each,
                           "there is no finding \"" + allowance.id + "\"" +
-                              suggest(allowance.id, kindNames()));
+                              commandLine::suggest(allowance.id, kindNames()));
         else if (allowance.reason.empty())
             reader.report(kinds::allowForm, each, "no \"reason\"");
         else if (allowances != nullptr)
@@ -196,10 +196,11 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                               : key.text == "processor" ? &entry.processor
                                                         : nullptr;
         if (target == nullptr) {
-            reader.report(kinds::keyUnknown, key,
-                          "\"" + key.text +
-                              "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
-                              suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
+            reader.report(
+                kinds::keyUnknown, key,
+                "\"" + key.text +
+                    "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
+                    commandLine::suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
             continue;
         }
         if (value.find(key.text) != &field)
