@@ -122,7 +122,7 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     for (const auto& [name, source] : sourcesOf(package)) {
         members.push_back({name, source, {}});
         if (fs::is_regular_file(source))
-            digests[name] = digestOfFile(source);
+            digests[name] = sha256Of(source);
     }
     const std::string manifest = writeManifest(package.items(), digests);
     const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);

@@ -1,13 +1,12 @@
 #include "files.h"
 
+#include "lib/fileHash.h"
 #include "lib/format.h"
-#include "lib/sha1.h"
+#include "progress.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cryptopp/filters.h>
 #include <cryptopp/gzip.h>
-#include <cryptopp/hex.h>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -23,12 +22,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::streamsize PIECE = 0x10000;
 constexpr std::uint64_t LARGEST_TEXT = 16'000'000;
 
 volatile std::sig_atomic_t interrupted = 0;
 
 [[noreturn]] void fail(const fs::path& path) {
     throw Failure(path.string() + ": " + std::strerror(errno));
+}
+
+// Of what it was fed with.
+std::string digitsOf(CryptoPP::HashTransformation& hash) {
+    std::string bytes(hash.DigestSize(), '\0');
+    hash.Final(reinterpret_cast<CryptoPP::byte*>(bytes.data()));
+    return fileHash::digitsOf(bytes);
 }
 
 // One of the streams that a gzip file has in a row.
@@ -48,6 +55,16 @@ private:
     bool ended_ = false;
     std::size_t behind_ = 0;
 };
+
+std::string digestOf(const fs::path& path, CryptoPP::HashTransformation& hash) {
+    ProgressBar bar("reading", sizeOf(path));
+    std::uint64_t done = 0;
+    readPieces(path, [&](std::string_view piece) {
+        hash.Update(reinterpret_cast<const CryptoPP::byte*>(piece.data()), piece.size());
+        bar.show(done += piece.size());
+    });
+    return digitsOf(hash);
+}
 
 } // namespace
 
@@ -83,6 +100,28 @@ std::string shownSize(std::uint64_t bytes) {
         size /= 1000;
     return unit == 0 ? format("%llu bytes", static_cast<unsigned long long>(bytes))
                      : format("%.1f %s", size, UNITS[unit]);
+}
+
+void readPieces(const fs::path& path, const std::function<void(std::string_view)>& take) {
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> piece(PIECE);
+    while (in) {
+        checkInterrupted();
+        in.read(piece.data(), PIECE);
+        take({piece.data(), static_cast<std::size_t>(in.gcount())});
+    }
+    if (!in.eof())
+        fail(path);
+}
+
+std::string sha1Of(const fs::path& path) {
+    CryptoPP::SHA1 hash;
+    return digestOf(path, hash);
+}
+
+std::string sha256Of(const fs::path& path) {
+    CryptoPP::SHA256 hash;
+    return digestOf(path, hash);
 }
 
 std::string readFile(const fs::path& path) {
@@ -132,20 +171,17 @@ std::string SafeFile::finish() {
     if (fsync(file_) != 0)
         fail(path_);
     posix_fadvise(file_, 0, 0, POSIX_FADV_DONTNEED); // what is read back is to come from the medium
-    std::string digest;
-    CryptoPP::HexEncoder digits(new CryptoPP::StringSink(digest), false);
-    CryptoPP::byte sum[CryptoPP::SHA1::DIGESTSIZE];
-    hash_.Final(sum);
-    digits.Put(sum, sizeof sum);
-    digits.MessageEnd();
-    if (sha1::ofFile(path_) != digest)
+    const std::string digest = digitsOf(hash_);
+    if (sha1Of(path_) != digest)
         throw Failure(path_.string() + ": reads back differently; the medium is damaged");
     return digest;
 }
 
 void checkGzip(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::vector<char> block(0x10000);
+    std::vector<char> block(PIECE);
+    ProgressBar bar("testing", sizeOf(path));
+    std::uint64_t done = 0;
     try {
         do {
             GzipStream stream;
@@ -155,6 +191,7 @@ void checkGzip(const fs::path& path) {
                 in.read(block.data(), static_cast<std::streamsize>(block.size()));
                 stream.Put(reinterpret_cast<CryptoPP::byte*>(block.data()),
                            static_cast<std::size_t>(in.gcount()));
+                bar.show(done += static_cast<std::uint64_t>(in.gcount()));
             }
             stream.MessageEnd();
             in.clear();

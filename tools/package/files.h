@@ -3,8 +3,10 @@
 
 #include <cryptopp/sha.h>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace package {
 
@@ -22,6 +24,12 @@ void requireFile(const std::filesystem::path& path);
 // Of a file, or of all in a directory; of what can't be read, 0.
 std::uint64_t sizeOf(const std::filesystem::path& path);
 std::string shownSize(std::uint64_t bytes); // "1.5 MB"
+
+// Hands on a file, piece by piece. Throws Failure when it can't be read, or the person interrupts.
+void readPieces(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
+// The digest in lower-case digits; with a progress bar for a large file. They throw as readPieces() does.
+std::string sha1Of(const std::filesystem::path& path);
+std::string sha256Of(const std::filesystem::path& path);
 
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);

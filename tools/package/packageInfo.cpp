@@ -1,9 +1,9 @@
 #include "packageInfo.h"
 
 #include "fileType.h"
+#include "files.h"
 #include "jsonWriter.h"
 #include "lib/format.h"
-#include "lib/sha1.h"
 #include "report.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 FileInfo infoOf(const fs::path& path, const std::string& name) {
-    return {name, sizeOf(path), sha1::ofFile(path)};
+    return {name, sizeOf(path), sha1Of(path)};
 }
 
 // As the panel copies them: without hidden names.

@@ -9,7 +9,6 @@
 #include <archive_entry.h>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <sys/stat.h>
 
@@ -85,7 +84,7 @@ std::string objection(archive_entry* entry) {
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
 
-void copyData(archive* from, archive* to, Bulk& bulk) {
+void copyData(archive* from, archive* to, Bulk& bulk, ProgressBar& bar) {
     const void* block = nullptr;
     std::size_t size = 0;
     la_int64_t offset = 0;
@@ -97,12 +96,14 @@ void copyData(archive* from, archive* to, Bulk& bulk) {
             throw Failure(bulk.text());
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
             throw Failure("unpacking: " + errorOf(to));
+        bar.show(static_cast<std::uint64_t>(archive_filter_bytes(from, -1)));
     }
     if (status != ARCHIVE_EOF)
         throw Failure(""); // the caller reports what the archive says
 }
 
-void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory, Bulk& bulk) {
+void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory, Bulk& bulk,
+                 ProgressBar& bar) {
     const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
     archive_entry_set_perm(entry, (archive_entry_perm(entry) & 0777) | (isDirectory ? 0700 : 0600));
     const std::string target = (directory / nameOf(entry)).string();
@@ -112,7 +113,7 @@ void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::pat
     if (archive_write_header(disk, entry) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
     if (archive_entry_size(entry) > 0)
-        copyData(in, disk, bulk);
+        copyData(in, disk, bulk, bar);
     if (archive_write_finish_entry(disk) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
 }
@@ -175,14 +176,7 @@ private:
         }
     }
     void addFile(const fs::path& source) {
-        std::ifstream in(source, std::ios::binary);
-        std::string block(BLOCK, '\0');
-        while (in) {
-            in.read(block.data(), BLOCK);
-            write(block.data(), static_cast<std::size_t>(in.gcount()));
-        }
-        if (!in.eof())
-            throw Failure(source.string() + ": " + std::strerror(errno));
+        readPieces(source, [this](std::string_view piece) { write(piece.data(), piece.size()); });
     }
     void write(const char* data, std::size_t size) {
         checkInterrupted();
@@ -227,8 +221,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
             continue;
         }
         try {
-            unpackEntry(in.get(), entry, disk.get(), directory, bulk);
-            bar.show(static_cast<std::uint64_t>(archive_filter_bytes(in.get(), -1)));
+            unpackEntry(in.get(), entry, disk.get(), directory, bulk, bar);
         } catch (const Failure&) {
             checkInterrupted();
             if (bulk.isBomb()) {
