@@ -165,10 +165,10 @@ const Machine* findMachine(const std::string& name) {
     return found == std::end(MACHINES) ? nullptr : &*found;
 }
 
-std::string machineNames() {
-    std::string names;
+std::vector<std::string> machineNames() {
+    std::vector<std::string> names;
     for (const Machine& each : MACHINES)
-        names += (names.empty() ? "" : ", ") + std::string(each.name);
+        names.push_back(each.name);
     return names;
 }
 

@@ -136,18 +136,6 @@ bool isRemark(const JsonValue& key) {
     return key.text == "$schema" || key.text == "$comment";
 }
 
-bool isKind(const std::string& id) {
-    return std::any_of(std::begin(kinds::ALL), std::end(kinds::ALL),
-                       [&](const Kind* each) { return each->id == id; });
-}
-
-std::vector<std::string> kindNames() {
-    std::vector<std::string> names;
-    for (const Kind* each : kinds::ALL)
-        names.push_back(each->id);
-    return names;
-}
-
 void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, Reader& reader) {
     if (!list.isArray())
         reader.report(kinds::allowForm, list, "\"allow\" is no list");
@@ -163,10 +151,8 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
              : key.text == "file"  ? allowance.file
                                    : allowance.reason) = field.text;
         }
-        if (!isKind(allowance.id))
-            reader.report(kinds::allowForm, each,
-                          "there is no finding \"" + allowance.id + "\"" +
-                              commandLine::suggest(allowance.id, kindNames()));
+        if (const std::string objection = objectionToKind(allowance.id); !objection.empty())
+            reader.report(kinds::allowForm, each, objection);
         else if (allowance.reason.empty())
             reader.report(kinds::allowForm, each, "no \"reason\"");
         else if (allowances != nullptr)

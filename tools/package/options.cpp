@@ -2,7 +2,6 @@
 
 #include "commandLine/suggest.h"
 #include "fileType.h"
-#include "findingKinds.h"
 #include "version.h"
 
 #include <algorithm>
@@ -71,15 +70,11 @@ void readProcessors(Options& options) {
 
 // "NAME" or "NAME=FILE".
 void readAllowances(Options& options) {
-    std::vector<std::string> names;
-    for (const Kind* each : kinds::ALL)
-        names.push_back(each->id);
     for (const std::string& text : options.allow) {
         const std::size_t equals = text.find('=');
         const std::string name = text.substr(0, equals);
-        if (std::find(names.begin(), names.end(), name) == names.end())
-            throw CLI::ValidationError("--allow", "there is no finding \"" + name + "\"" +
-                                                      commandLine::suggest(name, names));
+        if (const std::string objection = objectionToKind(name); !objection.empty())
+            throw CLI::ValidationError("--allow", objection);
         options.rules.allowances.push_back(
             {name, equals == text.npos ? "" : text.substr(equals + 1), "allowed on the command line"});
     }
@@ -90,16 +85,19 @@ void addFormat(CLI::App& command, Options& options) {
     static const std::map<std::string, Format> FORMATS = {
         {"text", Format::Text}, {"json", Format::Json}, {"sarif", Format::Sarif}, {"github", Format::Github}};
     command
-        .add_option("--format", options.format,
-                    "text, json, sarif (for code reviews) or github (for its actions)")
-        ->transform(CLI::CheckedTransformer(FORMATS));
+        .add_option_function<std::string>(
+            "--format", [&options](const std::string& name) { options.format = FORMATS.at(name); },
+            "how findings are told: sarif is for code reviews, github for its actions")
+        ->check(CLI::IsMember(&FORMATS));
     command.add_flag("--json", options.json, "for programs: --format json");
     command.add_flag("--strict", options.strict, "warnings count as errors");
 }
 
 void addRules(CLI::App& command, Options& options) {
-    command.add_option("--arch", options.machine,
-                       "machine that programs must be for (armhf): " + machineNames() + ", any");
+    std::vector<std::string> machines = machineNames();
+    machines.push_back("any");
+    command.add_option("--arch", options.machine, "machine that programs must be for (armhf)")
+        ->check(CLI::IsMember(machines));
     command.add_option("--kernel", options.kernel, "\"any\": take any file for a kernel")
         ->check(CLI::IsMember({"any", "arm"}));
     command
@@ -273,9 +271,6 @@ void complete(Options& options) {
     options.format = options.json ? Format::Json : options.format;
     options.rules.anyKernel = options.kernel == "any";
     options.rules.machine = findMachine(options.machine);
-    if (options.rules.machine == nullptr && options.machine != "any")
-        throw CLI::ValidationError("--arch",
-                                   "\"" + options.machine + "\" is none of " + machineNames() + ", any");
 }
 
 } // namespace package

@@ -26,7 +26,8 @@ void ProgressBar::show(std::uint64_t done) {
         return;
     percent_ = percent;
     const std::string bar(percent * WIDTH / 100, '#');
-    std::fprintf(stderr, "\r%s [%-*s] %3u %%\033[K", title_.c_str(), static_cast<int>(WIDTH), bar.c_str(), percent);
+    std::fprintf(stderr, "\r%s [%-*s] %3u %%\033[K", title_.c_str(), static_cast<int>(WIDTH), bar.c_str(),
+                 percent);
 }
 
 } // namespace package
