@@ -212,14 +212,14 @@ void addWords(std::vector<std::string>& line, const std::string& key, const rapi
 }
 
 // What only simulated modules have stands in an object of its own, and counts behind the rest.
-void addWords(std::vector<std::string>& line, const rapidjson::Value& module) {
+void addObject(std::vector<std::string>& line, const rapidjson::Value& module, const std::string& place) {
     if (!module.IsObject())
-        throw std::invalid_argument(line[0] + " is no object");
+        throw std::runtime_error(place + ": no object");
     for (const auto& [key, value] : module.GetObject())
         if (key != "$comment" && key != "simulation")
             addWords(line, key.GetString(), value);
     if (module.HasMember("simulation"))
-        addWords(line, module["simulation"]);
+        addObject(line, module["simulation"], place);
 }
 
 std::vector<ModuleConfig> readJson(const std::string& text, const std::string& file) {
@@ -236,8 +236,9 @@ std::vector<ModuleConfig> readJson(const std::string& text, const std::string& f
         if (name == "$schema" || name == "$comment")
             continue;
         std::vector<std::string> line{name.GetString()};
-        addWords(line, module);
-        addModule(modules, line, file + ": " + line[0]);
+        const std::string place = file + ": " + line[0];
+        addObject(line, module, place);
+        addModule(modules, line, place);
     }
     return modules;
 }

@@ -131,6 +131,8 @@ Modules readLines(const std::filesystem::path& path) {
         const modules::ROW* row = rowOf(name);
         if (row == nullptr)
             fail(unknownModule(name));
+        if (modules.contains(name))
+            fail("\"" + name + "\" a second time");
         Module module = newModule(*row);
         for (std::string word; words >> word;) {
             const std::size_t equals = word.find('=');
@@ -173,6 +175,8 @@ Modules readModules(const std::filesystem::path& path) {
         const modules::ROW* row = rowOf(name);
         if (row == nullptr)
             file.fail(key.position, unknownModule(name));
+        if (modules.contains(name))
+            file.fail(key.position, "\"" + name + "\" a second time");
         if (!body.isObject())
             file.fail(body.position, "\"" + name + "\" is no object");
         Module module = newModule(*row);
