@@ -53,6 +53,7 @@ Status build(const Options& options) {
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
+        std::fflush(stdout); // that comes first
         std::fputs("keldra-package: nothing was built (--force builds what only the checks refuse)\n",
                    stderr);
         return Status::Bad;
