@@ -1,16 +1,14 @@
 #include "build.h"
 
 #include "digest.h"
-#include "lib/durable.h"
 #include "lib/sha1.h"
 #include "package.h"
+#include "platform.h"
 #include "progress.h"
 #include "signing.h"
 #include "tarball.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <map>
 
 namespace package {
@@ -154,8 +152,7 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     files.finish();
     if (options.key.empty())
         fs::remove(signature); // of another archive
-    if (!durable::flush(options.target))
-        throw Failure(options.target.string() + ": " + std::strerror(errno));
+    platform::forceDirectory(options.target);
     return true;
 }
 

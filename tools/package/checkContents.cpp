@@ -145,7 +145,8 @@ void ContentCheck::checkUpdater(const Entry& entry) {
         findings_.add(kinds::updaterName, entry.filePlace,
                       "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
     const std::string program = isTree ? entry.file + "/" + UPDATER_NAME : entry.file;
-    if (fs::is_regular_file(package_.root() / program, broken) && isReadable(package_.root() / program))
+    if (fs::is_regular_file(package_.root() / program, broken) &&
+        platform::isReadable(package_.root() / program))
         checkUpdaterFile(package_.root() / program, program, findings_);
 }
 
@@ -155,7 +156,7 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
     std::error_code broken;
     if (!fs::exists(path, broken)) {
         findings_.add(kinds::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
-    } else if (!isReadable(path)) {
+    } else if (!platform::isReadable(path)) {
         findings_.add(kinds::fileUnreadable, {entry.file}, "it can't be read");
     } else if (fs::is_directory(path) && takesTree) {
         if (fs::is_empty(path))
@@ -196,7 +197,7 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
 }
 
 void ContentCheck::checkTree(const fs::path& directory) {
-    if (!isReadable(directory)) {
+    if (!platform::isReadable(directory)) {
         findings_.add(kinds::fileUnreadable, {nameOf(directory)}, "it can't be read");
         return;
     }
@@ -213,7 +214,7 @@ void ContentCheck::checkTree(const fs::path& directory) {
             checkTree(path);
         else if (!fs::is_regular_file(path))
             findings_.add(kinds::fileKind, {nameOf(path)}, "no regular file");
-        else if (!isReadable(path))
+        else if (!platform::isReadable(path))
             findings_.add(kinds::fileUnreadable, {nameOf(path)}, "it can't be read");
         else
             checkProgram(path);

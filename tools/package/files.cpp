@@ -4,16 +4,11 @@
 #include "lib/format.h"
 #include "progress.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cryptopp/gzip.h>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <unistd.h>
 #include <vector>
 
 namespace package {
@@ -24,8 +19,6 @@ namespace {
 
 constexpr std::streamsize PIECE = 0x10000;
 constexpr std::uint64_t LARGEST_TEXT = 16'000'000;
-
-volatile std::sig_atomic_t interrupted = 0;
 
 [[noreturn]] void fail(const fs::path& path) {
     throw Failure(path.string() + ": " + std::strerror(errno));
@@ -68,14 +61,10 @@ std::string digestOf(const fs::path& path, CryptoPP::HashTransformation& hash) {
 
 } // namespace
 
-bool isReadable(const fs::path& path) {
-    return access(path.c_str(), fs::is_directory(path) ? R_OK | X_OK : R_OK) == 0;
-}
-
 void requireFile(const fs::path& path) {
     if (!fs::is_regular_file(path))
         throw Failure(path.string() + ": no regular file");
-    if (!isReadable(path))
+    if (!platform::isReadable(path))
         throw Failure(path.string() + ": can't be read");
 }
 
@@ -145,32 +134,13 @@ void writeFile(const fs::path& path, const std::string& content) {
         fail(path);
 }
 
-SafeFile::SafeFile(const fs::path& path)
-    : path_(path), file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
-    if (file_ < 0)
-        fail(path_);
-}
-
-SafeFile::~SafeFile() {
-    close(file_);
-}
-
 void SafeFile::write(const void* data, std::size_t size) {
-    const auto* rest = static_cast<const CryptoPP::byte*>(data);
-    hash_.Update(rest, size);
-    while (size > 0) {
-        const ssize_t written = ::write(file_, rest, size);
-        if (written < 0 && errno != EINTR)
-            fail(path_);
-        rest += std::max<ssize_t>(written, 0);
-        size -= static_cast<std::size_t>(std::max<ssize_t>(written, 0));
-    }
+    hash_.Update(static_cast<const CryptoPP::byte*>(data), size);
+    file_.write(data, size);
 }
 
 std::string SafeFile::finish() {
-    if (fsync(file_) != 0)
-        fail(path_);
-    posix_fadvise(file_, 0, 0, POSIX_FADV_DONTNEED); // what is read back is to come from the medium
+    file_.force();
     const std::string digest = digitsOf(hash_);
     if (sha1Of(path_) != digest)
         throw Failure(path_.string() + ": reads back differently; the medium is damaged");
@@ -204,24 +174,9 @@ void checkGzip(const fs::path& path) {
     }
 }
 
-void watchInterrupts() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { interrupted = 1; };
-    action.sa_flags = SA_RESETHAND; // a second one ends the program at once
-    for (const int each : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(each, &action, nullptr);
-}
-
 void checkInterrupted() {
-    if (interrupted != 0)
+    if (platform::isInterrupted())
         throw Failure("interrupted");
-}
-
-TemporaryDirectory::TemporaryDirectory() {
-    std::string pattern = (fs::temp_directory_path() / "keldra-package.XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr)
-        fail(pattern);
-    path_ = pattern;
 }
 
 TemporaryDirectory::~TemporaryDirectory() {

@@ -1,22 +1,16 @@
 // File access of the tool. Failures throw Failure, whose text is for the person at the keyboard.
 #pragma once
 
+#include "failure.h"
+#include "platform.h"
+
 #include <cryptopp/sha.h>
 #include <filesystem>
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace package {
-
-// The work can't be done: nothing to do with the quality of a package.
-class Failure : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-bool isReadable(const std::filesystem::path& path); // a directory: its names and what they stand for
 
 // Throws Failure for anything that reading would not end of.
 void requireFile(const std::filesystem::path& path);
@@ -37,10 +31,7 @@ void writeFile(const std::filesystem::path& path, const std::string& content);
 // A file that is sure to be on its medium: written, forced there and read back.
 class SafeFile {
 public:
-    explicit SafeFile(const std::filesystem::path& path);
-    ~SafeFile();
-    SafeFile(const SafeFile&) = delete;
-    SafeFile& operator=(const SafeFile&) = delete;
+    explicit SafeFile(const std::filesystem::path& path) : path_(path), file_(path) {}
 
     void write(const void* data, std::size_t size);
     // The SHA-1 of what was written. Throws Failure when something else is read back.
@@ -48,21 +39,20 @@ public:
 
 private:
     const std::filesystem::path path_;
-    const int file_;
+    platform::Output file_;
     CryptoPP::SHA1 hash_;
 };
 
 // Throws Failure when the file is not compressed by gzip from its start to its end, without damage.
 void checkGzip(const std::filesystem::path& path);
 
-// From then on, a signal to end the program is noticed by the next checkInterrupted(), which throws Failure.
-void watchInterrupts();
+// Throws Failure when the person wants the program to end.
 void checkInterrupted();
 
 // A directory that lives as long as this object.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory();
+    TemporaryDirectory() = default;
     ~TemporaryDirectory();
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
@@ -70,7 +60,7 @@ public:
     const std::filesystem::path& path() const { return path_; }
 
 private:
-    std::filesystem::path path_;
+    const std::filesystem::path path_ = platform::makeTemporaryDirectory();
 };
 
 } // namespace package

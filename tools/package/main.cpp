@@ -10,6 +10,7 @@
 #include "options.h"
 #include "packageInfo.h"
 #include "plan.h"
+#include "platform.h"
 #include "report.h"
 #include "show.h"
 #include "signing.h"
@@ -20,7 +21,6 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <unistd.h>
 
 namespace {
 
@@ -32,7 +32,7 @@ void print(const std::string& text) {
 }
 
 bool isColoured() {
-    return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+    return platform::isTerminal(platform::Stream::Output) && std::getenv("NO_COLOR") == nullptr;
 }
 
 // A choice that nothing in the package is checked with is a mistake.
@@ -256,7 +256,7 @@ int main(int argc, char** argv) {
     declare(app, options);
     return commandLine::run(app, argc, argv, static_cast<int>(Status::Failed), [&] {
         complete(options);
-        watchInterrupts();
+        platform::watchInterrupts();
         return static_cast<int>(run(options, app));
     });
 }

@@ -25,7 +25,7 @@ FileInfo infoOf(const fs::path& path, const std::string& name) {
 void addFiles(const fs::path& path, const std::string& name, std::vector<FileInfo>& files) {
     std::error_code broken;
     if (!fs::is_directory(path, broken)) {
-        if (fs::is_regular_file(path, broken) && isReadable(path))
+        if (fs::is_regular_file(path, broken) && platform::isReadable(path))
             files.push_back(infoOf(path, name));
         return;
     }

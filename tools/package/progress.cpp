@@ -1,7 +1,8 @@
 #include "progress.h"
 
+#include "platform.h"
+
 #include <cstdio>
-#include <unistd.h>
 
 namespace package {
 
@@ -13,7 +14,9 @@ constexpr std::uint64_t LARGE = 4'000'000; // what nobody waits for needs none
 } // namespace
 
 ProgressBar::ProgressBar(const std::string& title, std::uint64_t total)
-    : title_(title), total_(total), visible_(total >= LARGE && isatty(STDERR_FILENO) != 0) {}
+    : title_(title),
+      total_(total),
+      visible_(total >= LARGE && platform::isTerminal(platform::Stream::Errors)) {}
 
 ProgressBar::~ProgressBar() {
     if (visible_)

@@ -7,10 +7,8 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <cerrno>
 #include <cstring>
 #include <memory>
-#include <sys/stat.h>
 
 namespace package {
 
@@ -126,21 +124,24 @@ std::string plainName(std::string name) {
 
 // Fills in the entry's type, mode and size; false for what can't be packed.
 bool describe(const Member& member, archive_entry* entry) {
-    struct stat info {};
-    info.st_mode = S_IFREG;
-    info.st_size = static_cast<off_t>(member.text.size());
-    if (!member.source.empty() && stat(member.source.c_str(), &info) != 0)
-        throw Failure(member.source.string() + ": " + std::strerror(errno));
+    const bool isText = member.source.empty();
+    const fs::file_status status =
+        isText ? fs::file_status(fs::file_type::regular, fs::perms()) : fs::status(member.source);
+    if (!fs::exists(status))
+        throw Failure(member.source.string() + ": is gone");
+    const bool isFile = fs::is_regular_file(status);
+    const bool isDirectory = fs::is_directory(status);
     archive_entry_set_pathname(entry, member.name.c_str());
     archive_entry_set_mtime(entry, PACKED_AT, 0);
     archive_entry_set_uid(entry, 0);
     archive_entry_set_gid(entry, 0);
-    const bool executable = S_ISDIR(info.st_mode) || (info.st_mode & S_IXUSR) != 0;
+    const bool executable = isDirectory || (status.permissions() & fs::perms::owner_exec) != fs::perms::none;
     archive_entry_set_perm(entry, executable ? 0755 : 0644);
-    archive_entry_set_filetype(entry, info.st_mode & S_IFMT);
-    if (S_ISREG(info.st_mode))
-        archive_entry_set_size(entry, info.st_size);
-    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
+    archive_entry_set_filetype(entry, isDirectory ? AE_IFDIR : AE_IFREG);
+    if (isFile)
+        archive_entry_set_size(
+            entry, static_cast<la_int64_t>(isText ? member.text.size() : fs::file_size(member.source)));
+    return isFile || isDirectory;
 }
 
 class Packer {
