@@ -31,6 +31,12 @@ void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
 }
 
+// Behind what was printed before.
+void complain(const std::string& text) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "keldra-package: %s\n", text.c_str());
+}
+
 bool isColoured() {
     return platform::isTerminal(platform::Stream::Output) && std::getenv("NO_COLOR") == nullptr;
 }
@@ -53,9 +59,7 @@ Status build(const Options& options) {
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
-        std::fflush(stdout); // that comes first
-        std::fputs("keldra-package: nothing was built (--force builds what only the checks refuse)\n",
-                   stderr);
+        complain("nothing was built (--force builds what only the checks refuse)");
         return Status::Bad;
     }
     if (options.format == Format::Text)
@@ -111,7 +115,7 @@ Status plan(const Options& options) {
     findings.allow(options.rules.allowances);
     if (findings.errors() != 0) { // it is refused as a whole, or read in ways that are not followed here
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
-        std::fputs("keldra-package: no plan for a package with such errors\n", stderr);
+        complain("no plan for a package with such errors");
         return Status::Bad;
     }
     if (package.items().empty())
@@ -168,8 +172,7 @@ Status info(const Options& options) {
     const PackageInfo held = inspect(package, options.rules.processors);
     print(options.json ? infoJson(held) : infoText(held));
     if (findings.errors() != 0)
-        std::fprintf(stderr, "keldra-package: %s; keldra-package check tells more\n",
-                     counts(findings).c_str());
+        complain(counts(findings) + "; keldra-package check tells more");
     return verdict(findings, false);
 }
 
