@@ -1,6 +1,7 @@
 #include "stickEvidence.h"
 
 #include "../lib/childProcess.h"
+#include "../lib/durable.h"
 #include "../lib/format.h"
 #include "../lib/functs.h"
 #include "coreState.h"
@@ -39,9 +40,11 @@ constexpr int MOST_ENTRIES = 1000; ///< of the stick's folder that are looked at
 // What a copy consists of; in each group, what is worth most comes first.
 constexpr const char* MADE[] = {"state.txt", "vx3.cfg", "kernel.txt"};
 constexpr const char* LATEST = "update.log.latest"; ///< the log of this run, which is not saved yet
+constexpr const char* SEEN = "modules.txt";
 constexpr const char* RECORDS[] = {"system.manifest", "unfinished.modules"};
-constexpr const char* LOGS[] = {"crash.dump",   "update.log",   "update.log.0", "bus.trace",   "update.log.1",
-                                "update.log.2", "update.log.3", "update.log.4", "bus.trace.0", "bus.trace.1"};
+constexpr const char* LOGS[] = {SEEN,           "crash.dump",   "update.log",   "update.log.0",
+                                "bus.trace",    "update.log.1", "update.log.2", "update.log.3",
+                                "update.log.4", "bus.trace.0",  "bus.trace.1"};
 
 /** A descriptor that is closed with the block it stands in. */
 class opened {
@@ -176,15 +179,27 @@ std::string kernelMessages() {
     return text;
 }
 
-/** Without what might be a secret: none is asked for today, but a key that is called so stays here. */
+bool isSecret(std::string name) {
+    functs().strCase(name, false);
+    const auto names = [&name](const char* part) { return name.find(part) != std::string::npos; };
+    return names("key") || names("secret") || names("pass");
+}
+
+/** The settings, without what might be a secret: none is asked for today. A value may go on in a next line.
+ */
 std::string withoutSecrets(const std::string& configuration) {
     std::istringstream lines(configuration);
     std::string kept;
-    for (std::string line; std::getline(lines, line);) {
-        std::string name = line.substr(0, line.find('='));
-        functs().strCase(name, false);
-        const auto names = [&name](const char* part) { return name.find(part) != std::string::npos; };
-        kept += names("key") || names("secret") || names("pass") ? "# left out\n" : line + "\n";
+    bool leavesOut = false;
+    for (std::string line; std::getline(lines, line) && line.find("EndConfigFile") == line.npos;) {
+        const std::string setting = line.substr(0, line.find('#'));
+        const std::size_t equals = setting.find('=');
+        if (equals != setting.npos) {
+            leavesOut = isSecret(setting.substr(0, equals));
+            kept += leavesOut ? setting.substr(0, equals) + "= (left out)\n" : setting + "\n";
+        } else if (!leavesOut && setting.find_first_not_of(" \t\r") != setting.npos) {
+            kept += setting + "\n";
+        }
     }
     return kept;
 }
@@ -252,14 +267,24 @@ std::string stickEvidence::panelName() const {
 }
 
 std::string stickEvidence::stateOfPanel() const {
-    std::string text = "updater " KELDRA_VERSION "\n" + freeSpaceOf("/") + freeSpaceOf("/keldra");
+    const std::string version = "updater " KELDRA_VERSION "\n";
+    return version + freeSpaceOf("/") + freeSpaceOf("/keldra") + stateOfModules();
+}
+
+std::string stickEvidence::stateOfModules() const {
+    const auto known = [](const std::string& text) { return text.empty() ? "unknown" : text; };
+    std::string text;
     for (const modules::ROW& row : modules::VISITED) {
         const coreState::MODULE& module = core->module(row);
-        text += std::string(row.shown) + ": " + (module.available ? "there" : "not there") +
-                (module.lostCom ? ", lost" : "") + ", version " + module.base.swVersion + ", serial " +
-                module.serial + "\n";
+        text += std::string(row.shown) + ": " + (module.available ? "reported there" : "not reported") +
+                (module.lostCom ? ", lost" : "") + ", version " + known(module.base.swVersion) + ", serial " +
+                known(module.serial) + "\n";
     }
     return text;
+}
+
+void stickEvidence::noteModules() const {
+    durable::replaceFile(core->rootPath + "/logs/" + SEEN, timeText() + "\n" + stateOfModules());
 }
 
 void stickEvidence::copy() const {

@@ -19,10 +19,14 @@ public:
 
     /** Blocks until it is done, for 5 s at most; less when the core is canceled. Loader thread. */
     void copy() const;
+    /** Keeps the modules' versions as a run has found them, for a copy behind the next start. Update thread.
+     */
+    void noteModules() const;
 
 private:
     std::string panelName() const;
     std::string stateOfPanel() const;
+    std::string stateOfModules() const;
 
     coreState* core;
 };
