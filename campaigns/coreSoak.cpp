@@ -76,17 +76,17 @@ public:
             "cd " + CONTENT +
             " && sha1sum update.manifest >update.manifest.sha && tar -czf /mnt/usb/keldra_update.tgz ."
             " && cd /mnt/usb && sha1sum keldra_update.tgz >keldra_update.tgz.sha");
-        bus = std::make_unique<panel::SimulatedBus>(simulator, inventory);
+        bus_ = std::make_unique<panel::SimulatedBus>(simulator, inventory);
     }
     Surroundings(const Surroundings&) = delete;
     Surroundings& operator=(const Surroundings&) = delete;
     ~Surroundings() {
-        bus.reset();
+        bus_.reset();
         panel::succeeds("rm -rf /tmp/content /keldra/tmp/* /keldra/config/* /usr/bin/K+Updater");
     }
 
 private:
-    std::unique_ptr<panel::SimulatedBus> bus;
+    std::unique_ptr<panel::SimulatedBus> bus_;
 };
 
 /**
@@ -133,8 +133,8 @@ public:
     shared<bool> restart{false};
 
 private:
-    template <class SENDER, class SIGNAL, class HANDLER>
-    void listen(SENDER* sender, SIGNAL signal, HANDLER handler) {
+    template <class Sender, class Signal, class Handler>
+    void listen(Sender* sender, Signal signal, Handler handler) {
         QObject::connect(sender, signal, sender, handler, Qt::DirectConnection);
     }
 };
@@ -164,14 +164,14 @@ void updateCompletely(const std::string& simulator, const std::string& controlKi
             "a fault in the log");
 }
 
-struct USAGE {
+struct Usage {
     long memory = 0; ///< KiB that are resident
     long descriptors = 0;
     long threads = 0;
 };
 
-USAGE usage() {
-    USAGE now;
+Usage usage() {
+    Usage now;
     std::ifstream status("/proc/self/status");
     for (std::string word; status >> word;) {
         if (word == "VmRSS:") {
@@ -193,7 +193,7 @@ void cancelOften(const std::string& simulator, int rounds) {
     panel::put("/keldra/config/system.manifest", R"({"updater":"2"})");
     Panel panel;
     const int settled = rounds / 10;
-    USAGE before;
+    Usage before;
     for (int n = 0; n < rounds; ++n) {
         panel.load(false);
         panel.start();
@@ -206,7 +206,7 @@ void cancelOften(const std::string& simulator, int rounds) {
             std::ofstream("/tmp/update.log"); // it grows as long as the program runs
         }
     }
-    const USAGE after = usage();
+    const Usage after = usage();
     std::fprintf(stderr, "%d rounds: memory %ld -> %ld KiB, descriptors %ld -> %ld, threads %ld -> %ld\n",
                  rounds, before.memory, after.memory, before.descriptors, after.descriptors, before.threads,
                  after.threads);

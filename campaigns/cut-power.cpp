@@ -30,47 +30,47 @@ constexpr int CUT = 99;
  * Where a call says which file it means: by descriptor or by path, in the first argument or behind a
  * directory; or, where the first path is what a new symbolic link contains, behind that.
  */
-enum class FILE_IN { DESCRIPTOR, PATH, DIRECTORY_AND_PATH, SECOND_PATH, DIRECTORY_AND_SECOND_PATH };
+enum class FileIn { Descriptor, Path, DirectoryAndPath, SecondPath, DirectoryAndSecondPath };
 
-struct CALL {
+struct Call {
     long number;
     const char* name;
-    FILE_IN file;
+    FileIn file;
     int flags = -1; ///< index of the argument with the flags of an open
 };
 
-constexpr CALL CALLS[] = {
-    {SYS_write, "write", FILE_IN::DESCRIPTOR},
-    {SYS_writev, "writev", FILE_IN::DESCRIPTOR},
-    {SYS_pwrite64, "pwrite64", FILE_IN::DESCRIPTOR},
-    {SYS_sendfile, "sendfile", FILE_IN::DESCRIPTOR},
+constexpr Call CALLS[] = {
+    {SYS_write, "write", FileIn::Descriptor},
+    {SYS_writev, "writev", FileIn::Descriptor},
+    {SYS_pwrite64, "pwrite64", FileIn::Descriptor},
+    {SYS_sendfile, "sendfile", FileIn::Descriptor},
     {SYS_copy_file_range, "copy_file_range",
-     FILE_IN::DESCRIPTOR}, // its first file is read, but lies near the other
-    {SYS_ftruncate, "ftruncate", FILE_IN::DESCRIPTOR},
-    {SYS_fallocate, "fallocate", FILE_IN::DESCRIPTOR},
-    {SYS_fchmod, "fchmod", FILE_IN::DESCRIPTOR},
-    {SYS_fchown, "fchown", FILE_IN::DESCRIPTOR},
-    {SYS_openat, "openat", FILE_IN::DIRECTORY_AND_PATH, 2},
-    {SYS_mkdirat, "mkdirat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_unlinkat, "unlinkat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_renameat, "renameat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_renameat2, "renameat2", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_symlinkat, "symlinkat", FILE_IN::DIRECTORY_AND_SECOND_PATH},
-    {SYS_linkat, "linkat", FILE_IN::DIRECTORY_AND_PATH}, // the file, which is near its new name
-    {SYS_fchmodat, "fchmodat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_fchownat, "fchownat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_utimensat, "utimensat", FILE_IN::DIRECTORY_AND_PATH}, // of a descriptor when there is no path
-    {SYS_truncate, "truncate", FILE_IN::PATH},
+     FileIn::Descriptor}, // its first file is read, but lies near the other
+    {SYS_ftruncate, "ftruncate", FileIn::Descriptor},
+    {SYS_fallocate, "fallocate", FileIn::Descriptor},
+    {SYS_fchmod, "fchmod", FileIn::Descriptor},
+    {SYS_fchown, "fchown", FileIn::Descriptor},
+    {SYS_openat, "openat", FileIn::DirectoryAndPath, 2},
+    {SYS_mkdirat, "mkdirat", FileIn::DirectoryAndPath},
+    {SYS_unlinkat, "unlinkat", FileIn::DirectoryAndPath},
+    {SYS_renameat, "renameat", FileIn::DirectoryAndPath},
+    {SYS_renameat2, "renameat2", FileIn::DirectoryAndPath},
+    {SYS_symlinkat, "symlinkat", FileIn::DirectoryAndSecondPath},
+    {SYS_linkat, "linkat", FileIn::DirectoryAndPath}, // the file, which is near its new name
+    {SYS_fchmodat, "fchmodat", FileIn::DirectoryAndPath},
+    {SYS_fchownat, "fchownat", FileIn::DirectoryAndPath},
+    {SYS_utimensat, "utimensat", FileIn::DirectoryAndPath}, // of a descriptor when there is no path
+    {SYS_truncate, "truncate", FileIn::Path},
 #ifdef SYS_open // the older forms; newer machines have none of them
-    {SYS_open, "open", FILE_IN::PATH, 1},
-    {SYS_creat, "creat", FILE_IN::PATH},
-    {SYS_mkdir, "mkdir", FILE_IN::PATH},
-    {SYS_rmdir, "rmdir", FILE_IN::PATH},
-    {SYS_unlink, "unlink", FILE_IN::PATH},
-    {SYS_symlink, "symlink", FILE_IN::SECOND_PATH},
-    {SYS_link, "link", FILE_IN::PATH},
-    {SYS_rename, "rename", FILE_IN::PATH},
-    {SYS_chmod, "chmod", FILE_IN::PATH},
+    {SYS_open, "open", FileIn::Path, 1},
+    {SYS_creat, "creat", FileIn::Path},
+    {SYS_mkdir, "mkdir", FileIn::Path},
+    {SYS_rmdir, "rmdir", FileIn::Path},
+    {SYS_unlink, "unlink", FileIn::Path},
+    {SYS_symlink, "symlink", FileIn::SecondPath},
+    {SYS_link, "link", FileIn::Path},
+    {SYS_rename, "rename", FileIn::Path},
+    {SYS_chmod, "chmod", FileIn::Path},
 #endif
 };
 
@@ -86,7 +86,7 @@ constexpr const char* BUS[] = {"/dev/ttyKB"};
 /** Lets the kernel stop the calling process and its children at the calls above, and at no other. */
 void stopAtCalls() {
     std::vector<sock_filter> program = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-    for (const CALL& call : CALLS) {
+    for (const Call& call : CALLS) {
         program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(call.number), 0, 1));
         program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE));
     }
@@ -113,20 +113,19 @@ std::string textAt(const std::string& process, std::uint64_t address) {
     return text;
 }
 
-std::string pathOf(pid_t pid, const CALL& call, const std::uint64_t* arguments) {
+std::string pathOf(pid_t pid, const Call& call, const std::uint64_t* arguments) {
     const std::string process = "/proc/" + std::to_string(pid);
-    const bool behindAnother =
-        call.file == FILE_IN::SECOND_PATH || call.file == FILE_IN::DIRECTORY_AND_SECOND_PATH;
+    const bool behindAnother = call.file == FileIn::SecondPath || call.file == FileIn::DirectoryAndSecondPath;
     if (behindAnother) {
         ++arguments;
     }
     const int descriptor = static_cast<int>(arguments[0]);
     const std::string link = process + "/fd/" + std::to_string(descriptor);
-    if (call.file == FILE_IN::DESCRIPTOR) {
+    if (call.file == FileIn::Descriptor) {
         return target(link);
     }
     const bool inDirectory =
-        call.file == FILE_IN::DIRECTORY_AND_PATH || call.file == FILE_IN::DIRECTORY_AND_SECOND_PATH;
+        call.file == FileIn::DirectoryAndPath || call.file == FileIn::DirectoryAndSecondPath;
     std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
     if (path.empty()) {
         return target(link);
@@ -138,41 +137,41 @@ std::string pathOf(pid_t pid, const CALL& call, const std::uint64_t* arguments) 
 }
 
 /** What the command is stopped at. */
-class stop {
+class Stop {
 public:
-    explicit stop(pid_t pid) {
+    explicit Stop(pid_t pid) {
         __ptrace_syscall_info info{};
         if (ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info) <= 0) {
             return; // killed meanwhile
         }
-        for (const CALL& call : CALLS) {
+        for (const Call& call : CALLS) {
             if (call.number == static_cast<long>(info.seccomp.nr)) {
                 const std::uint64_t* arguments = reinterpret_cast<const std::uint64_t*>(&info.seccomp.args);
-                name = call.name;
-                path = pathOf(pid, call, arguments);
-                changes = call.flags < 0 || (arguments[call.flags] & (O_CREAT | O_TRUNC)) != 0;
+                name_ = call.name;
+                path_ = pathOf(pid, call, arguments);
+                changes_ = call.flags < 0 || (arguments[call.flags] & (O_CREAT | O_TRUNC)) != 0;
             }
         }
     }
     bool counts(bool frames) const {
-        return frames ? startsWithOneOf(BUS) : changes && startsWithOneOf(CARD);
+        return frames ? startsWithOneOf(BUS) : changes_ && startsWithOneOf(CARD);
     }
-    std::string text() const { return name + " " + path; }
+    std::string text() const { return name_ + " " + path_; }
 
 private:
     template <std::size_t SIZE>
     bool startsWithOneOf(const char* const (&places)[SIZE]) const {
         for (const char* place : places) {
-            if (path.rfind(place, 0) == 0) {
+            if (path_.rfind(place, 0) == 0) {
                 return true;
             }
         }
         return false;
     }
 
-    std::string name;
-    std::string path;
-    bool changes = false;
+    std::string name_;
+    std::string path_;
+    bool changes_ = false;
 };
 
 pid_t start(const std::vector<std::string>& command) {
@@ -229,7 +228,7 @@ int follow(pid_t command, bool frames, long cutAt, std::ofstream& list) {
             continue;
         }
         if (status >> 16 == PTRACE_EVENT_SECCOMP) {
-            const stop call(pid);
+            const Stop call(pid);
             if (call.counts(frames)) {
                 list << call.text() << std::endl;
                 if (++count == cutAt) {

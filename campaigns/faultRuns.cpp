@@ -90,12 +90,12 @@ int runInside(int argc, char** argv, const Options& options) {
 
 class Campaign {
 public:
-    explicit Campaign(Options requested) : options(std::move(requested)) {
-        cases = options.script.empty() ? std::vector<ScriptCase>(1) : readScript(options.script);
-        for (std::size_t entry = 1; entry <= cases.size(); ++entry) {
+    explicit Campaign(Options requested) : options_(std::move(requested)) {
+        cases_ = options_.script.empty() ? std::vector<ScriptCase>(1) : readScript(options_.script);
+        for (std::size_t entry = 1; entry <= cases_.size(); ++entry) {
             for (std::uint64_t n = 0;
-                 n < options.runs && (options.onlyCase == 0 || options.onlyCase == entry); ++n) {
-                jobs.push_back({options.seed + n, entry});
+                 n < options_.runs && (options_.onlyCase == 0 || options_.onlyCase == entry); ++n) {
+                jobs_.push_back({options_.seed + n, entry});
             }
         }
     }
@@ -103,21 +103,21 @@ public:
     /** The number of runs that ended otherwise than as they may. */
     int execute() {
         std::vector<std::thread> workers;
-        for (unsigned n = 0; n < options.jobs; ++n) {
+        for (unsigned n = 0; n < options_.jobs; ++n) {
             workers.emplace_back([this] {
-                for (std::size_t job = next++; job < jobs.size(); job = next++) {
-                    judge(jobs[job], runInSandbox(jobs[job]));
+                for (std::size_t job = next_++; job < jobs_.size(); job = next_++) {
+                    judge(jobs_[job], runInSandbox(jobs_[job]));
                 }
             });
         }
         for (std::thread& worker : workers) {
             worker.join();
         }
-        std::cout << modeOf(options) << ": " << jobs.size() << " runs\n";
-        for (const auto& [outcome, count] : counts) {
+        std::cout << modeOf(options_) << ": " << jobs_.size() << " runs\n";
+        for (const auto& [outcome, count] : counts_) {
             std::printf("  %-8s %5d\n", outcome.c_str(), count);
         }
-        return bad;
+        return bad_;
     }
 
 private:
@@ -127,22 +127,22 @@ private:
     };
 
     std::string arguments(const Job& job) const {
-        return modeOf(options) + " --seed " + std::to_string(job.seed) +
-               (options.script.empty() ? "" : " --case " + std::to_string(job.entry));
+        return modeOf(options_) + " --seed " + std::to_string(job.seed) +
+               (options_.script.empty() ? "" : " --case " + std::to_string(job.entry));
     }
 
     /** What the run said at last. */
     std::string runInSandbox(const Job& job) const {
         std::string command = std::string(IN_SANDBOX) + " -s " + fs::path(program()).parent_path().string();
         std::string keep;
-        if (!options.keep.empty()) {
-            keep = options.keep + "/" + std::to_string(job.seed) + "-" + std::to_string(job.entry);
+        if (!options_.keep.empty()) {
+            keep = options_.keep + "/" + std::to_string(job.seed) + "-" + std::to_string(job.entry);
             fs::create_directories(keep);
             command += " -s " + keep;
             keep = " --keep " + keep;
         }
-        if (!options.script.empty()) {
-            command += " -s " + fs::path(options.script).parent_path().string();
+        if (!options_.script.empty()) {
+            command += " -s " + fs::path(options_.script).parent_path().string();
         }
         command += " " + program() + " --inside " + arguments(job) + keep + " 2>&1";
         std::FILE* const pipe = popen(command.c_str(), "r");
@@ -166,23 +166,23 @@ private:
             outcome = "crashed";
         }
         const bool isRight =
-            isAmong(options.script.empty() ? RIGHT_IF_DRAWN : cases[job.entry - 1].outcomes, outcome);
-        const std::lock_guard<std::mutex> held(guard);
-        ++counts[outcome];
+            isAmong(options_.script.empty() ? RIGHT_IF_DRAWN : cases_[job.entry - 1].outcomes, outcome);
+        const std::lock_guard<std::mutex> held(guard_);
+        ++counts_[outcome];
         if (!isRight) {
-            ++bad;
+            ++bad_;
             std::cout << said << "  again: " << program() << ' ' << arguments(job)
                       << " --runs 1 --keep /tmp/kept" << std::endl;
         }
     }
 
-    Options options;
-    std::vector<ScriptCase> cases; ///< a single empty one without a script
-    std::vector<Job> jobs;
-    std::atomic<std::size_t> next{0};
-    std::mutex guard; // of the following
-    std::map<std::string, int> counts;
-    int bad = 0;
+    Options options_;
+    std::vector<ScriptCase> cases_; ///< a single empty one without a script
+    std::vector<Job> jobs_;
+    std::atomic<std::size_t> next_{0};
+    std::mutex guard_; // of the following
+    std::map<std::string, int> counts_;
+    int bad_ = 0;
 };
 
 } // namespace

@@ -16,43 +16,43 @@ const char* moduleName(const Kind& kind) {
 
 } // namespace
 
-virtualBus::SETTINGS MatrixRuns::busFor(const Cell& cell, const Firmware& made) const {
-    virtualBus::SETTINGS bus;
+VirtualBus::Settings MatrixRuns::busFor(const Cell& cell, const Firmware& made) const {
+    VirtualBus::Settings bus;
     sim::ModuleConfig module = sim::parseModule(
         sim::words(std::string(moduleName(*cell.kind)) + " kind=" + cell.kind->name + cell.temper()));
     module.flash = made.before;
     bus.modules = {std::move(module)};
-    if (settings.lose > 0) {
-        const std::string share = " share=" + std::to_string(settings.lose);
+    if (settings_.lose > 0) {
+        const std::string share = " share=" + std::to_string(settings_.lose);
         bus.faults = {"lost-request" + share, "lost" + share};
     }
     bus.seed = cell.number + 1;
-    bus.trace = settings.trace;
+    bus.trace = settings_.trace;
     return bus;
 }
 
 MatrixResult MatrixRuns::run(const Cell& cell, Dialogue dialogue) {
     const Kind& kind = *cell.kind;
     const Firmware& made =
-        firmware.get(std::string(kind.name) + "-" + cell.shape->name, kind,
-                     [&](std::mt19937_64& random) { return imageOf(kind, *cell.shape, random); });
-    virtualBus bus(busFor(cell, made));
-    virtualHost host(bus);
-    const virtualBus::clock::time_point start = bus.now();
+        firmware_.get(std::string(kind.name) + "-" + cell.shape->name, kind,
+                      [&](std::mt19937_64& random) { return imageOf(kind, *cell.shape, random); });
+    VirtualBus bus(busFor(cell, made));
+    VirtualHost host(bus);
+    const VirtualBus::clock::time_point start = bus.now();
     const sim::ModuleConfig& module = bus.modules().front()->config();
     const DialogueTarget target{module.address, module.serialBootloader, made.path};
     MatrixResult result;
     try {
-        const bool done = dialogue == Dialogue::PLAIN
-                              ? plainDialogue(host).flash(target)
-                              : panelVisits(host).flash(target) == panelVisits::RESULT::DONE;
+        const bool done = dialogue == Dialogue::Plain
+                              ? PlainDialogue(host).flash(target)
+                              : PanelVisits(host).flash(target) == PanelVisits::Result::Done;
         result.time = bus.now() - start;
         bus.advance(bus.now() + LAST_WORK);
-        result.verdict = !done                                   ? Verdict::REFUSED
-                         : holds(module.flash, kind, made.after) ? Verdict::FLASHED
-                                                                 : Verdict::WRONG;
-    } catch (const virtualBus::endless&) {
-        result.verdict = Verdict::ENDLESS;
+        result.verdict = !done                                   ? Verdict::Refused
+                         : holds(module.flash, kind, made.after) ? Verdict::Flashed
+                                                                 : Verdict::Wrong;
+    } catch (const VirtualBus::Endless&) {
+        result.verdict = Verdict::Endless;
     }
     result.log = std::move(host.logged);
     result.requests = std::move(host.sent);

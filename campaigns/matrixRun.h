@@ -11,18 +11,18 @@
 
 // One dialogue against one module in virtual time, and what came of it.
 
-enum class Dialogue { PLAIN, PANEL };
+enum class Dialogue { Plain, Panel };
 
 enum class Verdict {
-    FLASHED, ///< it says that it is done, and the flash equals the image
-    REFUSED, ///< it says that it failed, or found no module
-    WRONG,   ///< it says that it is done, and the flash differs
-    ENDLESS, ///< it says nothing for longer than any update takes
+    Flashed, ///< it says that it is done, and the flash equals the image
+    Refused, ///< it says that it failed, or found no module
+    Wrong,   ///< it says that it is done, and the flash differs
+    Endless, ///< it says nothing for longer than any update takes
 };
 constexpr std::array<const char*, 4> VERDICTS = {"flashed", "refused", "WRONG", "ENDLESS"};
 
 struct MatrixResult {
-    Verdict verdict = Verdict::REFUSED;
+    Verdict verdict = Verdict::Refused;
     std::chrono::duration<double> time{0};          ///< virtual
     std::vector<std::string> log;                   ///< of the dialogue
     std::vector<busMessages::PROCBUS_MSG> requests; ///< all that it sent
@@ -36,15 +36,15 @@ public:
         std::string trace; ///< "-" for standard output
     };
 
-    explicit MatrixRuns(Settings requested) : settings(std::move(requested)) {}
+    explicit MatrixRuns(Settings requested) : settings_(std::move(requested)) {}
     MatrixRuns(const MatrixRuns&) = delete;
     MatrixRuns& operator=(const MatrixRuns&) = delete;
 
     MatrixResult run(const Cell& cell, Dialogue dialogue);
 
 private:
-    virtualBus::SETTINGS busFor(const Cell& cell, const Firmware& firmware) const;
+    VirtualBus::Settings busFor(const Cell& cell, const Firmware& firmware) const;
 
-    Settings settings;
-    FirmwareStore firmware;
+    Settings settings_;
+    FirmwareStore firmware_;
 };

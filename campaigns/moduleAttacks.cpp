@@ -39,25 +39,25 @@ const std::map<std::string, std::function<Plan(std::uint64_t)>> DRAWN = {
 
 class Campaign {
 public:
-    explicit Campaign(const Options& requested) : options(requested), runs(options.trace ? "-" : "") {}
+    explicit Campaign(const Options& requested) : options_(requested), runs_(options_.trace ? "-" : "") {}
 
     /** False when a run ended otherwise than as it may. */
     bool execute() {
-        for (const std::string& name : options.drawn) {
+        for (const std::string& name : options_.drawn) {
             take("--drawn " + name, RIGHT_IF_DRAWN, "", DRAWN.at(name));
             report(name);
         }
-        for (const std::string& script : options.scripts) {
+        for (const std::string& script : options_.scripts) {
             executeScript(script);
         }
-        return bad == 0;
+        return bad_ == 0;
     }
 
 private:
     void executeScript(const std::string& script) {
         const auto cases = readScript(script);
         for (std::size_t number = 1; number <= cases.size(); ++number) {
-            if (options.onlyCase == 0 || options.onlyCase == number) {
+            if (options_.onlyCase == 0 || options_.onlyCase == number) {
                 const ScriptCase& entry = cases[number - 1];
                 take("--script " + script + " --case " + std::to_string(number), entry.outcomes,
                      entry.kind + "  " + entry.text,
@@ -71,15 +71,15 @@ private:
     void take(const std::string& repeat, const std::string& right, const std::string& about,
               const std::function<Plan(std::uint64_t)>& plan) {
         std::map<Outcome, std::vector<std::uint64_t>> wrong;
-        for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed) {
-            const Outcome outcome = runs.run(plan(seed));
-            ++counts[static_cast<std::size_t>(outcome)];
+        for (std::uint64_t seed = options_.seed; seed < options_.seed + options_.runs; ++seed) {
+            const Outcome outcome = runs_.run(plan(seed));
+            ++counts_[static_cast<std::size_t>(outcome)];
             if (!isAmong(right, nameOf(outcome))) {
                 wrong[outcome].push_back(seed);
             }
         }
         for (const auto& [outcome, seeds] : wrong) {
-            bad += seeds.size();
+            bad_ += seeds.size();
             std::fprintf(results(), "%s in %zu: module-attacks %s --runs 1 --seed %llu --trace: %s\n",
                          nameOf(outcome), seeds.size(), repeat.c_str(),
                          static_cast<unsigned long long>(seeds.front()), about.c_str());
@@ -90,17 +90,17 @@ private:
     void report(const std::string& name) {
         std::fprintf(results(), "%-14s", name.c_str());
         for (std::size_t n = 0; n < OUTCOMES.size(); ++n) {
-            std::fprintf(results(), "%8llu %s", static_cast<unsigned long long>(counts[n]), OUTCOMES[n]);
+            std::fprintf(results(), "%8llu %s", static_cast<unsigned long long>(counts_[n]), OUTCOMES[n]);
         }
         std::fprintf(results(), "\n");
         std::fflush(results());
-        counts = {};
+        counts_ = {};
     }
 
-    const Options& options;
-    AttackRuns runs;
-    std::array<std::uint64_t, OUTCOMES.size()> counts{};
-    std::uint64_t bad = 0;
+    const Options& options_;
+    AttackRuns runs_;
+    std::array<std::uint64_t, OUTCOMES.size()> counts_{};
+    std::uint64_t bad_ = 0;
 };
 
 void declare(CLI::App& app, Options& options) {

@@ -36,22 +36,22 @@ struct Comparison {
     MatrixResult plain;
     MatrixResult panel;
 
-    bool isBetter() const { return panel.verdict == Verdict::FLASHED && plain.verdict != Verdict::FLASHED; }
-    bool isWorse() const { return panel.verdict != Verdict::FLASHED && plain.verdict == Verdict::FLASHED; }
+    bool isBetter() const { return panel.verdict == Verdict::Flashed && plain.verdict != Verdict::Flashed; }
+    bool isWorse() const { return panel.verdict != Verdict::Flashed && plain.verdict == Verdict::Flashed; }
 };
 
 /** What came of the cells of one line of the table. */
 class Tally {
 public:
     void add(const Comparison& result) {
-        ++cells;
-        ++plain[static_cast<std::size_t>(result.plain.verdict)];
-        ++panel[static_cast<std::size_t>(result.panel.verdict)];
-        better += result.isBetter();
-        worse += result.isWorse();
-        if (result.plain.verdict == Verdict::FLASHED && result.panel.verdict == Verdict::FLASHED) {
-            plainTime += result.plain.time;
-            panelTime += result.panel.time;
+        ++cells_;
+        ++plain_[static_cast<std::size_t>(result.plain.verdict)];
+        ++panel_[static_cast<std::size_t>(result.panel.verdict)];
+        better_ += result.isBetter();
+        worse_ += result.isWorse();
+        if (result.plain.verdict == Verdict::Flashed && result.panel.verdict == Verdict::Flashed) {
+            plainTime_ += result.plain.time;
+            panelTime_ += result.panel.time;
         }
     }
 
@@ -60,47 +60,47 @@ public:
                      "ENDLESS", "panel", "WRONG", "ENDLESS", "better", "worse", "time");
     }
     void print(const std::string& name) const {
-        std::fprintf(results(), "%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells,
-                     plain[0], plain[2], plain[3], panel[0], panel[2], panel[3], better, worse,
-                     plainTime.count() > 0 ? panelTime / plainTime : 1.0);
+        std::fprintf(results(), "%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells_,
+                     plain_[0], plain_[2], plain_[3], panel_[0], panel_[2], panel_[3], better_, worse_,
+                     plainTime_.count() > 0 ? panelTime_ / plainTime_ : 1.0);
     }
 
-    bool neverMay() const { return panel[2] + panel[3] > 0; }
-    bool isWorse() const { return worse > 0; }
+    bool neverMay() const { return panel_[2] + panel_[3] > 0; }
+    bool isWorse() const { return worse_ > 0; }
 
 private:
-    int cells = 0;
-    std::array<int, VERDICTS.size()> plain{}; ///< by verdict
-    std::array<int, VERDICTS.size()> panel{};
-    int better = 0;
-    int worse = 0;
-    std::chrono::duration<double> plainTime{0}; ///< where both flashed
-    std::chrono::duration<double> panelTime{0};
+    int cells_ = 0;
+    std::array<int, VERDICTS.size()> plain_{}; ///< by verdict
+    std::array<int, VERDICTS.size()> panel_{};
+    int better_ = 0;
+    int worse_ = 0;
+    std::chrono::duration<double> plainTime_{0}; ///< where both flashed
+    std::chrono::duration<double> panelTime_{0};
 };
 
 class Campaign {
 public:
     explicit Campaign(const Options& requested)
-        : options(requested), cells(options.seed, options.together), runs(options.runs) {}
+        : options_(requested), cells_(options_.seed, options_.together), runs_(options_.runs) {}
 
     int execute() {
-        for (std::size_t number = 0; number < cells.singles(); number += options.stride) {
-            take(cells.at(number));
+        for (std::size_t number = 0; number < cells_.singles(); number += options_.stride) {
+            take(cells_.at(number));
         }
-        for (std::size_t n = 0; n < options.drawn; ++n) {
-            take(cells.at(cells.singles() + n));
+        for (std::size_t n = 0; n < options_.drawn; ++n) {
+            take(cells_.at(cells_.singles() + n));
         }
         printTable();
-        return all.neverMay() || (all.isWorse() && options.runs.lose == 0);
+        return all_.neverMay() || (all_.isWorse() && options_.runs.lose == 0);
     }
 
 private:
     void take(const Cell& cell) {
-        const Comparison result{runs.run(cell, Dialogue::PLAIN), runs.run(cell, Dialogue::PANEL)};
-        all.add(result);
-        byKind[cell.kind->name].add(result);
+        const Comparison result{runs_.run(cell, Dialogue::Plain), runs_.run(cell, Dialogue::Panel)};
+        all_.add(result);
+        byKind_[cell.kind->name].add(result);
         for (const Cell::Trait& trait : cell.traits) {
-            byDimension[trait.dimension->name].add(result);
+            byDimension_[trait.dimension->name].add(result);
         }
         if (isListed(result)) {
             list(cell, result);
@@ -111,21 +111,21 @@ private:
         const std::pair<const char*, bool> properties[] = {
             {"better", result.isBetter()},
             {"worse", result.isWorse()},
-            {"wrong", result.panel.verdict == Verdict::WRONG},
-            {"endless", result.panel.verdict == Verdict::ENDLESS},
-            {"plain-wrong", result.plain.verdict == Verdict::WRONG},
-            {"plain-endless", result.plain.verdict == Verdict::ENDLESS},
+            {"wrong", result.panel.verdict == Verdict::Wrong},
+            {"endless", result.panel.verdict == Verdict::Endless},
+            {"plain-wrong", result.plain.verdict == Verdict::Wrong},
+            {"plain-endless", result.plain.verdict == Verdict::Endless},
         };
         return std::any_of(std::begin(properties), std::end(properties), [this](const auto& property) {
             return property.second &&
-                   std::count(options.lists.begin(), options.lists.end(), property.first) > 0;
+                   std::count(options_.lists.begin(), options_.lists.end(), property.first) > 0;
         });
     }
 
     void list(const Cell& cell, const Comparison& result) const {
         const auto& log = result.panel.log;
         std::fprintf(results(), "--seed %llu --together %u --cell %zu: %s: plain %s, panel %s%s\n",
-                     static_cast<unsigned long long>(options.seed), options.together, cell.number,
+                     static_cast<unsigned long long>(options_.seed), options_.together, cell.number,
                      cell.text().c_str(), VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
                      VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
                      log.empty() ? "" : (": " + log.back()).c_str());
@@ -133,8 +133,8 @@ private:
 
     void printTable() const {
         Tally::printTitle();
-        all.print("all");
-        for (const auto* group : {&byKind, &byDimension}) {
+        all_.print("all");
+        for (const auto* group : {&byKind_, &byDimension_}) {
             std::fprintf(results(), "\n");
             for (const auto& [name, tally] : *group) {
                 tally.print(name);
@@ -142,12 +142,12 @@ private:
         }
     }
 
-    const Options& options;
-    MatrixCells cells;
-    MatrixRuns runs;
-    Tally all;
-    std::map<std::string, Tally> byKind;
-    std::map<std::string, Tally> byDimension; ///< a cell stands at each of its own
+    const Options& options_;
+    MatrixCells cells_;
+    MatrixRuns runs_;
+    Tally all_;
+    std::map<std::string, Tally> byKind_;
+    std::map<std::string, Tally> byDimension_; ///< a cell stands at each of its own
 };
 
 /** One cell again. */
@@ -155,8 +155,8 @@ int repeat(const Options& options) {
     const Cell cell = MatrixCells(options.seed, options.together).at(*options.cell);
     MatrixRuns runs(options.runs);
     std::fprintf(results(), "%s\n", cell.text().c_str());
-    for (const Dialogue dialogue : {Dialogue::PLAIN, Dialogue::PANEL}) {
-        std::fprintf(results(), "%s:\n", dialogue == Dialogue::PLAIN ? "plain" : "panel");
+    for (const Dialogue dialogue : {Dialogue::Plain, Dialogue::Panel}) {
+        std::fprintf(results(), "%s:\n", dialogue == Dialogue::Plain ? "plain" : "panel");
         const MatrixResult result = runs.run(cell, dialogue);
         std::fprintf(results(), "%s after %.3f s\n", VERDICTS[static_cast<std::size_t>(result.verdict)],
                      result.time.count());
@@ -181,8 +181,8 @@ int compareWire(const Options& options) {
     bool equal = true;
     Cell cell = cells.at(0);
     for (std::size_t number = 0; cell.traits.empty(); cell = cells.at(++number)) {
-        const auto plain = framesOf(runs.run(cell, Dialogue::PLAIN));
-        const auto panel = framesOf(runs.run(cell, Dialogue::PANEL));
+        const auto plain = framesOf(runs.run(cell, Dialogue::Plain));
+        const auto panel = framesOf(runs.run(cell, Dialogue::Panel));
         const auto [left, right] = std::mismatch(plain.begin(), plain.end(), panel.begin(), panel.end());
         std::fprintf(results(), "%s: %zu frames", cell.text().c_str(), plain.size());
         if (left == plain.end() && right == panel.end()) {

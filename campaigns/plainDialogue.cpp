@@ -25,97 +25,98 @@ using enum busProtocol::PROC_TYPE;
 } // namespace
 
 /** Puts what has come into the record, one over the other. */
-void plainDialogue::fileAnswers() {
-    while (const auto answer = host.receive(bootloadHost::milliseconds(0))) {
+void PlainDialogue::fileAnswers() {
+    while (const auto answer = host_.receive(bootloadHost::milliseconds(0))) {
         if (const auto& said = answer->identification) {
-            record.identifiedModule = said->module;
-            record.serialBootload = said->serial;
-            record.reportedType = said->type;
-            record.blInitData = true;
+            record_.identifiedModule = said->module;
+            record_.serialBootload = said->serial;
+            record_.reportedType = said->type;
+            record_.blInitData = true;
         } else {
-            record.status = answer->reply.status;
-            record.page = answer->reply.row;
+            record_.status = answer->reply.status;
+            record_.page = answer->reply.row;
         }
-        record.hasResponse = true;
+        record_.hasResponse = true;
     }
 }
 
-void plainDialogue::clearAndSend(const MESSAGE& msg) {
+void PlainDialogue::clearAndSend(const Message& msg) {
     fileAnswers();
-    record.hasResponse = false;
-    record.page = NO_PAGE;
-    record.status = 0;
-    host.send(msg);
+    record_.hasResponse = false;
+    record_.page = NO_PAGE;
+    record_.status = 0;
+    host_.send(msg);
 }
 
-bool plainDialogue::poll(unsigned times) {
+bool PlainDialogue::poll(unsigned times) {
     for (unsigned n = 0; n < times; ++n) {
         fileAnswers();
-        if (record.hasResponse) {
+        if (record_.hasResponse) {
             return true;
         }
-        host.pause(POLL);
+        host_.pause(POLL);
     }
     return false;
 }
 
-void plainDialogue::sendReqStat() {
-    clearAndSend(busMessages::requestStatus(target.address));
+void PlainDialogue::sendReqStat() {
+    clearAndSend(busMessages::requestStatus(target_.address));
     poll(STATUS_POLLS);
 }
 
-bool plainDialogue::sendWithResponse(const MESSAGE& msg, unsigned timeout) {
+bool PlainDialogue::sendWithResponse(const Message& msg, unsigned timeout) {
     clearAndSend(msg);
     for (unsigned pass = 0; pass < PASSES; ++pass) {
         if (poll(timeout * POLLS_PER_UNIT)) {
             return true;
         }
         sendReqStat();
-        host.pause(PAUSE);
+        host_.pause(PAUSE);
     }
     return false;
 }
 
-bool plainDialogue::sendSystemCommand(std::uint8_t arg) {
+bool PlainDialogue::sendSystemCommand(std::uint8_t arg) {
     for (unsigned n = 0; n < TRIES; ++n) {
-        if (sendWithResponse(busMessages::systemCommand(target.address, arg), COMMAND_TIMEOUT)) {
+        if (sendWithResponse(busMessages::systemCommand(target_.address, arg), COMMAND_TIMEOUT)) {
             return true;
         }
     }
     return false;
 }
 
-std::uint8_t plainDialogue::requestStatus(const MESSAGE& msg, std::uint8_t failure) {
+std::uint8_t PlainDialogue::requestStatus(const Message& msg, std::uint8_t failure) {
     for (unsigned n = 0; n < TRIES; ++n) {
-        if (sendWithResponse(msg, PAGE_TIMEOUT) && record.page == 0) {
-            host.pause(PAUSE);
+        if (sendWithResponse(msg, PAGE_TIMEOUT) && record_.page == 0) {
+            host_.pause(PAUSE);
             fileAnswers();
-            return record.status;
+            return record_.status;
         }
     }
     return failure;
 }
 
-std::uint8_t plainDialogue::sendSoh(const hexpage::MEMORY_PAGE& data) {
+std::uint8_t PlainDialogue::sendSoh(const hexpage::MEMORY_PAGE& data) {
     const auto size = static_cast<std::uint32_t>(data.data.size());
-    return requestStatus(busMessages::startPage(target.address, data.startAddress, size, layout.wideAddress),
-                         BADCHECKSUM);
+    return requestStatus(
+        busMessages::startPage(target_.address, data.startAddress, size, layout_.wideAddress), BADCHECKSUM);
 }
 
-std::uint8_t plainDialogue::eraseBlock(std::uint32_t address, std::uint32_t count) {
-    return requestStatus(busMessages::eraseBlocks(target.address, address,
-                                                  static_cast<std::uint8_t>(count % 256), layout.wideAddress),
+std::uint8_t PlainDialogue::eraseBlock(std::uint32_t address, std::uint32_t count) {
+    return requestStatus(busMessages::eraseBlocks(target_.address, address,
+                                                  static_cast<std::uint8_t>(count % 256),
+                                                  layout_.wideAddress),
                          ERASEERR);
 }
 
-int plainDialogue::sendDataRow(std::uint32_t row, const BYTES& data) {
+int PlainDialogue::sendDataRow(std::uint32_t row, const Bytes& data) {
     int result = NO_ANSWER;
     for (unsigned n = 0; n < TRIES; ++n) {
         if (!sendWithResponse(busMessages::dataRow(row, data), PAGE_TIMEOUT)) {
             continue;
         }
-        if (record.page == row) {
-            return record.status;
+        if (record_.page == row) {
+            return record_.status;
         }
         result = MISSEDPACKET;
     }
@@ -123,7 +124,7 @@ int plainDialogue::sendDataRow(std::uint32_t row, const BYTES& data) {
 }
 
 /** The result of the first row that failed, else OK. */
-int plainDialogue::sendRows(const BYTES& data) {
+int PlainDialogue::sendRows(const Bytes& data) {
     int status = OK;
     for (std::uint32_t row = 0; row < busMessages::rowsOf(data.size()) && status == OK; ++row) {
         status = sendDataRow(row, data);
@@ -131,23 +132,23 @@ int plainDialogue::sendRows(const BYTES& data) {
     return status;
 }
 
-bool plainDialogue::sendPageWrite() {
+bool PlainDialogue::sendPageWrite() {
     for (unsigned n = 0; n < TRIES; ++n) {
-        if (sendWithResponse(busMessages::writePage(target.address), WRITE_TIMEOUT) && record.page == 0 &&
-            record.status == OK) {
+        if (sendWithResponse(busMessages::writePage(target_.address), WRITE_TIMEOUT) && record_.page == 0 &&
+            record_.status == OK) {
             return true;
         }
     }
     return false;
 }
 
-bool plainDialogue::flash(const DialogueTarget& wanted) {
-    target = wanted;
-    record = RECORD();
+bool PlainDialogue::flash(const DialogueTarget& wanted) {
+    target_ = wanted;
+    record_ = Record();
     if (!sendSystemCommand(busProtocol::ENTER_BOOTLOADER) || !isRightModule()) {
         return false;
     }
-    if (target.serial && record.reportedType == busProtocol::PIC32_REC) {
+    if (target_.serial && record_.reportedType == busProtocol::PIC32_REC) {
         if (!programRecords()) {
             return false;
         }
@@ -158,63 +159,64 @@ bool plainDialogue::flash(const DialogueTarget& wanted) {
     return true;
 }
 
-bool plainDialogue::isRightModule() const {
-    if (target.serial) {
-        return record.serialBootload;
+bool PlainDialogue::isRightModule() const {
+    if (target_.serial) {
+        return record_.serialBootload;
     }
-    return !record.blInitData ||
-           (!record.serialBootload && record.identifiedModule == static_cast<std::int8_t>(target.address));
+    return !record_.blInitData ||
+           (!record_.serialBootload && record_.identifiedModule == static_cast<std::int8_t>(target_.address));
 }
 
-bool plainDialogue::programPages() {
-    const auto chosen = target.layout(record.blInitData ? std::optional(record.reportedType) : std::nullopt);
-    if (!chosen || !flashLayouts::readImage(target.image, *chosen, image)) {
+bool PlainDialogue::programPages() {
+    const auto chosen =
+        target_.layout(record_.blInitData ? std::optional(record_.reportedType) : std::nullopt);
+    if (!chosen || !flashLayouts::readImage(target_.image, *chosen, image_)) {
         return false;
     }
-    layout = *chosen;
-    if (layout.eraseAllFirst && requestStatus(busMessages::eraseAll(target.address), ERASEERR) != OK) {
+    layout_ = *chosen;
+    if (layout_.eraseAllFirst && requestStatus(busMessages::eraseAll(target_.address), ERASEERR) != OK) {
         return false;
     }
-    image.resetIterator();
-    page = image.getNextPage();
-    while (page != nullptr) {
-        if (page->data.empty() && layout.eraseEmptyPages) {
+    image_.resetIterator();
+    page_ = image_.getNextPage();
+    while (page_ != nullptr) {
+        if (page_->data.empty() && layout_.eraseEmptyPages) {
             if (!eraseEmptyPages()) {
                 return false;
             }
             continue;
         }
-        if (!page->data.empty() && !programPage()) {
+        if (!page_->data.empty() && !programPage()) {
             return false;
         }
-        page = image.getNextPage();
+        page_ = image_.getNextPage();
     }
     return true;
 }
 
 /** Erases the run of pages without data that starts here, in one request, and goes to the page behind it. */
-bool plainDialogue::eraseEmptyPages() {
-    const std::uint32_t address = page->startAddress;
+bool PlainDialogue::eraseEmptyPages() {
+    const std::uint32_t address = page_->startAddress;
     std::uint32_t count = 0;
-    for (; page != nullptr && page->data.empty(); page = image.getNextPage()) {
+    for (; page_ != nullptr && page_->data.empty(); page_ = image_.getNextPage()) {
         ++count;
     }
     const std::uint8_t status = eraseBlock(address, count);
     return status == OK || status == IGNOREPG;
 }
 
-bool plainDialogue::programPage() {
+bool PlainDialogue::programPage() {
     unsigned retries = 0;
     while (retries < TRIES) {
-        const std::uint8_t status = sendSoh(*page);
+        const std::uint8_t status = sendSoh(*page_);
         if (status == IGNOREPG) {
             return true;
         }
-        if (status == OK && sendRows(page->data) != OK) {
+        if (status == OK && sendRows(page_->data) != OK) {
             continue; // at once, and perhaps for ever
         }
         const bool written = status == OK && sendPageWrite();
-        host.pause(PAUSE);
+        host_.pause(PAUSE);
         if (written) {
             return true;
         }
@@ -223,20 +225,20 @@ bool plainDialogue::programPage() {
     return false;
 }
 
-bool plainDialogue::programRecords() {
-    hexrecords list(target.image);
+bool PlainDialogue::programRecords() {
+    hexrecords list(target_.image);
     if (!list.getFileOK()) {
         return false;
     }
     std::uint8_t erased = ERASEERR;
     for (unsigned n = 0; n < TRIES && erased != OK; ++n) {
-        erased = requestStatus(busMessages::eraseAll(target.address), ERASEERR);
+        erased = requestStatus(busMessages::eraseAll(target_.address), ERASEERR);
     }
     if (erased != OK) {
         return false;
     }
     while (const hexrecords::HEX_RECORD* each = list.getNextRecord()) {
-        BYTES bytes = {each->size, busProtocol::byteOf(each->address, 1),
+        Bytes bytes = {each->size, busProtocol::byteOf(each->address, 1),
                        busProtocol::byteOf(each->address, 0), each->type};
         for (const std::uint32_t value : each->data) {
             bytes.push_back(busProtocol::byteOf(value, 0));
@@ -249,7 +251,7 @@ bool plainDialogue::programRecords() {
     return true;
 }
 
-bool plainDialogue::programRecord(const BYTES& bytes) {
+bool PlainDialogue::programRecord(const Bytes& bytes) {
     for (unsigned n = 0; n < TRIES; ++n) {
         if (sendRows(bytes) == OK && sendPageWrite()) {
             return true;

@@ -11,19 +11,19 @@
  * polled every millisecond, status requests after silence, four tries; nothing is doubted, nobody is waited
  * for. Whatever lets a module be flashed by this one must do so by the panel's.
  */
-class plainDialogue {
+class PlainDialogue {
 public:
-    explicit plainDialogue(bootloadHost& panel) : host(panel) {}
+    explicit PlainDialogue(bootloadHost& panel) : host_(panel) {}
 
     /** True when every request went well: the module should hold the image then. */
     bool flash(const DialogueTarget& target);
 
 private:
-    using MESSAGE = busMessages::PROCBUS_MSG;
-    using BYTES = std::vector<std::uint8_t>;
+    using Message = busMessages::PROCBUS_MSG;
+    using Bytes = std::vector<std::uint8_t>;
 
     /** The one slot: a later answer overwrites what an earlier one said. */
-    struct RECORD {
+    struct Record {
         bool hasResponse = false;
         std::uint8_t status = 0;
         std::uint32_t page = 0;
@@ -34,16 +34,16 @@ private:
     };
 
     void fileAnswers();
-    void clearAndSend(const MESSAGE& msg);
+    void clearAndSend(const Message& msg);
     bool poll(unsigned times);
     void sendReqStat();
-    bool sendWithResponse(const MESSAGE& msg, unsigned timeout);
+    bool sendWithResponse(const Message& msg, unsigned timeout);
     bool sendSystemCommand(std::uint8_t arg);
-    std::uint8_t requestStatus(const MESSAGE& msg, std::uint8_t failure);
+    std::uint8_t requestStatus(const Message& msg, std::uint8_t failure);
     std::uint8_t sendSoh(const hexpage::MEMORY_PAGE& page);
     std::uint8_t eraseBlock(std::uint32_t address, std::uint32_t count);
-    int sendDataRow(std::uint32_t row, const BYTES& data);
-    int sendRows(const BYTES& data);
+    int sendDataRow(std::uint32_t row, const Bytes& data);
+    int sendRows(const Bytes& data);
     bool sendPageWrite();
 
     bool isRightModule() const;
@@ -51,12 +51,12 @@ private:
     bool eraseEmptyPages();
     bool programPage();
     bool programRecords();
-    bool programRecord(const BYTES& record);
+    bool programRecord(const Bytes& record);
 
-    bootloadHost& host;
-    DialogueTarget target{};
-    RECORD record;
-    flashLayouts::LAYOUT layout{};
-    hexpage image;
-    hexpage::MEMORY_PAGE* page = nullptr; ///< the one at hand
+    bootloadHost& host_;
+    DialogueTarget target_{};
+    Record record_;
+    flashLayouts::LAYOUT layout_{};
+    hexpage image_;
+    hexpage::MEMORY_PAGE* page_ = nullptr; ///< the one at hand
 };

@@ -30,12 +30,12 @@ struct Plan {
 };
 
 enum class Outcome {
-    EQUAL,   ///< every module is programmed, and its flash equals its image
-    FAILED,  ///< the run ended with an error, and the operator was told
-    MISSING, ///< the run ended well, but said that it did not find a module
-    WRONG,   ///< it said that it was done, and some flash differs; or anything else
-    ENDLESS, ///< it did not end
-    UNTOLD,  ///< it failed, and the log does not say why
+    Equal,   ///< every module is programmed, and its flash equals its image
+    Failed,  ///< the run ended with an error, and the operator was told
+    Missing, ///< the run ended well, but said that it did not find a module
+    Wrong,   ///< it said that it was done, and some flash differs; or anything else
+    Endless, ///< it did not end
+    Untold,  ///< it failed, and the log does not say why
 };
 constexpr std::array<const char*, 6> OUTCOMES = {"equal", "failed", "missing", "WRONG", "ENDLESS", "UNTOLD"};
 constexpr const char* nameOf(Outcome outcome) {

@@ -90,7 +90,7 @@ TEST_F(decisionTest, StartsWhatIsWhole) {
         layPackage(row[1]);
         lay(row[2], startRecord::FORMER);
 
-        const DECISION decision = decide(record);
+        const Decision decision = decide(record);
         const std::string& path = decision.program;
         std::string starts = path == startRecord::INSTALLED ? "I" : path == startRecord::FORMER ? "F" : "P";
         starts = path.empty() ? "nothing" : starts + (decision.mode.empty() ? "" : " " + decision.mode[0]);

@@ -78,70 +78,70 @@ Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& 
 }
 
 Bus::Bus() {
-    if (pipe2(wake, O_CLOEXEC) != 0) {
+    if (pipe2(wake_, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
-    listener = std::thread([this] { listen(); });
+    listener_ = std::thread([this] { listen(); });
 }
 
 Bus::~Bus() {
-    close(wake[1]);
-    listener.join();
-    close(wake[0]);
+    close(wake_[1]);
+    listener_.join();
+    close(wake_[0]);
 }
 
 void Bus::feed(const Bytes& bytes) {
-    if (write(terminal.fd(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    if (write(terminal_.fd(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
         throw std::runtime_error("the line is full");
     }
 }
 
 void Bus::autoAnswer(Rule rule) {
-    const std::lock_guard<std::mutex> held(guard);
-    answerTo = std::move(rule);
+    const std::lock_guard<std::mutex> held(guard_);
+    answerTo_ = std::move(rule);
 }
 
 Bytes Bus::sentBytes() {
-    const std::lock_guard<std::mutex> held(guard);
-    return line;
+    const std::lock_guard<std::mutex> held(guard_);
+    return line_;
 }
 
 std::vector<Frame> Bus::sent() {
-    const std::lock_guard<std::mutex> held(guard);
-    return frames;
+    const std::lock_guard<std::mutex> held(guard_);
+    return frames_;
 }
 
 bool Bus::awaitSent(std::size_t count, int seconds) {
-    std::unique_lock<std::mutex> held(guard);
-    return changed.wait_for(held, std::chrono::seconds(seconds), [&] { return frames.size() >= count; });
+    std::unique_lock<std::mutex> held(guard_);
+    return changed_.wait_for(held, std::chrono::seconds(seconds), [&] { return frames_.size() >= count; });
 }
 
 void Bus::listen() {
-    pollfd ends[] = {{terminal.fd(), POLLIN, 0}, {wake[0], POLLIN, 0}};
+    pollfd ends[] = {{terminal_.fd(), POLLIN, 0}, {wake_[0], POLLIN, 0}};
     std::uint8_t chunk[256];
     while (poll(ends, 2, -1) >= 0 && ends[1].revents == 0) {
-        const ssize_t count = read(terminal.fd(), chunk, sizeof chunk);
+        const ssize_t count = read(terminal_.fd(), chunk, sizeof chunk);
         if (count > 0) {
-            const std::lock_guard<std::mutex> held(guard);
-            line.insert(line.end(), chunk, chunk + count);
+            const std::lock_guard<std::mutex> held(guard_);
+            line_.insert(line_.end(), chunk, chunk + count);
             takeFrames();
         }
     }
 }
 
 void Bus::takeFrames() {
-    while (line.size() >= parsed + OVERHEAD && line.size() >= parsed + OVERHEAD + line[parsed + 5]) {
-        const auto start = line.begin() + static_cast<std::ptrdiff_t>(parsed);
+    while (line_.size() >= parsed_ + OVERHEAD && line_.size() >= parsed_ + OVERHEAD + line_[parsed_ + 5]) {
+        const auto start = line_.begin() + static_cast<std::ptrdiff_t>(parsed_);
         const Frame frame{start[4], Bytes(start + 6, start + 6 + start[5])};
         const Bytes whole = encode(frame);
         if (!std::equal(whole.begin(), whole.end(), start)) {
-            ++parsed; // noise, or the rest of a frame that was discarded
+            ++parsed_; // noise, or the rest of a frame that was discarded
             continue;
         }
-        parsed += whole.size();
-        frames.push_back(frame);
-        changed.notify_all();
-        for (const Frame& message : answerTo ? answerTo(frame) : std::vector<Frame>()) {
+        parsed_ += whole.size();
+        frames_.push_back(frame);
+        changed_.notify_all();
+        for (const Frame& message : answerTo_ ? answerTo_(frame) : std::vector<Frame>()) {
             feed(message);
         }
     }

@@ -53,7 +53,7 @@ public:
     Bus& operator=(const Bus&) = delete;
     ~Bus();
 
-    const std::string& port() const { return terminal.name(); }
+    const std::string& port() const { return terminal_.name(); }
 
     void feed(const Frame& frame) { feed(encode(frame)); }
     void feed(const Bytes& bytes);
@@ -76,13 +76,13 @@ private:
     void listen();
     void takeFrames();
 
-    panel::Terminal terminal;
-    int wake[2] = {-1, -1};
-    std::mutex guard;
-    std::condition_variable changed;
-    Rule answerTo;
-    Bytes line;
-    std::size_t parsed = 0; ///< bytes of `line` that `frames` covers
-    std::vector<Frame> frames;
-    std::thread listener;
+    panel::Terminal terminal_;
+    int wake_[2] = {-1, -1};
+    std::mutex guard_;
+    std::condition_variable changed_;
+    Rule answerTo_;
+    Bytes line_;
+    std::size_t parsed_ = 0; ///< bytes of `line` that `frames` covers
+    std::vector<Frame> frames_;
+    std::thread listener_;
 };

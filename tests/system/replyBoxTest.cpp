@@ -23,18 +23,18 @@ ANSWER forRow(std::uint32_t row) {
 }
 
 /** Waits for answers, and takes them, until it is terminated. */
-class WAITER : public QThread {
+class Waiter : public QThread {
 public:
-    explicit WAITER(replyBox& waitedAt) : box(waitedAt) {}
+    explicit Waiter(replyBox& waitedAt) : box_(waitedAt) {}
     void run() override {
         termination::forbid();
         while (true) {
-            box.receive(LONG, NEVER);
+            box_.receive(LONG, NEVER);
         }
     }
 
 private:
-    replyBox& box;
+    replyBox& box_;
 };
 
 TEST(replyBoxTest, GivesTheLatestAnswersOutInTheirOrder) {
@@ -102,7 +102,7 @@ TEST(replyBoxTest, AnAnswerWakesTheWait) {
 TEST(replyBoxTest, AThreadThatIsTerminatedLeavesNothingLocked) {
     replyBox box;
     for (std::uint32_t round = 0; round < 100; ++round) {
-        WAITER waiter(box);
+        Waiter waiter(box);
         waiter.start();
         for (std::uint32_t n = 0; n < round * 10; ++n) {
             box.file(forRow(n));

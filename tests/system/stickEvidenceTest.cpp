@@ -11,17 +11,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-enum class STICK { FINE, PULLED, STALLS };
-STICK stick = STICK::FINE; ///< what it does when it is to be flushed
+enum class Stick { Fine, Pulled, Stalls };
+Stick stick = Stick::Fine; ///< what it does when it is to be flushed
 
 } // namespace
 
 extern "C" int syncfs(int fd) noexcept {
-    if (stick == STICK::PULLED) {
+    if (stick == Stick::Pulled) {
         errno = EIO;
         return -1;
     }
-    if (stick == STICK::STALLS) {
+    if (stick == Stick::Stalls) {
         sleep(60);
     }
     return static_cast<int>(syscall(SYS_syncfs, fd));
@@ -34,11 +34,11 @@ const fs::path HOME = "/mnt/usb/keldra_logs";
 class stickEvidenceTest : public Panel {
 protected:
     /** Plugs the stick in; what the log says of it. */
-    std::string copy(STICK behaviour = STICK::FINE) {
+    std::string copy(Stick behaviour = Stick::Fine) {
         stick = behaviour;
         const std::size_t before = logged().size();
         stickEvidence(core.get()).copy();
-        stick = STICK::FINE;
+        stick = Stick::Fine;
         return logged().size() == before ? "" : logged().back().substr(0, 26);
     }
 };
@@ -52,7 +52,7 @@ TEST_F(stickEvidenceTest, OnlyAStickWithAPlainFolderIsWrittenTo) {
         std::string prepare; ///< on the stick
         std::string said;
         std::string remains = "! ls -A /mnt/usb/keldra_logs/ | grep -q ."; ///< a command that succeeds then
-        STICK behaviour = STICK::FINE;
+        Stick behaviour = Stick::Fine;
     } rows[] = {
         {"no folder", "touch other", "", "test \"$(ls -A /mnt/usb)\" = other"},
         {"a link", "mkdir /tmp/aim; ln -s /tmp/aim keldra_logs", failed},
@@ -60,8 +60,8 @@ TEST_F(stickEvidenceTest, OnlyAStickWithAPlainFolderIsWrittenTo) {
         {"another file system", "mkdir keldra_logs; mount -t tmpfs none keldra_logs", failed},
         {"full", "mount -t tmpfs -o size=16k none /mnt/usb; mkdir /mnt/usb/keldra_logs", failed},
         {"read-only", "mkdir keldra_logs; mount --bind . .; mount -o remount,bind,ro .", failed},
-        {"pulled", "mkdir keldra_logs", failed, "! ls -A /mnt/usb/keldra_logs | grep -q .", STICK::PULLED},
-        {"stalls", "mkdir keldra_logs", failed, "ls -d /mnt/usb/keldra_logs/.*.new", STICK::STALLS},
+        {"pulled", "mkdir keldra_logs", failed, "! ls -A /mnt/usb/keldra_logs | grep -q .", Stick::Pulled},
+        {"stalls", "mkdir keldra_logs", failed, "ls -d /mnt/usb/keldra_logs/.*.new", Stick::Stalls},
         {"was left unfinished", "mkdir -p keldra_logs/.a.new; touch keldra_logs/.a.new/update.log", copied,
          "! ls -d /mnt/usb/keldra_logs/.*.new"},
         {"what others left", "mkdir -p keldra_logs/." + wide + ".new/letter", copied,

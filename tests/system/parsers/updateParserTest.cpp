@@ -44,12 +44,12 @@ protected:
     bool accepted = false;
 
 private:
-    struct LIST {
+    struct List {
         const char* name;
         const char* item; ///< in the manifest
         const updateCore::BASE_ITEM& base;
     };
-    std::vector<LIST> table() const {
+    std::vector<List> table() const {
         return {{"kernel", "kernel", core->core.kernel},
                 {"rootfs", "rootfs", core->core.rootfs},
                 {"updater", "updater", core->core.updater},
