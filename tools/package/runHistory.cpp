@@ -9,6 +9,7 @@ namespace package {
 
 namespace {
 
+constexpr std::size_t DATE_AND_TIME = 19;                        // characters
 constexpr std::size_t LONGEST = 400;                             // characters of a line
 constexpr std::string_view READY = "Updater is ready to update"; // logged as an error, but is none
 constexpr std::string_view HALF_DONE = "Unfinished module, and nothing in the package for it";
@@ -17,7 +18,7 @@ constexpr std::string_view STARTER_OF_ALL = "Updater"; // the item behind which 
 std::optional<LogLine> logLine(std::string_view line) {
     const std::size_t open = line.find(" [");
     const std::size_t close = line.find("]: ");
-    if (open == line.npos || close == line.npos || close < open)
+    if (open == line.npos || open < DATE_AND_TIME || close == line.npos || close < open)
         return {};
     line = line.substr(0, std::max(LONGEST, close + 3));
     return LogLine{std::string(line.substr(0, open)), std::string(line.substr(open + 2, close - open - 2)),

@@ -12,6 +12,8 @@
 #include "trace/summary.h"
 
 #include <algorithm>
+#include <deque>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -76,15 +78,19 @@ private:
 
 // The last ones, when there are too many.
 Texts rowsOf(const std::string& text) {
-    Texts rows;
+    std::deque<std::string> rows;
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
+    bool areAll = true;
+    for (std::string line; std::getline(lines, line);) {
         rows.push_back(line.substr(0, LONGEST_ROW));
-    if (rows.size() > MOST_ROWS) {
-        rows.erase(rows.begin(), rows.end() - MOST_ROWS);
-        rows.insert(rows.begin(), "...");
+        if (rows.size() > MOST_ROWS) {
+            rows.pop_front();
+            areAll = false;
+        }
     }
-    return rows;
+    if (!areAll)
+        rows.push_front("...");
+    return {rows.begin(), rows.end()};
 }
 
 void addRemedy(SupportLine& line, const std::string& text) {
@@ -184,8 +190,7 @@ SupportPage readEvidence(const fs::path& folder) {
     };
     std::vector<LogLine> log;
     for (const std::string& name : LOGS) {
-        const std::vector<LogLine> lines = logLines(evidence.read(name));
-        log.insert(log.end(), lines.begin(), lines.end());
+        std::ranges::move(logLines(evidence.read(name)), std::back_inserter(log));
     }
     add(updates(log));
     add(troubles(log));
