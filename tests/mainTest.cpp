@@ -1,6 +1,7 @@
 // The program's entry. Most tests run it, renamed, in a process of its own that presses its buttons itself.
 
 #include "support/panel.h"
+#include "system/startRecord.h"
 
 #include <QApplication>
 #include <QPushButton>
@@ -112,6 +113,20 @@ TEST_F(mainTest, WithoutAutoANewUpdaterIsStartedInIt) {
         EXPECT_EQ(restarted(), "auto -qws locked\n") << arguments;
     }
     EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, R"("updater":"2.0")"));
+}
+
+TEST_F(mainTest, AKernelWrittenInPartIsWrittenAgain) {
+    shell("mkdir /keldra/start");
+    startRecord record;
+    record.tornKernel = true;
+    ASSERT_TRUE(record.save());
+    leaveUnpacked(); // with the kernel that is recorded as installed
+    EXPECT_EQ(run("auto", "Close"), 0);
+    const std::size_t warned =
+        out.find("The kernel was written in part: update it again before the panel is switched off");
+    EXPECT_LT(warned, out.find("Updating Kernel: 2.0 -> 2.0")) << out;
+    EXPECT_EQ(contents("/dev/mmcblk0p1"), "image");
+    EXPECT_FALSE(startRecord::load().tornKernel);
 }
 
 TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
