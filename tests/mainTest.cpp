@@ -139,6 +139,7 @@ TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
 
 /** What a start script, an init or a console may leave behind for it. */
 TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
+    configuration += "output_times = 1\n";
     const struct {
         const char* name;
         const char* before;
@@ -146,6 +147,7 @@ TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
         const char* prepare = ":";
     } rows[] = {
         {"nothing is open", "", "<&- >&- 2>&-"},
+        {"into a file", "", "> /tmp/out 2>&1"},
         {"nobody reads", "", "> /tmp/pipe 2>&1", "sh -c 'exec sleep 1 < /tmp/pipe' &"},
         {"the reader stalls", "", "> /tmp/pipe 2>&1",
          "sleep 100 0<> /tmp/pipe & sleep 0.2; dd if=/dev/zero of=/tmp/pipe bs=4096 count=16 oflag=nonblock "
@@ -167,7 +169,8 @@ TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
     }
     EXPECT_TRUE(awaitThat([] { return !succeeds("kill -0 $(cat /tmp/reader) 2> /dev/null"); }));
     const std::string read = contents("/tmp/read");
-    EXPECT_EQ(read.substr(0, 17), "Init Start ------");
+    EXPECT_EQ(read.substr(24, 17), "Init Start ------");
+    EXPECT_FALSE(succeeds("grep -Ev '^[-0-9]{10} [:0-9]{8}[.][0-9]{3} ' /tmp/read /tmp/out"));
     EXPECT_TRUE(holds({read}, "stopping application\n") && holds({read}, "Saving Log: update.log\n")) << read;
 }
 
