@@ -65,14 +65,14 @@ void bootloadDialogue::sendRequest(const REQUEST& request) {
     entry.number = asked;
     entry.row = request.row;
     const milliseconds late = request.kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
-    send(request.msg, entry, std::max(late, 2 * slowest[indexOf(request.kind)]));
+    send(request.msg, entry, std::max(late, 2 * session.pace.slowest(request.kind)));
     requestedAt = sentAt;
 }
 
 void bootloadDialogue::sendStatus(std::uint8_t module, const OPEN& about) {
     OPEN entry = about;
     entry.type = OPEN::STATUS;
-    entry.repeats = lastReply;
+    entry.repeats = session.lastReply;
     send(requestStatus(module), entry, LATEST);
 }
 
@@ -82,7 +82,7 @@ void bootloadDialogue::sendMark() {
     entry.kind = KIND::ROW;
     entry.row = MARK_ROW;
     send(markRow(), entry, LATEST);
-    lastReply.reset();
+    session.lastReply.reset();
 }
 
 // Whose answer is it?
@@ -105,7 +105,7 @@ bool bootloadDialogue::couldRepeat(const OPEN& entry, const ANSWER& answer) cons
 }
 
 bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) const {
-    if (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus) {
+    if (entry.type == OPEN::STATUS && session.ignoresStatus()) {
         return false;
     }
     const bool asksForIdentity = entry.type == OPEN::REQUESTED && entry.kind == KIND::ENTER;
@@ -113,7 +113,7 @@ bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) cons
         return asksForIdentity;
     }
     if (asksForIdentity) {
-        return !identifies;
+        return !session.identifies;
     }
     const bool fits =
         entry.kind == KIND::COMMAND || answer.reply.row == entry.row || answer.reply.status != OK;
@@ -122,7 +122,7 @@ bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) cons
 
 /** Now comes what answers a request of that time, unless the module was at work for longer than `work`. */
 bool bootloadDialogue::isPrompt(clock::time_point sent, milliseconds work) const {
-    return host.now() - sent <= std::max({ECHO, 2 * fastest, work});
+    return host.now() - sent <= std::max({ECHO, 2 * session.pace.fastest, work});
 }
 
 /** Such as no request in its order gets. */
@@ -133,20 +133,20 @@ bool bootloadDialogue::isMarkReply(const ANSWER& answer) {
 /** A module that has given its own name so far may be another one when it goes by another name now. */
 bool bootloadDialogue::mayBeOthers(const ANSWER& answer) const {
     const REPLY& reply = answer.reply;
-    return !answer.identification && name == static_cast<std::int8_t>(talkingTo) &&
-           reply.module != NO_MODULE && reply.module != *name;
+    return !answer.identification && session.name && session.isOwnName(*session.name) &&
+           reply.module != NO_MODULE && reply.module != *session.name;
 }
 
 /** A mark that may have been lost claims no error that the request behind it got. */
 bool bootloadDialogue::expectsMarkReply(const OPEN& entry) const {
     const auto isBehind = [&](const OPEN& other) { return isAsked(other) && other.sent > entry.sent; };
-    return entry.type == OPEN::MARKED && (isPrompt(entry.sent, 2 * slowest[indexOf(KIND::ROW)]) ||
+    return entry.type == OPEN::MARKED && (isPrompt(entry.sent, 2 * session.pace.slowest(KIND::ROW)) ||
                                           std::none_of(open.begin(), open.end(), isBehind));
 }
 
 bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
-    return answer.identification && (answer.identification->module == static_cast<std::int8_t>(talkingTo) ||
-                                     answer.identification->module == said.module);
+    return answer.identification && (session.isOwnName(answer.identification->module) ||
+                                     answer.identification->module == session.said.module);
 }
 
 /** What comes again and again must stay away for longer than it has done so far; but that is no doubled
@@ -154,7 +154,7 @@ bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
 void bootloadDialogue::noteStranger(bool doubled) {
     const auto since = std::chrono::ceil<milliseconds>(host.now() - strangerAt);
     if (disturbed && !doubled && 2 * since <= LATEST) {
-        quiet = std::max(quiet, 2 * since);
+        session.quiet = std::max(session.quiet, 2 * since);
     }
     disturbed = true;
     strangerAt = host.now();
@@ -197,12 +197,12 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
     const bool isNobodys = !isOwn && other == open.end();
     if (other != open.end() && other->type == OPEN::STATUS) {
         const bool isSurely = !isOwn || (prompt && other->sent == sentAt && sentAt - own->sent >= QUIET);
-        answersStatus = answersStatus || isSurely;
+        session.answersStatus = session.answersStatus || isSurely;
     }
     if (isOwnIdentification(answer) && !repeats) { // unless it was doubled on its way
-        identifiedLate = identifiedLate || plain;
+        session.identifiedLate = session.identifiedLate || session.plain;
         // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
-        restarted = restarted || name || isNobodys;
+        session.restarted = session.restarted || session.name || isNobodys;
     }
     const bool isStrangers = mayBeOthers(answer);
     if (isNobodys || isStrangers) {
@@ -221,14 +221,14 @@ bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
 
 /** Whether the answer to an earlier request could be taken for the answer to this one. */
 bool bootloadDialogue::confuses(const OPEN& entry, const REQUEST& request) const {
-    if (isAsked(entry) || (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus)) {
+    if (isAsked(entry) || (entry.type == OPEN::STATUS && session.ignoresStatus())) {
         return false;
     }
     if (request.kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == OPEN::MARKED) {
         return true;
     }
     if (entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED) {
-        return !identifies;
+        return !session.identifies;
     }
     const bool repeatsRow =
         entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
@@ -249,7 +249,7 @@ std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(c
         }
     }
     if (disturbed) {
-        until = std::max(until.value_or(strangerAt + quiet), strangerAt + quiet);
+        until = std::max(until.value_or(strangerAt + session.quiet), strangerAt + session.quiet);
     }
     return until > host.now() ? until : std::nullopt;
 }
@@ -278,11 +278,11 @@ bool bootloadDialogue::settle(const REQUEST& request, bool again) {
 void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
     const bool isWaiting =
         std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
-    const bool isDistinct = lastReply && lastReply->row != request.row;
+    const bool isDistinct = session.lastReply && session.lastReply->row != request.row;
     const bool inSession = request.kind != KIND::ENTER;
     if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
         sendStatus(request.module, NOTHING_ASKED);
-    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting && !keepsMarks) {
+    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting && !session.keepsMarks) {
         sendMark();
     }
     sentAt = host.now();
@@ -294,14 +294,14 @@ void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
  * tells. */
 bool bootloadDialogue::provesNothing(const REQUEST& request) const {
     return request.proof == PROOF::NOTHING &&
-           (!lastReply || (lastReply->row == request.row && lastReply->status == OK));
+           (!session.lastReply || (session.lastReply->row == request.row && session.lastReply->status == OK));
 }
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
 milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) const {
     static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(0), milliseconds(1000),
                                                   WRITE_WORK};
-    const milliseconds known = std::max(2 * fastest, slowest[indexOf(request.kind)] * 5 / 4);
+    const milliseconds known = std::max(2 * session.pace.fastest, session.pace.slowest(request.kind) * 5 / 4);
     const milliseconds usual = std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
     // An answer to a status request proves nothing here: the module is given the time to answer by itself.
     return provesNothing(request) && n == 0 ? std::max(usual, ALONE[request.attempt]) : usual;
@@ -313,7 +313,7 @@ milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) co
  */
 milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
     const bool isAlike = request.kind == KIND::ROW || request.kind == KIND::START;
-    const milliseconds known = usually[indexOf(request.kind)];
+    const milliseconds known = session.pace.usual(request.kind);
     return !isAlike || known.count() == 0 ? request.work
                                           : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
 }
@@ -388,12 +388,12 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
         sendStatus(module, NOTHING_ASKED);
         if (const auto repeated = host.receive(wait)) {
             judge(*repeated);
-            const bool isSame = !repeated->identification && repeated->reply == lastReply;
-            answersStatus = answersStatus || isSame;
+            const bool isSame = !repeated->identification && repeated->reply == session.lastReply;
+            session.answersStatus = session.answersStatus || isSame;
             return isSame;
         }
     }
-    ignoresStatus = !answersStatus && ++unrepeated >= 2;
+    ++session.unrepeated;
     return false;
 }
 
@@ -404,15 +404,15 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     sendMark();
-    const milliseconds wait = std::max(MARK_WAIT, 2 * fastest);
+    const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = receiveBefore(limit, wait)) {
         if (isMarkReply(*answer)) {
             judge(*answer);
-            keepsMarks = answer->reply.status == OK;
-            lastReply = answer->reply;
+            session.keepsMarks = answer->reply.status == OK;
+            session.lastReply = answer->reply;
             if (!isRepeated(request.module, wait)) {
-                lastReply.reset();
+                session.lastReply.reset();
             }
             return true;
         }
@@ -438,20 +438,16 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
  */
 void bootloadDialogue::learnTime(KIND kind) {
     const auto since = isPrompt(requestedAt) ? requestedAt : askedAt;
-    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - since);
-    slowest[indexOf(kind)] = std::max(slowest[indexOf(kind)], took);
-    milliseconds& usual = usually[indexOf(kind)];
-    usual = std::max(usual * 7 / 8, took);
-    fastest = fastest.count() == 0 ? took : std::min(fastest, took);
+    session.pace.learn(kind, std::chrono::ceil<milliseconds>(host.now() - since));
 }
 
 void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
     learnTime(request.kind);
-    lastReply = result.reply;
-    if (result.certain && !name) {
-        name = result.reply->module;
-    } else if (name && result.reply->module != *name) {
-        name = NO_MODULE; // it keeps to none
+    session.lastReply = result.reply;
+    if (result.certain && !session.name) {
+        session.name = result.reply->module;
+    } else if (session.name && result.reply->module != *session.name) {
+        session.name = NO_MODULE; // it keeps to none
     }
 }
 
@@ -460,10 +456,10 @@ void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
  * can tell with a module that keeps them: there the last begin of a page or record counts like a last try.
  */
 bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
-    if (keepsMarks && request.attempt + 1 >= TRIES) {
+    if (session.keepsMarks && request.attempt + 1 >= TRIES) {
         return true;
     }
-    return n + 1 >= TRIES && request.last && !answersDirectly[indexOf(request.kind)];
+    return n + 1 >= TRIES && request.last && !session.answersDirectly[indexOf(request.kind)];
 }
 
 bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
@@ -473,7 +469,7 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     sendRequest(request);
     listen(request, n, heard);
     if (heard.maybe && heard.maybe->status == OK && !heard.own && request.proof == PROOF::MARK &&
-        !keepsMarks) {
+        !session.keepsMarks) {
         clarify(request, n, heard);
     }
     result.answered = heard.alive;
@@ -483,7 +479,7 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     if (heard.own && !heard.refused) {
         result.reply = heard.own;
         result.certain = true;
-        bool& directly = answersDirectly[indexOf(request.kind)];
+        bool& directly = session.answersDirectly[indexOf(request.kind)];
         directly = directly || heard.direct;
     } else if (!heard.own && takesMaybe) {
         result.reply = heard.maybe;
@@ -496,8 +492,8 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
 /** What was heard just now may come once more: not behind a request that it would answer. */
 void bootloadDialogue::linger(bool doubtful) {
     const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - heardAt);
-    if (wait.count() > 0 && (spare >= wait || doubtful || disturbed)) {
-        spare -= wait;
+    if (wait.count() > 0 && (session.spare >= wait || doubtful || disturbed)) {
+        session.spare -= wait;
         host.pause(wait);
     }
 }
@@ -512,8 +508,8 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
         HEARD unheard;
         // Some modules judge a second write anew: once, already the first is sent behind a mark.
         const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
-        const bool isMarked = isDoubted && wantsMark && !keepsMarks && setMark(request, unheard);
-        if (isMarked && keepsMarks && isOfPage) {
+        const bool isMarked = isDoubted && wantsMark && !session.keepsMarks && setMark(request, unheard);
+        if (isMarked && session.keepsMarks && isOfPage) {
             break; // the page holds the mark now, and is begun anew
         }
         if (wantsMark) {
@@ -529,7 +525,7 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     if (result.reply) {
         learn(request, result);
     } else {
-        lastReply.reset();
+        session.lastReply.reset();
     }
     return result;
 }
@@ -599,52 +595,25 @@ constexpr struct {
 
 } // namespace
 
-void bootloadDialogue::beginSession(std::uint8_t module) {
-    talkedTo = talkingTo;
-    talkingTo = module;
-    lastReply.reset();
-    name.reset();
-    said = IDENTIFICATION();
-    identifies = false;
-    answersStatus = false;
-    ignoresStatus = false;
-    unrepeated = 0;
-    restarted = false;
-    plain = false;
-    identifiedLate = false;
-    quiet = QUIET;
-    spare = LONGEST_SPARE;
-    keepsMarks = false;
-    fastest = milliseconds(0);
-    std::fill(std::begin(slowest), std::end(slowest), milliseconds(0));
-    std::fill(std::begin(usually), std::end(usually), milliseconds(0));
-    std::fill(std::begin(answersDirectly), std::end(answersDirectly), false);
-}
-
-/** The module of the session before may still answer. */
-bool bootloadDialogue::wasTalkedTo(std::int8_t named) const {
-    return talkedTo != 0 && talkedTo != talkingTo && named == static_cast<std::int8_t>(talkedTo);
-}
-
 bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, const REQUEST& request,
                                                       bool byName) {
     const WHOSE whose = judge(answer);
     if (answer.identification) {
         const std::int8_t named = answer.identification->module;
-        const bool isLate = wasTalkedTo(named) && !answer.identification->serial;
-        if (byName ? named == static_cast<std::int8_t>(request.module) : !isLate) {
-            said = *answer.identification;
-            identifies = true;
+        const bool isLate = session.isNameBefore(named) && !answer.identification->serial;
+        if (byName ? session.isOwnName(named) : !isLate) {
+            session.said = *answer.identification;
+            session.identifies = true;
             return ENTERING::IDENTIFIED;
         }
-        const bool late = wasTalkedTo(named) || disturbed;
-        said = late ? said : *answer.identification;
+        const bool late = session.isNameBefore(named) || disturbed;
+        session.said = late ? session.said : *answer.identification;
         return late ? ENTERING::ALIVE : ENTERING::ANOTHER;
     }
-    if (whose == WHOSE::OTHER || (wasTalkedTo(answer.reply.module) && !request.last)) {
+    if (whose == WHOSE::OTHER || (session.isNameBefore(answer.reply.module) && !request.last)) {
         return ENTERING::ALIVE;
     }
-    lastReply = answer.reply;
+    session.lastReply = answer.reply;
     if (whose == WHOSE::OWN) {
         return answer.reply.status == OK ? ENTERING::PLAIN : ENTERING::DOUBTED;
     }
@@ -688,7 +657,7 @@ bootloadDialogue::ENTERING bootloadDialogue::listenForEntry(const REQUEST& reque
 }
 
 bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName) {
-    beginSession(module);
+    session = SESSION{.module = module, .before = session.module, .spare = LONGEST_SPARE};
     REQUEST request;
     request.msg = systemCommand(module, busProtocol::ENTER_BOOTLOADER);
     request.module = module;
@@ -699,7 +668,7 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
     const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
     ++asked;
     host.pause(LINGER); // the module before may have answered twice
-    spare -= LINGER;
+    session.spare -= LINGER;
     for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
         request.last = n + 1 == TRIES;
         const bool isDoubted = disturbed || (request.last && state != ENTERING::SILENT);
@@ -717,9 +686,9 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
         while (const auto answer = receiveBefore(limit, IDENTIFICATION_WAIT)) {
             state = std::max(state, classify(*answer, request, byName));
         }
-        spare -= IDENTIFICATION_WAIT;
+        session.spare -= IDENTIFICATION_WAIT;
     }
     const ENTRY entry = host.cancelled() ? ENTRY::NONE : ENTERINGS[static_cast<std::size_t>(state)].result;
-    plain = entry == ENTRY::PLAIN;
+    session.plain = entry == ENTRY::PLAIN;
     return entry;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bootloadHost.h"
-#include "bootloadTiming.h"
+#include "bootloadSession.h"
 
 #include <cstdint>
 #include <functional>
@@ -74,11 +74,11 @@ public:
      * counts that names the module, or at last another one; else any.
      */
     ENTRY enter(std::uint8_t module, bool byName);
-    const busMessages::IDENTIFICATION& identification() const { return said; }
+    const busMessages::IDENTIFICATION& identification() const { return session.said; }
     /** An identification came in mid-session that nobody had asked for: the bootloader has started anew. */
-    bool hasRestarted() const { return restarted; }
+    bool hasRestarted() const { return session.restarted; }
     /** A bootloader that was taken for an old one said behind that what it is. */
-    bool hasIdentifiedLate() const { return identifiedLate; }
+    bool hasIdentifiedLate() const { return session.identifiedLate; }
 
     /**
      * Sends a request until it is answered for its row, at most 4 times, the later ones waiting longer. It
@@ -159,8 +159,6 @@ private:
     void learnTime(KIND kind);
     void learn(const REQUEST& request, const RESULT& result);
 
-    bool wasTalkedTo(std::int8_t named) const;
-    void beginSession(std::uint8_t module);
     ENTERING listenForEntry(const REQUEST& request, bool byName, ENTERING state);
     ENTERING classify(const ANSWER& answer, const REQUEST& request, bool byName);
 
@@ -178,25 +176,5 @@ private:
     bool disturbed = false; ///< something came that nobody had asked for
     clock::time_point strangerAt{};
 
-    // Of the session with one module.
-    std::uint8_t talkingTo = busProtocol::CONTROL_MODULE; ///< which was told that there is an update
-    std::uint8_t talkedTo = 0;                            ///< the module before; 0 for none
-    std::optional<REPLY> lastReply;  ///< what a status request would repeat, as far as it is known
-    std::optional<std::int8_t> name; ///< that its replies gave it so far
-    busMessages::IDENTIFICATION said;
-    bool identifies = false;    ///< the bootloader is one that says what it is
-    bool answersStatus = false; ///< a status request was answered in this session
-    unsigned unrepeated = 0;    ///< marks behind which two status requests were not
-    bool ignoresStatus = false; ///< two were not, though the module answered a mark right before
-    bool restarted = false;
-    bool plain = false; ///< it is taken for an old one
-    bool identifiedLate = false;
-    milliseconds quiet{bootloadTiming::QUIET}; ///< that a disturbed line must keep
-    milliseconds spare{0};                     ///< that the session may still take longer without need
-    bool keepsMarks = false;                   ///< the module took a mark for a row
-    milliseconds fastest{0};                   ///< of all answers; 0 before the first
-    milliseconds slowest[bootloadTiming::KINDS] = {};
-    milliseconds usually[bootloadTiming::KINDS] =
-        {}; ///< the slowest lately: forgotten by an eighth each time
-    bool answersDirectly[bootloadTiming::KINDS] = {};
+    SESSION session;
 };
