@@ -8,22 +8,14 @@ using std::chrono::duration_cast;
 
 namespace {
 
-/**
- * A row that never is the next one of a page or record, when none is open or it has one row: what the module
- * says to it differs from what it says to any request in its order.
- */
-constexpr std::uint32_t MARK_ROW = 2;
-
 PROCBUS_MSG markRow() {
     PROCBUS_MSG msg;
     msg.id = busProtocol::DATA_ROW;
     msg.length = 2;
-    msg.data[0] = MARK_ROW;
+    msg.data[0] = openRequests::MARK_ROW;
     msg.data[1] = 0xFF;
     return msg;
 }
-
-constexpr std::uint32_t NO_ROW = 0xFFFFFFFF; // that no reply names
 
 constexpr std::size_t indexOf(KIND kind) {
     return static_cast<std::size_t>(kind);
@@ -31,25 +23,12 @@ constexpr std::size_t indexOf(KIND kind) {
 
 } // namespace
 
-/** What a status request is about that follows no request. */
-const bootloadDialogue::OPEN bootloadDialogue::NOTHING_ASKED{OPEN::STATUS, KIND::ROW, 0, NO_ROW, {}, {}, {}};
-
 // Sending
-
-void bootloadDialogue::send(const PROCBUS_MSG& msg, OPEN entry, milliseconds lifetime) {
-    drain();
-    sentAt = host.now();
-    entry.sent = sentAt;
-    entry.until = sentAt + lifetime;
-    sentSince = sentSince || entry.type == OPEN::REQUESTED;
-    open.push_back(entry);
-    host.send(msg);
-}
 
 /** What came meanwhile is nobody's but that of requests before. */
 void bootloadDialogue::drain() {
     while (const auto answer = host.receive(milliseconds(0))) {
-        judge(*answer);
+        open.judge(*answer, host.now());
     }
 }
 
@@ -60,232 +39,68 @@ std::optional<ANSWER> bootloadDialogue::receiveBefore(clock::time_point limit, m
 }
 
 void bootloadDialogue::sendRequest(const REQUEST& request) {
-    OPEN entry;
-    entry.kind = request.kind;
-    entry.number = asked;
-    entry.row = request.row;
-    const milliseconds late = request.kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
-    send(request.msg, entry, std::max(late, 2 * session.pace.slowest(request.kind)));
-    requestedAt = sentAt;
+    drain();
+    requestedAt = host.now();
+    open.addRequest(requestedAt);
+    host.send(request.msg);
 }
 
-void bootloadDialogue::sendStatus(std::uint8_t module, const OPEN& about) {
-    OPEN entry = about;
-    entry.type = OPEN::STATUS;
-    entry.repeats = session.lastReply;
-    send(requestStatus(module), entry, LATEST);
+void bootloadDialogue::sendStatus(std::uint8_t module, ABOUT about) {
+    drain();
+    open.addStatus(about == ABOUT::REQUEST, host.now());
+    host.send(requestStatus(module));
 }
 
 void bootloadDialogue::sendMark() {
-    OPEN entry;
-    entry.type = OPEN::MARKED;
-    entry.kind = KIND::ROW;
-    entry.row = MARK_ROW;
-    send(markRow(), entry, LATEST);
+    drain();
+    open.addMark(host.now());
+    host.send(markRow());
     session.lastReply.reset();
-}
-
-// Whose answer is it?
-
-bool bootloadDialogue::isAsked(const OPEN& entry) const {
-    return entry.number == asked && entry.type == OPEN::REQUESTED;
-}
-
-/** A module that has been silent ever since may be at work still, and answer everything behind that. */
-void bootloadDialogue::forgetLate() {
-    const auto now = host.now();
-    std::erase_if(open, [&](const OPEN& entry) {
-        return entry.until <= now && heardAt > entry.sent && !isAsked(entry);
-    });
-}
-
-/** Whether a status request may be answered so although the request that it is about was not carried out. */
-bool bootloadDialogue::couldRepeat(const OPEN& entry, const ANSWER& answer) const {
-    return !entry.repeats || *entry.repeats == answer.reply;
-}
-
-bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) const {
-    if (entry.type == OPEN::STATUS && session.ignoresStatus()) {
-        return false;
-    }
-    const bool asksForIdentity = entry.type == OPEN::REQUESTED && entry.kind == KIND::ENTER;
-    if (answer.identification) {
-        return asksForIdentity;
-    }
-    if (asksForIdentity) {
-        return !session.identifies;
-    }
-    const bool fits =
-        entry.kind == KIND::COMMAND || answer.reply.row == entry.row || answer.reply.status != OK;
-    return fits || (entry.type == OPEN::STATUS && couldRepeat(entry, answer));
-}
-
-/** Now comes what answers a request of that time, unless the module was at work for longer than `work`. */
-bool bootloadDialogue::isPrompt(clock::time_point sent, milliseconds work) const {
-    return host.now() - sent <= std::max({ECHO, 2 * session.pace.fastest, work});
-}
-
-/** Such as no request in its order gets. */
-bool bootloadDialogue::isMarkReply(const ANSWER& answer) {
-    return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
-}
-
-/** A module that has given its own name so far may be another one when it goes by another name now. */
-bool bootloadDialogue::mayBeOthers(const ANSWER& answer) const {
-    const REPLY& reply = answer.reply;
-    return !answer.identification && session.name && session.isOwnName(*session.name) &&
-           reply.module != NO_MODULE && reply.module != *session.name;
-}
-
-/** A mark that may have been lost claims no error that the request behind it got. */
-bool bootloadDialogue::expectsMarkReply(const OPEN& entry) const {
-    const auto isBehind = [&](const OPEN& other) { return isAsked(other) && other.sent > entry.sent; };
-    return entry.type == OPEN::MARKED && (isPrompt(entry.sent, 2 * session.pace.slowest(KIND::ROW)) ||
-                                          std::none_of(open.begin(), open.end(), isBehind));
-}
-
-bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
-    return answer.identification && (session.isOwnName(answer.identification->module) ||
-                                     answer.identification->module == session.said.module);
-}
-
-/** What comes again and again must stay away for longer than it has done so far; but that is no doubled
- * answer. */
-void bootloadDialogue::noteStranger(bool doubled) {
-    const auto since = std::chrono::ceil<milliseconds>(host.now() - strangerAt);
-    if (disturbed && !doubled && 2 * since <= LATEST) {
-        session.quiet = std::max(session.quiet, 2 * since);
-    }
-    disturbed = true;
-    strangerAt = host.now();
-}
-
-/**
- * Strikes the request that was answered off the list, as far as that is known. An answer that may be the
- * request's or another's is counted as the other's: once all others are answered, the next one is its own.
- */
-bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
-    const bool repeats = lastHeard == answer;
-    const bool doubled = repeats && host.now() - heardAt <= ECHO;
-    const bool echo = doubled && !sentSince; // or the same to another request
-    if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
-        prompt = isPrompt(sentAt);
-    }
-    forgetLate();
-    for (OPEN& entry : open) { // what was sent into the silence is answered about now, if ever
-        const auto soon = host.now() + QUIET;
-        entry.until = entry.sent >= heardAt ? std::max(entry.until, soon) : entry.until;
-    }
-    lastHeard = answer;
-    heardAt = host.now();
-    sentSince = false;
-    auto own = open.end();
-    auto other = open.end();
-    bool doubted = echo && (disturbed || prompt); // by doubled answers, nothing can be counted
-    for (auto entry = open.begin(); entry != open.end(); ++entry) {
-        if (!couldAnswer(*entry, answer)) {
-            continue;
-        }
-        const bool isOwn = isAsked(*entry);
-        const bool isMarks = isMarkReply(answer) && expectsMarkReply(*entry);
-        own = isOwn && own == open.end() ? entry : own;
-        const bool isOther = !isOwn && (isMarks || entry->type != OPEN::MARKED);
-        other = isOther && (other == open.end() || isMarks) ? entry : other;
-        doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
-    }
-    const bool isOwn = own != open.end();
-    const bool isNobodys = !isOwn && other == open.end();
-    if (other != open.end() && other->type == OPEN::STATUS) {
-        const bool isSurely = !isOwn || (prompt && other->sent == sentAt && sentAt - own->sent >= QUIET);
-        session.answersStatus = session.answersStatus || isSurely;
-    }
-    if (isOwnIdentification(answer) && !repeats) { // unless it was doubled on its way
-        session.identifiedLate = session.identifiedLate || session.plain;
-        // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
-        session.restarted = session.restarted || session.name || isNobodys;
-    }
-    const bool isStrangers = mayBeOthers(answer);
-    if (isNobodys || isStrangers) {
-        noteStranger(doubled);
-        return isOwn ? WHOSE::MAYBE : WHOSE::OTHER;
-    }
-    const auto struck = isOwn && (!doubted || other == open.end()) ? own : other;
-    if (isOwn && struck == other) { // or it is the other way round
-        own->until = std::max(own->until, std::min(other->until, host.now() + LATEST));
-    }
-    open.erase(struck);
-    return !isOwn ? WHOSE::OTHER : doubted ? WHOSE::MAYBE : WHOSE::OWN;
 }
 
 // Quiet
 
-/** Whether the answer to an earlier request could be taken for the answer to this one. */
-bool bootloadDialogue::confuses(const OPEN& entry, const REQUEST& request) const {
-    if (isAsked(entry) || (entry.type == OPEN::STATUS && session.ignoresStatus())) {
-        return false;
-    }
-    if (request.kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == OPEN::MARKED) {
-        return true;
-    }
-    if (entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED) {
-        return !session.identifies;
-    }
-    const bool repeatsRow =
-        entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
-    return repeatsRow || entry.row == request.row;
-}
-
 /**
- * Until when something may come that could be taken for the answer to the request; none when nothing may. The
- * first try of a request that nothing proves does not wait for earlier answers, lest the session end
+ * The first try of a request that nothing proves does not wait for earlier answers, lest the session end
  * meanwhile: its own is doubted then, and it is asked again behind a mark.
  */
-std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request,
-                                                                               bool again) const {
-    std::optional<clock::time_point> until;
-    for (const OPEN& entry : open) {
-        if (confuses(entry, request) && (again || !provesNothing(request))) {
-            until = std::max(until.value_or(entry.until), entry.until);
-        }
-    }
-    if (disturbed) {
-        until = std::max(until.value_or(strangerAt + session.quiet), strangerAt + session.quiet);
-    }
-    return until > host.now() ? until : std::nullopt;
+bootloadDialogue::clock::time_point bootloadDialogue::confusedUntil(const REQUEST& request,
+                                                                    bool again) const {
+    const bool waits = again || !provesNothing(request);
+    return std::max(waits ? open.confusedUntil() : clock::time_point(), open.disturbedUntil());
 }
 
 /** Lets pass what could be taken for the request's answer. False when the line does not fall quiet. */
 bool bootloadDialogue::settle(const REQUEST& request, bool again) {
     const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
     drain();
-    while (const auto until = confusedUntil(request, again)) {
-        const auto now = host.now();
+    for (auto now = host.now(); confusedUntil(request, again) > now; now = host.now()) {
         if (now >= limit || host.cancelled()) {
             return false;
         }
-        const auto next = std::min(*until, std::max(now, sentAt + KEEP_ALIVE));
+        const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
+        const auto next = std::min(confusedUntil(request, again), turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
-            judge(*answer);
-        } else if (host.now() >= sentAt + KEEP_ALIVE) {
+            open.judge(*answer, host.now());
+        } else if (host.now() >= turn) {
             keepAlive(request, again);
         }
     }
-    std::erase_if(open, [&](const OPEN& entry) { return entry.until <= host.now() && !isAsked(entry); });
+    open.forgetOver(host.now());
     return true;
 }
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
 void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
-    const bool isWaiting =
-        std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
     const bool isDistinct = session.lastReply && session.lastReply->row != request.row;
     const bool inSession = request.kind != KIND::ENTER;
     if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
-        sendStatus(request.module, NOTHING_ASKED);
-    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting && !session.keepsMarks) {
+        sendStatus(request.module, ABOUT::NOTHING);
+    } else if (inSession && (request.proof == PROOF::MARK || again) && !open.awaitsMark() &&
+               !session.keepsMarks) {
         sendMark();
     }
-    sentAt = host.now();
+    open.skip(host.now());
 }
 
 // Listening
@@ -321,7 +136,7 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
 /** True when the answer settles the try. */
 bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HEARD& heard) {
     heard.alive = true;
-    const WHOSE whose = judge(answer);
+    const WHOSE whose = open.judge(answer, host.now());
     if (answer.identification || whose == WHOSE::OTHER) {
         return false;
     }
@@ -361,14 +176,10 @@ bool bootloadDialogue::hear(const REQUEST& request, milliseconds wait, HEARD& he
 void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
     const auto start = host.now();
     const unsigned passes = PASSES * GROWTH[n];
-    OPEN about;
-    about.kind = request.kind;
-    about.number = asked;
-    about.row = request.row;
     milliseconds wait = directWait(request, n);
     for (unsigned pass = 1; !hear(request, wait, heard); ++pass) {
         heard.direct = false;
-        sendStatus(request.module, about);
+        sendStatus(request.module, ABOUT::REQUEST);
         if (hear(request, STATUS_WAIT + PAUSE, heard)) {
             return;
         }
@@ -385,9 +196,9 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
 /** Whether the module repeats its last reply when it is asked for its status: not every one does. */
 bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
     for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
-        sendStatus(module, NOTHING_ASKED);
+        sendStatus(module, ABOUT::NOTHING);
         if (const auto repeated = host.receive(wait)) {
-            judge(*repeated);
+            open.judge(*repeated, host.now());
             const bool isSame = !repeated->identification && repeated->reply == session.lastReply;
             session.answersStatus = session.answersStatus || isSame;
             return isSame;
@@ -407,8 +218,8 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = receiveBefore(limit, wait)) {
-        if (isMarkReply(*answer)) {
-            judge(*answer);
+        if (openRequests::isMarkReply(*answer)) {
+            open.judge(*answer, host.now());
             session.keepsMarks = answer->reply.status == OK;
             session.lastReply = answer->reply;
             if (!isRepeated(request.module, wait)) {
@@ -437,7 +248,7 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
  * one: the tries before it were lost, and teach nothing. Any other may answer the first try as well.
  */
 void bootloadDialogue::learnTime(KIND kind) {
-    const auto since = isPrompt(requestedAt) ? requestedAt : askedAt;
+    const auto since = session.pace.isPrompt(host.now() - requestedAt) ? requestedAt : askedAt;
     session.pace.learn(kind, std::chrono::ceil<milliseconds>(host.now() - since));
 }
 
@@ -491,8 +302,8 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
 
 /** What was heard just now may come once more: not behind a request that it would answer. */
 void bootloadDialogue::linger(bool doubtful) {
-    const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - heardAt);
-    if (wait.count() > 0 && (session.spare >= wait || doubtful || disturbed)) {
+    const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - open.heardAt());
+    if (wait.count() > 0 && (session.spare >= wait || doubtful || open.isDisturbed())) {
         session.spare -= wait;
         host.pause(wait);
     }
@@ -500,7 +311,7 @@ void bootloadDialogue::linger(bool doubtful) {
 
 bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     RESULT result;
-    ++asked;
+    open.begin(request.kind, request.row);
     askedAt = host.now();
     const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
     const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
@@ -533,10 +344,10 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
 // Commands
 
 bool bootloadDialogue::sendReqStat(std::uint8_t module) {
-    sendStatus(module, NOTHING_ASKED);
+    sendStatus(module, ABOUT::NOTHING);
     const auto answer = host.receive(STATUS_WAIT);
     if (answer) {
-        judge(*answer);
+        open.judge(*answer, host.now());
     }
     return answer.has_value();
 }
@@ -544,16 +355,16 @@ bool bootloadDialogue::sendReqStat(std::uint8_t module) {
 bool bootloadDialogue::sendWithResponse(std::uint8_t module, const PROCBUS_MSG& msg, unsigned timeout) {
     REQUEST request;
     request.msg = msg;
-    ++asked;
+    open.begin(request.kind, request.row);
     sendRequest(request);
     for (unsigned pass = 0; pass < PASSES && !host.cancelled(); ++pass) {
         auto answer = host.receive(milliseconds(timeout * UNIT_MS));
         if (!answer) {
-            sendStatus(module, NOTHING_ASKED);
+            sendStatus(module, ABOUT::NOTHING);
             answer = host.receive(STATUS_WAIT + PAUSE);
         }
         if (answer) {
-            judge(*answer);
+            open.judge(*answer, host.now());
             return true;
         }
     }
@@ -597,7 +408,7 @@ constexpr struct {
 
 bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, const REQUEST& request,
                                                       bool byName) {
-    const WHOSE whose = judge(answer);
+    const WHOSE whose = open.judge(answer, host.now());
     if (answer.identification) {
         const std::int8_t named = answer.identification->module;
         const bool isLate = session.isNameBefore(named) && !answer.identification->serial;
@@ -606,7 +417,7 @@ bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, cons
             session.identifies = true;
             return ENTERING::IDENTIFIED;
         }
-        const bool late = session.isNameBefore(named) || disturbed;
+        const bool late = session.isNameBefore(named) || open.isDisturbed();
         session.said = late ? session.said : *answer.identification;
         return late ? ENTERING::ALIVE : ENTERING::ANOTHER;
     }
@@ -642,11 +453,8 @@ bootloadDialogue::ENTERING bootloadDialogue::listenForEntry(const REQUEST& reque
         }
         return host.cancelled();
     };
-    OPEN about;
-    about.kind = KIND::COMMAND;
-    about.number = asked;
     for (unsigned pass = 1; !heardWithin(timeoutOf(KIND::ENTER)); ++pass) {
-        sendStatus(request.module, about);
+        sendStatus(request.module, ABOUT::REQUEST);
         const bool done = heardWithin(STATUS_WAIT + PAUSE);
         const bool mayWork = state != ENTERING::SILENT && host.now() - start < ENTER_WORK;
         if (done || (pass >= PASSES && !mayWork)) {
@@ -666,12 +474,12 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
     ENTERING state = ENTERING::SILENT;
     askedAt = host.now();
     const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
-    ++asked;
+    open.begin(request.kind, request.row);
     host.pause(LINGER); // the module before may have answered twice
     session.spare -= LINGER;
     for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
         request.last = n + 1 == TRIES;
-        const bool isDoubted = disturbed || (request.last && state != ENTERING::SILENT);
+        const bool isDoubted = open.isDisturbed() || (request.last && state != ENTERING::SILENT);
         if ((n == 0 || isDoubted) && !settle(request, true)) {
             continue;
         }

@@ -1,16 +1,15 @@
 #pragma once
 
 #include "bootloadHost.h"
-#include "bootloadSession.h"
+#include "openRequests.h"
 
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <vector>
 
 /**
  * One request to a module's bootloader and the one reply to it: what the CAN and the serial bootloader have
- * in common. Decides whose reply an answer is; docs/dialogue.md explains the rule.
+ * in common. docs/dialogue.md explains by which rule an answer counts.
  *
  * Runs on the thread of its host. Every wait ends at once when the run is cancelled, with the request's
  * failure result. Nothing is known of the line at first; the dialogue is to outlive the modules it talks to,
@@ -91,23 +90,9 @@ private:
     using ANSWER = busMessages::ANSWER;
     using REPLY = busMessages::REPLY;
 
-    /** A request that may still be answered, and what it could still answer. */
-    struct OPEN {
-        enum TYPE : std::uint8_t { REQUESTED, STATUS, MARKED };
-        TYPE type = REQUESTED;
-        KIND kind = KIND::COMMAND;
-        unsigned number = 0;          ///< which request of ours it is, or asks the status of
-        std::uint32_t row = 0;        ///< that the request's reply names
-        std::optional<REPLY> repeats; ///< a status request's: the reply before; none when that is unknown
-        clock::time_point sent;
-        clock::time_point until; ///< behind it no answer comes any more
-    };
-    static const OPEN NOTHING_ASKED;
-    enum class WHOSE : std::uint8_t {
-        OWN,   ///< surely the request's
-        MAYBE, ///< the request's, or another's that is still open
-        OTHER
-    };
+    using WHOSE = openRequests::WHOSE;
+    enum class ABOUT : std::uint8_t { REQUEST, NOTHING };
+
     /** What came while one try was listened for. */
     struct HEARD {
         std::optional<REPLY> own;
@@ -120,27 +105,13 @@ private:
     };
     enum class ENTERING : std::uint8_t;
 
-    void send(const busMessages::PROCBUS_MSG& msg, OPEN entry, milliseconds lifetime);
     void sendRequest(const REQUEST& request);
-    void sendStatus(std::uint8_t module, const OPEN& about);
+    void sendStatus(std::uint8_t module, ABOUT about);
     void sendMark();
     void drain();
     std::optional<ANSWER> receiveBefore(clock::time_point limit, milliseconds wait);
 
-    bool couldAnswer(const OPEN& entry, const ANSWER& answer) const;
-    bool couldRepeat(const OPEN& entry, const ANSWER& answer) const;
-    WHOSE judge(const ANSWER& answer);
-    bool isPrompt(clock::time_point sent, milliseconds work = milliseconds(0)) const;
-    static bool isMarkReply(const ANSWER& answer);
-    bool expectsMarkReply(const OPEN& entry) const;
-    bool mayBeOthers(const ANSWER& answer) const;
-    bool isOwnIdentification(const ANSWER& answer) const;
-    void noteStranger(bool doubled);
-    void forgetLate();
-    bool isAsked(const OPEN& entry) const;
-
-    bool confuses(const OPEN& entry, const REQUEST& request) const;
-    std::optional<clock::time_point> confusedUntil(const REQUEST& request, bool again) const;
+    clock::time_point confusedUntil(const REQUEST& request, bool again) const;
     bool settle(const REQUEST& request, bool again);
     void keepAlive(const REQUEST& request, bool again);
 
@@ -163,18 +134,8 @@ private:
     ENTERING classify(const ANSWER& answer, const REQUEST& request, bool byName);
 
     bootloadHost& host;
-    std::vector<OPEN> open;
-    unsigned asked = 0;              ///< number of the request at hand
-    clock::time_point sentAt{};      ///< the last request, of whatever kind
+    SESSION session;
+    openRequests open{session};
     clock::time_point askedAt{};     ///< the request at hand, the first time
     clock::time_point requestedAt{}; ///< the last time
-
-    std::optional<ANSWER> lastHeard;
-    clock::time_point heardAt{};
-    bool sentSince = false; ///< a request, be it for no status or mark
-    bool prompt = false;    ///< it came soon behind what was sent last
-    bool disturbed = false; ///< something came that nobody had asked for
-    clock::time_point strangerAt{};
-
-    SESSION session;
 };

@@ -20,6 +20,12 @@ struct PACE {
     /** The slowest lately: an eighth of it is forgotten with each answer. */
     milliseconds usual(KIND kind) const { return lately[static_cast<std::size_t>(kind)]; }
 
+    /** What comes so long behind a request answers that, unless the module was at work for longer than
+     * `work`. */
+    bool isPrompt(std::chrono::steady_clock::duration since, milliseconds work = milliseconds(0)) const {
+        return since <= std::max({bootloadTiming::ECHO, 2 * fastest, work});
+    }
+
     void learn(KIND kind, milliseconds took) {
         milliseconds& slow = longest[static_cast<std::size_t>(kind)];
         slow = std::max(slow, took);
