@@ -1,15 +1,13 @@
 #pragma once
 
-#include "bootloadHost.h"
-#include "openRequests.h"
+#include "bootloaderEntry.h"
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 
 /**
  * One request to a module's bootloader and the one reply to it: what the CAN and the serial bootloader have
- * in common. docs/dialogue.md explains by which rule an answer counts.
+ * in common. docs/dialogue.md explains by which rule an answer counts, and how it is tried again.
  *
  * Runs on the thread of its host. Every wait ends at once when the run is cancelled, with the request's
  * failure result. Nothing is known of the line at first; the dialogue is to outlive the modules it talks to,
@@ -21,39 +19,14 @@ public:
     using enum busProtocol::BLSTATUS;
     using KIND = bootloadTiming::KIND;
     using milliseconds = bootloadTiming::milliseconds;
-
-    /** What will show that a request was carried out, beside an answer that may be another's. */
-    enum class PROOF : std::uint8_t {
-        LATER,  ///< the requests behind it fail when it was not
-        MARK,   ///< nothing, but no page is open: the module's last reply may be replaced by a mark
-        NOTHING ///< nothing, and a page is open
-    };
-
-    struct REQUEST {
-        busMessages::PROCBUS_MSG msg;
-        std::uint8_t module = 0; ///< that is asked for its status when no answer comes
-        KIND kind = KIND::COMMAND;
-        std::uint32_t row = 0; ///< that the reply names
-        PROOF proof = PROOF::LATER;
-        milliseconds work{0};  ///< how long the module may be at work on it
-        unsigned attempt = 0;  ///< how often what it is part of was begun before; waits longer
-        bool last = true;      ///< what it is part of is not begun again: what may be its answer is taken
-        bool mustBeOk = false; ///< a reply with an error fails the try
-        /** Called behind each try that failed, with the reply that did not count. */
-        std::function<void(const std::optional<busMessages::REPLY>&)> failed;
-    };
+    using PROOF = bootloadLine::PROOF;
+    using REQUEST = bootloadLine::REQUEST;
+    using ENTRY = bootloaderEntry::ENTRY;
 
     struct RESULT {
         std::optional<busMessages::REPLY> reply; ///< none when all tries failed
         bool answered = false;                   ///< something came while it was waited for
         bool certain = false;                    ///< the reply is nobody else's
-    };
-
-    enum class ENTRY : std::uint8_t {
-        NONE,       ///< no bootloader answered
-        PLAIN,      ///< an old one, which does not say what it is
-        ANOTHER,    ///< it says that it is another module's; identification() has what it said
-        IDENTIFIED, ///< the same of the module's own
     };
 
     explicit bootloadDialogue(bootloadHost& panel) : host(panel) {}
@@ -89,9 +62,8 @@ private:
     using clock = bootloadHost::clock;
     using ANSWER = busMessages::ANSWER;
     using REPLY = busMessages::REPLY;
-
     using WHOSE = openRequests::WHOSE;
-    enum class ABOUT : std::uint8_t { REQUEST, NOTHING };
+    using ABOUT = bootloadLine::ABOUT;
 
     /** What came while one try was listened for. */
     struct HEARD {
@@ -102,40 +74,25 @@ private:
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try
+        bool mayBeWell() const { return maybe && maybe->status == OK; }
     };
-    enum class ENTERING : std::uint8_t;
 
-    void sendRequest(const REQUEST& request);
-    void sendStatus(std::uint8_t module, ABOUT about);
-    void sendMark();
-    void drain();
-    std::optional<ANSWER> receiveBefore(clock::time_point limit, milliseconds wait);
-
-    clock::time_point confusedUntil(const REQUEST& request, bool again) const;
-    bool settle(const REQUEST& request, bool again);
-    void keepAlive(const REQUEST& request, bool again);
+    RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
+    RESULT resultOf(const REQUEST& request, unsigned n, const HEARD& heard) const;
+    bool takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const;
+    void learn(const RESULT& result);
 
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
-    void clarify(const REQUEST& request, unsigned n, HEARD& heard);
-    bool isRepeated(std::uint8_t module, milliseconds wait);
-    bool setMark(const REQUEST& request, HEARD& heard);
-    bool provesNothing(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
-    void linger(bool doubtful);
-    RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
-    bool isLastTry(const REQUEST& request, unsigned n) const;
-    void learnTime(KIND kind);
-    void learn(const REQUEST& request, const RESULT& result);
 
-    ENTERING listenForEntry(const REQUEST& request, bool byName, ENTERING state);
-    ENTERING classify(const ANSWER& answer, const REQUEST& request, bool byName);
+    bool setMark(const REQUEST& request, HEARD& heard);
+    bool isRepeated(std::uint8_t module, milliseconds wait);
+    void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 
     bootloadHost& host;
     SESSION session;
-    openRequests open{session};
-    clock::time_point askedAt{};     ///< the request at hand, the first time
-    clock::time_point requestedAt{}; ///< the last time
+    bootloadLine line{host, session};
 };
