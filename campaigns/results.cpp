@@ -13,9 +13,9 @@ std::FILE* results() {
     return stream;
 }
 
-void silenceOthers() {
+void silenceOthers(const char* file) {
     stream = fdopen(dup(STDOUT_FILENO), "w");
-    if (stream == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) {
+    if (stream == nullptr || std::freopen(file, "w", stdout) == nullptr) {
         throw std::runtime_error("no standard output");
     }
 }

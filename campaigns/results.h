@@ -6,5 +6,5 @@
 
 /** Where results go. */
 std::FILE* results();
-/** What others print is to be seen no more. Throws std::runtime_error. */
-void silenceOthers();
+/** What others print goes into a file from now on. Throws std::runtime_error. */
+void silenceOthers(const char* file = "/dev/null");
