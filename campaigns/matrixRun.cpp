@@ -48,11 +48,10 @@ MatrixResult MatrixRuns::run(const Cell& cell, Dialogue dialogue) {
                               : PanelVisits(host).flash(target) == PanelVisits::Result::Done;
         result.time = bus.now() - start;
         bus.advance(bus.now() + LAST_WORK);
-        result.verdict = !done                                   ? Verdict::Refused
-                         : holds(module.flash, kind, made.after) ? Verdict::Flashed
-                                                                 : Verdict::Wrong;
+        const bool right = holds(module.flash, kind, made.after);
+        result.outcome = !done ? Outcome::Failed : right ? Outcome::Equal : Outcome::Wrong;
     } catch (const VirtualBus::Endless&) {
-        result.verdict = Verdict::Endless;
+        result.outcome = Outcome::Endless;
     }
     result.log = std::move(host.logged);
     result.requests = std::move(host.sent);

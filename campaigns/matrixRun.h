@@ -2,9 +2,9 @@
 
 #include "firmwareStore.h"
 #include "matrixCells.h"
+#include "results.h"
 #include "virtualBus.h"
 
-#include <array>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -13,16 +13,8 @@
 
 enum class Dialogue { Plain, Panel };
 
-enum class Verdict {
-    Flashed, ///< it says that it is done, and the flash equals the image
-    Refused, ///< it says that it failed, or found no module
-    Wrong,   ///< it says that it is done, and the flash differs
-    Endless, ///< it says nothing for longer than any update takes
-};
-constexpr std::array<const char*, 4> VERDICTS = {"flashed", "refused", "WRONG", "ENDLESS"};
-
 struct MatrixResult {
-    Verdict verdict = Verdict::Refused;
+    Outcome outcome = Outcome::Failed;
     std::chrono::duration<double> time{0};          ///< virtual
     std::vector<std::string> log;                   ///< of the dialogue
     std::vector<busMessages::PROCBUS_MSG> requests; ///< all that it sent

@@ -17,7 +17,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* ABOUT =
-    "Updates of simulated modules under faults of the bus, in virtual time.\n"
+    "Updates of simulated modules under faults of the bus, in virtual time. Prints a line for each: what is\n"
+    "counted together, how it ended, and, when it may not end so, how to repeat it and what it was.\n"
     "Exit status: 0 fine; 1 when a run ended otherwise than as it may; 2 for a wrong command line.";
 
 struct Options {
@@ -75,56 +76,25 @@ std::vector<Case> casesOf(const Options& options) {
     return cases;
 }
 
-class Campaign {
-public:
-    explicit Campaign(const Options& requested) : options_(requested), runs_(options_.trace ? "-" : "") {}
+/** True when it may end so. */
+bool tell(const Case& entry, Outcome outcome, const std::string& more) {
+    const bool mayBe = isAmong(entry.right, nameOf(outcome));
+    std::fprintf(results(), "%s\t%s%s\n", entry.group.c_str(), nameOf(outcome),
+                 mayBe ? "" : ("\t" + more).c_str());
+    return mayBe;
+}
 
-    /** False when a run ended otherwise than as it may. */
-    bool execute() {
-        const std::vector<Case> cases = casesOf(options_);
-        for (std::size_t n = 0; n < cases.size(); ++n) {
-            take(cases[n]);
-            if (n + 1 == cases.size() || cases[n + 1].group != cases[n].group) {
-                report(cases[n].group);
-            }
-        }
-        return bad_ == 0;
-    }
-
-private:
-    /** All seeds; tells of the first one that ends as it may not. */
-    void take(const Case& entry) {
-        std::map<Outcome, std::vector<std::uint64_t>> wrong;
-        for (std::uint64_t seed = options_.seed; seed < options_.seed + options_.runs; ++seed) {
-            const Outcome outcome = runs_.run(entry.plan(seed));
-            ++counts_[static_cast<std::size_t>(outcome)];
-            if (!isAmong(entry.right, nameOf(outcome))) {
-                wrong[outcome].push_back(seed);
-            }
-        }
-        for (const auto& [outcome, seeds] : wrong) {
-            bad_ += seeds.size();
-            std::fprintf(results(), "%s in %zu: module-attacks %s --trace: %s\n", nameOf(outcome),
-                         seeds.size(), entry.repeat(seeds.front()).c_str(), entry.about.c_str());
-            std::fflush(results());
+bool execute(const Options& options) {
+    AttackRuns runs(options.trace ? "-" : "");
+    bool right = true;
+    for (const Case& each : casesOf(options)) {
+        for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed) {
+            right &= tell(each, runs.run(each.plan(seed)),
+                          "module-attacks " + each.repeat(seed) + " --trace: " + each.about);
         }
     }
-
-    void report(const std::string& name) {
-        std::fprintf(results(), "%-14s", name.c_str());
-        for (std::size_t n = 0; n < OUTCOMES.size(); ++n) {
-            std::fprintf(results(), "%8llu %s", static_cast<unsigned long long>(counts_[n]), OUTCOMES[n]);
-        }
-        std::fprintf(results(), "\n");
-        std::fflush(results());
-        counts_ = {};
-    }
-
-    const Options& options_;
-    AttackRuns runs_;
-    std::array<std::uint64_t, OUTCOMES.size()> counts_{};
-    std::uint64_t bad_ = 0;
-};
+    return right;
+}
 
 /** For who runs each by itself. */
 void list(const Options& options) {
@@ -141,9 +111,9 @@ void list(const Options& options) {
     const Case entry = casesOf(options).at(0);
     const Result result =
         runPanel(entry.plan(options.seed), fs::read_symlink("/proc/self/exe").parent_path() / "bus-sim");
-    std::fprintf(results(), "%s %s\n", nameOf(result.outcome), result.detail.c_str());
+    const bool right = tell(entry, result.outcome, result.detail);
     std::fflush(nullptr);
-    _exit(isAmong(entry.right, nameOf(result.outcome)) ? 0 : 1); // a core whose run hangs can't be taken down
+    _exit(right ? 0 : 1); // a core whose run hangs can't be taken down
 }
 
 void declare(CLI::App& app, Options& options) {
@@ -181,7 +151,7 @@ int main(int argc, char** argv) {
         if (options.real) {
             runReal(options, argc, argv);
         }
-        return Campaign(options).execute() ? 0 : 1;
+        return execute(options) ? 0 : 1;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception& error) {
