@@ -39,9 +39,10 @@ void checkPackage(const Arguments& arguments);
  * seconds and the peak memory.
  */
 void flash(const Arguments& arguments);
-/** updater or bare: share of a core, in %, that taking in a line of 921600 baud without gaps costs. */
+/** updater, unrecorded (without its recorder) or bare: share of a core, in %, that taking in a line of 921600
+ * baud without gaps costs. */
 void receiveShare(const Arguments& arguments);
-/** updater or bare: MB/s that can be taken in. */
+/** The same three: MB/s that can be taken in. */
 void receiveRate(const Arguments& arguments);
 /**
  * SIMULATOR PACKAGE: seconds from starting the loader to its mode byte, then those of tar and sha1sum alone.

@@ -119,7 +119,7 @@ void withReader(const std::string& reader,
         work(line.fd(), [&bare](const Bytes& sent) { return bare.received >= sent.size(); });
         return;
     }
-    panel::configure(line.name(), BAUD);
+    panel::configure(line.name(), BAUD, reader == "unrecorded" ? "recorder_size = 0\n" : "");
     updateCore core;
     work(line.fd(), [&core](const Bytes&) { return core.arts.available.operator bool(); });
 }

@@ -240,6 +240,16 @@ CLI::App& addReport(CLI::App& app, Options& options) {
     return report;
 }
 
+CLI::App& addSupport(CLI::App& app, Options& options) {
+    CLI::App& support = *app.add_subcommand(
+        "support", "Tell what a panel has copied to a stick: updates, failures, the bus, what was installed");
+    support.add_option("DIR", options.path, "a folder PANEL-TIME of the stick's keldra_logs")
+        ->required()
+        ->check(CLI::ExistingDirectory);
+    support.add_option("-o,--output", options.output, "write an HTML page instead; - for standard output");
+    return support;
+}
+
 CLI::App& addInit(CLI::App& app, Options& options) {
     CLI::App& init = *app.add_subcommand("init", "Write examples of package.json and inventory.json");
     init.add_option("DIR", options.path, "directory to write them to (the current one)");
@@ -282,9 +292,9 @@ std::optional<Options> parseOptions(int argc, char** argv, Status& status) {
     app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);
     app.footer("keldra-package COMMAND --help shows its options and examples.");
     const std::vector<const CLI::App*> commands = {
-        &addBuild(app, options), &addCheck(app, options),   &addPlan(app, options),
-        &addShow(app, options),  &addConvert(app, options), &addInfo(app, options),
-        &addDiff(app, options),  &addReport(app, options),  &addInit(app, options)};
+        &addBuild(app, options),   &addCheck(app, options), &addPlan(app, options), &addShow(app, options),
+        &addConvert(app, options), &addInfo(app, options),  &addDiff(app, options), &addReport(app, options),
+        &addSupport(app, options), &addInit(app, options)};
     std::string shell;
     addCompletion(app, shell);
     try {

@@ -14,7 +14,7 @@ namespace package {
 
 enum class Status { Fine = 0, Bad = 1, Misuse = 2, Failed = 3 };
 
-enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Init };
+enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Support, Init };
 
 struct Options {
     Command command = Command::Check;
