@@ -3,6 +3,7 @@
 #include "lib/hexfile/hexRecords.h"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -35,11 +36,8 @@ public:
         if (!sendSystemCommand(busProtocol::ENTER_BOOTLOADER) || !isRightModule()) {
             return false;
         }
-        if (target_.serial && record_.reportedType == busProtocol::PIC32_REC) {
-            if (!programRecords()) {
-                return false;
-            }
-        } else if (!programPages()) {
+        const bool byRecords = target_.serial && record_.said->type == busProtocol::PIC32_REC;
+        if (!(byRecords ? programRecords() : programPages())) {
             return false;
         }
         sendSystemCommand(busProtocol::RESTART);
@@ -55,20 +53,14 @@ private:
         bool hasResponse = false;
         std::uint8_t status = 0;
         std::uint32_t page = 0;
-        std::int8_t identifiedModule = 0;
-        bool blInitData = false;
-        bool serialBootload = false;
-        std::uint8_t reportedType = 0;
+        std::optional<busMessages::IDENTIFICATION> said;
     };
 
     /** Puts what has come into the record, one over the other. */
     void fileAnswers() {
         while (const auto answer = host_.receive(bootloadHost::milliseconds(0))) {
-            if (const auto& said = answer->identification) {
-                record_.identifiedModule = said->module;
-                record_.serialBootload = said->serial;
-                record_.reportedType = said->type;
-                record_.blInitData = true;
+            if (answer->identification) {
+                record_.said = answer->identification;
             } else {
                 record_.status = answer->reply.status;
                 record_.page = answer->reply.row;
@@ -181,16 +173,14 @@ private:
     }
 
     bool isRightModule() const {
-        if (target_.serial) {
-            return record_.serialBootload;
-        }
-        return !record_.blInitData || (!record_.serialBootload &&
-                                       record_.identifiedModule == static_cast<std::int8_t>(target_.address));
+        const auto& said = record_.said;
+        return target_.serial
+                   ? said && said->serial
+                   : !said || (!said->serial && said->module == static_cast<std::int8_t>(target_.address));
     }
 
     bool programPages() {
-        const auto chosen =
-            target_.layout(record_.blInitData ? std::optional(record_.reportedType) : std::nullopt);
+        const auto chosen = target_.layout(record_.said ? std::optional(record_.said->type) : std::nullopt);
         if (!chosen || !flashLayouts::readImage(target_.image, *chosen, image_)) {
             return false;
         }
