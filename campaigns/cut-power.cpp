@@ -25,52 +25,48 @@
 namespace {
 
 constexpr int CUT = 99;
+constexpr int NONE = -1;
 
-/**
- * Where a call says which file it means: by descriptor or by path, in the first argument or behind a
- * directory; or, where the first path is what a new symbolic link contains, behind that.
- */
-enum class FileIn { Descriptor, Path, DirectoryAndPath, SecondPath, DirectoryAndSecondPath };
-
+/** A call that changes a file, and which of its arguments say where that is. */
 struct Call {
     long number;
     const char* name;
-    FileIn file;
-    int flags = -1; ///< index of the argument with the flags of an open
+    int path = NONE;      ///< a path; without one the first argument is a descriptor
+    int directory = NONE; ///< descriptor of what a relative path starts from
+    int flags = NONE;     ///< of an open
 };
 
 constexpr Call CALLS[] = {
-    {SYS_write, "write", FileIn::Descriptor},
-    {SYS_writev, "writev", FileIn::Descriptor},
-    {SYS_pwrite64, "pwrite64", FileIn::Descriptor},
-    {SYS_sendfile, "sendfile", FileIn::Descriptor},
-    {SYS_copy_file_range, "copy_file_range",
-     FileIn::Descriptor}, // its first file is read, but lies near the other
-    {SYS_ftruncate, "ftruncate", FileIn::Descriptor},
-    {SYS_fallocate, "fallocate", FileIn::Descriptor},
-    {SYS_fchmod, "fchmod", FileIn::Descriptor},
-    {SYS_fchown, "fchown", FileIn::Descriptor},
-    {SYS_openat, "openat", FileIn::DirectoryAndPath, 2},
-    {SYS_mkdirat, "mkdirat", FileIn::DirectoryAndPath},
-    {SYS_unlinkat, "unlinkat", FileIn::DirectoryAndPath},
-    {SYS_renameat, "renameat", FileIn::DirectoryAndPath},
-    {SYS_renameat2, "renameat2", FileIn::DirectoryAndPath},
-    {SYS_symlinkat, "symlinkat", FileIn::DirectoryAndSecondPath},
-    {SYS_linkat, "linkat", FileIn::DirectoryAndPath}, // the file, which is near its new name
-    {SYS_fchmodat, "fchmodat", FileIn::DirectoryAndPath},
-    {SYS_fchownat, "fchownat", FileIn::DirectoryAndPath},
-    {SYS_utimensat, "utimensat", FileIn::DirectoryAndPath}, // of a descriptor when there is no path
-    {SYS_truncate, "truncate", FileIn::Path},
+    {SYS_write, "write"},
+    {SYS_writev, "writev"},
+    {SYS_pwrite64, "pwrite64"},
+    {SYS_sendfile, "sendfile"},
+    {SYS_copy_file_range, "copy_file_range"}, // its first file is read, but lies near the other
+    {SYS_ftruncate, "ftruncate"},
+    {SYS_fallocate, "fallocate"},
+    {SYS_fchmod, "fchmod"},
+    {SYS_fchown, "fchown"},
+    {SYS_openat, "openat", 1, 0, 2},
+    {SYS_mkdirat, "mkdirat", 1, 0},
+    {SYS_unlinkat, "unlinkat", 1, 0},
+    {SYS_renameat, "renameat", 1, 0},
+    {SYS_renameat2, "renameat2", 1, 0},
+    {SYS_symlinkat, "symlinkat", 2, 1},
+    {SYS_linkat, "linkat", 1, 0}, // the file, which is near its new name
+    {SYS_fchmodat, "fchmodat", 1, 0},
+    {SYS_fchownat, "fchownat", 1, 0},
+    {SYS_utimensat, "utimensat", 1, 0}, // of a descriptor when there is no path
+    {SYS_truncate, "truncate", 0},
 #ifdef SYS_open // the older forms; newer machines have none of them
-    {SYS_open, "open", FileIn::Path, 1},
-    {SYS_creat, "creat", FileIn::Path},
-    {SYS_mkdir, "mkdir", FileIn::Path},
-    {SYS_rmdir, "rmdir", FileIn::Path},
-    {SYS_unlink, "unlink", FileIn::Path},
-    {SYS_symlink, "symlink", FileIn::SecondPath},
-    {SYS_link, "link", FileIn::Path},
-    {SYS_rename, "rename", FileIn::Path},
-    {SYS_chmod, "chmod", FileIn::Path},
+    {SYS_open, "open", 0, NONE, 1},
+    {SYS_creat, "creat", 0},
+    {SYS_mkdir, "mkdir", 0},
+    {SYS_rmdir, "rmdir", 0},
+    {SYS_unlink, "unlink", 0},
+    {SYS_symlink, "symlink", 1},
+    {SYS_link, "link", 0},
+    {SYS_rename, "rename", 0},
+    {SYS_chmod, "chmod", 0},
 #endif
 };
 
@@ -115,25 +111,15 @@ std::string textAt(const std::string& process, std::uint64_t address) {
 
 std::string pathOf(pid_t pid, const Call& call, const std::uint64_t* arguments) {
     const std::string process = "/proc/" + std::to_string(pid);
-    const bool behindAnother = call.file == FileIn::SecondPath || call.file == FileIn::DirectoryAndSecondPath;
-    if (behindAnother) {
-        ++arguments;
-    }
-    const int descriptor = static_cast<int>(arguments[0]);
-    const std::string link = process + "/fd/" + std::to_string(descriptor);
-    if (call.file == FileIn::Descriptor) {
-        return target(link);
-    }
-    const bool inDirectory =
-        call.file == FileIn::DirectoryAndPath || call.file == FileIn::DirectoryAndSecondPath;
-    std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
+    const int from = call.path == NONE        ? static_cast<int>(arguments[0])
+                     : call.directory == NONE ? AT_FDCWD
+                                              : static_cast<int>(arguments[call.directory]);
+    const std::string link = process + (from == AT_FDCWD ? "/cwd" : "/fd/" + std::to_string(from));
+    const std::string path = call.path == NONE ? "" : textAt(process, arguments[call.path]);
     if (path.empty()) {
         return target(link);
     }
-    if (path.front() == '/') {
-        return path;
-    }
-    return target(inDirectory && descriptor != AT_FDCWD ? link : process + "/cwd") + "/" + path;
+    return path.front() == '/' ? path : target(link) + "/" + path;
 }
 
 /** What the command is stopped at. */

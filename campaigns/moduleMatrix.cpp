@@ -1,24 +1,96 @@
 // The panel's bootloader dialogue and the plainest one against modules of many behaviours, in virtual time:
 // what the plain one can flash, the panel's must.
-#include "matrixRun.h"
+#include "firmwareStore.h"
+#include "matrixCells.h"
+#include "panelVisits.h"
+#include "plainDialogue.h"
 #include "results.h"
+#include "virtualBus.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <iostream>
-#include <map>
 #include <optional>
-#include <stdexcept>
-#include <string>
 
 namespace {
 
 constexpr const char* ABOUT =
-    "Runs the panel's dialogue and the plainest one against simulated modules of many behaviours.\n"
-    "Exit status: 0 fine; 1 when the panel's did what it never may (took wrong flash for right, found no "
-    "end),\n"
-    "or, without faults, did not flash a module that the plain one flashes; 2 for a wrong command line.";
+    "Runs the panel's dialogue and the plainest one against simulated modules of many behaviours. Prints a\n"
+    "line for each: the module, how both ended, the time that they took, how to repeat it, the panel's last "
+    "words.";
+
+constexpr std::chrono::seconds LAST_WORK{60}; // what a module may still be at when the dialogue has ended
+
+/** As an inventory names it: a PIC32 sits on the serial bootloader. */
+const char* moduleName(const Kind& kind) {
+    return std::string(kind.name).rfind("pic32", 0) == 0 ? "ctrl" : "mf1";
+}
+
+enum class Dialogue { Plain, Panel };
+
+struct MatrixResult {
+    Outcome outcome = Outcome::Failed;
+    std::chrono::duration<double> time{0};          ///< virtual
+    std::vector<std::string> log;                   ///< of the dialogue
+    std::vector<busMessages::PROCBUS_MSG> requests; ///< all that it sent
+};
+
+/** Runs cells; owns their images. */
+class MatrixRuns {
+public:
+    struct Settings {
+        double lose = 0;   ///< share of requests, and of replies, that are lost
+        std::string trace; ///< "-" for standard output
+    };
+
+    explicit MatrixRuns(Settings requested) : settings_(std::move(requested)) {}
+
+    MatrixResult run(const Cell& cell, Dialogue dialogue) {
+        const Kind& kind = *cell.kind;
+        const Firmware& made =
+            firmware_.get(std::string(kind.name) + "-" + cell.shape->name, kind,
+                          [&](std::mt19937_64& random) { return imageOf(kind, *cell.shape, random); });
+        VirtualBus bus(busFor(cell, made));
+        VirtualHost host(bus);
+        const VirtualBus::clock::time_point start = bus.now();
+        const sim::ModuleConfig& module = bus.modules().front()->config();
+        const DialogueTarget target{module.address, module.serialBootloader, made.path};
+        MatrixResult result;
+        try {
+            const bool done = dialogue == Dialogue::Plain
+                                  ? flashPlainly(host, target)
+                                  : PanelVisits(host).flash(target) == PanelVisits::Result::Done;
+            result.time = bus.now() - start;
+            bus.advance(bus.now() + LAST_WORK);
+            const bool right = holds(module.flash, kind, made.after);
+            result.outcome = !done ? Outcome::Failed : right ? Outcome::Equal : Outcome::Wrong;
+        } catch (const VirtualBus::Endless&) {
+            result.outcome = Outcome::Endless;
+        }
+        result.log = std::move(host.logged);
+        result.requests = std::move(host.sent);
+        return result;
+    }
+
+private:
+    VirtualBus::Settings busFor(const Cell& cell, const Firmware& made) const {
+        VirtualBus::Settings bus;
+        sim::ModuleConfig module = sim::parseModule(
+            sim::words(std::string(moduleName(*cell.kind)) + " kind=" + cell.kind->name + cell.temper()));
+        module.flash = made.before;
+        bus.modules = {std::move(module)};
+        if (settings_.lose > 0) {
+            const std::string share = " share=" + std::to_string(settings_.lose);
+            bus.faults = {"lost-request" + share, "lost" + share};
+        }
+        bus.seed = cell.number + 1;
+        bus.trace = settings_.trace;
+        return bus;
+    }
+
+    Settings settings_;
+    FirmwareStore firmware_;
+};
 
 struct Options {
     MatrixRuns::Settings runs;
@@ -26,140 +98,32 @@ struct Options {
     std::size_t stride = 1;
     std::size_t drawn = 6000;
     unsigned together = 2;
-    std::vector<std::string> lists;
     std::optional<std::size_t> cell;
     bool trace = false;
     bool wire = false;
 };
 
-struct Comparison {
-    MatrixResult plain;
-    MatrixResult panel;
+void compare(const Options& options, const Cell& cell, MatrixRuns& runs) {
+    const MatrixResult plain = runs.run(cell, Dialogue::Plain);
+    const MatrixResult panel = runs.run(cell, Dialogue::Panel);
+    std::fprintf(results(), "%s\t%s\t%s\t%.3f\t%.3f\t--seed %llu --together %u --cell %zu\t%s\n",
+                 cell.text().c_str(), nameOf(plain.outcome), nameOf(panel.outcome), plain.time.count(),
+                 panel.time.count(), static_cast<unsigned long long>(options.seed), options.together,
+                 cell.number, panel.log.empty() ? "" : panel.log.back().c_str());
+}
 
-    bool isBetter() const { return panel.verdict == Verdict::Flashed && plain.verdict != Verdict::Flashed; }
-    bool isWorse() const { return panel.verdict != Verdict::Flashed && plain.verdict == Verdict::Flashed; }
-};
-
-/** What came of the cells of one line of the table. */
-class Tally {
-public:
-    void add(const Comparison& result) {
-        ++cells_;
-        ++plain_[static_cast<std::size_t>(result.plain.verdict)];
-        ++panel_[static_cast<std::size_t>(result.panel.verdict)];
-        better_ += result.isBetter();
-        worse_ += result.isWorse();
-        if (result.plain.verdict == Verdict::Flashed && result.panel.verdict == Verdict::Flashed) {
-            plainTime_ += result.plain.time;
-            panelTime_ += result.panel.time;
-        }
-    }
-
-    static void printTitle() {
-        std::fprintf(results(), "%-14s%7s |%8s%6s%8s |%8s%6s%8s |%7s%6s%7s\n", "", "cells", "plain", "WRONG",
-                     "ENDLESS", "panel", "WRONG", "ENDLESS", "better", "worse", "time");
-    }
-    void print(const std::string& name) const {
-        std::fprintf(results(), "%-14s%7d |%8d%6d%8d |%8d%6d%8d |%7d%6d%7.3f\n", name.c_str(), cells_,
-                     plain_[0], plain_[2], plain_[3], panel_[0], panel_[2], panel_[3], better_, worse_,
-                     plainTime_.count() > 0 ? panelTime_ / plainTime_ : 1.0);
-    }
-
-    bool neverMay() const { return panel_[2] + panel_[3] > 0; }
-    bool isWorse() const { return worse_ > 0; }
-
-private:
-    int cells_ = 0;
-    std::array<int, VERDICTS.size()> plain_{}; ///< by verdict
-    std::array<int, VERDICTS.size()> panel_{};
-    int better_ = 0;
-    int worse_ = 0;
-    std::chrono::duration<double> plainTime_{0}; ///< where both flashed
-    std::chrono::duration<double> panelTime_{0};
-};
-
-class Campaign {
-public:
-    explicit Campaign(const Options& requested)
-        : options_(requested), cells_(options_.seed, options_.together), runs_(options_.runs) {}
-
-    int execute() {
-        for (std::size_t number = 0; number < cells_.singles(); number += options_.stride) {
-            take(cells_.at(number));
-        }
-        for (std::size_t n = 0; n < options_.drawn; ++n) {
-            take(cells_.at(cells_.singles() + n));
-        }
-        printTable();
-        return all_.neverMay() || (all_.isWorse() && options_.runs.lose == 0);
-    }
-
-private:
-    void take(const Cell& cell) {
-        const Comparison result{runs_.run(cell, Dialogue::Plain), runs_.run(cell, Dialogue::Panel)};
-        all_.add(result);
-        byKind_[cell.kind->name].add(result);
-        for (const Cell::Trait& trait : cell.traits) {
-            byDimension_[trait.dimension->name].add(result);
-        }
-        if (isListed(result)) {
-            list(cell, result);
-        }
-    }
-
-    bool isListed(const Comparison& result) const {
-        const std::pair<const char*, bool> properties[] = {
-            {"better", result.isBetter()},
-            {"worse", result.isWorse()},
-            {"wrong", result.panel.verdict == Verdict::Wrong},
-            {"endless", result.panel.verdict == Verdict::Endless},
-            {"plain-wrong", result.plain.verdict == Verdict::Wrong},
-            {"plain-endless", result.plain.verdict == Verdict::Endless},
-        };
-        return std::any_of(std::begin(properties), std::end(properties), [this](const auto& property) {
-            return property.second &&
-                   std::count(options_.lists.begin(), options_.lists.end(), property.first) > 0;
-        });
-    }
-
-    void list(const Cell& cell, const Comparison& result) const {
-        const auto& log = result.panel.log;
-        std::fprintf(results(), "--seed %llu --together %u --cell %zu: %s: plain %s, panel %s%s\n",
-                     static_cast<unsigned long long>(options_.seed), options_.together, cell.number,
-                     cell.text().c_str(), VERDICTS[static_cast<std::size_t>(result.plain.verdict)],
-                     VERDICTS[static_cast<std::size_t>(result.panel.verdict)],
-                     log.empty() ? "" : (": " + log.back()).c_str());
-    }
-
-    void printTable() const {
-        Tally::printTitle();
-        all_.print("all");
-        for (const auto* group : {&byKind_, &byDimension_}) {
-            std::fprintf(results(), "\n");
-            for (const auto& [name, tally] : *group) {
-                tally.print(name);
-            }
-        }
-    }
-
-    const Options& options_;
-    MatrixCells cells_;
-    MatrixRuns runs_;
-    Tally all_;
-    std::map<std::string, Tally> byKind_;
-    std::map<std::string, Tally> byDimension_; ///< a cell stands at each of its own
-};
-
-/** One cell again. */
-int repeat(const Options& options) {
-    const Cell cell = MatrixCells(options.seed, options.together).at(*options.cell);
+int execute(const Options& options) {
+    const MatrixCells cells(options.seed, options.together);
     MatrixRuns runs(options.runs);
-    std::fprintf(results(), "%s\n", cell.text().c_str());
-    for (const Dialogue dialogue : {Dialogue::Plain, Dialogue::Panel}) {
-        std::fprintf(results(), "%s:\n", dialogue == Dialogue::Plain ? "plain" : "panel");
-        const MatrixResult result = runs.run(cell, dialogue);
-        std::fprintf(results(), "%s after %.3f s\n", VERDICTS[static_cast<std::size_t>(result.verdict)],
-                     result.time.count());
+    if (options.cell) {
+        compare(options, cells.at(*options.cell), runs);
+        return 0;
+    }
+    for (std::size_t number = 0; number < cells.singles(); number += options.stride) {
+        compare(options, cells.at(number), runs);
+    }
+    for (std::size_t n = 0; n < options.drawn; ++n) {
+        compare(options, cells.at(cells.singles() + n), runs);
     }
     return 0;
 }
@@ -203,8 +167,6 @@ void declare(CLI::App& app, Options& options) {
         ->check(CLI::PositiveNumber);
     app.add_option("--drawn", options.drawn, "number of cells with several ways at once (6000)");
     app.add_option("--together", options.together, "ways of a drawn cell (2)");
-    app.add_option("--list", options.lists, "tell the cells that are better, worse, wrong ...")
-        ->check(CLI::IsMember({"better", "worse", "wrong", "endless", "plain-wrong", "plain-endless"}));
     app.add_option("--lose", options.runs.lose, "share of requests, and of replies, that are lost")
         ->check(CLI::Range(0.0, 1.0));
     auto* cell = app.add_option("--cell", options.cell, "run this cell only");
@@ -224,9 +186,7 @@ int main(int argc, char** argv) {
         if (!options.trace) {
             silenceOthers();
         }
-        return options.wire   ? compareWire(options)
-               : options.cell ? repeat(options)
-                              : Campaign(options).execute();
+        return options.wire ? compareWire(options) : execute(options);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception& error) {

@@ -28,31 +28,30 @@ VirtualBus::VirtualBus(Settings settings)
 void VirtualBus::send(const busMessages::PROCBUS_MSG& msg) {
     sim::Bytes frame(msg.length + busProtocol::FRAME_OVERHEAD);
     busMessages::encodeFrame(msg, frame.data());
-    const sim::Bytes bytes = damaged(frame);
-    const std::size_t size = bytes.size();
-    const clock::time_point begin = std::max(time_, fromPanelFree_);
-    for (std::size_t i = 0; i < size; ++i) {
-        for (sim::Frame& heard : fromPanel_.feed(bytes[i], begin + duration(i + 1))) {
-            scheduler_.at(begin + duration(i + 1),
-                          [this, heard = std::move(heard)](sim::TimePoint due) { bus_.receive(heard, due); });
-        }
-    }
-    fromPanelFree_ = begin + duration(size);
+    fromPanelFree_ = pass(damaged(frame), std::max(time_, fromPanelFree_), fromPanel_,
+                          [this](const sim::Frame& heard, sim::TimePoint due) { bus_.receive(heard, due); });
     checkLimit(fromPanelFree_);
 }
 
 /** Puts a frame, or noise, on the line to the panel. */
 void VirtualBus::carry(const sim::Bytes& frame, clock::time_point earliest) {
     const sim::Bytes bytes = damaged(frame);
-    const clock::time_point begin = std::max(earliest, toPanelFree_);
+    toPanelFree_ = pass(bytes, std::max(earliest, toPanelFree_), toPanel_,
+                        [this](const sim::Frame& heard, sim::TimePoint) { take(heard); });
+    scheduler_.at(toPanelFree_, [this, bytes](sim::TimePoint due) { record_.sent(bytes, due); });
+}
+
+/** Bytes at the pace of the line, and what the other end hears in them. When the last one is through. */
+VirtualBus::clock::time_point VirtualBus::pass(const sim::Bytes& bytes, clock::time_point begin,
+                                               sim::Decoder& end, const Hearing& hear) {
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        for (sim::Frame& heard : toPanel_.feed(bytes[i], begin + duration(i + 1))) {
-            scheduler_.at(begin + duration(i + 1),
-                          [this, heard = std::move(heard)](sim::TimePoint) { take(heard); });
+        const clock::time_point arrival = begin + duration(i + 1);
+        for (sim::Frame& heard : end.feed(bytes[i], arrival)) {
+            scheduler_.at(arrival,
+                          [hear, heard = std::move(heard)](sim::TimePoint due) { hear(heard, due); });
         }
     }
-    toPanelFree_ = begin + duration(bytes.size());
-    scheduler_.at(toPanelFree_, [this, bytes](sim::TimePoint due) { record_.sent(bytes, due); });
+    return begin + duration(bytes.size());
 }
 
 /** As the panel's receiver does it: the closing bytes don't matter, a sync inside a frame loses the frame. */

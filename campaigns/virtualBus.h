@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -55,8 +56,12 @@ public:
     sim::Trace& trace() { return record_; }
 
 private:
+    using Hearing = std::function<void(const sim::Frame&, sim::TimePoint)>;
+
     bool step(clock::time_point until);
     void carry(const sim::Bytes& frame, clock::time_point earliest);
+    clock::time_point pass(const sim::Bytes& bytes, clock::time_point begin, sim::Decoder& end,
+                           const Hearing& hear);
     void take(const sim::Frame& frame);
     sim::Bytes damaged(const sim::Bytes& bytes);
     clock::duration duration(std::size_t bytes) const;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sim/messages.h"
 #include "sim/panel/bed.h"
 
 #include <condition_variable>
@@ -11,19 +12,14 @@
 #include <thread>
 #include <vector>
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = sim::Bytes;
+using Frame = sim::Message;
+using sim::encode;
 
-/** What one frame says. */
-struct Frame {
-    std::uint8_t id = 0;
-    Bytes payload;
+namespace sim {
+std::ostream& operator<<(std::ostream& out, const Message& frame);
+}
 
-    bool operator==(const Frame&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const Frame& frame);
-
-/** The frame's bytes on the line. Encoder and CRC are the tests' own. */
-Bytes encode(const Frame& frame);
 /** "4B 2B" as bytes. */
 Bytes hex(const std::string& text);
 
