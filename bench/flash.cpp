@@ -13,9 +13,9 @@
 
 namespace {
 
-template <class ACTION>
+template <class Action>
 bool flashModule(updateCore& core, updateCore::MODULE& module) {
-    ACTION action(&core);
+    Action action(&core);
     module.base.update.items.push_back({"image.hex", "2.0.0"});
     action.setBase(&module.base);
     return action.needsUpdate(true) == action::GOUPDATE && action.run();
@@ -46,7 +46,7 @@ std::string bench::inventoryOf(const std::string& kind) {
     return lines;
 }
 
-void bench::flash(const ARGUMENTS& arguments) {
+void bench::flash(const Arguments& arguments) {
     const std::string& kind = arguments.at(2);
     const std::size_t modules = std::stoul(arguments.at(3));
     const auto baud = static_cast<unsigned>(std::stoul(arguments.at(4)));

@@ -53,7 +53,7 @@ double bytesRead() {
 
 } // namespace
 
-void bench::timeCommand(const ARGUMENTS& arguments) {
+void bench::timeCommand(const Arguments& arguments) {
     std::vector<char*> words;
     for (const std::string& argument : arguments) {
         words.push_back(const_cast<char*>(argument.c_str()));
@@ -71,7 +71,7 @@ void bench::timeCommand(const ARGUMENTS& arguments) {
     report(now() - start);
 }
 
-void bench::parseHex(const ARGUMENTS& arguments) {
+void bench::parseHex(const Arguments& arguments) {
     const double start = now();
     for (const std::string& file : arguments) {
         hexpage image;
@@ -81,7 +81,7 @@ void bench::parseHex(const ARGUMENTS& arguments) {
     report(now() - start);
 }
 
-void bench::checkCrc(const ARGUMENTS& arguments) {
+void bench::checkCrc(const Arguments& arguments) {
     const std::string& whose = arguments.at(0);
     const auto crc = whose == "boost" ? crcByBoost : whose == "table" ? crcByTable : crcByUpdater;
     std::vector<std::uint8_t> data(1'000'000);
@@ -98,13 +98,13 @@ void bench::checkCrc(const ARGUMENTS& arguments) {
     report(CRC_ROUNDS * static_cast<double>(data.size()) / MEGABYTE / (now() - start));
 }
 
-void bench::copyFile(const ARGUMENTS& arguments) {
+void bench::copyFile(const Arguments& arguments) {
     const double start = now();
     require(functs().copyFile(arguments.at(0), arguments.at(1), true), "cannot copy");
     report(now() - start);
 }
 
-void bench::checkPackage(const ARGUMENTS& arguments) {
+void bench::checkPackage(const Arguments& arguments) {
     updateCoreLoad loader;
     const double readBefore = bytesRead();
     const double start = now();

@@ -11,7 +11,7 @@ namespace {
 
 constexpr struct {
     const char* name;
-    void (*measure)(const bench::ARGUMENTS& arguments);
+    void (*measure)(const bench::Arguments& arguments);
 } MEASUREMENTS[] = {
     {"time", bench::timeCommand},
     {"hex", bench::parseHex},
@@ -57,7 +57,7 @@ double bench::peakMemory() {
 }
 
 int main(int argc, char** argv) {
-    const bench::ARGUMENTS arguments(argv + (argc > 1 ? 2 : 1), argv + argc);
+    const bench::Arguments arguments(argv + (argc > 1 ? 2 : 1), argv + argc);
     for (const auto& measurement : MEASUREMENTS) {
         if (argc < 2 || measurement.name != std::string(argv[1])) {
             continue;

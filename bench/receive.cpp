@@ -84,9 +84,9 @@ void sendPaced(int fd, const Bytes& bytes) {
 }
 
 /** Reads like the link, and does nothing with it. */
-class BARE_READER {
+class BareReader {
 public:
-    explicit BARE_READER(const std::string& port) {
+    explicit BareReader(const std::string& port) {
         line.uart_open(port);
         line.uart_set_options(BAUD, 100, 1, false);
         thread = std::thread([this] {
@@ -96,12 +96,12 @@ public:
             }
         });
     }
-    ~BARE_READER() {
+    ~BareReader() {
         pthread_cancel(thread.native_handle());
         thread.join();
     }
-    BARE_READER(const BARE_READER&) = delete;
-    BARE_READER& operator=(const BARE_READER&) = delete;
+    BareReader(const BareReader&) = delete;
+    BareReader& operator=(const BareReader&) = delete;
 
     std::atomic<std::size_t> received = 0;
 
@@ -115,18 +115,18 @@ void withReader(const std::string& reader,
                 const std::function<void(int fd, const std::function<bool(const Bytes&)>& tookIn)>& work) {
     const panel::Terminal line;
     if (reader == "bare") {
-        const BARE_READER bare(line.name());
+        const BareReader bare(line.name());
         work(line.fd(), [&bare](const Bytes& sent) { return bare.received >= sent.size(); });
         return;
     }
-    panel::configure(line.name(), BAUD);
+    panel::configure(line.name(), BAUD, reader == "unrecorded" ? "recorder_size = 0\n" : "");
     updateCore core;
     work(line.fd(), [&core](const Bytes&) { return core.arts.available.operator bool(); });
 }
 
 } // namespace
 
-void bench::receiveShare(const ARGUMENTS& arguments) {
+void bench::receiveShare(const Arguments& arguments) {
     const Bytes bytes = traffic(static_cast<std::size_t>(LINE_RATE * SHARE_SECONDS));
     withReader(arguments.at(0), [&bytes](int fd, const auto&) {
         const double cpu = cpuOfOthers();
@@ -136,7 +136,7 @@ void bench::receiveShare(const ARGUMENTS& arguments) {
     });
 }
 
-void bench::receiveRate(const ARGUMENTS& arguments) {
+void bench::receiveRate(const Arguments& arguments) {
     Bytes bytes = traffic(RATE_BYTES);
     do { // ends with the one frame by which the end is seen
         addFrame(bytes, busProtocol::MODULE_IDENTITY, {50, 1, 2, 3, 4, 5, 6, 0, 1, 5, 0, 0});

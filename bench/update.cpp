@@ -22,9 +22,9 @@ double secondsSince1970() {
 }
 
 /** Calls `painted` once, when the window has been painted for the first time. */
-class PAINT_WATCH : public QObject {
+class PaintWatch : public QObject {
 public:
-    PAINT_WATCH(QWidget* window, std::function<void()> painted) : call(std::move(painted)) {
+    PaintWatch(QWidget* window, std::function<void()> painted) : call(std::move(painted)) {
         window->installEventFilter(this);
     }
     bool eventFilter(QObject* window, QEvent* event) override {
@@ -52,7 +52,7 @@ std::unique_ptr<panel::SimulatedBus> startBus(const std::string& program,
 
 } // namespace
 
-void bench::loadPackage(const ARGUMENTS& arguments) {
+void bench::loadPackage(const Arguments& arguments) {
     const bool isSigned = arguments.size() > 2; // by a key in this directory
     const auto bus = startBus(arguments.at(0), isSigned ? "trusted_keys = " + arguments[2] + "\n" : "");
     putOntoStick(arguments.at(1));
@@ -79,7 +79,7 @@ void bench::loadPackage(const ARGUMENTS& arguments) {
     }
 }
 
-void bench::paintWindow(const ARGUMENTS& arguments) {
+void bench::paintWindow(const Arguments& arguments) {
     const double started = std::stod(arguments.at(0));
     int count = 1;
     char name[] = "K+Updater";
@@ -92,7 +92,7 @@ void bench::paintWindow(const ARGUMENTS& arguments) {
     if (arguments.at(1) == "bare") {
         QApplication application(count, words);
         QWidget window;
-        const PAINT_WATCH watch(&window, painted);
+        const PaintWatch watch(&window, painted);
         window.showFullScreen();
         QApplication::exec();
     }
@@ -101,12 +101,12 @@ void bench::paintWindow(const ARGUMENTS& arguments) {
     updateCore core;
     QApplication application(count, words);
     UpdaterWindow window(&application, &core);
-    const PAINT_WATCH watch(&window, painted);
+    const PaintWatch watch(&window, painted);
     window.showFullScreen();
     QApplication::exec();
 }
 
-void bench::updatePanel(const ARGUMENTS& arguments) {
+void bench::updatePanel(const Arguments& arguments) {
     const auto bus = startBus(arguments.at(0));
     putOntoStick(arguments.at(1));
     int count = 1;

@@ -15,92 +15,92 @@ constexpr std::chrono::seconds LAST_WORK{60}; // what a module may still be at w
 class Attack {
 public:
     Attack(const Plan& requested, std::vector<const Firmware*> images, const std::string& trace)
-        : plan(requested), firmware(std::move(images)), bus(settings(trace)), host(bus), panel(host) {}
+        : plan_(requested), firmware_(std::move(images)), bus_(settings(trace)), host_(bus_), panel_(host_) {}
 
     Outcome execute() {
-        Outcome outcome = Outcome::FAILED;
-        for (int n = 1; outcome == Outcome::FAILED && n <= plan.starts; ++n) {
-            bus.advance(bus.now() + (n > 1 ? BETWEEN_STARTS : std::chrono::seconds(0)));
-            host.warned = false;
+        Outcome outcome = Outcome::Failed;
+        for (int n = 1; outcome == Outcome::Failed && n <= plan_.starts; ++n) {
+            bus_.advance(bus_.now() + (n > 1 ? BETWEEN_STARTS : std::chrono::seconds(0)));
+            host_.warned = false;
             outcome = start();
         }
-        bus.advance(bus.now() + LAST_WORK);
-        const bool right = std::all_of(finished.begin(), finished.end(),
+        bus_.advance(bus_.now() + LAST_WORK);
+        const bool right = std::all_of(finished_.begin(), finished_.end(),
                                        [this](std::size_t target) { return isRight(target); });
-        return right ? outcome : Outcome::WRONG;
+        return right ? outcome : Outcome::Wrong;
     }
 
 private:
-    virtualBus::SETTINGS settings(const std::string& trace) const {
-        virtualBus::SETTINGS made;
-        const auto lines = inventoryOf(plan);
+    VirtualBus::Settings settings(const std::string& trace) const {
+        VirtualBus::Settings made;
+        const auto lines = inventoryOf(plan_);
         for (std::size_t n = 0; n < lines.size(); ++n) {
             sim::ModuleConfig config = sim::parseModule(sim::words(lines[n]));
-            if (n < plan.targets.size() || isNamed(config.address)) {
+            if (n < plan_.targets.size() || isNamed(config.address)) {
                 made.modules.push_back(std::move(config));
             }
         }
-        made.faults = plan.faults;
-        made.damage = plan.lineDamage;
-        made.seed = plan.seed;
+        made.faults = plan_.faults;
+        made.damage = plan_.lineDamage;
+        made.seed = plan_.seed;
         made.trace = trace;
         return made;
     }
 
     bool isNamed(std::uint8_t address) const {
         const std::string word = " module=" + std::to_string(address) + " ";
-        return std::any_of(plan.faults.begin(), plan.faults.end(), [&](const std::string& fault) {
+        return std::any_of(plan_.faults.begin(), plan_.faults.end(), [&](const std::string& fault) {
             return (fault + " ").find(word) != std::string::npos;
         });
     }
 
     Outcome start() {
-        if (!panel.begin()) {
-            return Outcome::FAILED;
+        if (!panel_.begin()) {
+            return Outcome::Failed;
         }
         bool missing = false;
         for (const modules::ROW& module : modules::VISITED) {
             switch (visit(module)) {
-            case panelVisits::RESULT::FAILED:
-                return host.warned ? Outcome::FAILED : Outcome::UNTOLD;
-            case panelVisits::RESULT::MISSING:
+            case PanelVisits::Result::Failed:
+                return host_.warned ? Outcome::Failed : Outcome::Untold;
+            case PanelVisits::Result::Missing:
                 missing = true;
                 break;
-            case panelVisits::RESULT::DONE:
+            case PanelVisits::Result::Done:
                 break;
             }
         }
-        return missing ? Outcome::MISSING : Outcome::EQUAL;
+        return missing ? Outcome::Missing : Outcome::Equal;
     }
 
-    panelVisits::RESULT visit(const modules::ROW& module) {
+    PanelVisits::Result visit(const modules::ROW& module) {
         DialogueTarget who{module.address, module.bootloader == modules::BOOTLOADER::SERIAL, ""};
-        const auto target = std::find_if(plan.targets.begin(), plan.targets.end(),
+        const auto target = std::find_if(plan_.targets.begin(), plan_.targets.end(),
                                          [&](const Target& entry) { return entry.name == module.name; });
-        const auto number = static_cast<std::size_t>(target - plan.targets.begin());
-        if (target == plan.targets.end() || finished.count(number) > 0) {
+        const auto number = static_cast<std::size_t>(target - plan_.targets.begin());
+        if (target == plan_.targets.end() || finished_.count(number) > 0) {
             if (simulated(module.name) != nullptr) {
-                panel.pass(who);
+                panel_.pass(who);
             }
-            return panelVisits::RESULT::DONE;
+            return PanelVisits::Result::Done;
         }
-        who.image = firmware[number]->path;
-        const auto result = panel.flash(who);
-        if (result == panelVisits::RESULT::DONE) {
-            finished.insert(number);
+        who.image = firmware_[number]->path;
+        const auto result = panel_.flash(who);
+        if (result == PanelVisits::Result::Done) {
+            finished_.insert(number);
         }
         return result;
     }
 
     const sim::Module* simulated(const std::string& name) const {
-        const auto found = std::find_if(bus.modules().begin(), bus.modules().end(),
+        const auto found = std::find_if(bus_.modules().begin(), bus_.modules().end(),
                                         [&](const auto& module) { return module->config().name == name; });
-        return found == bus.modules().end() ? nullptr : found->get();
+        return found == bus_.modules().end() ? nullptr : found->get();
     }
 
     bool isRight(std::size_t target) {
-        const sim::Module& module = *simulated(plan.targets[target].name);
-        const Kind& kind = *plan.targets[target].kind;
+        const sim::Module& module = *simulated(plan_.targets[target].name);
+        const Kind& kind = *plan_.targets[target].kind;
         std::set<std::uint32_t> ignored;
         const std::uint32_t start = kind.regions.front();
         for (std::uint32_t page = start; page < start + OLD_BYTES; page += kind.pageBytes) {
@@ -109,22 +109,22 @@ private:
             }
         }
         const auto accepted =
-            ignored.empty() ? firmware[target]->after : cellsAfter(kind, firmware[target]->image, ignored);
+            ignored.empty() ? firmware_[target]->after : cellsAfter(kind, firmware_[target]->image, ignored);
         if (holds(module.flash(), kind, accepted)) {
             return true;
         }
         const std::uint32_t address = firstDifference(module.flash(), kind, accepted);
-        bus.trace().event(
-            bus.now(), sim::format("%s is wrong at %08X", module.config().name.c_str(), kind.unit(address)));
+        bus_.trace().event(
+            bus_.now(), sim::format("%s is wrong at %08X", module.config().name.c_str(), kind.unit(address)));
         return false;
     }
 
-    const Plan& plan;
-    std::vector<const Firmware*> firmware; ///< of the targets
-    std::set<std::size_t> finished;        ///< targets
-    virtualBus bus;
-    virtualHost host;
-    panelVisits panel;
+    const Plan& plan_;
+    std::vector<const Firmware*> firmware_; ///< of the targets
+    std::set<std::size_t> finished_;        ///< targets
+    VirtualBus bus_;
+    VirtualHost host_;
+    PanelVisits panel_;
 };
 
 } // namespace
@@ -132,7 +132,7 @@ private:
 const Firmware& AttackRuns::firmwareOf(const Target& target, std::uint64_t seed) {
     const std::string name = std::string(target.kind->name) + (target.smallPages ? "-small-" : "-") +
                              std::to_string(seed % IMAGES);
-    return store.get(name, *target.kind, [&](std::mt19937_64& random) {
+    return store_.get(name, *target.kind, [&](std::mt19937_64& random) {
         return makeImage(*target.kind, random, target.smallPages);
     });
 }
@@ -143,8 +143,8 @@ Outcome AttackRuns::run(const Plan& plan) {
         images.push_back(&firmwareOf(target, plan.seed));
     }
     try {
-        return Attack(plan, images, traceFile).execute();
-    } catch (const virtualBus::endless&) {
-        return Outcome::ENDLESS;
+        return Attack(plan, images, traceFile_).execute();
+    } catch (const VirtualBus::Endless&) {
+        return Outcome::Endless;
     }
 }

@@ -11,7 +11,7 @@
 class AttackRuns {
 public:
     /** `trace` takes the frames of all runs: a file, "-" for standard output, or nothing. */
-    explicit AttackRuns(std::string trace) : traceFile(std::move(trace)) {}
+    explicit AttackRuns(std::string trace) : traceFile_(std::move(trace)) {}
 
     /** Of the modules that are up to date only those are there that a fault names. */
     Outcome run(const Plan& plan);
@@ -19,6 +19,6 @@ public:
 private:
     const Firmware& firmwareOf(const Target& target, std::uint64_t seed);
 
-    std::string traceFile;
-    FirmwareStore store;
+    std::string traceFile_;
+    FirmwareStore store_;
 };

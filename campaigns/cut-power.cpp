@@ -26,52 +26,48 @@
 namespace {
 
 constexpr int CUT = 99;
+constexpr int NONE = -1;
 
-/**
- * Where a call says which file it means: by descriptor or by path, in the first argument or behind a
- * directory; or, where the first path is what a new symbolic link contains, behind that.
- */
-enum class FILE_IN { DESCRIPTOR, PATH, DIRECTORY_AND_PATH, SECOND_PATH, DIRECTORY_AND_SECOND_PATH };
-
-struct CALL {
+/** A call that changes a file, and which of its arguments say where that is. */
+struct Call {
     long number;
     const char* name;
-    FILE_IN file;
-    int flags = -1; ///< index of the argument with the flags of an open
+    int path = NONE;      ///< a path; without one the first argument is a descriptor
+    int directory = NONE; ///< descriptor of what a relative path starts from
+    int flags = NONE;     ///< of an open
 };
 
-constexpr CALL CALLS[] = {
-    {SYS_write, "write", FILE_IN::DESCRIPTOR},
-    {SYS_writev, "writev", FILE_IN::DESCRIPTOR},
-    {SYS_pwrite64, "pwrite64", FILE_IN::DESCRIPTOR},
-    {SYS_sendfile, "sendfile", FILE_IN::DESCRIPTOR},
-    {SYS_copy_file_range, "copy_file_range",
-     FILE_IN::DESCRIPTOR}, // its first file is read, but lies near the other
-    {SYS_ftruncate, "ftruncate", FILE_IN::DESCRIPTOR},
-    {SYS_fallocate, "fallocate", FILE_IN::DESCRIPTOR},
-    {SYS_fchmod, "fchmod", FILE_IN::DESCRIPTOR},
-    {SYS_fchown, "fchown", FILE_IN::DESCRIPTOR},
-    {SYS_openat, "openat", FILE_IN::DIRECTORY_AND_PATH, 2},
-    {SYS_mkdirat, "mkdirat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_unlinkat, "unlinkat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_renameat, "renameat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_renameat2, "renameat2", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_symlinkat, "symlinkat", FILE_IN::DIRECTORY_AND_SECOND_PATH},
-    {SYS_linkat, "linkat", FILE_IN::DIRECTORY_AND_PATH}, // the file, which is near its new name
-    {SYS_fchmodat, "fchmodat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_fchownat, "fchownat", FILE_IN::DIRECTORY_AND_PATH},
-    {SYS_utimensat, "utimensat", FILE_IN::DIRECTORY_AND_PATH}, // of a descriptor when there is no path
-    {SYS_truncate, "truncate", FILE_IN::PATH},
+constexpr Call CALLS[] = {
+    {SYS_write, "write"},
+    {SYS_writev, "writev"},
+    {SYS_pwrite64, "pwrite64"},
+    {SYS_sendfile, "sendfile"},
+    {SYS_copy_file_range, "copy_file_range"}, // its first file is read, but lies near the other
+    {SYS_ftruncate, "ftruncate"},
+    {SYS_fallocate, "fallocate"},
+    {SYS_fchmod, "fchmod"},
+    {SYS_fchown, "fchown"},
+    {SYS_openat, "openat", 1, 0, 2},
+    {SYS_mkdirat, "mkdirat", 1, 0},
+    {SYS_unlinkat, "unlinkat", 1, 0},
+    {SYS_renameat, "renameat", 1, 0},
+    {SYS_renameat2, "renameat2", 1, 0},
+    {SYS_symlinkat, "symlinkat", 2, 1},
+    {SYS_linkat, "linkat", 1, 0}, // the file, which is near its new name
+    {SYS_fchmodat, "fchmodat", 1, 0},
+    {SYS_fchownat, "fchownat", 1, 0},
+    {SYS_utimensat, "utimensat", 1, 0}, // of a descriptor when there is no path
+    {SYS_truncate, "truncate", 0},
 #ifdef SYS_open // the older forms; newer machines have none of them
-    {SYS_open, "open", FILE_IN::PATH, 1},
-    {SYS_creat, "creat", FILE_IN::PATH},
-    {SYS_mkdir, "mkdir", FILE_IN::PATH},
-    {SYS_rmdir, "rmdir", FILE_IN::PATH},
-    {SYS_unlink, "unlink", FILE_IN::PATH},
-    {SYS_symlink, "symlink", FILE_IN::SECOND_PATH},
-    {SYS_link, "link", FILE_IN::PATH},
-    {SYS_rename, "rename", FILE_IN::PATH},
-    {SYS_chmod, "chmod", FILE_IN::PATH},
+    {SYS_open, "open", 0, NONE, 1},
+    {SYS_creat, "creat", 0},
+    {SYS_mkdir, "mkdir", 0},
+    {SYS_rmdir, "rmdir", 0},
+    {SYS_unlink, "unlink", 0},
+    {SYS_symlink, "symlink", 1},
+    {SYS_link, "link", 0},
+    {SYS_rename, "rename", 0},
+    {SYS_chmod, "chmod", 0},
 #endif
 };
 
@@ -87,7 +83,7 @@ constexpr const char* BUS[] = {"/dev/ttyKB"};
 /** Lets the kernel stop the calling process and its children at the calls above, and at no other. */
 void stopAtCalls() {
     std::vector<sock_filter> program = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-    for (const CALL& call : CALLS) {
+    for (const Call& call : CALLS) {
         program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(call.number), 0, 1));
         program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE));
     }
@@ -114,66 +110,55 @@ std::string textAt(const std::string& process, std::uint64_t address) {
     return text;
 }
 
-std::string pathOf(pid_t pid, const CALL& call, const std::uint64_t* arguments) {
+std::string pathOf(pid_t pid, const Call& call, const std::uint64_t* arguments) {
     const std::string process = "/proc/" + std::to_string(pid);
-    const bool behindAnother =
-        call.file == FILE_IN::SECOND_PATH || call.file == FILE_IN::DIRECTORY_AND_SECOND_PATH;
-    if (behindAnother) {
-        ++arguments;
-    }
-    const int descriptor = static_cast<int>(arguments[0]);
-    const std::string link = process + "/fd/" + std::to_string(descriptor);
-    if (call.file == FILE_IN::DESCRIPTOR) {
-        return target(link);
-    }
-    const bool inDirectory =
-        call.file == FILE_IN::DIRECTORY_AND_PATH || call.file == FILE_IN::DIRECTORY_AND_SECOND_PATH;
-    std::string path = textAt(process, arguments[inDirectory ? 1 : 0]);
+    const int from = call.path == NONE        ? static_cast<int>(arguments[0])
+                     : call.directory == NONE ? AT_FDCWD
+                                              : static_cast<int>(arguments[call.directory]);
+    const std::string link = process + (from == AT_FDCWD ? "/cwd" : "/fd/" + std::to_string(from));
+    const std::string path = call.path == NONE ? "" : textAt(process, arguments[call.path]);
     if (path.empty()) {
         return target(link);
     }
-    if (path.front() == '/') {
-        return path;
-    }
-    return target(inDirectory && descriptor != AT_FDCWD ? link : process + "/cwd") + "/" + path;
+    return path.front() == '/' ? path : target(link) + "/" + path;
 }
 
 /** What the command is stopped at. */
-class stop {
+class Stop {
 public:
-    explicit stop(pid_t pid) {
+    explicit Stop(pid_t pid) {
         __ptrace_syscall_info info{};
         if (ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info) <= 0) {
             return; // killed meanwhile
         }
-        for (const CALL& call : CALLS) {
+        for (const Call& call : CALLS) {
             if (call.number == static_cast<long>(info.seccomp.nr)) {
                 const std::uint64_t* arguments = reinterpret_cast<const std::uint64_t*>(&info.seccomp.args);
-                name = call.name;
-                path = pathOf(pid, call, arguments);
-                changes = call.flags < 0 || (arguments[call.flags] & (O_CREAT | O_TRUNC)) != 0;
+                name_ = call.name;
+                path_ = pathOf(pid, call, arguments);
+                changes_ = call.flags < 0 || (arguments[call.flags] & (O_CREAT | O_TRUNC)) != 0;
             }
         }
     }
     bool counts(bool frames) const {
-        return frames ? startsWithOneOf(BUS) : changes && startsWithOneOf(CARD);
+        return frames ? startsWithOneOf(BUS) : changes_ && startsWithOneOf(CARD);
     }
-    std::string text() const { return name + " " + path; }
+    std::string text() const { return name_ + " " + path_; }
 
 private:
     template <std::size_t SIZE>
     bool startsWithOneOf(const char* const (&places)[SIZE]) const {
         for (const char* place : places) {
-            if (path.rfind(place, 0) == 0) {
+            if (path_.rfind(place, 0) == 0) {
                 return true;
             }
         }
         return false;
     }
 
-    std::string name;
-    std::string path;
-    bool changes = false;
+    std::string name_;
+    std::string path_;
+    bool changes_ = false;
 };
 
 pid_t start(const std::vector<std::string>& command) {
@@ -230,7 +215,7 @@ int follow(pid_t command, bool frames, long cutAt, std::ofstream& list) {
             continue;
         }
         if (status >> 16 == PTRACE_EVENT_SECCOMP) {
-            const stop call(pid);
+            const Stop call(pid);
             if (call.counts(frames)) {
                 list << call.text() << std::endl;
                 if (++count == cutAt) {

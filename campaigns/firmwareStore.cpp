@@ -71,22 +71,22 @@ std::uint32_t firstDifference(const sim::Flash& flash, const Kind& kind,
     return kind.regions.front() + (kind.packed ? cell / 3 * 4 + cell % 3 : cell);
 }
 
-FirmwareStore::FirmwareStore() : directory(temporaryDirectory()) {}
+FirmwareStore::FirmwareStore() : directory_(temporaryDirectory()) {}
 
 FirmwareStore::~FirmwareStore() {
     std::error_code ignored;
-    fs::remove_all(directory, ignored);
+    fs::remove_all(directory_, ignored);
 }
 
 const Firmware& FirmwareStore::get(const std::string& name, const Kind& kind, const Maker& make) {
-    const auto [entry, isNew] = made.try_emplace(name);
+    const auto [entry, isNew] = made_.try_emplace(name);
     Firmware& firmware = entry->second;
     if (isNew) {
         std::seed_seq seed(name.begin(), name.end());
         std::mt19937_64 random(seed);
         firmware.kind = &kind;
         firmware.image = make(random);
-        firmware.path = directory / (name + ".hex");
+        firmware.path = directory_ / (name + ".hex");
         std::ofstream(firmware.path) << hexFile(kind, firmware.image, random);
         firmware.after = cellsAfter(kind, firmware.image);
         firmware.before.preload(cellOf(kind, kind.regions.front()),

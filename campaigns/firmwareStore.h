@@ -44,6 +44,6 @@ public:
     const Firmware& get(const std::string& name, const Kind& kind, const Maker& make);
 
 private:
-    std::filesystem::path directory;
-    std::map<std::string, Firmware> made;
+    std::filesystem::path directory_;
+    std::map<std::string, Firmware> made_;
 };

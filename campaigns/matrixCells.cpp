@@ -90,8 +90,8 @@ std::vector<const Dimension*> dimensionsFor(const Kind& kind) {
     return concerned;
 }
 
-template <class LIST>
-const auto& pick(const LIST& list, std::mt19937_64& random) {
+template <class List>
+const auto& pick(const List& list, std::mt19937_64& random) {
     return list[static_cast<std::size_t>(random() % std::size(list))];
 }
 
@@ -131,10 +131,10 @@ Memory imageOf(const Kind& kind, const Shape& shape, std::mt19937_64& random) {
 }
 
 MatrixCells::MatrixCells(std::uint64_t seedOfDrawn, unsigned traitsOfDrawn)
-    : seed(seedOfDrawn), together(traitsOfDrawn) {
+    : seed_(seedOfDrawn), together_(traitsOfDrawn) {
     const auto add = [this](const Kind& kind, std::vector<Cell::Trait> traits) {
         for (const Shape* shape : shapesFor(kind)) {
-            single.push_back({single.size(), &kind, shape, traits});
+            single_.push_back({single_.size(), &kind, shape, traits});
         }
     };
     for (const Kind& kind : kinds()) {
@@ -150,15 +150,15 @@ MatrixCells::MatrixCells(std::uint64_t seedOfDrawn, unsigned traitsOfDrawn)
 }
 
 Cell MatrixCells::at(std::size_t number) const {
-    return number < single.size() ? single[number] : drawn(number);
+    return number < single_.size() ? single_[number] : drawn(number);
 }
 
 Cell MatrixCells::drawn(std::size_t number) const {
-    std::mt19937_64 random(seed * 1'000'000'007 + number);
+    std::mt19937_64 random(seed_ * 1'000'000'007 + number);
     const Kind& kind = pick(kinds(), random);
     Cell cell{number, &kind, pick(shapesFor(kind), random), {}};
     std::vector<const Dimension*> left = dimensionsFor(kind);
-    while (cell.traits.size() < together && !left.empty()) {
+    while (cell.traits.size() < together_ && !left.empty()) {
         const auto at = left.begin() + static_cast<std::ptrdiff_t>(random() % left.size());
         cell.traits.push_back({*at, pick((*at)->values, random)});
         left.erase(at);

@@ -54,13 +54,13 @@ class MatrixCells {
 public:
     MatrixCells(std::uint64_t seed, unsigned together);
 
-    std::size_t singles() const { return single.size(); }
+    std::size_t singles() const { return single_.size(); }
     Cell at(std::size_t number) const;
 
 private:
     Cell drawn(std::size_t number) const;
 
-    std::uint64_t seed;
-    unsigned together;
-    std::vector<Cell> single;
+    std::uint64_t seed_;
+    unsigned together_;
+    std::vector<Cell> single_;
 };

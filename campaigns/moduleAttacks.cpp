@@ -1,19 +1,24 @@
-// The panel's bootloader dialogues in virtual time under faults of the bus that are drawn from a seed or
-// aimed: wrong flash that is called right is what is looked for.
+// The panel's bootloader dialogues under faults of the bus that are drawn from a seed or aimed: wrong flash
+// that is called right is what is looked for.
 #include "attackRun.h"
 #include "commandLine/run.h"
+#include "panelRun.h"
 #include "results.h"
 
-#include <algorithm>
+#include <QCoreApplication>
 #include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* ABOUT =
-    "Updates of simulated modules under faults of the bus, in virtual time.\n"
+    "Updates of simulated modules under faults of the bus, in virtual time. Prints a line for each: what is\n"
+    "counted together, how it ended, and, when it may not end so, how to repeat it and what it was.\n"
     "Exit status: 0 fine; 1 when a run ended otherwise than as it may; 2 for a wrong command line.";
 
 struct Options {
@@ -23,6 +28,8 @@ struct Options {
     std::uint64_t seed = 1;
     std::size_t onlyCase = 0; ///< counted from 1; 0 for all
     bool trace = false;
+    bool list = false;
+    bool real = false;
 };
 
 /** Faults that are drawn, by the name that the command line has for them. */
@@ -37,71 +44,77 @@ const std::map<std::string, std::function<Plan(std::uint64_t)>> DRAWN = {
     {"panel", fullPlan},
 };
 
-class Campaign {
-public:
-    explicit Campaign(const Options& requested) : options(requested), runs(options.trace ? "-" : "") {}
+/** What is run with one seed after the other. */
+struct Case {
+    std::string group;     ///< whose outcomes are counted together
+    std::string arguments; ///< that choose this case alone
+    std::string right;     ///< outcomes
+    std::string about;
+    std::function<Plan(std::uint64_t)> plan;
 
-    /** False when a run ended otherwise than as it may. */
-    bool execute() {
-        for (const std::string& name : options.drawn) {
-            take("--drawn " + name, RIGHT_IF_DRAWN, "", DRAWN.at(name));
-            report(name);
-        }
-        for (const std::string& script : options.scripts) {
-            executeScript(script);
-        }
-        return bad == 0;
+    std::string repeat(std::uint64_t seed) const {
+        return arguments + " --runs 1 --seed " + std::to_string(seed);
     }
-
-private:
-    void executeScript(const std::string& script) {
-        const auto cases = readScript(script);
-        for (std::size_t number = 1; number <= cases.size(); ++number) {
-            if (options.onlyCase == 0 || options.onlyCase == number) {
-                const ScriptCase& entry = cases[number - 1];
-                take("--script " + script + " --case " + std::to_string(number), entry.outcomes,
-                     entry.kind + "  " + entry.text,
-                     [&](std::uint64_t seed) { return scriptPlan(entry, seed); });
-            }
-        }
-        report(std::filesystem::path(script).filename().string());
-    }
-
-    /** All seeds of what is made by `plan`; tells of the first one that ends as it may not. */
-    void take(const std::string& repeat, const std::string& right, const std::string& about,
-              const std::function<Plan(std::uint64_t)>& plan) {
-        std::map<Outcome, std::vector<std::uint64_t>> wrong;
-        for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed) {
-            const Outcome outcome = runs.run(plan(seed));
-            ++counts[static_cast<std::size_t>(outcome)];
-            if (!isAmong(right, nameOf(outcome))) {
-                wrong[outcome].push_back(seed);
-            }
-        }
-        for (const auto& [outcome, seeds] : wrong) {
-            bad += seeds.size();
-            std::fprintf(results(), "%s in %zu: module-attacks %s --runs 1 --seed %llu --trace: %s\n",
-                         nameOf(outcome), seeds.size(), repeat.c_str(),
-                         static_cast<unsigned long long>(seeds.front()), about.c_str());
-            std::fflush(results());
-        }
-    }
-
-    void report(const std::string& name) {
-        std::fprintf(results(), "%-14s", name.c_str());
-        for (std::size_t n = 0; n < OUTCOMES.size(); ++n) {
-            std::fprintf(results(), "%8llu %s", static_cast<unsigned long long>(counts[n]), OUTCOMES[n]);
-        }
-        std::fprintf(results(), "\n");
-        std::fflush(results());
-        counts = {};
-    }
-
-    const Options& options;
-    AttackRuns runs;
-    std::array<std::uint64_t, OUTCOMES.size()> counts{};
-    std::uint64_t bad = 0;
 };
+
+std::vector<Case> casesOf(const Options& options) {
+    std::vector<Case> cases;
+    for (const std::string& name : options.drawn) {
+        cases.push_back({name, "--drawn " + name, RIGHT_IF_DRAWN, "", DRAWN.at(name)});
+    }
+    for (const std::string& script : options.scripts) {
+        std::size_t number = 0;
+        for (const ScriptCase& entry : readScript(script)) {
+            if (++number == options.onlyCase || options.onlyCase == 0) {
+                cases.push_back({fs::path(script).filename().string(),
+                                 "--script " + script + " --case " + std::to_string(number), entry.outcomes,
+                                 entry.kind + "  " + entry.text,
+                                 [entry](std::uint64_t seed) { return scriptPlan(entry, seed); }});
+            }
+        }
+    }
+    return cases;
+}
+
+/** True when it may end so. */
+bool tell(const Case& entry, Outcome outcome, const std::string& more) {
+    const bool mayBe = isAmong(entry.right, nameOf(outcome));
+    std::fprintf(results(), "%s\t%s%s\n", entry.group.c_str(), nameOf(outcome),
+                 mayBe ? "" : ("\t" + more).c_str());
+    return mayBe;
+}
+
+bool execute(const Options& options) {
+    AttackRuns runs(options.trace ? "-" : "");
+    bool right = true;
+    for (const Case& each : casesOf(options)) {
+        for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed) {
+            right &= tell(each, runs.run(each.plan(seed)),
+                          "module-attacks " + each.repeat(seed) + " --trace: " + each.about);
+        }
+    }
+    return right;
+}
+
+/** For who runs each by itself. */
+void list(const Options& options) {
+    for (const Case& each : casesOf(options)) {
+        for (std::uint64_t n = 0; n < options.runs; ++n) {
+            std::fprintf(results(), "%s\n", each.repeat(options.seed + n).c_str());
+        }
+    }
+}
+
+/** The first case with the first seed. */
+[[noreturn]] void runReal(const Options& options, int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    const Case entry = casesOf(options).at(0);
+    const Result result =
+        runPanel(entry.plan(options.seed), fs::read_symlink("/proc/self/exe").parent_path() / "bus-sim");
+    const bool right = tell(entry, result.outcome, result.detail);
+    std::fflush(nullptr);
+    _exit(right ? 0 : 1); // a core whose run hangs can't be taken down
+}
 
 void declare(CLI::App& app, Options& options) {
     std::vector<std::string> names;
@@ -116,6 +129,8 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--runs", options.runs, "seeds of each case, or of what is drawn (100)");
     app.add_option("--seed", options.seed, "the first seed (1)");
     app.add_flag("--trace", options.trace, "print the frames");
+    app.add_flag("--list", options.list, "only print the arguments of each run");
+    app.add_flag("--real", options.real, "a single run, by the real core and bus-sim, in a sandbox");
 }
 
 } // namespace
@@ -126,8 +141,15 @@ int main(int argc, char** argv) {
     declare(app, options);
     return commandLine::run(app, argc, argv, 2, [&] {
         if (!options.trace) {
-            silenceOthers();
+            silenceOthers(options.real ? "/tmp/stdout.txt" : "/dev/null");
         }
-        return Campaign(options).execute() ? 0 : 1;
+        if (options.list) {
+            list(options);
+            return 0;
+        }
+        if (options.real) {
+            runReal(options, argc, argv);
+        }
+        return execute(options) ? 0 : 1;
     });
 }

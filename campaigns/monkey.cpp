@@ -29,30 +29,30 @@ using msec = std::chrono::milliseconds;
 
 constexpr msec SOON = 2500ms; // what a press does begins within this time
 
-struct POINT {
+struct Point {
     int x, y;
 };
 
 /** A button's inner rectangle; all are of the same height. */
-struct BUTTON {
+struct Button {
     int left, right;
-    POINT middle() const { return {(left + right) / 2, 236}; }
+    Point middle() const { return {(left + right) / 2, 236}; }
 };
 
-constexpr std::array<BUTTON, 3> BUTTONS{{{20, 176}, {205, 275}, {305, 460}}};
+constexpr std::array<Button, 3> BUTTONS{{{20, 176}, {205, 275}, {305, 460}}};
 constexpr int TOP = 214;
 constexpr int BOTTOM = 258;
 
-using LABELS = std::array<std::string, BUTTONS.size()>;
+using Labels = std::array<std::string, BUTTONS.size()>;
 
 /** The pixels of the X server, which keeps them in a file in the form of a window dump. */
-class screen {
+class Screen {
 public:
-    explicit screen(const fs::path& panel) : path(panel / "Xvfb_screen0") {}
+    explicit Screen(const fs::path& panel) : path_(panel / "Xvfb_screen0") {}
 
     /** One number for each button's picture. */
     std::array<std::string, BUTTONS.size()> pictures() const {
-        std::ifstream file(path, std::ios::binary);
+        std::ifstream file(path_, std::ios::binary);
         const std::string dump{std::istreambuf_iterator<char>(file), {}};
         const auto field = [&dump](std::size_t index) {
             std::uint32_t value = 0;
@@ -77,28 +77,28 @@ public:
     }
 
 private:
-    fs::path path;
+    fs::path path_;
 };
 
 /** What may be said when, and which press was for it. Every breach is printed. */
-class judge {
+class Judge {
 public:
-    void pressed(const std::string& meaning, msec now) { lastPress[meaning] = now; }
+    void pressed(const std::string& meaning, msec now) { lastPress_[meaning] = now; }
 
     void heard(const std::string& line, msec now) {
         const std::string shown = line.rfind("Shown: ", 0) == 0 ? line.substr(7) : "";
         if (line == "Init Start ------") {
-            restarted = stopping;
-            expect(!begun || stopping, "a second updater began");
-            begun = true;
-            stopping = false;
+            restarted_ = stopping_;
+            expect(!begun_ || stopping_, "a second updater began");
+            begun_ = true;
+            stopping_ = false;
         } else if (line == "stopping application") {
-            stopping = true;
-            stoppedByPress = isRecent("halt", now);
+            stopping_ = true;
+            stoppedByPress_ = isRecent("halt", now);
         } else if (line.find("Signal (SIG") != std::string::npos) {
             expect(false, "crashed");
         } else if (!shown.empty()) {
-            expect(!stopping, "shown while stopping: " + shown);
+            expect(!stopping_, "shown while stopping: " + shown);
             show(shown, now);
         }
     }
@@ -106,14 +106,14 @@ public:
     /** The panel was halted, or the time is up. */
     void ended(bool halted) {
         if (halted) {
-            expect(stoppedByPress, "halted without a press that meant it");
-            expect(!running, "halted during a run");
+            expect(stoppedByPress_, "halted without a press that meant it");
+            expect(!running_, "halted during a run");
         } else {
-            expect(!stopping, "stops for ever");
+            expect(!stopping_, "stops for ever");
         }
     }
 
-    bool isStopping() const { return stopping; }
+    bool isStopping() const { return stopping_; }
     unsigned runs = 0;
     unsigned breaches = 0;
 
@@ -122,31 +122,31 @@ private:
         if (text == "Starting Update...") {
             start(now);
         } else if (text == "Update Succeeded!" || text == "Update Failed!") {
-            expect(running, "a verdict without a run: " + text);
-            running = false;
-            if (text == "Update Failed!" && !last.empty()) {
-                excused.push_back(last); // it is half programmed: the next run takes it, forced or not
+            expect(running_, "a verdict without a run: " + text);
+            running_ = false;
+            if (text == "Update Failed!" && !last_.empty()) {
+                excused_.push_back(last_); // it is half programmed: the next run takes it, forced or not
             }
         } else if (text.rfind("Checking ", 0) == 0 || text.rfind("Updating ", 0) == 0) {
-            expect(running, "a run goes on behind its end: " + text);
+            expect(running_, "a run goes on behind its end: " + text);
             judgeItem(text);
         } else if (text == "Canceled") {
-            expect(!couldNotSwitch, "a cancel called a failure");
+            expect(!couldNotSwitch_, "a cancel called a failure");
         }
-        couldNotSwitch = text == "Could not switch system to update mode";
+        couldNotSwitch_ = text == "Could not switch system to update mode";
     }
 
     void start(msec now) {
-        if (restarted) { // the second stage
-            restarted = false;
+        if (restarted_) { // the second stage
+            restarted_ = false;
         } else {
-            expect(!running, "two runs at once");
+            expect(!running_, "two runs at once");
             expect(isRecent("start", now) || isRecent("all", now), "a run began without a press");
-            forced = isRecent("all", now);
+            forced_ = isRecent("all", now);
             ++runs;
         }
-        last.clear();
-        running = true;
+        last_.clear();
+        running_ = true;
     }
 
     /** What is up to date is updated by a forced run only. */
@@ -154,18 +154,18 @@ private:
         const std::size_t colon = text.find(": ");
         const std::size_t arrow = text.find(" -> ");
         if (arrow == std::string::npos) {
-            last.clear();
+            last_.clear();
             return;
         }
-        last = text.substr(9, colon - 9);
+        last_ = text.substr(9, colon - 9);
         const bool isSame = text.substr(colon + 2, arrow - colon - 2) == text.substr(arrow + 4);
-        const bool isExcused = std::find(excused.begin(), excused.end(), last) != excused.end();
-        expect(forced || !isSame || isExcused, "a forced run without a press on ALL: " + text);
+        const bool isExcused = std::find(excused_.begin(), excused_.end(), last_) != excused_.end();
+        expect(forced_ || !isSame || isExcused, "a forced run without a press on ALL: " + text);
     }
 
     bool isRecent(const std::string& meaning, msec now) const {
-        const auto press = lastPress.find(meaning);
-        return press != lastPress.end() && now - press->second < SOON;
+        const auto press = lastPress_.find(meaning);
+        return press != lastPress_.end() && now - press->second < SOON;
     }
 
     void expect(bool kept, const std::string& breach) {
@@ -175,30 +175,30 @@ private:
         }
     }
 
-    std::map<std::string, msec> lastPress;
-    std::vector<std::string> excused;
-    std::string last; ///< the item that is being updated
-    bool begun = false;
-    bool running = false;
-    bool forced = false;
-    bool stopping = false;
-    bool stoppedByPress = false;
-    bool restarted = false;
-    bool couldNotSwitch = false;
+    std::map<std::string, msec> lastPress_;
+    std::vector<std::string> excused_;
+    std::string last_; ///< the item that is being updated
+    bool begun_ = false;
+    bool running_ = false;
+    bool forced_ = false;
+    bool stopping_ = false;
+    bool stoppedByPress_ = false;
+    bool restarted_ = false;
+    bool couldNotSwitch_ = false;
 };
 
-class monkey {
+class Monkey {
 public:
-    monkey(fs::path folder, const std::string& pictureFile, pid_t sandbox, unsigned seed)
-        : panel(std::move(folder)),
-          pixels(panel),
-          pid(sandbox),
-          random(seed),
-          output(panel / "output.txt"),
-          clicker(popen("xdotool - > /dev/null", "w")) {
+    Monkey(fs::path folder, const std::string& pictureFile, pid_t sandbox, unsigned seed)
+        : panel_(std::move(folder)),
+          pixels_(panel_),
+          pid_(sandbox),
+          random_(seed),
+          output_(panel_ / "output.txt"),
+          clicker_(popen("xdotool - > /dev/null", "w")) {
         std::ifstream file(pictureFile);
         for (std::string picture, label; file >> picture >> label;) {
-            known[picture] = label;
+            known_[picture] = label;
         }
     }
 
@@ -209,32 +209,32 @@ public:
             wait(pauseLength());
         }
         const msec patience = now() + 15s;
-        while (isUp() && now() < patience && (now() < patience - 14s || referee.isStopping())) {
+        while (isUp() && now() < patience && (now() < patience - 14s || referee_.isStopping())) {
             wait(50ms);
         }
         wait(300ms); // until what was said last has arrived
-        referee.ended(!isUp());
-        std::cout << presses << " presses, " << referee.runs << " runs, " << (isUp() ? "up" : "halted")
+        referee_.ended(!isUp());
+        std::cout << presses_ << " presses, " << referee_.runs << " runs, " << (isUp() ? "up" : "halted")
                   << std::endl;
-        pclose(clicker);
-        return referee.breaches == 0 ? 0 : 1;
+        pclose(clicker_);
+        return referee_.breaches == 0 ? 0 : 1;
     }
 
 private:
-    int draw(int from, int to) { return std::uniform_int_distribution<>(from, to)(random); }
+    int draw(int from, int to) { return std::uniform_int_distribution<>(from, to)(random_); }
 
     void act() {
         const int kind = draw(1, 100);
         if (kind <= 25) {
             tap(anyButton(), draw(10, 150));
         } else if (kind <= 50) { // a second tap, or a panel that bounces
-            const POINT at = anyButton();
+            const Point at = anyButton();
             for (int taps = draw(2, 4); taps > 0; --taps) {
                 tap(at, draw(5, 60));
                 wait(msec(draw(5, 350)));
             }
         } else if (kind <= 65) { // right when something else is drawn
-            const LABELS before = look();
+            const Labels before = look();
             for (const msec end = now() + 1500ms; look() == before && now() < end;) {
                 wait(5ms);
             }
@@ -256,7 +256,7 @@ private:
     }
 
     /** Less often the one that may halt the panel, which would be the end of it. */
-    POINT anyButton() {
+    Point anyButton() {
         constexpr std::size_t OFTEN[] = {0, 0, 0, 0, 1, 1, 1, 2, 2};
         return BUTTONS[OFTEN[draw(0, 8)]].middle();
     }
@@ -266,13 +266,13 @@ private:
         return msec(draw(0, LONGEST[draw(0, 3)]));
     }
 
-    void tap(POINT at, int holdMs) {
+    void tap(Point at, int holdMs) {
         down(at);
         wait(msec(holdMs));
         up(at);
     }
 
-    void drag(POINT from, POINT to) {
+    void drag(Point from, Point to) {
         down(from);
         for (int step = 1; step <= 4; ++step) {
             click("mousemove " + std::to_string(from.x + (to.x - from.x) * step / 4) + " " +
@@ -282,32 +282,32 @@ private:
         up(to);
     }
 
-    void down(POINT at) {
-        drawnAtPress = look();
-        tell("down", at, drawnAtPress);
+    void down(Point at) {
+        drawnAtPress_ = look();
+        tell("down", at, drawnAtPress_);
         click("mousemove " + std::to_string(at.x) + " " + std::to_string(at.y) + " mousedown 1");
-        cameDown = at;
-        ++presses;
+        cameDown_ = at;
+        ++presses_;
     }
 
     /**
      * What the press can mean by what was drawn at both ends of it; a button that is down looks differently.
      */
-    void up(POINT at) {
-        LABELS drawn = look();
+    void up(Point at) {
+        Labels drawn = look();
         tell("up", at, drawn);
         const std::size_t button = buttonAt(at);
-        if (button < BUTTONS.size() && button == buttonAt(cameDown)) {
-            drawn[button] = drawnAtPress[button];
-            const std::string first = meaning(button, drawnAtPress);
+        if (button < BUTTONS.size() && button == buttonAt(cameDown_)) {
+            drawn[button] = drawnAtPress_[button];
+            const std::string first = meaning(button, drawnAtPress_);
             if (!first.empty() && first == meaning(button, drawn)) {
-                referee.pressed(first, now());
+                referee_.pressed(first, now());
             }
         }
         click("mouseup 1");
     }
 
-    static std::string meaning(std::size_t button, const LABELS& drawn) {
+    static std::string meaning(std::size_t button, const Labels& drawn) {
         if (button == 0) {
             return drawn[0] == "close" ? "halt" : drawn[0] == "start" ? "start" : "";
         }
@@ -318,7 +318,7 @@ private:
     }
 
     /** Of the visible frame, too. */
-    static std::size_t buttonAt(POINT at) {
+    static std::size_t buttonAt(Point at) {
         std::size_t i = 0;
         while (i < BUTTONS.size() && (at.x < BUTTONS[i].left - 14 || at.x > BUTTONS[i].right + 14 ||
                                       at.y < TOP - 8 || at.y > BOTTOM + 8)) {
@@ -327,23 +327,23 @@ private:
         return i;
     }
 
-    LABELS look() const {
-        LABELS labels = pixels.pictures();
+    Labels look() const {
+        Labels labels = pixels_.pictures();
         for (std::string& label : labels) {
-            const auto found = known.find(label);
-            label = found == known.end() ? "-" : found->second;
+            const auto found = known_.find(label);
+            label = found == known_.end() ? "-" : found->second;
         }
         return labels;
     }
 
     void click(const std::string& words) {
-        std::fputs((words + "\n").c_str(), clicker);
-        std::fflush(clicker);
+        std::fputs((words + "\n").c_str(), clicker_);
+        std::fflush(clicker_);
     }
 
     void moveStick() {
-        const fs::path stick = panel / "usb/keldra_update.tgz";
-        const fs::path pocket = panel / "pocket.tgz";
+        const fs::path stick = panel_ / "usb/keldra_update.tgz";
+        const fs::path pocket = panel_ / "pocket.tgz";
         std::error_code ignored;
         const bool isIn = fs::exists(stick);
         fs::rename(isIn ? stick : pocket, isIn ? pocket : stick, ignored);
@@ -391,39 +391,39 @@ private:
     }
 
     void listen() {
-        output.clear();
-        for (std::string piece; std::getline(output, piece);) {
-            begunLine += piece;
-            if (output.eof()) {
+        output_.clear();
+        for (std::string piece; std::getline(output_, piece);) {
+            begunLine_ += piece;
+            if (output_.eof()) {
                 return; // the rest of the line is still to come
             }
-            std::cout << now().count() << " said: " << begunLine << '\n';
-            referee.heard(begunLine, now());
-            begunLine.clear();
+            std::cout << now().count() << " said: " << begunLine_ << '\n';
+            referee_.heard(begunLine_, now());
+            begunLine_.clear();
         }
     }
 
-    void tell(const std::string& what, POINT at, const LABELS& drawn) {
+    void tell(const std::string& what, Point at, const Labels& drawn) {
         std::cout << now().count() << ' ' << what << ' ' << at.x << ',' << at.y << ": " << drawn[0] << ' '
                   << drawn[1] << ' ' << drawn[2] << '\n';
     }
 
-    bool isUp() const { return kill(pid, 0) == 0; }
-    msec now() const { return std::chrono::duration_cast<msec>(std::chrono::steady_clock::now() - began); }
+    bool isUp() const { return kill(pid_, 0) == 0; }
+    msec now() const { return std::chrono::duration_cast<msec>(std::chrono::steady_clock::now() - began_); }
 
-    const fs::path panel;
-    const screen pixels;
-    const pid_t pid;
-    std::mt19937 random;
-    std::ifstream output;
-    FILE* clicker;
-    std::map<std::string, std::string> known;
-    judge referee;
-    LABELS drawnAtPress;
-    POINT cameDown{};
-    std::string begunLine;
-    unsigned presses = 0;
-    const std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
+    const fs::path panel_;
+    const Screen pixels_;
+    const pid_t pid_;
+    std::mt19937 random_;
+    std::ifstream output_;
+    FILE* clicker_;
+    std::map<std::string, std::string> known_;
+    Judge referee_;
+    Labels drawnAtPress_;
+    Point cameDown_{};
+    std::string begunLine_;
+    unsigned presses_ = 0;
+    const std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
 };
 
 } // namespace
@@ -440,10 +440,10 @@ int main(int argc, char** argv) {
     app.add_option("--seed", seed);
     CLI11_PARSE(app, argc, argv);
     if (pictures.empty()) { // what they look like now
-        for (const std::string& picture : screen(panel).pictures()) {
+        for (const std::string& picture : Screen(panel).pictures()) {
             std::cout << picture << '\n';
         }
         return 0;
     }
-    return monkey(panel, pictures, sandbox, seed).run(msec(2000 + seed * 37 % 8000));
+    return Monkey(panel, pictures, sandbox, seed).run(msec(2000 + seed * 37 % 8000));
 }

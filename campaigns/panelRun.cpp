@@ -33,41 +33,41 @@ bool containsOneOf(const std::string& text, const auto& parts) {
 
 class Run {
 public:
-    Run(Plan requested, const std::string& program) : plan(std::move(requested)) {
+    Run(Plan requested, const std::string& program) : plan_(std::move(requested)) {
         panel::configure(panel::SimulatedBus::PORT, 115200, "log_max_size = 10000000\n");
-        std::mt19937_64 random(plan.seed);
-        for (Target& target : plan.targets) {
+        std::mt19937_64 random(plan_.seed);
+        for (Target& target : plan_.targets) {
             target.image = makeImage(*target.kind, random, target.smallPages);
             panel::put(PACKAGE + target.name + ".hex", hexFile(*target.kind, target.image, random));
         }
         std::string inventory;
-        for (const std::string& line : inventoryOf(plan)) {
+        for (const std::string& line : inventoryOf(plan_)) {
             inventory += line + "\n";
         }
-        bus = std::make_unique<panel::SimulatedBus>(program, inventory, busOptions());
-        core = std::make_unique<updateCore>();
+        bus_ = std::make_unique<panel::SimulatedBus>(program, inventory, busOptions());
+        core_ = std::make_unique<updateCore>();
         offerPackage();
         QObject::connect(
-            core.get(), &updateCore::sendStatusMessage, core.get(),
-            [this](const QString& text) { shown.push_back(text.toStdString()); }, Qt::DirectConnection);
+            core_.get(), &updateCore::sendStatusMessage, core_.get(),
+            [this](const QString& text) { shown_.push_back(text.toStdString()); }, Qt::DirectConnection);
         QObject::connect(
-            core.get(), &updateCore::sendUpdateDone, core.get(),
-            [this](bool success) { done = success ? 1 : 0; }, Qt::DirectConnection);
+            core_.get(), &updateCore::sendUpdateDone, core_.get(),
+            [this](bool success) { done_ = success ? 1 : 0; }, Qt::DirectConnection);
     }
 
     Result execute() {
-        for (int n = 1; done != 1 && n <= plan.starts; ++n) {
+        for (int n = 1; done_ != 1 && n <= plan_.starts; ++n) {
             if (n > 1) {
                 sleep(BETWEEN_STARTS);
             }
-            shown.clear();
-            done = -1;
-            core->startUpdate();
-            if (!core->wait(LONGEST_RUN_MS)) {
-                return {Outcome::ENDLESS, "no end after " + std::to_string(LONGEST_RUN_MS / 1000) + " s"};
+            shown_.clear();
+            done_ = -1;
+            core_->startUpdate();
+            if (!core_->wait(LONGEST_RUN_MS)) {
+                return {Outcome::Endless, "no end after " + std::to_string(LONGEST_RUN_MS / 1000) + " s"};
             }
         }
-        bus->stop();
+        bus_->stop();
         return judge();
     }
 
@@ -75,61 +75,61 @@ private:
     std::vector<std::string> busOptions() const {
         std::vector<std::string> options = {
             "--report", "/tmp/report.txt", "--dump", "/tmp/dump",
-            "--trace",  "/tmp/trace.txt",  "--seed", std::to_string(plan.seed)};
-        for (const std::string& fault : plan.faults) {
+            "--trace",  "/tmp/trace.txt",  "--seed", std::to_string(plan_.seed)};
+        for (const std::string& fault : plan_.faults) {
             options.insert(options.end(), {"--fault", fault});
         }
         return options;
     }
 
     void offerPackage() {
-        for (const Target& target : plan.targets) {
-            auto& items = core->module(*modules::find(target.name)).base.update.items;
+        for (const Target& target : plan_.targets) {
+            auto& items = core_->module(*modules::find(target.name)).base.update.items;
             items.assign(3, {target.name + ".hex", PACKAGE_VERSION}); // whatever its hardware revision
         }
-        for (const std::string& name : plan.upToDate) {
-            core->module(*modules::find(name)).base.update.items = {{"none", PACKAGE_VERSION}};
+        for (const std::string& name : plan_.upToDate) {
+            core_->module(*modules::find(name)).base.update.items = {{"none", PACKAGE_VERSION}};
         }
-        core->loaded = true;
+        core_->loaded = true;
     }
 
     Result judge() const {
         const std::string log = panel::contents("/tmp/update.log");
-        if (done < 0) {
-            return {Outcome::WRONG, "the run ended without a word"};
+        if (done_ < 0) {
+            return {Outcome::Wrong, "the run ended without a word"};
         }
-        if (done == 0 && !containsOneOf(log, REASONS)) {
-            return {Outcome::UNTOLD, "failed without a reason"};
+        if (done_ == 0 && !containsOneOf(log, REASONS)) {
+            return {Outcome::Untold, "failed without a reason"};
         }
         bool missing = false;
-        for (const Target& target : plan.targets) {
+        for (const Target& target : plan_.targets) {
             const std::string name = modules::find(target.name)->shown;
             if (says(name + " not found")) {
                 missing = true;
             } else if (isFinished(name)) {
                 if (const std::string fault = flashFault(target); !fault.empty()) {
-                    return {Outcome::WRONG, target.name + ": " + fault};
+                    return {Outcome::Wrong, target.name + ": " + fault};
                 }
-            } else if (done == 1) {
-                return {Outcome::WRONG, target.name + " was passed over"};
+            } else if (done_ == 1) {
+                return {Outcome::Wrong, target.name + " was passed over"};
             }
         }
         if (const std::string fault = protocolFault(); !fault.empty()) {
-            return {Outcome::WRONG, fault};
+            return {Outcome::Wrong, fault};
         }
-        if (done == 0) {
-            return {Outcome::FAILED, shown.back()};
+        if (done_ == 0) {
+            return {Outcome::Failed, shown_.back()};
         }
-        return missing ? Result{Outcome::MISSING, ""} : Result{Outcome::EQUAL, ""};
+        return missing ? Result{Outcome::Missing, ""} : Result{Outcome::Equal, ""};
     }
 
-    bool says(const std::string& text) const { return std::count(shown.begin(), shown.end(), text) > 0; }
+    bool says(const std::string& text) const { return std::count(shown_.begin(), shown_.end(), text) > 0; }
 
     /** The panel went on behind this module as if it were right. */
     bool isFinished(const std::string& name) const {
-        const auto last = std::find(shown.begin(), shown.end(), "Checking " + name + " for update");
-        const bool failedHere = done == 0 && std::distance(last, shown.end()) <= 2;
-        return last != shown.end() && !failedHere;
+        const auto last = std::find(shown_.begin(), shown_.end(), "Checking " + name + " for update");
+        const bool failedHere = done_ == 0 && std::distance(last, shown_.end()) <= 2;
+        return last != shown_.end() && !failedHere;
     }
 
     std::string flashFault(const Target& target) const {
@@ -180,11 +180,11 @@ private:
         return {};
     }
 
-    Plan plan;
-    std::unique_ptr<panel::SimulatedBus> bus;
-    std::unique_ptr<updateCore> core;
-    std::vector<std::string> shown; ///< of the latest run; written by its thread, read when it has ended
-    int done = -1;                  ///< -1: nothing was said; likewise
+    Plan plan_;
+    std::unique_ptr<panel::SimulatedBus> bus_;
+    std::unique_ptr<updateCore> core_;
+    std::vector<std::string> shown_; ///< of the latest run; written by its thread, read when it has ended
+    int done_ = -1;                  ///< -1: nothing was said; likewise
 };
 
 } // namespace

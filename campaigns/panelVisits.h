@@ -4,20 +4,20 @@
 #include "system/actions/bootloadDialogue.h"
 
 /** The panel's own dialogues, from module to module. */
-class panelVisits {
+class PanelVisits {
 public:
-    enum class RESULT {
-        DONE,
-        FAILED,
-        MISSING ///< no bootloader answered, or another one than there should be
+    enum class Result {
+        Done,
+        Failed,
+        Missing ///< no bootloader answered, or another one than there should be
     };
 
-    explicit panelVisits(bootloadHost& panel) : host(panel), dialogue(panel) {}
+    explicit PanelVisits(bootloadHost& panel) : host_(panel), dialogue_(panel) {}
 
     /** Switches the whole system to update mode, once before the first module. */
     bool begin();
     /** From the request to enter the bootloader to the restart. */
-    RESULT flash(const DialogueTarget& target);
+    Result flash(const DialogueTarget& target);
     /** The same of a module that is up to date, once it has said so. */
     void pass(const DialogueTarget& target);
 
@@ -26,6 +26,6 @@ private:
     std::optional<bool> enter(const DialogueTarget& target);
     bool program(const DialogueTarget& target, bool plain);
 
-    bootloadHost& host;
-    bootloadDialogue dialogue;
+    bootloadHost& host_;
+    bootloadDialogue dialogue_;
 };

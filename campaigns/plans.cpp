@@ -70,10 +70,6 @@ std::vector<std::string> inventoryOf(const Plan& plan) {
     return lines;
 }
 
-bool isAmong(const std::string& outcomes, const std::string& outcome) {
-    return ("," + outcomes + ",").find("," + outcome + ",") != std::string::npos;
-}
-
 std::vector<ScriptCase> readScript(const std::string& file) {
     std::vector<ScriptCase> cases;
     std::ifstream in(file);

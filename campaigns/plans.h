@@ -1,9 +1,9 @@
 #pragma once
 
 #include "firmware.h"
+#include "results.h"
 #include "system/modules.h"
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -28,22 +28,6 @@ struct Plan {
     std::uint64_t seed = 1;
     int starts = 1; ///< the operator starts so many times, 5 s apart, until it succeeds
 };
-
-enum class Outcome {
-    EQUAL,   ///< every module is programmed, and its flash equals its image
-    FAILED,  ///< the run ended with an error, and the operator was told
-    MISSING, ///< the run ended well, but said that it did not find a module
-    WRONG,   ///< it said that it was done, and some flash differs; or anything else
-    ENDLESS, ///< it did not end
-    UNTOLD,  ///< it failed, and the log does not say why
-};
-constexpr std::array<const char*, 6> OUTCOMES = {"equal", "failed", "missing", "WRONG", "ENDLESS", "UNTOLD"};
-constexpr const char* nameOf(Outcome outcome) {
-    return OUTCOMES[static_cast<std::size_t>(outcome)];
-}
-/** Outcomes have commas between them; these are right when the faults were drawn. */
-constexpr const char* RIGHT_IF_DRAWN = "equal,failed,missing";
-bool isAmong(const std::string& outcomes, const std::string& outcome);
 
 /** The version of all images; modules to update have an older one. */
 constexpr const char* PACKAGE_VERSION = "2.0.0";

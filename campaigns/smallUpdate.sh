@@ -47,6 +47,7 @@ bad_package() {
     machine) { head -c 18 "$good" && printf '\xb7\x01' && tail -c +21 "$good"; } >"$updater" ;;
     esac
     chmod 755 "$updater"
+    sed -i -E "s/(\"K\+Updater\": *\")[0-9a-f]{64}/\1$(sha256sum <"$updater" | cut -c 1-64)/" "$made/unpacked/update.manifest"
     package_pack "$made/unpacked" "$made/$1"
     cp "$updater" "$made/$1"
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -16,17 +17,17 @@
 /**
  * The modules behind the simulated bus processor, and the serial line to the panel with the pace of a UART.
  */
-class virtualBus {
+class VirtualBus {
 public:
     using clock = bootloadHost::clock;
 
     /** No dialogue may take longer: one that does never ends. */
     static constexpr std::chrono::minutes LONGEST{30};
-    class endless : public std::runtime_error {
+    class Endless : public std::runtime_error {
         using runtime_error::runtime_error;
     };
 
-    struct SETTINGS {
+    struct Settings {
         std::vector<sim::ModuleConfig> modules;
         std::vector<std::string> faults; ///< lines of the simulator's fault script
         std::uint64_t seed = 1;          ///< of the faults
@@ -36,11 +37,11 @@ public:
     };
 
     /** Throws std::exception for a fault or a trace it can't use. */
-    explicit virtualBus(SETTINGS settings);
-    virtualBus(const virtualBus&) = delete;
-    virtualBus& operator=(const virtualBus&) = delete;
+    explicit VirtualBus(Settings settings);
+    VirtualBus(const VirtualBus&) = delete;
+    VirtualBus& operator=(const VirtualBus&) = delete;
 
-    clock::time_point now() const { return time; }
+    clock::time_point now() const { return time_; }
     /** Puts a frame on the line to the bus, behind those that are on it. Takes no time. */
     void send(const busMessages::PROCBUS_MSG& msg);
     /** Lets time go by. Throws endless when it has gone by for too long, as send() does. */
@@ -51,43 +52,47 @@ public:
     /** Answers that have come and were not taken, the oldest first. */
     std::deque<busMessages::ANSWER> answers;
 
-    const std::vector<std::unique_ptr<sim::Module>>& modules() const { return bus.modules(); }
-    sim::Trace& trace() { return record; }
+    const std::vector<std::unique_ptr<sim::Module>>& modules() const { return bus_.modules(); }
+    sim::Trace& trace() { return record_; }
 
 private:
+    using Hearing = std::function<void(const sim::Frame&, sim::TimePoint)>;
+
     bool step(clock::time_point until);
     void carry(const sim::Bytes& frame, clock::time_point earliest);
+    clock::time_point pass(const sim::Bytes& bytes, clock::time_point begin, sim::Decoder& end,
+                           const Hearing& hear);
     void take(const sim::Frame& frame);
     sim::Bytes damaged(const sim::Bytes& bytes);
     clock::duration duration(std::size_t bytes) const;
     void checkLimit(clock::time_point when) const;
 
-    const clock::time_point start{std::chrono::hours(1)};
-    clock::time_point time = start;
-    clock::time_point fromPanelFree = start; ///< when a direction has carried all that is on it
-    clock::time_point toPanelFree = start;
-    unsigned baud;
-    double damage;
-    std::mt19937_64 random;
-    sim::Trace record;
-    sim::FaultScript faults;
-    sim::Scheduler scheduler;
-    sim::Decoder fromPanel;
-    sim::Decoder toPanel;
-    sim::BusProcessor bus;
+    const clock::time_point start_{std::chrono::hours(1)};
+    clock::time_point time_ = start_;
+    clock::time_point fromPanelFree_ = start_; ///< when a direction has carried all that is on it
+    clock::time_point toPanelFree_ = start_;
+    unsigned baud_;
+    double damage_;
+    std::mt19937_64 random_;
+    sim::Trace record_;
+    sim::FaultScript faults_;
+    sim::Scheduler scheduler_;
+    sim::Decoder fromPanel_;
+    sim::Decoder toPanel_;
+    sim::BusProcessor bus_;
 };
 
 /** The panel's side of a virtual bus. */
-class virtualHost : public bootloadHost {
+class VirtualHost : public bootloadHost {
 public:
     /** `exchangeTime` passes with every request: what the panel itself takes. */
-    explicit virtualHost(virtualBus& carrier, std::chrono::microseconds exchangeTime = {})
-        : bus(carrier), perExchange(exchangeTime) {}
+    explicit VirtualHost(VirtualBus& carrier, std::chrono::microseconds exchangeTime = {})
+        : bus_(carrier), perExchange_(exchangeTime) {}
 
     void send(const busMessages::PROCBUS_MSG& msg) override;
     std::optional<busMessages::ANSWER> receive(milliseconds wait) override;
-    void pause(milliseconds time) override { bus.advance(bus.now() + time); }
-    clock::time_point now() const override { return bus.now(); }
+    void pause(milliseconds time) override { bus_.advance(bus_.now() + time); }
+    clock::time_point now() const override { return bus_.now(); }
     bool cancelled() const override { return false; }
     void log(const std::string& text, logger::LOG_TYPE type) override;
 
@@ -96,6 +101,6 @@ public:
     std::vector<busMessages::PROCBUS_MSG> sent;
 
 private:
-    virtualBus& bus;
-    std::chrono::microseconds perExchange;
+    VirtualBus& bus_;
+    std::chrono::microseconds perExchange_;
 };

@@ -69,6 +69,7 @@ set(CPACK_COMPONENT_PACKAGE-TOOL_DESCRIPTION "Tools for update packages of the K
 keldra-package makes, checks and explains update packages; bus-trace shows
 what was recorded on the bus of a panel; bus-sim stands in for that bus.")
 set(CPACK_DEBIAN_PACKAGE-TOOL_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE-TOOL_PACKAGE_RECOMMENDS minisign) # which signs
 
 if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)

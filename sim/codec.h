@@ -10,6 +10,8 @@ namespace sim {
 struct Message {
     std::uint8_t id = 0;
     Bytes payload;
+
+    bool operator==(const Message&) const = default;
 };
 
 // CRC-16/CCITT-FALSE.

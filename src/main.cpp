@@ -127,7 +127,7 @@ int main(int argc, char** argv) {
     if (answerQuestion(argc, argv)) {
         return 0;
     }
-    settleStartConditions();
+    settleStartConditions(CONFIGURATION);
     installCrashReport();
     std::cout << "Init Start ------" << std::endl;
     const instanceLock lock;

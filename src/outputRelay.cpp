@@ -5,9 +5,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <string>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -26,9 +30,23 @@ struct STREAM {
 };
 std::array<STREAM, 2> streams; // output, error
 
-/** Text on its way, in its order. */
+/** The time of day, to stand in front of a line. */
+std::string timeText() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char text[40];
+    const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+    std::snprintf(text + size, sizeof text - size, ".%03d ", static_cast<int>(now.tv_nsec / 1'000'000));
+    return text;
+}
+
+/** Text on its way, in its order; each line behind the time at which it came, if that is asked for. */
 class store {
 public:
+    explicit store(bool withTimes) : hasTimes(withTimes) {}
+
     bool isEmpty() const { return used == 0; }
     void clear() { used = 0; }
     /** Reads once; false at the end of the stream. */
@@ -38,9 +56,7 @@ public:
         if (count < 0) {
             return errno == EINTR;
         }
-        const std::size_t fits = std::min(static_cast<std::size_t>(count), room.size() - used);
-        std::copy_n(piece.begin(), fits, room.begin() + used);
-        used += fits;
+        take({piece.data(), static_cast<std::size_t>(count)});
         return count > 0;
     }
     void writeTo(int fd) {
@@ -54,13 +70,32 @@ public:
     }
 
 private:
+    void take(std::string_view text) {
+        while (!text.empty()) {
+            if (hasTimes && atLineStart) {
+                add(timeText());
+            }
+            const std::string_view line = text.substr(0, std::min(text.find('\n'), text.size() - 1) + 1);
+            add(line);
+            atLineStart = line.back() == '\n';
+            text.remove_prefix(line.size());
+        }
+    }
+    void add(std::string_view text) {
+        const std::size_t fits = std::min(text.size(), room.size() - used);
+        std::copy_n(text.begin(), fits, room.begin() + used);
+        used += fits;
+    }
+
     std::array<char, 256 * 1024> room{};
     std::size_t used = 0;
+    bool hasTimes;
+    bool atLineStart = true;
 };
 
 /** The writing process: from its standard input to its standard output. */
-[[noreturn]] void passOn() {
-    static store text;
+[[noreturn]] void passOn(bool withTimes) {
+    static store text(withTimes);
     bool more = true;
     while (more || !text.isEmpty()) {
         pollfd ends[] = {{more ? STDIN_FILENO : -1, POLLIN, 0},
@@ -79,7 +114,7 @@ private:
 }
 
 /** Forks the writer of a stream; the pipe to it, or -1. */
-int startWriter(STREAM& stream) {
+int startWriter(STREAM& stream, bool withTimes) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return -1;
@@ -93,15 +128,17 @@ int startWriter(STREAM& stream) {
         dup2(ends[0], STDIN_FILENO);
         dup2(stream.original, STDOUT_FILENO);
         closefrom(STDERR_FILENO);
-        passOn();
+        passOn(withTimes);
     }
     close(ends[0]);
     return ends[1];
 }
 
-bool canHoldUp(int fd) {
+/** What may hold up its writer, and files, when there is something to add to them. */
+bool needsWriter(int fd, bool withTimes) {
     struct stat info {};
-    return fstat(fd, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode) || isatty(fd) == 1);
+    return fstat(fd, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode) || isatty(fd) == 1 ||
+                                     (withTimes && S_ISREG(info.st_mode)));
 }
 
 bool areOne(int fd, int other) {
@@ -110,9 +147,9 @@ bool areOne(int fd, int other) {
     return fstat(fd, &a) == 0 && fstat(other, &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-void relay(int fd, STREAM& stream) {
+void relay(int fd, STREAM& stream, bool withTimes) {
     stream.original = fcntl(fd, F_DUPFD_CLOEXEC, FIRST_FREE_FD);
-    const int toWriter = startWriter(stream);
+    const int toWriter = startWriter(stream, withTimes);
     if (toWriter >= 0) {
         dup2(toWriter, fd);
         close(toWriter);
@@ -134,17 +171,18 @@ void finish() {
 
 } // namespace
 
-void outputRelay::begin() {
+void outputRelay::begin(bool withTimes) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const bool together = areOne(STDOUT_FILENO, STDERR_FILENO);
-    if (canHoldUp(STDOUT_FILENO)) {
-        relay(STDOUT_FILENO, streams[0]);
+    if (needsWriter(STDOUT_FILENO, withTimes)) {
+        relay(STDOUT_FILENO, streams[0], withTimes);
     }
-    if (canHoldUp(STDERR_FILENO)) {
+    if (needsWriter(STDERR_FILENO, withTimes)) {
         if (together) { // one writer, which keeps their order
             streams[1].original = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, FIRST_FREE_FD);
             dup2(STDOUT_FILENO, STDERR_FILENO);
         } else {
-            relay(STDERR_FILENO, streams[1]);
+            relay(STDERR_FILENO, streams[1], withTimes);
         }
     }
     std::atexit(finish);

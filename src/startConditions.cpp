@@ -1,5 +1,6 @@
 #include "startConditions.h"
 
+#include "lib/ConfigFile.h"
 #include "outputRelay.h"
 #include "stopRequest.h"
 
@@ -30,10 +31,21 @@ void settleSignals() {
     stopRequest::installHandlers();
 }
 
+/** One that is missing wants nothing; the core says so. */
+bool wantsTimes(const char* configuration) {
+    unsigned wanted = 0;
+    try {
+        ConfigFile(configuration, "=", "#", "EndConfigFile").readInto(wanted, "output_times");
+    } catch (const ConfigFile::file_not_found&) {
+        return false;
+    }
+    return wanted == 1;
+}
+
 } // namespace
 
-void settleStartConditions() {
+void settleStartConditions(const char* configuration) {
     openStandardDescriptors();
     settleSignals();
-    outputRelay::begin();
+    outputRelay::begin(wantsTimes(configuration));
 }

@@ -25,8 +25,8 @@ const std::string END = std::string(19, '-') + "\nUptime\n" + std::string(19, '-
 const std::string ADDRESS = "Address: 0x1234 from 0x[0-9a-f]+ -- ";
 
 /** Lets a child process crash; what it wrote to standard output. */
-template <class CRASH>
-std::string outputOf(CRASH crash) {
+template <class Crash>
+std::string outputOf(Crash crash) {
     const int out = open("/tmp/crash.out", O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644);
     const pid_t child = fork();
     if (child == 0) {

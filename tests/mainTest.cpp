@@ -1,6 +1,7 @@
 // The program's entry. Most tests run it, renamed, in a process of its own that presses its buttons itself.
 
 #include "support/panel.h"
+#include "system/startRecord.h"
 
 #include <QApplication>
 #include <QPushButton>
@@ -114,6 +115,20 @@ TEST_F(mainTest, WithoutAutoANewUpdaterIsStartedInIt) {
     EXPECT_TRUE(holds({contents("/keldra/config/system.manifest")}, R"("updater":"2.0")"));
 }
 
+TEST_F(mainTest, AKernelWrittenInPartIsWrittenAgain) {
+    shell("mkdir /keldra/start");
+    startRecord record;
+    record.tornKernel = true;
+    ASSERT_TRUE(record.save());
+    leaveUnpacked(); // with the kernel that is recorded as installed
+    EXPECT_EQ(run("auto", "Close"), 0);
+    const std::size_t warned =
+        out.find("The kernel was written in part: update it again before the panel is switched off");
+    EXPECT_LT(warned, out.find("Updating Kernel: 2.0 -> 2.0")) << out;
+    EXPECT_EQ(contents("/dev/mmcblk0p1"), "image");
+    EXPECT_FALSE(startRecord::load().tornKernel);
+}
+
 TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
     put("/keldra/config/system.manifest", R"({"updater":"2.0"})");
     offerPackage();
@@ -124,6 +139,7 @@ TEST_F(mainTest, ForceIsCarriedOverToTheRestart) {
 
 /** What a start script, an init or a console may leave behind for it. */
 TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
+    configuration += "output_times = 1\n";
     const struct {
         const char* name;
         const char* before;
@@ -131,6 +147,7 @@ TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
         const char* prepare = ":";
     } rows[] = {
         {"nothing is open", "", "<&- >&- 2>&-"},
+        {"into a file", "", "> /tmp/out 2>&1"},
         {"nobody reads", "", "> /tmp/pipe 2>&1", "sh -c 'exec sleep 1 < /tmp/pipe' &"},
         {"the reader stalls", "", "> /tmp/pipe 2>&1",
          "sleep 100 0<> /tmp/pipe & sleep 0.2; dd if=/dev/zero of=/tmp/pipe bs=4096 count=16 oflag=nonblock "
@@ -152,7 +169,8 @@ TEST_F(mainTest, UpdatesWhateverItIsStartedWith) {
     }
     EXPECT_TRUE(awaitThat([] { return !succeeds("kill -0 $(cat /tmp/reader) 2> /dev/null"); }));
     const std::string read = contents("/tmp/read");
-    EXPECT_EQ(read.substr(0, 17), "Init Start ------");
+    EXPECT_EQ(read.substr(24, 17), "Init Start ------");
+    EXPECT_FALSE(succeeds("grep -Ev '^[-0-9]{10} [:0-9]{8}[.][0-9]{3} ' /tmp/read /tmp/out"));
     EXPECT_TRUE(holds({read}, "stopping application\n") && holds({read}, "Saving Log: update.log\n")) << read;
 }
 

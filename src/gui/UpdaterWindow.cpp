@@ -1,8 +1,8 @@
 #include "UpdaterWindow.h"
 
 #include "../lib/functs.h"
+#include "../system/advice.h"
 #include "../system/updateCore.h"
-#include "advice.h"
 #include "heartBeat.h"
 #include "statusLog.h"
 #include "tapButton.h"
@@ -303,8 +303,8 @@ void UpdaterWindow::showProgress(QString line, bool writing) {
 
 /** What to do about the log's last error, or else about what was shown last. */
 QString UpdaterWindow::remedy() const {
-    const QString known = advice::about(QString::fromStdString(csys->log->lastError()));
-    return known.isEmpty() ? advice::about(lastShown) : known;
+    const std::string known = advice::about(csys->log->lastError());
+    return QString::fromStdString(known.empty() ? advice::about(lastShown.toStdString()) : known);
 }
 
 void UpdaterWindow::showLoadFailure() {

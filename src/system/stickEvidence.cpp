@@ -1,15 +1,21 @@
 #include "stickEvidence.h"
 
 #include "../lib/childProcess.h"
+#include "../lib/durable.h"
 #include "../lib/format.h"
 #include "../lib/functs.h"
 #include "coreState.h"
+#include "version.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
+#include <cstdint>
 #include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <iterator>
 #include <sstream>
 #include <sys/klog.h>
 #include <sys/stat.h>
@@ -21,11 +27,24 @@ namespace {
 
 const char* const STICK = "/mnt/usb";
 const char* const FOLDER = "keldra_logs";
+const char* const ENDING = ".new";
 constexpr int TIME_LIMIT_MS = 5000;
 constexpr std::size_t SIZE_LIMIT = 20'000'000;
 constexpr std::size_t LONGEST_NAME = 32;
 constexpr int READ_ALL_MESSAGES = 3; // of klogctl()
-enum RESULT { COPIED = 0, FAILED = 1, NOT_WANTED = 2 };
+/** The last one counts on: under its plain name, its second name... */
+enum RESULT { FAILED = 0, NOT_WANTED = 1, COPIED = 2 };
+constexpr int MOST_NAMES = 100;
+constexpr int MOST_ENTRIES = 1000; ///< of the stick's folder that are looked at
+
+// What a copy consists of; in each group, what is worth most comes first.
+constexpr const char* MADE[] = {"state.txt", "vx3.cfg", "kernel.txt"};
+constexpr const char* LATEST = "update.log.latest"; ///< the log of this run, which is not saved yet
+constexpr const char* SEEN = "modules.txt";
+constexpr const char* RECORDS[] = {"system.manifest", "unfinished.modules"};
+constexpr const char* LOGS[] = {SEEN,           "crash.dump",   "update.log",   "update.log.0",
+                                "bus.trace",    "update.log.1", "update.log.2", "update.log.3",
+                                "update.log.4", "bus.trace.0",  "bus.trace.1"};
 
 /** A descriptor that is closed with the block it stands in. */
 class opened {
@@ -44,22 +63,58 @@ private:
     int fd;
 };
 
+/** The name of a copy, or the next one when that is taken: a panel without a clock starts at one time always.
+ */
+std::string numbered(const std::string& name, int number) {
+    return number == 0 ? name : name + "-" + std::to_string(number + 1);
+}
+
+/** A copy that was not finished. A folder that holds anything else stays. */
+void removeCopy(int parent, const std::string& name) {
+    const opened copy(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const auto remove = [&copy](const char* file) { unlinkat(copy, file, 0); };
+    std::ranges::for_each(MADE, remove);
+    std::ranges::for_each(RECORDS, remove);
+    std::ranges::for_each(LOGS, remove);
+    remove(LATEST);
+    unlinkat(parent, name.c_str(), AT_REMOVEDIR);
+}
+
+/** Copies that were cut short by a loss of power, or by the time that they took. */
+void removeLeftOvers(int parent) {
+    DIR* const listed = fdopendir(openat(parent, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::vector<std::string> leftOvers;
+    for (int count = 0; listed != nullptr && count < MOST_ENTRIES; ++count) {
+        const dirent* const entry = readdir(listed);
+        if (entry == nullptr) {
+            break;
+        }
+        const std::string name = entry->d_name;
+        if (name.starts_with('.') && name.ends_with(ENDING)) {
+            leftOvers.push_back(name);
+        }
+    }
+    if (listed != nullptr) {
+        closedir(listed);
+    }
+    for (const std::string& name : leftOvers) {
+        removeCopy(parent, name);
+    }
+}
+
 /** The folder of one copy, filled under a temporary name. */
 class folder {
 public:
     folder(int above, const std::string& name)
         : parent(above),
           finalName(name),
-          temporary("." + name + ".new"),
+          temporary("." + name + ENDING),
           made(mkdirat(parent, temporary.c_str(), 0755) == 0),
           fd(made ? openat(parent, temporary.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1),
           ok(fd >= 0) {}
     ~folder() {
         if (made) {
-            for (const std::string& name : names) {
-                unlinkat(fd, name.c_str(), 0);
-            }
-            unlinkat(parent, temporary.c_str(), AT_REMOVEDIR);
+            removeCopy(parent, temporary);
         }
     }
 
@@ -73,7 +128,7 @@ public:
         const opened in(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat info {};
         if (in < 0 || fstat(in, &info) != 0 || !S_ISREG(info.st_mode) ||
-            static_cast<std::size_t>(info.st_size) > room) {
+            static_cast<std::uint64_t>(info.st_size) > room) {
             return;
         }
         const opened out(create(name));
@@ -84,19 +139,27 @@ public:
             room -= static_cast<std::size_t>(count);
         }
     }
-    /** Gives it its name when all of it has reached the stick. */
-    bool keep() {
-        ok = ok && syncfs(fd) == 0 && renameat(parent, temporary.c_str(), parent, finalName.c_str()) == 0;
+    /** Gives it the first of its names that is free when all of it has reached the stick. */
+    int keep() {
+        int number = 0;
+        while (number < MOST_NAMES && isTaken(numbered(finalName, number))) {
+            ++number;
+        }
+        const std::string name = numbered(finalName, number);
+        ok = ok && syncfs(fd) == 0 && renameat(parent, temporary.c_str(), parent, name.c_str()) == 0;
         made = made && !ok;
-        return ok && fsync(parent) == 0;
+        return ok && fsync(parent) == 0 ? COPIED + number : FAILED;
     }
 
 private:
+    bool isTaken(const std::string& name) const {
+        struct stat info {};
+        return fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+    }
     int create(const std::string& name) {
         const int out =
             ok ? openat(fd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644) : -1;
         ok = ok && out >= 0;
-        names.push_back(name);
         return out;
     }
 
@@ -107,7 +170,6 @@ private:
     opened fd;
     bool ok;
     std::size_t room = SIZE_LIMIT;
-    std::vector<std::string> names;
 };
 
 std::string kernelMessages() {
@@ -117,15 +179,27 @@ std::string kernelMessages() {
     return text;
 }
 
-/** Without what might be a secret: none is asked for today, but a key that is called so stays here. */
+bool isSecret(std::string name) {
+    functs().strCase(name, false);
+    const auto names = [&name](const char* part) { return name.find(part) != std::string::npos; };
+    return names("key") || names("secret") || names("pass");
+}
+
+/** The settings, without what might be a secret: none is asked for today. A value may go on in a next line.
+ */
 std::string withoutSecrets(const std::string& configuration) {
     std::istringstream lines(configuration);
     std::string kept;
-    for (std::string line; std::getline(lines, line);) {
-        std::string name = line.substr(0, line.find('='));
-        functs().strCase(name, false);
-        const auto names = [&name](const char* part) { return name.find(part) != std::string::npos; };
-        kept += names("key") || names("secret") || names("pass") ? "# left out\n" : line + "\n";
+    bool leavesOut = false;
+    for (std::string line; std::getline(lines, line) && line.find("EndConfigFile") == line.npos;) {
+        const std::string setting = line.substr(0, line.find('#'));
+        const std::size_t equals = setting.find('=');
+        if (equals != setting.npos) {
+            leavesOut = isSecret(setting.substr(0, equals));
+            kept += leavesOut ? setting.substr(0, equals) + "= (left out)\n" : setting + "\n";
+        } else if (!leavesOut && setting.find_first_not_of(" \t\r") != setting.npos) {
+            kept += setting + "\n";
+        }
     }
     return kept;
 }
@@ -148,15 +222,17 @@ std::string timeText() {
 }
 
 /** What is worth most comes first: where there is no room for all of it, the rest is left out. */
-void fill(folder& copy, const std::string& root) {
-    copy.addFile("update.log.latest", "/tmp/update.log");
-    copy.add("vx3.cfg", withoutSecrets(functs().getFileContents("/keldra/config/vx3.cfg")));
-    copy.add("kernel.txt", kernelMessages());
-    for (const char* name : {"system.manifest", "unfinished.modules"}) {
+void fill(folder& copy, const std::string& state, const std::string& root) {
+    const std::string texts[] = {state, withoutSecrets(functs().getFileContents("/keldra/config/vx3.cfg")),
+                                 kernelMessages()};
+    copy.addFile(LATEST, "/tmp/update.log");
+    for (std::size_t n = 0; n < std::size(MADE); ++n) {
+        copy.add(MADE[n], texts[n]);
+    }
+    for (const char* name : RECORDS) {
         copy.addFile(name, root + "/config/" + name);
     }
-    for (const char* name : {"crash.dump", "update.log", "update.log.0", "bus.trace", "update.log.1",
-                             "update.log.2", "update.log.3", "update.log.4", "bus.trace.0", "bus.trace.1"}) {
+    for (const char* name : LOGS) {
         copy.addFile(name, root + "/logs/" + name);
     }
 }
@@ -164,15 +240,18 @@ void fill(folder& copy, const std::string& root) {
 int copyTo(const std::string& name, const std::string& state, const std::string& root) {
     const opened stick(open(STICK, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const opened logs(openat(stick, FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (logs < 0 && (stick < 0 || errno == ENOENT)) {
+        return NOT_WANTED;
+    }
     struct stat whole {};
     struct stat part {};
     if (logs < 0 || fstat(stick, &whole) != 0 || fstat(logs, &part) != 0 || whole.st_dev != part.st_dev) {
-        return NOT_WANTED; // also a link, or another file system
+        return FAILED; // a link, a file, or another file system
     }
+    removeLeftOvers(logs);
     folder copy(logs, name);
-    copy.add("state.txt", state);
-    fill(copy, root);
-    return copy.keep() ? COPIED : FAILED;
+    fill(copy, state, root);
+    return copy.keep();
 }
 
 } // namespace
@@ -188,28 +267,35 @@ std::string stickEvidence::panelName() const {
 }
 
 std::string stickEvidence::stateOfPanel() const {
-    std::string text = freeSpaceOf("/") + freeSpaceOf("/keldra");
+    const std::string version = "updater " KELDRA_VERSION "\n";
+    return version + freeSpaceOf("/") + freeSpaceOf("/keldra") + stateOfModules();
+}
+
+std::string stickEvidence::stateOfModules() const {
+    const auto known = [](const std::string& text) { return text.empty() ? "unknown" : text; };
+    std::string text;
     for (const modules::ROW& row : modules::VISITED) {
         const coreState::MODULE& module = core->module(row);
-        text += std::string(row.shown) + ": " + (module.available ? "there" : "not there") +
-                (module.lostCom ? ", lost" : "") + ", version " + module.base.swVersion + ", serial " +
-                module.serial + "\n";
+        text += std::string(row.shown) + ": " + (module.available ? "reported there" : "not reported") +
+                (module.lostCom ? ", lost" : "") + ", version " + known(module.base.swVersion) + ", serial " +
+                known(module.serial) + "\n";
     }
     return text;
+}
+
+void stickEvidence::noteModules() const {
+    durable::replaceFile(core->rootPath + "/logs/" + SEEN, timeText() + "\n" + stateOfModules());
 }
 
 void stickEvidence::copy() const {
     const std::string name = panelName() + "-" + timeText();
     const std::string state = stateOfPanel();
     const auto task = [&] { return copyTo(name, state, core->rootPath); };
-    switch (childProcess::run(task, &core->cancel, TIME_LIMIT_MS)) {
-    case NOT_WANTED:
-        break;
-    case COPIED:
-        core->log->log_item("Logs copied to the stick: " + name, logger::LOG_NOTICE);
-        break;
-    default:
+    const int result = childProcess::run(task, &core->cancel, TIME_LIMIT_MS);
+    if (result >= COPIED) {
+        core->log->log_item("Logs copied to the stick: " + numbered(name, result - COPIED),
+                            logger::LOG_NOTICE);
+    } else if (result != NOT_WANTED) {
         core->log->log_item("Could not copy the logs to the stick", logger::LOG_WARNING);
-        break;
     }
 }

@@ -8,6 +8,7 @@
 #include "actions/updaterUpdate.h"
 #include "runForecast.h"
 #include "startRecord.h"
+#include "stickEvidence.h"
 #include "termination.h"
 #include "updateCore.h"
 
@@ -110,6 +111,7 @@ void updateCore::runItems() {
 void updateCore::finish(bool status) {
     startRecord::noteUnderway(startRecord::UNDERWAY::NOTHING);
     recorder.mark(status ? "end: succeeded" : "end: failed");
+    stickEvidence(this).noteModules();
     if (!cancel && (!status || recordsAll)) { // before it is shown: the power may be cut then
         saveRecording(status ? "succeeded" : "failed");
     }

@@ -13,13 +13,13 @@ constexpr int DRAWING_MS = 300;
 
 class States {
 public:
-    States(QApplication& application, std::string target) : window(&application, &core), folder(target) {
-        QObject::disconnect(&window, nullptr, &core, nullptr); // nothing runs
-        QObject::connect(&window, &UpdaterWindow::sendCancelUpdate, [this] {
+    States(QApplication& application, std::string target) : window_(&application, &core_), folder_(target) {
+        QObject::disconnect(&window_, nullptr, &core_, nullptr); // nothing runs
+        QObject::connect(&window_, &UpdaterWindow::sendCancelUpdate, [this] {
             keep("canceling");
             say({"Canceled"});
         });
-        window.showFullScreen();
+        window_.showFullScreen();
         QApplication::setOverrideCursor(Qt::BlankCursor);
     }
 
@@ -28,7 +28,7 @@ public:
 private:
     void say(std::initializer_list<const char*> texts) {
         for (const char* text : texts) {
-            window.statusMessage(text);
+            window_.statusMessage(text);
         }
     }
     void keep(const std::string& name) {
@@ -36,44 +36,44 @@ private:
         for (timer.start(); !timer.hasExpired(DRAWING_MS);) {
             QCoreApplication::processEvents();
         }
-        std::filesystem::copy_file("/dev/fb0", folder + "/" + name + ".raw");
+        std::filesystem::copy_file("/dev/fb0", folder_ + "/" + name + ".raw");
     }
     void run() {
-        window.startButtonAction();
-        core.running = true;
+        window_.startButtonAction();
+        core_.running = true;
         say({"Starting Update...", "Checking Secondary #3 for update",
              "Updating Secondary #3: 1.2.3 -> 1.3.2"});
-        window.updateProgress(66.0);
-        window.showProgress("Secondary #3 · page 57 of 107 · 0:41 · about 4:30 min left in all", true);
+        window_.updateProgress(66.0);
+        window_.showProgress("Secondary #3 · page 57 of 107 · 0:41 · about 4:30 min left in all", true);
     }
 
-    updateCore core;
-    UpdaterWindow window;
-    const std::string folder;
+    updateCore core_;
+    UpdaterWindow window_;
+    const std::string folder_;
 };
 
 void States::drawAll() {
     say({"Loading Update File...."});
-    core.progress.check("Secondary #3");
-    window.showProgress("Unpacking the package · 4.2 of 7.0 MB", false);
+    core_.progress.check("Secondary #3");
+    window_.showProgress("Unpacking the package · 4.2 of 7.0 MB", false);
     keep("loading");
     say({"Updater file loaded."});
-    core.loaded = true;
-    window.updatePackageLoaded(0);
+    core_.loaded = true;
+    window_.updatePackageLoaded(0);
     keep("ready");
     run();
     keep("running");
-    window.cancelButtonAction();
+    window_.cancelButtonAction();
     keep("canceled");
     run();
-    core.log->log_item("CAN: Page retry count exceeded.  Exiting.", logger::LOG_ERROR);
-    window.updateFinished(false);
+    core_.log->log_item("CAN: Page retry count exceeded.  Exiting.", logger::LOG_ERROR);
+    window_.updateFinished(false);
     keep("failed");
     run();
-    window.updateFinished(true);
+    window_.updateFinished(true);
     keep("succeeded");
-    window.close();
-    window.showLastPicture();
+    window_.close();
+    window_.showLastPicture();
     keep("stopping");
 }
 

@@ -100,7 +100,8 @@ TEST(shared, TwoThreadsLoseNoStep) {
 }
 
 TEST(shared, RecordsAreListedAndCopiedLikePlainOnes) {
-    coreState::MODULE module{3, "0a0b", true, false, {"1.0", 2, 9, true, {{{"image.hex", "2.0"}}, true}}};
+    coreState::MODULE module{
+        {3}, "0a0b", {true}, {false}, {"1.0", {2}, 9, {true}, {{{"image.hex", "2.0"}}, true}}};
     const coreState::MODULE copy = module;
     module = {};
     EXPECT_EQ(module.mode, 0);

@@ -38,7 +38,7 @@ TEST(busModelTest, PredictsThePanelsDialogue) {
         Bus bus(std::string(processor.onCan ? "s1" : "ctrl") + " kind=" + row.processor);
         const sim::ModuleConfig& module = bus.carrier.modules().front()->config();
         const DialogueTarget target{module.address, module.serialBootloader, path};
-        ASSERT_EQ(panelVisits(bus.host).flash(target), panelVisits::RESULT::DONE);
+        ASSERT_EQ(PanelVisits(bus.host).flash(target), PanelVisits::Result::Done);
 
         BusCost cost;
         cost.enterBootloader(processor.identifies);
@@ -53,14 +53,14 @@ TEST(busModelTest, PredictsThePanelsDialogue) {
 
 TEST(busModelTest, PredictsWhatAbsentModulesCost) {
     Bus bus("s1 lost");
-    panelVisits panel(bus.host);
-    EXPECT_EQ(panel.flash({9, false, ""}), panelVisits::RESULT::MISSING);
+    PanelVisits panel(bus.host);
+    EXPECT_EQ(panel.flash({9, false, ""}), PanelVisits::Result::Missing);
     BusCost cost;
     cost.absentModule();
     EXPECT_EQ(cost.messages, bus.host.sent.size());
     EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);
 
-    EXPECT_EQ(panel.flash({10, false, ""}), panelVisits::RESULT::MISSING);
+    EXPECT_EQ(panel.flash({10, false, ""}), PanelVisits::Result::Missing);
     cost.afterAbsentModule();
     cost.absentModule();
     EXPECT_NEAR(cost.seconds(BAUD), bus.seconds(), SURE);

@@ -30,7 +30,7 @@ TEST(convertTest, AModuleGetsWhatTheLinkerWrote) {
 
     Bus bus("s1 kind=stm32f3");
     const auto image = package.pathOf(package.items().front().entries.front());
-    ASSERT_EQ(panelVisits(bus.host).flash({9, false, image}), panelVisits::RESULT::DONE);
+    ASSERT_EQ(PanelVisits(bus.host).flash({9, false, image}), PanelVisits::Result::Done);
     const sim::ModuleConfig& module = bus.carrier.modules().front()->config();
     const std::string expected = readFile(STM32_BINARY);
     const sim::Bytes found =

@@ -17,15 +17,15 @@ constexpr std::uint8_t MODULE = 13;
 constexpr milliseconds AFTERWARDS(400);
 
 /** One module behind the bus processor; what it answers is written down with its time. */
-class moduleOnBus {
+class ModuleOnBus {
 public:
-    moduleOnBus(const std::string& keys, const std::string& faultTexts)
-        : trace("", START),
-          faults(1),
-          bus(inventory(keys), withFaults(faultTexts), scheduler, trace,
-              [this](const Bytes& frame, TimePoint when) { note(frame, when); },
-              {std::chrono::microseconds(0), milliseconds(0)}) {
-        bus.start(START);
+    ModuleOnBus(const std::string& keys, const std::string& faultTexts)
+        : trace_("", START),
+          faults_(1),
+          bus_(inventory(keys), withFaults(faultTexts), scheduler_, trace_,
+               [this](const Bytes& frame, TimePoint when) { note(frame, when); },
+               {std::chrono::microseconds(0), milliseconds(0)}) {
+        bus_.start(START);
     }
 
     /** "MS VERB [NUMBER]" with commas between; what was answered until a while after the last one. */
@@ -39,14 +39,14 @@ public:
             std::string verb;
             words >> at >> verb >> number;
             now = START + milliseconds(at);
-            scheduler.run(now);
-            bus.receive(*decode(encode(request(verb, number))), now);
+            scheduler_.run(now);
+            bus_.receive(*decode(encode(request(verb, number))), now);
         }
-        scheduler.run(now + AFTERWARDS);
-        return answers;
+        scheduler_.run(now + AFTERWARDS);
+        return answers_;
     }
 
-    unsigned written() const { return bus.modules()[0]->bootloader().written(); }
+    unsigned written() const { return bus_.modules()[0]->bootloader().written(); }
 
 private:
     static constexpr TimePoint START{std::chrono::hours(1)};
@@ -64,9 +64,9 @@ private:
     FaultScript& withFaults(const std::string& texts) {
         std::istringstream stream(texts);
         for (std::string text; std::getline(stream, text, ';');) {
-            faults.add(text);
+            faults_.add(text);
         }
-        return faults;
+        return faults_;
     }
 
     static Message request(const std::string& verb, unsigned number) {
@@ -94,9 +94,9 @@ private:
     void note(const Bytes& bytes, TimePoint when) {
         const auto frame = decode(bytes);
         const long long at = std::chrono::duration_cast<milliseconds>(when - START).count();
-        answers += answers.empty() ? "" : ", ";
-        answers += std::to_string(at) + ' ' +
-                   (frame && frame->kind == Frame::Kind::Good ? text(frame->message) : "damaged");
+        answers_ += answers_.empty() ? "" : ", ";
+        answers_ += std::to_string(at) + ' ' +
+                    (frame && frame->kind == Frame::Kind::Good ? text(frame->message) : "damaged");
     }
 
     static std::string text(const Message& message) {
@@ -114,11 +114,11 @@ private:
                (p[3] == MODULE ? "" : format("/%u", p[3]));
     }
 
-    Trace trace;
-    FaultScript faults;
-    Scheduler scheduler;
-    std::string answers;
-    BusProcessor bus;
+    Trace trace_;
+    FaultScript faults_;
+    Scheduler scheduler_;
+    std::string answers_;
+    BusProcessor bus_;
 };
 
 // Keys of the module | faults | what it is asked, and when | what it answers, and when | pages written. PAGE
@@ -132,7 +132,7 @@ void playAll(const std::string& table) {
         };
         expand(row[2], "PAGE", "0 enter, 10 start 14, 20 row 0, 30 row 1, 40 write");
         expand(row[3], "ROWS", "0 id/13, 10 OK/0, 20 OK/0, 30 OK/1");
-        moduleOnBus bus(row[0], row[1]);
+        ModuleOnBus bus(row[0], row[1]);
         EXPECT_EQ(bus.play(row[2]), row[3]) << row[0] << "; " << row[1];
         EXPECT_EQ(std::to_string(bus.written()), row[4]) << row[0] << "; " << row[1];
     }

@@ -90,7 +90,7 @@ TEST_F(decisionTest, StartsWhatIsWhole) {
         layPackage(row[1]);
         lay(row[2], startRecord::FORMER);
 
-        const DECISION decision = decide(record);
+        const Decision decision = decide(record);
         const std::string& path = decision.program;
         std::string starts = path == startRecord::INSTALLED ? "I" : path == startRecord::FORMER ? "F" : "P";
         starts = path.empty() ? "nothing" : starts + (decision.mode.empty() ? "" : " " + decision.mode[0]);
@@ -125,6 +125,52 @@ TEST_F(decisionTest, TheRecordSurvives) {
     for (std::size_t size = 0; size + 1 < text.size(); ++size) {
         put("/keldra/start/record", text.substr(0, size));
         EXPECT_FALSE(startRecord::load().updater.isKnown()) << size;
+    }
+}
+
+/** The starter itself starts an updater where nothing can be written, too, and gives up a bad one. */
+TEST_F(decisionTest, StartsWhateverTheCardIs) {
+    const char* const rows = R"(
+        true                                                      | good | I         | 0
+        mount -t tmpfs -o ro nothing /keldra                      | good | I         | 0
+        protect /keldra; protect /usr/bin                        | good | I         | 0
+        fill                                                      | good | I         | 0
+        true                                                      | bad  | I I F     | 0
+        protect /keldra                                           | bad  | I I F     | 0
+        fill                                                      | bad  | I I F     | 0
+        protect /keldra                                           | -    | F         | 0
+        mount -t tmpfs -o ro nothing /keldra                      | bad  | I I I I I | 1
+        mount -t tmpfs -o ro nothing /keldra                      | -    | nothing   | 1
+    )";
+    put("/tmp/good", "#!/bin/sh\nexit 0\n", 0755);
+    put("/tmp/bad", "#!/bin/sh\nexit 1\n", 0755);
+    const std::string functions =
+        "protect() { mount --bind $1 $1 && mount -o remount,bind,ro $1; }; "
+        "fill() { mount -t tmpfs -o size=64k small /mnt/usb && cp -a /keldra/start/* /mnt/usb;"
+        " head -c 1M /dev/zero > /mnt/usb/full; mount --move /mnt/usb /keldra/start; }; ";
+    for (const auto& row : rowsOf(rows)) {
+        shell("rm -rf /keldra/start; mkdir /keldra/start; cp /tmp/good " + startRecord::FORMER);
+        startRecord record;
+        record.updater = record.former = startRecord::programAt("/tmp/good");
+        ASSERT_TRUE(record.save());
+        shell("rm -f " + startRecord::INSTALLED);
+        if (row[1] != "-") {
+            shell("cp /tmp/" + row[1] + " " + startRecord::INSTALLED);
+        }
+        shell("unshare -m sh -c '" + functions + row[0] +
+              "; \"$@\" > /tmp/said 2>&1; echo $? > /tmp/status' sh " EMULATOR STARTER);
+        std::string started;
+        std::istringstream said(contents("/tmp/said"));
+        for (std::string teller, what, path, rest;
+             said >> teller >> what >> path && std::getline(said, rest);) {
+            const bool starts = teller == "keldra-start:" && what == "starts";
+            started += !starts                    ? ""
+                       : path.starts_with("/usr") ? "I "
+                       : path.starts_with("/")    ? "F "
+                                                  : "nothing ";
+        }
+        EXPECT_EQ(started, row[2] + " ") << row[0] << '\n' << contents("/tmp/said");
+        EXPECT_EQ(contents("/tmp/status"), row[3] + "\n") << row[0];
     }
 }
 

@@ -6,30 +6,10 @@
 #include <fcntl.h>
 #include <ostream>
 #include <poll.h>
-#include <sstream>
 #include <stdexcept>
 #include <unistd.h>
 
-namespace {
-
-constexpr std::size_t OVERHEAD = 10;
-constexpr std::uint8_t SYSTEM_COMMAND = 16;
-constexpr std::uint8_t CONTROL_MODULE = 2;
-
-std::uint16_t crcOf(const Bytes& payload) {
-    unsigned crc = 0xFFFF;
-    for (const std::uint8_t byte : payload) {
-        crc ^= static_cast<unsigned>(byte) << 8;
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc & 0x8000) != 0 ? (crc << 1) ^ 0x1021 : crc << 1;
-        }
-    }
-    return static_cast<std::uint16_t>(crc);
-}
-
-} // namespace
-
-std::ostream& operator<<(std::ostream& out, const Frame& frame) {
+std::ostream& sim::operator<<(std::ostream& out, const Message& frame) {
     out << "message " << int{frame.id} << ":";
     char text[4];
     for (const std::uint8_t byte : frame.payload) {
@@ -40,121 +20,99 @@ std::ostream& operator<<(std::ostream& out, const Frame& frame) {
 }
 
 Bytes hex(const std::string& text) {
-    Bytes bytes;
-    std::istringstream words(text);
-    for (unsigned byte = 0; words >> std::hex >> byte;) {
-        bytes.push_back(static_cast<std::uint8_t>(byte));
-    }
-    return bytes;
-}
-
-Bytes encode(const Frame& frame) {
-    const std::uint16_t crc = crcOf(frame.payload);
-    Bytes bytes(frame.payload.size() + OVERHEAD);
-    auto out = std::copy_n("K+MB", 4, bytes.begin());
-    *out++ = frame.id;
-    *out++ = static_cast<std::uint8_t>(frame.payload.size());
-    out = std::copy(frame.payload.begin(), frame.payload.end(), out);
-    *out++ = static_cast<std::uint8_t>(crc & 0xFF);
-    *out++ = static_cast<std::uint8_t>(crc >> 8);
-    std::copy_n("\r\n", 2, out);
-    return bytes;
+    std::string digits = text;
+    std::erase(digits, ' ');
+    return sim::fromHex(digits);
 }
 
 Frame reply(std::uint8_t status, std::uint16_t row, std::uint8_t module) {
-    return {3, {status, static_cast<std::uint8_t>(row & 0xFF), static_cast<std::uint8_t>(row >> 8), module}};
+    return sim::makeReply(sim::id::reply, {static_cast<sim::Status>(status), row}, module);
 }
 
 Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& version, std::uint8_t hwRev) {
-    unsigned first = 0;
-    unsigned second = 0;
-    unsigned third = 0;
-    if (std::sscanf(version.c_str(), "%u.%u.%u", &first, &second, &third) != 3) {
-        throw std::invalid_argument(version);
-    }
-    return {6,
-            {hwRev, static_cast<std::uint8_t>(third), static_cast<std::uint8_t>(second),
-             static_cast<std::uint8_t>(first), kind, module}};
+    return sim::makeIdentification(hwRev, sim::Version::parse(version), kind, module);
 }
 
 Bus::Bus() {
-    if (pipe2(wake, O_CLOEXEC) != 0) {
+    if (pipe2(wake_, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe");
     }
-    listener = std::thread([this] { listen(); });
+    listener_ = std::thread([this] { listen(); });
 }
 
 Bus::~Bus() {
-    close(wake[1]);
-    listener.join();
-    close(wake[0]);
+    close(wake_[1]);
+    listener_.join();
+    close(wake_[0]);
 }
 
 void Bus::feed(const Bytes& bytes) {
-    if (write(terminal.fd(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    if (write(terminal_.fd(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
         throw std::runtime_error("the line is full");
     }
 }
 
 void Bus::autoAnswer(Rule rule) {
-    const std::lock_guard<std::mutex> held(guard);
-    answerTo = std::move(rule);
+    const std::lock_guard<std::mutex> held(guard_);
+    answerTo_ = std::move(rule);
 }
 
 Bytes Bus::sentBytes() {
-    const std::lock_guard<std::mutex> held(guard);
-    return line;
+    const std::lock_guard<std::mutex> held(guard_);
+    return line_;
 }
 
 std::vector<Frame> Bus::sent() {
-    const std::lock_guard<std::mutex> held(guard);
-    return frames;
+    const std::lock_guard<std::mutex> held(guard_);
+    return frames_;
 }
 
 bool Bus::awaitSent(std::size_t count, int seconds) {
-    std::unique_lock<std::mutex> held(guard);
-    return changed.wait_for(held, std::chrono::seconds(seconds), [&] { return frames.size() >= count; });
+    std::unique_lock<std::mutex> held(guard_);
+    return changed_.wait_for(held, std::chrono::seconds(seconds), [&] { return frames_.size() >= count; });
 }
 
 void Bus::listen() {
-    pollfd ends[] = {{terminal.fd(), POLLIN, 0}, {wake[0], POLLIN, 0}};
+    pollfd ends[] = {{terminal_.fd(), POLLIN, 0}, {wake_[0], POLLIN, 0}};
     std::uint8_t chunk[256];
     while (poll(ends, 2, -1) >= 0 && ends[1].revents == 0) {
-        const ssize_t count = read(terminal.fd(), chunk, sizeof chunk);
+        const ssize_t count = read(terminal_.fd(), chunk, sizeof chunk);
         if (count > 0) {
-            const std::lock_guard<std::mutex> held(guard);
-            line.insert(line.end(), chunk, chunk + count);
+            const std::lock_guard<std::mutex> held(guard_);
+            line_.insert(line_.end(), chunk, chunk + count);
             takeFrames();
         }
     }
 }
 
 void Bus::takeFrames() {
-    while (line.size() >= parsed + OVERHEAD && line.size() >= parsed + OVERHEAD + line[parsed + 5]) {
-        const auto start = line.begin() + static_cast<std::ptrdiff_t>(parsed);
+    const auto left = [this] { return line_.size() - parsed_; };
+    while (left() >= sim::frameOverhead &&
+           left() >= sim::frameOverhead + line_[parsed_ + sim::lengthOffset]) {
+        const auto start = line_.begin() + static_cast<std::ptrdiff_t>(parsed_);
         const Frame frame{start[4], Bytes(start + 6, start + 6 + start[5])};
         const Bytes whole = encode(frame);
         if (!std::equal(whole.begin(), whole.end(), start)) {
-            ++parsed; // noise, or the rest of a frame that was discarded
+            ++parsed_; // noise, or the rest of a frame that was discarded
             continue;
         }
-        parsed += whole.size();
-        frames.push_back(frame);
-        changed.notify_all();
-        for (const Frame& message : answerTo ? answerTo(frame) : std::vector<Frame>()) {
+        parsed_ += whole.size();
+        frames_.push_back(frame);
+        changed_.notify_all();
+        for (const Frame& message : answerTo_ ? answerTo_(frame) : std::vector<Frame>()) {
             feed(message);
         }
     }
 }
 
 std::vector<Frame> Bus::noModules(const Frame& request) {
-    if (request.id != SYSTEM_COMMAND) {
+    if (request.id != sim::id::systemCommand) {
         return {};
     }
     const std::uint8_t module = request.payload[0];
     if (request.payload[1] != ENTER_BOOTLOADER) {
         return {reply(0, 0, module)};
     }
-    const std::uint8_t other = module == CONTROL_MODULE ? 0 : ON_SERIAL_BOOTLOADER;
+    const std::uint8_t other = module == sim::controlModule ? 0 : ON_SERIAL_BOOTLOADER;
     return {identification(module, static_cast<std::uint8_t>(1 + other), "1.0.0")};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sim/messages.h"
 #include "sim/panel/bed.h"
 
 #include <condition_variable>
@@ -11,19 +12,14 @@
 #include <thread>
 #include <vector>
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = sim::Bytes;
+using Frame = sim::Message;
+using sim::encode;
 
-/** What one frame says. */
-struct Frame {
-    std::uint8_t id = 0;
-    Bytes payload;
+namespace sim {
+std::ostream& operator<<(std::ostream& out, const Message& frame);
+}
 
-    bool operator==(const Frame&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const Frame& frame);
-
-/** The frame's bytes on the line. Encoder and CRC are the tests' own. */
-Bytes encode(const Frame& frame);
 /** "4B 2B" as bytes. */
 Bytes hex(const std::string& text);
 
@@ -53,7 +49,7 @@ public:
     Bus& operator=(const Bus&) = delete;
     ~Bus();
 
-    const std::string& port() const { return terminal.name(); }
+    const std::string& port() const { return terminal_.name(); }
 
     void feed(const Frame& frame) { feed(encode(frame)); }
     void feed(const Bytes& bytes);
@@ -76,13 +72,13 @@ private:
     void listen();
     void takeFrames();
 
-    panel::Terminal terminal;
-    int wake[2] = {-1, -1};
-    std::mutex guard;
-    std::condition_variable changed;
-    Rule answerTo;
-    Bytes line;
-    std::size_t parsed = 0; ///< bytes of `line` that `frames` covers
-    std::vector<Frame> frames;
-    std::thread listener;
+    panel::Terminal terminal_;
+    int wake_[2] = {-1, -1};
+    std::mutex guard_;
+    std::condition_variable changed_;
+    Rule answerTo_;
+    Bytes line_;
+    std::size_t parsed_ = 0; ///< bytes of `line` that `frames` covers
+    std::vector<Frame> frames_;
+    std::thread listener_;
 };

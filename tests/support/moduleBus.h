@@ -12,15 +12,15 @@ struct Bus {
     static constexpr std::chrono::microseconds OVERHEAD{80}; // of the panel, for each request
 
     explicit Bus(const std::string& line) : carrier(settings(line)), host(carrier, OVERHEAD) {}
-    static virtualBus::SETTINGS settings(const std::string& line) {
-        virtualBus::SETTINGS made;
+    static VirtualBus::Settings settings(const std::string& line) {
+        VirtualBus::Settings made;
         made.modules = {sim::parseModule(sim::words(line))};
         made.baud = BAUD;
         return made;
     }
     double seconds() const { return std::chrono::duration<double>(carrier.now() - start).count(); }
 
-    virtualBus carrier;
-    virtualHost host;
-    const virtualBus::clock::time_point start = carrier.now();
+    VirtualBus carrier;
+    VirtualHost host;
+    const VirtualBus::clock::time_point start = carrier.now();
 };

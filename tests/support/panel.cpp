@@ -52,18 +52,18 @@ void Panel::start() {
     configure();
     core = std::make_unique<updateCore>();
     const auto record = [this](const std::string& event) { events.push_back(event); };
-    QObject::connect(core.get(), &updateCore::sendStatusMessage, &window,
+    QObject::connect(core.get(), &updateCore::sendStatusMessage, &window_,
                      [this, record](const QString& text) {
                          record(text.toStdString());
                          shown.push_back(text.toStdString());
                      });
-    QObject::connect(core.get(), &updateCore::incrimentProgressBar, &window,
+    QObject::connect(core.get(), &updateCore::incrimentProgressBar, &window_,
                      [record](double tick) { record("tick " + std::to_string(static_cast<int>(tick))); });
-    QObject::connect(core.get(), &updateCore::sendUpdateDone, &window,
+    QObject::connect(core.get(), &updateCore::sendUpdateDone, &window_,
                      [record](bool success) { record("done " + std::to_string(success)); });
-    QObject::connect(core.get(), &updateCore::sendUpdatePackageLoaded, &window,
+    QObject::connect(core.get(), &updateCore::sendUpdatePackageLoaded, &window_,
                      [record](unsigned char mode) { record("loaded " + std::to_string(mode)); });
-    QObject::connect(core.get(), &updateCore::sendReboot, &window, [record] { record("reboot"); });
+    QObject::connect(core.get(), &updateCore::sendReboot, &window_, [record] { record("reboot"); });
 }
 
 void Panel::settle() {
@@ -103,16 +103,16 @@ void Panel::unpacked(const std::string& name, const std::string& text, unsigned 
 void Panel::standIn(const std::string& program, const std::string& script) {
     fs::remove("/usr/bin/" + program); // a link to the host's
     put("/usr/bin/" + program, "#!/bin/sh\n" + script + "\n", 0755);
-    standIns.push_back(program);
+    standIns_.push_back(program);
 }
 
 void Panel::endStandIns() {
-    for (const std::string& program : standIns) {
+    for (const std::string& program : standIns_) {
         const std::string path = "/usr/bin/" + program;
         fs::remove(path);
         fs::create_symlink("/opt/host-bin/" + program, path);
     }
-    standIns.clear();
+    standIns_.clear();
 }
 
 Texts Panel::logged() {

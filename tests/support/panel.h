@@ -67,6 +67,6 @@ protected:
     Texts shown; ///< the texts among them
 
 private:
-    QObject window; ///< receives the signals on the main thread
-    Texts standIns;
+    QObject window_; ///< receives the signals on the main thread
+    Texts standIns_;
 };

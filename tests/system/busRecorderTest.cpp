@@ -3,6 +3,7 @@
 #include "support/panel.h"
 
 #include <atomic>
+#include <functional>
 #include <regex>
 #include <thread>
 
@@ -133,21 +134,15 @@ TEST_F(busRecorderTest, ThreadsRecordWhileItIsSaved) {
     begin(1 << 14);
     std::atomic<bool> ends{false};
     std::vector<std::thread> threads;
-    threads.emplace_back([&] {
-        while (!ends) {
-            send();
-        }
-    });
-    threads.emplace_back([&] {
-        while (!ends) {
-            receive(ANSWER);
-        }
-    });
-    threads.emplace_back([&] {
-        while (!ends) {
-            recorder.mark(std::string(90, 'm'));
-        }
-    });
+    const std::function<void()> work[] = {[&] { send(); }, [&] { receive(ANSWER); },
+                                          [&] { recorder.mark(std::string(90, 'm')); }};
+    for (const auto& each : work) {
+        threads.emplace_back([&] {
+            while (!ends) {
+                each();
+            }
+        });
+    }
     for (int n = 0; n < 20; ++n) {
         recorder.save("failed");
         for (const std::string& line : entries()) {

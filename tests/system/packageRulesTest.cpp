@@ -33,13 +33,13 @@ void bringToStick(const fs::path& folder) {
 }
 
 /** What keldra-package says of what lies on the stick. */
-struct FORECAST {
+struct Forecast {
     std::optional<bool> loads; ///< nothing when a finding leaves it open
     std::vector<package::Step> steps;
 };
 
-FORECAST forecast() {
-    FORECAST said;
+Forecast forecast() {
+    Forecast said;
     said.loads = true;
     package::Findings findings;
     try {
@@ -116,7 +116,7 @@ TEST_F(packageRulesTest, ThePanelDoesWhatThePackageToolSays) {
     for (const char* quality : {"good-packages", "bad-packages"}) {
         for (const fs::directory_entry& folder : fs::directory_iterator(DATA / quality)) {
             bringToStick(folder);
-            const FORECAST said = forecast();
+            const Forecast said = forecast();
             const bool loaded = load() == 0;
             EXPECT_EQ(loaded, said.loads.value_or(loaded)) << folder;
             ++packages;

@@ -1,6 +1,7 @@
 #include "system/updateCoreLoader.h"
 
 #include "support/panel.h"
+#include "support/table.h"
 
 #include <chrono>
 #include <csignal>
@@ -13,9 +14,6 @@ namespace fs = std::filesystem;
 namespace {
 
 const std::string MANIFEST = R"({"kernel":{"f":"kernel.img","v":"2.0"}})";
-std::string withVersion(const std::string& version) {
-    return R"({"kernel":{"f":"kernel.img","v":")" + version + R"("}})";
-}
 const Texts LOADED = {"Loading Update File....", "Updater file loaded."};
 
 class updateCoreLoaderTest : public Panel {
@@ -56,68 +54,47 @@ TEST_F(updateCoreLoaderTest, LoadsAPackage) {
 }
 
 TEST_F(updateCoreLoaderTest, EveryFailureIsShownLoggedAndReported) {
-    const std::string garbage =
-        "echo x > keldra_update.tgz; sha1sum keldra_update.tgz > keldra_update.tgz.sha";
-    const struct {
-        const char* shown;
-        const char* logged;
-        std::string sabotage = ":"; ///< of the stick or the panel
-        std::string failing{};      ///< program
-        const char* spoil = ":";    ///< the tree, before it is packed
-        std::string manifest = MANIFEST;
-    } rows[] = {
-        {"No updater file or USB not connected", "[Warning]: No update file found", "rm /mnt/usb/*"},
-        {"Updater file corrupted!", "[Error]: Update file corrupted", "echo >> keldra_update.tgz"},
-        {"Updater file corrupted!", "[Error]: Update file corrupted", "rm *.sha"},
-        {"Updater file corrupted!", "[Error]: Update file corrupted",
-         "rm *.sha; mkfifo keldra_update.tgz.sha"},
-        {"Updater file corrupted!", "[Error]: Update file corrupted", "truncate -s 500M *.sha"},
-        {"Updater file corrupted!",
-         "[Error]: Updater manifest is corrupt",
-         ":",
-         {},
-         "rm update.manifest.sha; mkfifo update.manifest.sha"},
-        {"Updater file corrupted!",
-         "[Error]: Updater manifest is corrupt",
-         ":",
-         {},
-         "truncate -s 17M update.manifest; sha1sum update.manifest >update.manifest.sha"},
-        {"Internal Error", "[Error]: Could not flush temp directory", "mkdir /keldra/tmp/keldra_update",
-         "rm"},
-        {"Internal Error", "[Error]: Could not create temp directory", "touch /keldra/tmp/keldra_update",
-         "rm"},
-        {"Internal Error", "[Error]: Could not untar archieve", garbage},
-        {"Updater file corrupted!",
-         "[Error]: Updater manifest is corrupt",
-         ":",
-         {},
-         "echo >> update.manifest"},
-        {"Updater file corrupted!", "[Error]: Updater manifest is corrupt", ":", {}, "rm update.manifest"},
-        {"Internal Error", "[Error]: Config file is blank", ":", {}, ":", R"({"a":12})"},
-        {"Internal Error", "[Error]: Config file is invalid", ":", {}, ":", R"({"kernel":)"},
-        {"Internal Error", "[Error]: Config file is invalid", ":", {}, ":", MANIFEST + "}"},
-        {"Internal Error",
-         "[Error]: Config file is invalid",
-         ":",
-         {},
-         ":",
-         withVersion(std::string(5000, '1'))},
-        {"Internal Error", "[Error]: Could not remount system", ":", "mount"},
-    };
+    // Log | window | done to stick or panel | program that fails | done to the tree, before it is packed |
+    // manifest
+    auto rows = rowsOf(R"(
+    [Warning]: No update file found             | No updater file or USB not connected | rm /mnt/usb/*
+    [Error]: Update file corrupted              | Updater file corrupted! | echo >> keldra_update.tgz
+    [Error]: Update file corrupted              | Updater file corrupted! | rm *.sha
+    [Error]: Update file corrupted              | Updater file corrupted! | rm *.sha; mkfifo keldra_update.tgz.sha
+    [Error]: Update file corrupted              | Updater file corrupted! | truncate -s 500M *.sha
+    [Error]: Updater manifest is corrupt        | Updater file corrupted! | | | rm update.manifest.sha; mkfifo update.manifest.sha
+    [Error]: Updater manifest is corrupt        | Updater file corrupted! | | | truncate -s 17M update.manifest; sha1sum update.manifest >update.manifest.sha
+    [Error]: Updater manifest is corrupt        | Updater file corrupted! | | | echo >> update.manifest
+    [Error]: Updater manifest is corrupt        | Updater file corrupted! | | | rm update.manifest
+    [Error]: Could not flush temp directory     | Internal Error | mkdir /keldra/tmp/keldra_update | rm
+    [Error]: Could not create temp directory    | Internal Error | touch /keldra/tmp/keldra_update | rm
+    [Error]: Could not untar archieve           | Internal Error | echo x > keldra_update.tgz; sha1sum keldra_update.tgz > keldra_update.tgz.sha
+    [Error]: Config file is blank               | Internal Error | | | | {"a":12}
+    [Error]: Config file is invalid             | Internal Error | | | | {"kernel":
+    [Error]: Config file is invalid             | Internal Error | | | | {"kernel":{"f":"kernel.img","v":"2.0"}}}
+    [Error]: Config file is invalid             | Internal Error | | | | of a long version
+    [Error]: Could not remount system           | Internal Error | | mount |
+    )");
     start();
-    for (const auto& row : rows) {
+    for (auto& row : rows) {
+        row.resize(6);
+        const std::string& failing = row[3];
+        std::string manifest = row[5].empty() ? MANIFEST : row[5];
+        if (manifest == "of a long version") {
+            manifest = R"({"kernel":{"f":"kernel.img","v":")" + std::string(5000, '1') + R"("}})";
+        }
         shell("rm -rf /keldra/tmp/* /mnt/usb/* /tmp/package");
-        packOntoStick(row.manifest, row.spoil);
-        shell("cd /mnt/usb; " + row.sabotage);
-        if (!row.failing.empty()) {
-            standIn(row.failing, "exit 1");
+        packOntoStick(manifest, row[4].empty() ? ":" : row[4]);
+        shell("cd /mnt/usb; " + row[2]);
+        if (!failing.empty()) {
+            standIn(failing, "exit 1");
         }
         shown.clear();
-        EXPECT_EQ(load(), 1) << row.logged;
-        EXPECT_EQ(shown, (Texts{"Loading Update File....", row.shown})) << row.logged;
+        EXPECT_EQ(load(), 1) << row[0];
+        EXPECT_EQ(shown, (Texts{"Loading Update File....", row[1]})) << row[0];
         const Texts log = logged();
-        EXPECT_EQ(std::count(log.begin(), log.end(), row.logged), 1) << row.logged;
-        EXPECT_FALSE(core->loaded) << row.logged;
+        EXPECT_EQ(std::count(log.begin(), log.end(), row[0]), 1) << row[0];
+        EXPECT_FALSE(core->loaded) << row[0];
         endStandIns();
         put("/tmp/update.log", "");
     }

@@ -14,6 +14,7 @@
 #include "report.h"
 #include "show.h"
 #include "signing.h"
+#include "support.h"
 #include "version.h"
 
 #include <clocale>
@@ -207,6 +208,15 @@ Status report(const Options& options) {
     return verdict(findings, false);
 }
 
+Status support(const Options& options) {
+    const SupportPage page = readEvidence(options.path);
+    if (options.output.empty())
+        print(supportText(page));
+    else
+        deliver(supportHtml(page, "keldra-package " KELDRA_VERSION), options.output);
+    return Status::Fine;
+}
+
 Status init(const Options& options) {
     const fs::path directory = options.path.empty() ? "." : options.path;
     const std::pair<const char*, const char*> examples[] = {{"package.json", PACKAGE_EXAMPLE},
@@ -241,6 +251,8 @@ Status run(const Options& options, const CLI::App& app) {
         return diff(options);
     case Command::Report:
         return report(options);
+    case Command::Support:
+        return support(options);
     case Command::Init:
         return init(options);
     case Command::Completion:

@@ -228,6 +228,16 @@ void addReport(CLI::App& app, Options& options) {
     addPanel(report, options);
 }
 
+void addSupport(CLI::App& app, Options& options) {
+    CLI::App& support =
+        addCommand(app, options, "support", Command::Support,
+                   "Tell what a panel has copied to a stick: updates, failures, the bus, what was installed");
+    support.add_option("DIR", options.path, "a folder PANEL-TIME of the stick's keldra_logs")
+        ->required()
+        ->check(CLI::ExistingDirectory);
+    support.add_option("-o,--output", options.output, "write an HTML page instead; - for standard output");
+}
+
 void addInit(CLI::App& app, Options& options) {
     CLI::App& init =
         addCommand(app, options, "init", Command::Init, "Write examples of package.json and inventory.json");
@@ -253,7 +263,7 @@ void declare(CLI::App& app, Options& options) {
     app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);
     app.footer("keldra-package COMMAND --help shows its options and examples.");
     for (const auto add : {addBuild, addCheck, addPlan, addShow, addConvert, addInfo, addDiff, addReport,
-                           addInit, addCompletion})
+                           addSupport, addInit, addCompletion})
         add(app, options);
 }
 

@@ -14,7 +14,7 @@ namespace package {
 
 enum class Status { Fine = 0, Bad = 1, Failed = 3 }; // 2: misuse
 
-enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Init, Completion };
+enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Support, Init, Completion };
 
 struct Options {
     Command command = Command::Check;

@@ -23,20 +23,20 @@ std::vector<std::string> resuming(const startRecord& record) {
 }
 
 /** Counts a start of one that has to prove itself. */
-void putOnTrial(DECISION& decision) {
+void putOnTrial(Decision& decision) {
     decision.isOnTrial = decision.isNoted = true;
     decision.record.trial = std::max(decision.record.trial, 0) + 1;
 }
 
 /** The new one had its chances. It stays where it is until the former one has put itself back. */
-DECISION giveUp(startRecord record) {
+Decision giveUp(startRecord record) {
     record.refused = record.coming.isKnown() ? record.coming : record.updater;
     record.coming = record.updater = record.former;
     record.item.clear();
     record.trial = startRecord::PROVEN;
     record.underway = UNDERWAY::NOTHING;
     record.isBack = true;
-    DECISION decision;
+    Decision decision;
     decision.program = startRecord::FORMER;
     decision.reason = "the new one did not prove itself in two starts";
     decision.isNoted = true;
@@ -45,7 +45,7 @@ DECISION giveUp(startRecord record) {
 }
 
 /** A file that nobody has told of: somebody put it there, who may know what he does. */
-bool takeUnknown(const PROGRAM& installed, DECISION& decision) {
+bool takeUnknown(const PROGRAM& installed, Decision& decision) {
     startRecord& record = decision.record;
     if (record.coming.isKnown()) {
         return false; // what a loss of power has left of the old one or the new one
@@ -62,7 +62,7 @@ bool takeUnknown(const PROGRAM& installed, DECISION& decision) {
 }
 
 /** The installed updater, when it may be started. */
-bool takeInstalled(const PROGRAM& installed, DECISION& decision) {
+bool takeInstalled(const PROGRAM& installed, Decision& decision) {
     startRecord& record = decision.record;
     if (!installed.isKnown() || installed.is(record.refused)) {
         return false;
@@ -84,7 +84,7 @@ bool takeInstalled(const PROGRAM& installed, DECISION& decision) {
     return true;
 }
 
-bool takePackaged(DECISION& decision) {
+bool takePackaged(Decision& decision) {
     startRecord& record = decision.record;
     const std::string path = packageRules::UNPACKED + (record.item.empty() ? USUAL_NAME : record.item);
     const PROGRAM packaged = startRecord::programAt(path);
@@ -116,14 +116,14 @@ bool packageIsComplete() {
     }
 }
 
-DECISION decide(const startRecord& record) {
+Decision decide(const startRecord& record) {
     const PROGRAM installed = startRecord::programAt(startRecord::INSTALLED);
     const PROGRAM kept = startRecord::programAt(startRecord::FORMER);
     const bool hasFormer = kept.is(record.former);
     if (record.trial >= startRecord::TRIES && hasFormer) {
         return giveUp(record);
     }
-    DECISION decision;
+    Decision decision;
     decision.record = record;
     if (takeInstalled(installed, decision)) {
         return decision;

@@ -6,7 +6,7 @@
 #include <vector>
 
 /** Which updater is to be started, and why. */
-struct DECISION {
+struct Decision {
     std::string program;           ///< empty: there is none that could be
     std::vector<std::string> mode; ///< its first arguments
     std::string reason;
@@ -16,7 +16,7 @@ struct DECISION {
 };
 
 /** Looks at what lies on the panel and at what the record says of it. Changes nothing. */
-DECISION decide(const startRecord& record);
+Decision decide(const startRecord& record);
 
 /** True when all of a package lies unpacked and its manifest is as its digest says. */
 bool packageIsComplete();

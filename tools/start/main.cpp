@@ -30,14 +30,14 @@ constexpr const char* USAGE =
     "  --patience SECONDS  within which a new updater has to have its window up (60)\n"
     "  --version\n";
 
-struct OPTIONS {
+struct Options {
     std::string command;
     double patience = PATIENCE_S;
     std::vector<std::string> arguments; ///< the updater's
 };
 
-OPTIONS read(int argc, char** argv) {
-    OPTIONS options;
+Options read(int argc, char** argv) {
+    Options options;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
         if (word == "--patience" && i + 1 < argc) {
@@ -64,7 +64,7 @@ std::string trialOf(const startRecord& record) {
                                                : std::to_string(record.trial) + " starts without proof";
 }
 
-std::string commandOf(const DECISION& decision) {
+std::string commandOf(const Decision& decision) {
     std::string text = decision.program.empty() ? "nothing" : decision.program;
     for (const std::string& word : decision.mode) {
         text += " " + word;
@@ -74,7 +74,7 @@ std::string commandOf(const DECISION& decision) {
 
 int showStatus() {
     const startRecord record = startRecord::load();
-    const DECISION decision = decide(record);
+    const Decision decision = decide(record);
     const auto row = [](const char* name, const std::string& text) {
         std::printf("%-11s%s\n", name, text.c_str());
     };
@@ -115,7 +115,7 @@ bool isAlone() {
 }
 
 /** Says what is started, and puts it into the record. */
-void note(DECISION& decision) {
+void note(Decision& decision) {
     std::printf("keldra-start: starts %s: %s\n", commandOf(decision).c_str(), decision.reason.c_str());
     std::fflush(stdout);
     if (decision.isNoted) {
@@ -128,17 +128,17 @@ void note(DECISION& decision) {
 }
 
 /** The record as it is now; where none can be written, as this process has it in mind. */
-startRecord recall(const DECISION& last) {
+startRecord recall(const Decision& last) {
     const startRecord written = startRecord::load();
     const bool isLost = last.isNoted && written.decided != last.record.decided;
     return isLost ? last.record : written;
 }
 
-int startUntilItStays(const OPTIONS& options) {
-    watch watched(options.patience);
+int startUntilItStays(const Options& options) {
+    Watch watched(options.patience);
     startRecord record = startRecord::load();
     for (int n = 0; n < MOST_STARTS; ++n) {
-        DECISION decision = decide(record);
+        Decision decision = decide(record);
         note(decision);
         if (decision.program.empty()) {
             return FAILED;
@@ -148,7 +148,7 @@ int startUntilItStays(const OPTIONS& options) {
         const auto isOnTrial = [&decision] {
             return decision.isOnTrial || startRecord::load().trial != startRecord::PROVEN;
         };
-        const watch::END end = watched.follow(decision.program, arguments, isOnTrial);
+        const Watch::End end = watched.follow(decision.program, arguments, isOnTrial);
         std::printf("keldra-start: it ended with status %d\n", end.status);
         if (end.onRequest) {
             return EXIT_SUCCESS;
@@ -169,7 +169,7 @@ int startUntilItStays(const OPTIONS& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const OPTIONS options = read(argc, argv);
+    const Options options = read(argc, argv);
     if (options.command == "--status") {
         return showStatus();
     }

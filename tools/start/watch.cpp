@@ -57,29 +57,29 @@ int asShell(int status) {
 
 } // namespace
 
-watch::watch(double patience) : limit(patience) {
+Watch::Watch(double patience) : limit_(patience) {
     const sigset_t set = heard();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     prctl(PR_SET_CHILD_SUBREAPER, 1); // an updater that was started by one that has ended is this one's, too
     setenv("KELDRA_STARTER", std::to_string(getpid()).c_str(), 1);
 }
 
-watch::END watch::follow(const std::string& program, const std::vector<std::string>& arguments,
+Watch::End Watch::follow(const std::string& program, const std::vector<std::string>& arguments,
                          const std::function<bool()>& isOnTrial) {
-    END end;
-    hasWindow = isEmpty = false;
-    begun = now();
-    first = fork();
-    if (first == 0) {
+    End end;
+    hasWindow_ = isEmpty_ = false;
+    begun_ = now();
+    first_ = fork();
+    if (first_ == 0) {
         become(program, arguments);
     }
-    setpgid(first, first);
+    setpgid(first_, first_);
     double asked = 0;
-    while (!isEmpty) {
+    while (!isEmpty_) {
         const sigset_t set = heard();
         const timespec second{POLL_S, 0};
         const int signal = sigtimedwait(&set, nullptr, &second);
-        hasWindow = hasWindow || signal == SIGUSR1;
+        hasWindow_ = hasWindow_ || signal == SIGUSR1;
         if ((signal == SIGTERM || signal == SIGINT) && !end.onRequest) {
             end.onRequest = true;
             asked = now();
@@ -87,7 +87,7 @@ watch::END watch::follow(const std::string& program, const std::vector<std::stri
         }
         if (end.onRequest && now() - asked > LAST_WORDS_S) {
             endBecause("does not end");
-        } else if (!hasWindow && running() > limit && isOnTrial()) {
+        } else if (!hasWindow_ && running() > limit_ && isOnTrial()) {
             endBecause("has no window");
         }
         reap(end);
@@ -95,38 +95,38 @@ watch::END watch::follow(const std::string& program, const std::vector<std::stri
     return end;
 }
 
-void watch::endBecause(const char* reason) {
+void Watch::endBecause(const char* reason) {
     std::printf("keldra-start: it %s, and is ended\n", reason);
     std::fflush(stdout);
-    kill(-first, SIGKILL);
-    begun = now();
+    kill(-first_, SIGKILL);
+    begun_ = now();
 }
 
-double watch::running() const {
-    return now() - begun;
+double Watch::running() const {
+    return now() - begun_;
 }
 
 /** Takes note of all that has ended. */
-void watch::reap(END& end) {
+void Watch::reap(End& end) {
     siginfo_t info{};
     while (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0) {
         const std::string name = firstLineOf("/proc/" + std::to_string(info.si_pid) + "/comm");
         int status = 0;
         waitpid(info.si_pid, &status, 0);
-        if (info.si_pid == first || name == UPDATER ||
+        if (info.si_pid == first_ || name == UPDATER ||
             name == "sh") { // the shell, where it found none to start
             end.status = asShell(status);
             end.seconds = running();
-            begun = now();
-            hasWindow = false;
+            begun_ = now();
+            hasWindow_ = false;
         }
         info = {};
     }
-    isEmpty = waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD;
+    isEmpty_ = waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD;
 }
 
 /** Asks the updater to end; what it has started ends by itself. */
-void watch::ask() const {
+void Watch::ask() const {
     const std::string self = std::to_string(getpid());
     std::ifstream children("/proc/self/task/" + self + "/children");
     bool found = false;
@@ -134,6 +134,6 @@ void watch::ask() const {
         found = kill(child, SIGTERM) == 0 || found;
     }
     if (!found) {
-        kill(first, SIGTERM);
+        kill(first_, SIGTERM);
     }
 }

@@ -25,8 +25,11 @@ bool listVisible(const std::string& directory, std::vector<std::string>& names) 
     if (dir == nullptr) {
         return false;
     }
-    errno = 0; // which alone tells a failure from the end
-    while (const dirent* entry = readdir(dir)) {
+    const auto next = [dir] {
+        errno = 0; // which alone tells a failure from the end
+        return readdir(dir);
+    };
+    while (const dirent* entry = next()) {
         if (entry->d_name[0] != '.') {
             names.emplace_back(entry->d_name);
         }

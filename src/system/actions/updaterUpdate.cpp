@@ -1,6 +1,7 @@
 #include "updaterUpdate.h"
 
 #include "../../lib/durable.h"
+#include "../../lib/plainFile.h"
 #include "../packageRules.h"
 #include "../runForecast.h"
 #include "programTrial.h"
@@ -59,10 +60,11 @@ action::STATUS updaterUpdate::needsUpdate(bool force) {
 
 bool updaterUpdate::run() {
     const std::string name = startRecord::isKept() ? nameOfProgram() : "";
-    if (name.empty()) {
-        return fileUpdate::run();
+    const std::string path = packageRules::UNPACKED + name;
+    if (name.empty() || !plainFile(path, packageRules::UNPACKED).isOpen()) {
+        return fileUpdate::run(); // which says what is wrong with it, and removes nothing
     }
-    return isFit(packageRules::UNPACKED + name) && prepare(name) && conclude(fileUpdate::run());
+    return isFit(path) && prepare(name) && conclude(fileUpdate::run());
 }
 
 bool updaterUpdate::isFit(const std::string& path) {

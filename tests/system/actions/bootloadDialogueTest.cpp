@@ -12,7 +12,7 @@ using namespace busMessages;
 using PROOF = bootloadDialogue::PROOF;
 using REQUEST = bootloadDialogue::REQUEST;
 
-constexpr std::uint8_t MODULE = scriptedHost::MODULE;
+constexpr std::uint8_t MODULE = ScriptedHost::MODULE;
 
 /** Requests by a letter: S, R and its number, W, E, A; s and r of a page of one row, m a
  * record's only row; with ! it is not begun again. */
@@ -51,7 +51,7 @@ REQUEST requestOf(const std::string& word) {
 }
 
 /** What comes of a call: a letter as above, "," enter, "!" leave, "?" status, "+20" wait. */
-std::string outcome(bootloadDialogue& dialogue, scriptedHost& host, const std::string& call) {
+std::string outcome(bootloadDialogue& dialogue, ScriptedHost& host, const std::string& call) {
     static const char* const ENTRIES[] = {"none", "plain", "another", "own"};
     switch (call[0]) {
     case ',':
@@ -74,7 +74,7 @@ std::string outcome(bootloadDialogue& dialogue, scriptedHost& host, const std::s
 }
 
 /** Plays calls such as ", S R0 W". */
-std::string play(bootloadDialogue& dialogue, scriptedHost& host, const std::string& calls) {
+std::string play(bootloadDialogue& dialogue, ScriptedHost& host, const std::string& calls) {
     std::string text;
     std::istringstream words(calls);
     for (std::string call; !host.cancelled() && words >> call;) {
@@ -86,7 +86,7 @@ std::string play(bootloadDialogue& dialogue, scriptedHost& host, const std::stri
 /** Plays the rows of a table: what it is about | calls | script | what comes of the calls | what is sent. */
 void check(const std::string& table) {
     for (const auto& row : rowsOf(table)) {
-        scriptedHost host(row[2]);
+        ScriptedHost host(row[2]);
         bootloadDialogue dialogue(host);
         EXPECT_EQ(play(dialogue, host, row[1]), row[3]) << row[0];
         EXPECT_EQ(host.transcript(), row[4]) << row[0];
@@ -184,7 +184,7 @@ TEST(bootloadDialogueTest, SilenceEndsEveryRequestAfterItsTries) {
         W | 1200 | 16000
         E |  600 | 14000
         A | 30000 | 40000)")) {
-        scriptedHost host(",: deaf; !: deaf; S: deaf; R: deaf; W: deaf; E: deaf; A: deaf; M: deaf; ?: deaf");
+        ScriptedHost host(",: deaf; !: deaf; S: deaf; R: deaf; W: deaf; E: deaf; A: deaf; M: deaf; ?: deaf");
         bootloadDialogue dialogue(host);
         const auto start = host.time;
         EXPECT_EQ(outcome(dialogue, host, row[0] == "R" ? "R7" : row[0]), row[0] == "!" ? "no" : "none")
@@ -199,7 +199,7 @@ TEST(bootloadDialogueTest, SilenceEndsEveryRequestAfterItsTries) {
 TEST(bootloadDialogueTest, ASessionIsKeptAliveWhileALostReplyIsWaitedOut) {
     for (const std::string kind : {"S: ok ", "R: ok ", "W: ", "E: ", "A: "}) {
         for (const std::string fault : {"lost ok", "deaf ok", "late450 ok"}) {
-            scriptedHost host(kind + fault);
+            ScriptedHost host(kind + fault);
             bootloadDialogue dialogue(host);
             play(dialogue, host, ", A S R0 R1 W E S R0 R1 W s r W");
             for (std::size_t n = 1; n < host.sent.size(); ++n) {
@@ -214,7 +214,7 @@ TEST(bootloadDialogueTest, ACancelEndsEveryWaitAtOnce) {
     for (const char* script : {",: deaf ok; ?: deaf", "W: late450; E: late300; A: busy900",
                                "S: lost ok; R: deaf ok; W: lost ok; E: deaf ok; A: lost ok; !: lost"}) {
         for (milliseconds cancel = 1014ms; cancel < 7s; cancel += 17ms) {
-            scriptedHost host(script);
+            ScriptedHost host(script);
             bootloadDialogue dialogue(host);
             host.cancelTime = cancel;
             play(dialogue, host, ", S R0 R1 W E s m W A !");

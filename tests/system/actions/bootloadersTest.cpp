@@ -116,8 +116,8 @@ protected:
     /** The log since the last call. */
     Texts newlyLogged() {
         const Texts all = logged();
-        Texts fresh(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
-        seen = all.size();
+        Texts fresh(all.begin() + static_cast<std::ptrdiff_t>(seen_), all.end());
+        seen_ = all.size();
         return fresh;
     }
 
@@ -137,7 +137,7 @@ private:
                 reply(0, static_cast<std::uint16_t>(row), module).payload};
     }
 
-    std::size_t seen = 0; ///< lines of the log
+    std::size_t seen_ = 0; ///< lines of the log
 };
 
 TEST_F(bootloadersTest, TheModulesAnswerDecides) {

@@ -2,11 +2,31 @@
 
 #include "support/panel.h"
 
+#include <cerrno>
+#include <dirent.h>
+#include <dlfcn.h>
 #include <filesystem>
+#include <limits>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
+
+namespace {
+
+int readableNames = std::numeric_limits<int>::max(); // of any directory; then the card fails
+
+} // namespace
+
+/** The C library's, as it is on a card that fails. */
+dirent* readdir(DIR* directory) {
+    static const auto real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir64"));
+    if (readableNames-- > 0) {
+        return real(directory);
+    }
+    errno = EIO;
+    return nullptr;
+}
 
 namespace {
 
@@ -150,6 +170,13 @@ TEST_F(fileUpdateTest, ATreeGoesOnBehindAFailure) {
     EXPECT_EQ(log, (Texts{"[Error]: Could not copy new file " + TARGET + "/a/file",
                           "[Error]: Could not open directory: " + SOURCE + "gui/b"}));
     EXPECT_EQ(contents(TARGET + "/c/file"), "3");
+    for (readableNames = 0; readableNames < 3;) { // "." and ".." among them
+        const int names = readableNames;
+        EXPECT_FALSE(install("gui/c") || recorded()) << names;
+        EXPECT_EQ(errors(), Texts{"[Error]: Could not open directory: " + SOURCE + "gui/c"});
+        readableNames = names + 1;
+    }
+    readableNames = std::numeric_limits<int>::max();
     fs::permissions(SOURCE + "gui", fs::perms::none);
     EXPECT_FALSE(install("gui/c") || recorded()); // to stat() it is no directory
     fs::permissions(SOURCE + "gui", fs::perms::owner_exec);

@@ -21,12 +21,12 @@ protected:
                  bool strict = true, milliseconds cancel = milliseconds::max()) {
         const std::string path = testing::TempDir() + "programmed.hex";
         std::ofstream(path) << text;
-        host = scriptedHost(script);
+        host = ScriptedHost(script);
         host.cancelTime = cancel;
         bootloadDialogue dialogue(host);
         imageProgrammer programmer(host, dialogue, "X: ");
-        programmer.setTarget(scriptedHost::MODULE, true);
-        dialogue.enter(scriptedHost::MODULE, true);
+        programmer.setTarget(ScriptedHost::MODULE, true);
+        dialogue.enter(ScriptedHost::MODULE, true);
         host.sent.clear();
         if (how == "records") {
             hexrecords image(path);
@@ -43,7 +43,7 @@ protected:
         });
     }
 
-    scriptedHost host;
+    ScriptedHost host;
 };
 
 TEST_F(imageProgrammerTest, WhatGoesWrongIsTriedAgainAndLogged) {

@@ -27,24 +27,24 @@
  *
  * "late40+=4" joins words, "=1&ok" are two answers.
  */
-class scriptedHost : public bootloadHost {
+class ScriptedHost : public bootloadHost {
 public:
     static constexpr std::uint8_t MODULE = 9;
 
-    explicit scriptedHost(const std::string& text = "") {
+    explicit ScriptedHost(const std::string& text = "") {
         std::istringstream kinds(text);
         for (std::string kind, name, word; std::getline(kinds, kind, ';');) {
             std::istringstream words(kind);
             for (words >> name; words >> word;) {
-                script[name.at(0)].push_back(word);
+                script_[name.at(0)].push_back(word);
             }
         }
     }
 
     void send(const busMessages::PROCBUS_MSG& msg) override {
-        coming.erase(coming.begin(), coming.upper_bound(time));
+        coming_.erase(coming_.begin(), coming_.upper_bound(time));
         sent.emplace_back(time, msg);
-        std::vector<std::string>& words = script[kindOf(msg)];
+        std::vector<std::string>& words = script_[kindOf(msg)];
         std::istringstream answers(words.empty() ? "ok" : words.front());
         if (words.size() > 1) {
             words.erase(words.begin());
@@ -55,11 +55,11 @@ public:
     }
     std::optional<busMessages::ANSWER> receive(milliseconds wait) override {
         const auto end = std::min(time + wait, cancelTime);
-        if (cancelled() || coming.empty() || coming.begin()->first > end) {
+        if (cancelled() || coming_.empty() || coming_.begin()->first > end) {
             time = std::max(time, end);
             return {};
         }
-        const auto next = coming.extract(coming.begin());
+        const auto next = coming_.extract(coming_.begin());
         time = std::max(time, next.key());
         return next.mapped();
     }
@@ -114,8 +114,8 @@ private:
         if (kind == ',') {
             return {busMessages::IDENTIFICATION{1, {1, 2, 3}, busProtocol::STM32F3, false, MODULE}, {}};
         }
-        const auto last = said.upper_bound(done);
-        if (kind == '?' && last != said.begin()) {
+        const auto last = said_.upper_bound(done);
+        if (kind == '?' && last != said_.begin()) {
             return {{}, std::prev(last)->second};
         }
         const bool missed = kind == '?' || kind == 'M';
@@ -135,11 +135,11 @@ private:
         if (has("deaf")) {
             return;
         }
-        tellsMeanwhile = has("work") || (tellsMeanwhile && !has("busy"));
-        const bool atOnce = kindOf(msg) == '?' && tellsMeanwhile;
+        tellsMeanwhile_ = has("work") || (tellsMeanwhile_ && !has("busy"));
+        const bool atOnce = kindOf(msg) == '?' && tellsMeanwhile_;
         const auto done =
-            (atOnce ? time : std::max(time, freeAt)) + milliseconds(1 + words["work"] + words["busy"]);
-        freeAt = atOnce ? freeAt : done;
+            (atOnce ? time : std::max(time, freeAt_)) + milliseconds(1 + words["work"] + words["busy"]);
+        freeAt_ = atOnce ? freeAt_ : done;
         ANSWER answer = has("plain") ? ANSWER{{}, {bootloadDialogue::OK, 0, MODULE}} : usual(msg, done);
         if (has("id")) {
             answer.identification = busMessages::IDENTIFICATION{};
@@ -151,19 +151,19 @@ private:
         reply.module = has("short") ? busMessages::NO_MODULE : reply.module;
         reply.module = has("by") ? static_cast<std::int8_t>(words["by"]) : reply.module;
         if (answer.identification) {
-            said.clear();
+            said_.clear();
         } else if (kindOf(msg) != '?') {
-            said.emplace(done, reply);
+            said_.emplace(done, reply);
         }
         const auto arrives = done + milliseconds(has("late") ? words["late"] : 1);
         for (unsigned copy = 0; copy < (has("lost") ? 0U : has("twice") ? 2U : 1U); ++copy) {
-            coming.emplace(arrives + milliseconds(copy), answer);
+            coming_.emplace(arrives + milliseconds(copy), answer);
         }
     }
 
-    std::map<char, std::vector<std::string>> script;
-    std::multimap<milliseconds, ANSWER> coming;
-    std::multimap<milliseconds, REPLY> said; ///< what the module repeats, from when on
-    milliseconds freeAt{0};
-    bool tellsMeanwhile = false; ///< its status, at once
+    std::map<char, std::vector<std::string>> script_;
+    std::multimap<milliseconds, ANSWER> coming_;
+    std::multimap<milliseconds, REPLY> said_; ///< what the module repeats, from when on
+    milliseconds freeAt_{0};
+    bool tellsMeanwhile_ = false; ///< its status, at once
 };

@@ -19,6 +19,9 @@ protected:
     }
     bool install(const std::string& content, unsigned mode = 0755) {
         unpacked("K+Updater", content, mode);
+        return installUnpacked();
+    }
+    bool installUnpacked() {
         core->core.updater.update.items = {{"K+Updater", "2.0"}};
         updaterUpdate files(core.get());
         files.setInstallPath("/usr/bin/");
@@ -46,6 +49,13 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
         EXPECT_TRUE(holds({logged().back()}, std::string("would not run here: ") + row.why))
             << logged().back();
         EXPECT_TRUE(hasOldOne() && !startRecord::load().coming.isKnown()) << row.why;
+    }
+    for (const char* spoil : {"mkfifo", "ln -s /bin/true", "true"}) {
+        const std::string program = "/keldra/tmp/keldra_update/K+Updater";
+        shell("rm -f " + program + "; " + spoil + " " + program);
+        EXPECT_FALSE(installUnpacked()) << spoil;
+        EXPECT_TRUE(holds({logged().back()}, "Could not copy new file")) << spoil;
+        EXPECT_TRUE(hasOldOne()) << spoil;
     }
     EXPECT_TRUE(install("#!/bin/sh\ntouch /tmp/started\n")); // it knows no such question, and is not started
     EXPECT_FALSE(std::filesystem::exists("/tmp/started"));

@@ -44,29 +44,20 @@ protected:
     bool accepted = false;
 
 private:
-    struct LIST {
+    struct List {
         const char* name;
         const char* item; ///< in the manifest
         const updateCore::BASE_ITEM& base;
     };
-    std::vector<LIST> table() const {
-        return {{"kernel", "kernel", core->core.kernel},
-                {"rootfs", "rootfs", core->core.rootfs},
-                {"updater", "updater", core->core.updater},
-                {"gui", "gui", core->core.gui},
-                {"drivers", "drivers", core->core.drivers},
-                {"ctrl", "ctrl", core->ctrl.base},
-                {"master", "master", core->master.base},
-                {"motor", "motor", core->motor.base},
-                {"arts", "arts", core->arts.base},
-                {"s1", "slave", core->s1.base},
-                {"s2", "slave", core->s2.base},
-                {"s3", "slave", core->s3.base},
-                {"s4", "slave", core->s4.base},
-                {"mf1", "mf", core->mf1.base},
-                {"mf2", "mf", core->mf2.base},
-                {"mf3", "mf", core->mf3.base},
-                {"cy1", "cy1", core->cy1.base}};
+    std::vector<List> table() const {
+        std::vector<List> lists = {{"cy1", "cy1", core->cy1.base}};
+        for (const updateCore::HOST_ITEM& each : core->hostItems()) {
+            lists.push_back({each.name, each.name, *each.item});
+        }
+        for (const modules::ROW& each : modules::VISITED) {
+            lists.push_back({each.name, each.item, core->module(each).base});
+        }
+        return lists;
     }
 };
 
@@ -76,7 +67,7 @@ TEST_F(updateParserTest, FillsTheListsAsTheToolReadsThem) {
         single | {"kernel":{"f":"a","v":"1"}} | kernel: a=1
         by position | {"gui":{"f":["a","b"],"v":["1","2"]}} | gui: a=1 b=2
         host items | {"rootfs":{"f":"r"},"updater":{"f":"u"},"drivers":{"f":"d"}} | rootfs: r= updater: u= drivers: d=
-        single modules | {"ctrl":{"f":"c","v":"1"},"master":{"f":"p"},"motor":{"f":"m"},"arts":{"f":"a"}} | ctrl: c=1 master: p= motor: m= arts: a=
+        single modules | {"ctrl":{"f":"c","v":"1"},"master":{"f":"p"},"motor":{"f":"m"},"arts":{"f":"a"}} | arts: a= motor: m= master: p= ctrl: c=1
         slave is four | {"slave":{"f":["a","b"],"v":["1","2"]}} | s1: a=1 b=2 s2: a=1 b=2 s3: a=1 b=2 s4: a=1 b=2
         mf is three | {"mf":{"f":"a","v":"1"}} | mf1: a=1 mf2: a=1 mf3: a=1
         more versions than files | {"gui":{"f":"a","v":["1","2"]}} | gui: a=1

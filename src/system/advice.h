@@ -1,11 +1,11 @@
 #pragma once
 
-#include <QString>
+#include <string>
 
-/** What an operator can do about what was logged or shown, in the words of docs/messages.md. */
+/** What can be done about what was logged or shown, in the words of docs/messages.md. */
 namespace advice {
 
 /** A sentence, or an empty string for a text of which the document says nothing that could be done. */
-QString about(const QString& text);
+std::string about(const std::string& text);
 
 } // namespace advice
