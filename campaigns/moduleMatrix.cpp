@@ -62,7 +62,7 @@ public:
                                   : PanelVisits(host).flash(target) == PanelVisits::Result::Done;
             result.time = bus.now() - start;
             bus.advance(bus.now() + LAST_WORK);
-            const bool right = holds(module.flash, kind, made.after);
+            const bool right = !wrongAddress(module.flash, kind, made.after);
             result.outcome = !done ? Outcome::Failed : right ? Outcome::Equal : Outcome::Wrong;
         } catch (const VirtualBus::Endless&) {
             result.outcome = Outcome::Endless;
