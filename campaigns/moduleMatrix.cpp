@@ -103,7 +103,7 @@ struct Options {
 };
 
 bool isSame(const busMessages::PROCBUS_MSG& one, const busMessages::PROCBUS_MSG& other) {
-    return one.id == other.id &&
+    return one.id == other.id && one.length == other.length &&
            std::equal(one.data, one.data + one.length, other.data, other.data + other.length);
 }
 
