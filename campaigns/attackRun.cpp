@@ -1,6 +1,7 @@
 #include "attackRun.h"
 
 #include "panelVisits.h"
+#include "virtualBus.h"
 
 #include <algorithm>
 #include <utility>
@@ -110,13 +111,12 @@ private:
         }
         const auto accepted =
             ignored.empty() ? firmware_[target]->after : cellsAfter(kind, firmware_[target]->image, ignored);
-        if (holds(module.flash(), kind, accepted)) {
-            return true;
+        const auto wrong = wrongAddress(module.flash(), kind, accepted);
+        if (wrong) {
+            bus_.trace().event(bus_.now(), sim::format("%s is wrong at %08X", module.config().name.c_str(),
+                                                       kind.unit(*wrong)));
         }
-        const std::uint32_t address = firstDifference(module.flash(), kind, accepted);
-        bus_.trace().event(
-            bus_.now(), sim::format("%s is wrong at %08X", module.config().name.c_str(), kind.unit(address)));
-        return false;
+        return !wrong;
     }
 
     const Plan& plan_;
@@ -129,21 +129,17 @@ private:
 
 } // namespace
 
-const Firmware& AttackRuns::firmwareOf(const Target& target, std::uint64_t seed) {
-    const std::string name = std::string(target.kind->name) + (target.smallPages ? "-small-" : "-") +
-                             std::to_string(seed % IMAGES);
-    return store_.get(name, *target.kind, [&](std::mt19937_64& random) {
-        return makeImage(*target.kind, random, target.smallPages);
-    });
-}
-
-Outcome AttackRuns::run(const Plan& plan) {
+Outcome attack(const Plan& plan, FirmwareStore& store, const std::string& trace) {
     std::vector<const Firmware*> images;
     for (const Target& target : plan.targets) {
-        images.push_back(&firmwareOf(target, plan.seed));
+        const std::string name = std::string(target.kind->name) + (target.smallPages ? "-small-" : "-") +
+                                 std::to_string(plan.seed % IMAGES);
+        images.push_back(&store.get(name, *target.kind, [&](std::mt19937_64& random) {
+            return makeImage(*target.kind, random, target.smallPages);
+        }));
     }
     try {
-        return Attack(plan, images, traceFile_).execute();
+        return Attack(plan, images, trace).execute();
     } catch (const VirtualBus::Endless&) {
         return Outcome::Endless;
     }

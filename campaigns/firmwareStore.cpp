@@ -22,10 +22,6 @@ std::uint32_t cellOf(const Kind& kind, std::uint32_t address) {
     return kind.packed ? address / 4 * 3 + address % 4 : address;
 }
 
-sim::Bytes cellsOf(const sim::Flash& flash, const Kind& kind, std::size_t size) {
-    return flash.read(cellOf(kind, kind.regions.front()), static_cast<std::uint32_t>(size));
-}
-
 std::size_t programmed(const sim::Bytes& cells) {
     return cells.size() -
            static_cast<std::size_t>(std::count(cells.begin(), cells.end(), sim::Flash::erasedByte));
@@ -54,18 +50,17 @@ std::vector<sim::Bytes> cellsAfter(const Kind& kind, const Memory& image,
     return accepted;
 }
 
-bool holds(const sim::Flash& flash, const Kind& kind, const std::vector<sim::Bytes>& accepted) {
+std::optional<std::uint32_t> wrongAddress(const sim::Flash& flash, const Kind& kind,
+                                          const std::vector<sim::Bytes>& accepted) {
     std::size_t total = 0;
     for (const auto& [number, block] : flash.blocks()) {
         total += programmed(block);
     }
-    const sim::Bytes cells = cellsOf(flash, kind, accepted.front().size());
-    return total == programmed(cells) && std::count(accepted.begin(), accepted.end(), cells) > 0;
-}
-
-std::uint32_t firstDifference(const sim::Flash& flash, const Kind& kind,
-                              const std::vector<sim::Bytes>& accepted) {
-    const sim::Bytes cells = cellsOf(flash, kind, accepted.front().size());
+    const sim::Bytes cells =
+        flash.read(cellOf(kind, kind.regions.front()), static_cast<std::uint32_t>(accepted.front().size()));
+    if (total == programmed(cells) && std::count(accepted.begin(), accepted.end(), cells) > 0) {
+        return {};
+    }
     const auto differing = std::mismatch(cells.begin(), cells.end(), accepted.front().begin());
     const auto cell = static_cast<std::uint32_t>(differing.first - cells.begin());
     return kind.regions.front() + (kind.packed ? cell / 3 * 4 + cell % 3 : cell);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -23,12 +24,12 @@ struct Firmware {
 /** What may be in flash after an update, with pages that the bootloader does not let change. */
 std::vector<sim::Bytes> cellsAfter(const Kind& kind, const Memory& image,
                                    const std::set<std::uint32_t>& ignoredPages = {});
-/** True when the flash is one of these, and nothing else is programmed. */
-bool holds(const sim::Flash& flash, const Kind& kind, const std::vector<sim::Bytes>& accepted);
-
-/** Where the flash differs first from the first of these, as the address of a HEX file. */
-std::uint32_t firstDifference(const sim::Flash& flash, const Kind& kind,
-                              const std::vector<sim::Bytes>& accepted);
+/**
+ * None when the flash is one of these, and nothing else is programmed; else where it differs from the first,
+ * as the address of a HEX file.
+ */
+std::optional<std::uint32_t> wrongAddress(const sim::Flash& flash, const Kind& kind,
+                                          const std::vector<sim::Bytes>& accepted);
 
 /** Makes each image once; owns a directory with their files. */
 class FirmwareStore {

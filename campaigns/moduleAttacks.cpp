@@ -85,11 +85,11 @@ bool tell(const Case& entry, Outcome outcome, const std::string& more) {
 }
 
 bool execute(const Options& options) {
-    AttackRuns runs(options.trace ? "-" : "");
+    FirmwareStore store;
     bool right = true;
     for (const Case& each : casesOf(options)) {
         for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed) {
-            right &= tell(each, runs.run(each.plan(seed)),
+            right &= tell(each, attack(each.plan(seed), store, options.trace ? "-" : ""),
                           "module-attacks " + each.repeat(seed) + " --trace: " + each.about);
         }
     }

@@ -1,7 +1,5 @@
 #include "lib/shared.h"
 
-#include "system/coreState.h"
-
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
@@ -97,17 +95,6 @@ TEST(shared, TwoThreadsLoseNoStep) {
         }
     });
     EXPECT_EQ(count, 6U * ROUNDS);
-}
-
-TEST(shared, RecordsAreListedAndCopiedLikePlainOnes) {
-    coreState::MODULE module{
-        {3}, "0a0b", {true}, {false}, {"1.0", {2}, 9, {true}, {{{"image.hex", "2.0"}}, true}}};
-    const coreState::MODULE copy = module;
-    module = {};
-    EXPECT_EQ(module.mode, 0);
-    EXPECT_EQ(copy.serial, "0a0b");
-    EXPECT_TRUE(copy.mode == 3 && copy.available && !copy.lostCom && copy.base.hwRev == 2);
-    EXPECT_EQ(copy.base.swVersion + copy.base.update.items[0].item, "1.0image.hex");
 }
 
 } // namespace

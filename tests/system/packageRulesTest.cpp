@@ -74,18 +74,14 @@ protected:
      * What the panel makes of an item that it visits; of a firmware image, only whether it takes the file.
      */
     std::string visited(const package::Stop& stop) {
-        const struct {
-            const char* name;
-            coreState::BASE_ITEM& item;
-        } images[] = {{"ctrl", core->ctrl.base}, {"master", core->master.base}, {"motor", core->motor.base},
-                      {"slave", core->s1.base},  {"mf", core->mf1.base},        {"arts", core->arts.base}};
         for (const coreState::HOST_ITEM& each : core->hostItems()) {
             if (each.name == std::string(stop.item)) {
                 return installed(*each.item, each.name == std::string("kernel"));
             }
         }
-        for (const auto& [name, item] : images) {
-            if (name == std::string(stop.item) && !item.update.items.empty()) {
+        for (const modules::ROW& each : modules::VISITED) {
+            const coreState::BASE_ITEM& item = core->module(each).base;
+            if (each.item == std::string(stop.item) && !item.update.items.empty()) {
                 return functs().isFile(packageFile::ofItem(item, 0)) ? "taken" : "fails";
             }
         }

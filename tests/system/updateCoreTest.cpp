@@ -39,15 +39,6 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
     }
 }
 
-TEST_F(updateCoreTest, EveryModuleButTheMasterIsResetAfterAnUpdate) {
-    start();
-    for (const updateCore::MODULE* module :
-         {&core->motor, &core->ctrl, &core->s1, &core->s2, &core->s3, &core->s4, &core->mf1, &core->mf2,
-          &core->mf3, &core->arts, &core->master}) {
-        EXPECT_EQ(module->base.update.resetAfterUpdate, module != &core->master) << int{module->base.id};
-    }
-}
-
 TEST_F(updateCoreTest, CancelWithoutARunAnswersAtOnce) {
     start();
     core->cancelUpdate();

@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "lib/childProcess.h"
 #include "lib/durable.h"
+#include "lib/plainFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -67,6 +68,10 @@ void Output::force() {
 void forceDirectory(const fs::path& path) {
     if (!durable::flush(path))
         fail(path);
+}
+
+std::optional<std::string> readWithin(const fs::path& tree, const fs::path& path, std::uint64_t most) {
+    return plainFile::contents(path, tree, most);
 }
 
 fs::path makeTemporaryDirectory() {

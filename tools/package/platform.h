@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +49,11 @@ private:
 
 // Forces the names in a directory onto the medium. Throws Failure.
 void forceDirectory(const std::filesystem::path& path);
+
+// The content of a regular file that lies in `tree`, wherever links lead; none when it is not such a one, has
+// more than `most` bytes or can't be read. Waits for no pipe.
+std::optional<std::string> readWithin(const std::filesystem::path& tree, const std::filesystem::path& path,
+                                      std::uint64_t most);
 
 // A new one that is nobody else's. Throws Failure.
 std::filesystem::path makeTemporaryDirectory();

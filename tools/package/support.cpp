@@ -3,7 +3,7 @@
 #include "files.h"
 #include "htmlTemplate.h"
 #include "lib/format.h"
-#include "lib/plainFile.h"
+#include "platform.h"
 #include "report.h"
 #include "reportTemplate.h"
 #include "runHistory.h"
@@ -57,7 +57,7 @@ public:
         std::error_code none;
         if (fs::symlink_status(path, none).type() == fs::file_type::not_found)
             return {};
-        if (const auto text = plainFile::contents(path, folder_, room_)) {
+        if (const auto text = platform::readWithin(folder_, path, room_)) {
             room_ -= text->size();
             ++found_;
             return *text;
