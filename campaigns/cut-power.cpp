@@ -2,7 +2,8 @@
 // everything that the command starts, every process in this process namespace is killed. Run it in a sandbox
 // only.
 
-#include <CLI/CLI.hpp>
+#include "commandLine/run.h"
+
 #include <array>
 #include <climits>
 #include <csignal>
@@ -243,11 +244,8 @@ int main(int argc, char** argv) {
                    "file for the calls, \"NAME PATH\" each; last the one that was not let through")
         ->required();
     app.prefix_command();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-    std::ofstream calls(list);
-    return follow(start(app.remaining()), row == "frames", cutAt, calls);
+    return commandLine::run(app, argc, argv, 2, [&] {
+        std::ofstream calls(list);
+        return follow(start(app.remaining()), row == "frames", cutAt, calls);
+    });
 }

@@ -1,14 +1,13 @@
 // The panel's bootloader dialogues under faults of the bus that are drawn from a seed or aimed: wrong flash
 // that is called right is what is looked for.
 #include "attackRun.h"
+#include "commandLine/run.h"
 #include "panelRun.h"
 #include "results.h"
 
-#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <unistd.h>
 
@@ -139,8 +138,7 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "module-attacks");
     declare(app, options);
-    try {
-        app.parse(argc, argv);
+    return commandLine::run(app, argc, argv, 2, [&] {
         if (!options.trace) {
             silenceOthers(options.real ? "/tmp/stdout.txt" : "/dev/null");
         }
@@ -152,10 +150,5 @@ int main(int argc, char** argv) {
             runReal(options, argc, argv);
         }
         return execute(options) ? 0 : 1;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "module-attacks: " << error.what() << '\n';
-        return 2;
-    }
+    });
 }

@@ -1,5 +1,6 @@
 // The panel's bootloader dialogue and the plainest one against modules of many behaviours, in virtual time:
 // what the plain one can flash, the panel's must.
+#include "commandLine/run.h"
 #include "firmwareStore.h"
 #include "matrixCells.h"
 #include "panelVisits.h"
@@ -7,9 +8,7 @@
 #include "results.h"
 #include "virtualBus.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <iostream>
 #include <optional>
 
 namespace {
@@ -155,17 +154,11 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "module-matrix");
     declare(app, options);
-    try {
-        app.parse(argc, argv);
+    return commandLine::run(app, argc, argv, 2, [&] {
         options.runs.trace = options.trace ? "-" : "";
         if (!options.trace) {
             silenceOthers();
         }
         return execute(options);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "module-matrix: " << error.what() << '\n';
-        return 2;
-    }
+    });
 }

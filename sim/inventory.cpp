@@ -5,6 +5,10 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+#include <sstream>
 #include <stdexcept>
 
 namespace sim {
@@ -166,11 +170,77 @@ constexpr Key keys[] = {
     {"identity-hw", [](ModuleConfig& c, const std::string& v) { c.temper.identityHardware = toPair(v); }},
 };
 
-void addModule(std::vector<ModuleConfig>& modules, ModuleConfig config) {
-    for (const ModuleConfig& other : modules)
-        if (other.name == config.name)
-            throw std::invalid_argument(config.name + " stands there twice");
-    modules.push_back(std::move(config));
+// `place` is where the words stand.
+void addModule(std::vector<ModuleConfig>& modules, const std::vector<std::string>& line,
+               const std::string& place) {
+    try {
+        ModuleConfig config = parseModule(line);
+        for (const ModuleConfig& other : modules)
+            if (other.name == config.name)
+                throw std::invalid_argument(config.name + " stands there twice");
+        modules.push_back(std::move(config));
+    } catch (const std::exception& error) {
+        throw std::runtime_error(place + ": " + error.what());
+    }
+}
+
+std::vector<ModuleConfig> readLines(const std::string& text, const std::string& file) {
+    std::vector<ModuleConfig> modules;
+    std::istringstream lines(text);
+    unsigned number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        if (const auto list = words(line); !list.empty())
+            addModule(modules, list, format("%s:%u", file.c_str(), number));
+    }
+    return modules;
+}
+
+// What a member is as a word of a line; a list stands for several.
+void addWords(std::vector<std::string>& line, const std::string& key, const rapidjson::Value& value) {
+    if (value.IsArray())
+        for (const rapidjson::Value& each : value.GetArray())
+            addWords(line, key, each);
+    else if (value.IsString())
+        line.push_back(key + "=" + value.GetString());
+    else if (value.IsUint())
+        line.push_back(key + "=" + std::to_string(value.GetUint()));
+    else if (value.IsTrue())
+        line.push_back(key);
+    else if (!value.IsFalse())
+        line.push_back(key + "=?"); // which no key takes
+}
+
+// What only simulated modules have stands in an object of its own, and counts behind the rest.
+void addObject(std::vector<std::string>& line, const rapidjson::Value& module, const std::string& place) {
+    if (!module.IsObject())
+        throw std::runtime_error(place + ": no object");
+    for (const auto& [key, value] : module.GetObject())
+        if (key != "$comment" && key != "simulation")
+            addWords(line, key.GetString(), value);
+    if (module.HasMember("simulation"))
+        addObject(line, module["simulation"], place);
+}
+
+std::vector<ModuleConfig> readJson(const std::string& text, const std::string& file) {
+    rapidjson::Document document;
+    document.Parse(text.data(), text.size());
+    if (document.HasParseError()) {
+        const auto end = text.begin() + static_cast<std::ptrdiff_t>(document.GetErrorOffset());
+        throw std::runtime_error(format("%s:%u: %s", file.c_str(),
+                                        static_cast<unsigned>(std::count(text.begin(), end, '\n')) + 1,
+                                        rapidjson::GetParseError_En(document.GetParseError())));
+    }
+    std::vector<ModuleConfig> modules;
+    for (const auto& [name, module] : document.GetObject()) {
+        if (name == "$schema" || name == "$comment")
+            continue;
+        std::vector<std::string> line{name.GetString()};
+        const std::string place = file + ": " + line[0];
+        addObject(line, module, place);
+        addModule(modules, line, place);
+    }
+    return modules;
 }
 
 } // namespace
@@ -199,23 +269,14 @@ ModuleConfig parseModule(const std::vector<std::string>& line) {
 }
 
 std::vector<ModuleConfig> loadInventory(const std::string& file) {
-    std::vector<ModuleConfig> modules;
     if (file.empty())
-        return modules;
+        return {};
     std::ifstream stream(file);
     if (!stream)
         throw std::runtime_error("cannot read the inventory " + file);
-    unsigned number = 0;
-    for (std::string line; std::getline(stream, line);) {
-        ++number;
-        try {
-            if (const auto list = words(line); !list.empty())
-                addModule(modules, parseModule(list));
-        } catch (const std::exception& error) {
-            throw std::runtime_error(format("%s:%u: %s", file.c_str(), number, error.what()));
-        }
-    }
-    return modules;
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    const std::size_t start = text.find_first_not_of(" \t\r\n");
+    return start != text.npos && text[start] == '{' ? readJson(text, file) : readLines(text, file);
 }
 
 } // namespace sim

@@ -1,5 +1,6 @@
 // Stands in for the bus processor and the modules behind it, on a pseudo terminal.
 #include "busProcessor.h"
+#include "commandLine/run.h"
 #include "line.h"
 #include "options.h"
 #include "report.h"
@@ -144,16 +145,11 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-    int status = 0;
-    const auto options = sim::parseOptions(argc, argv, status);
-    if (!options)
-        return status;
-    try {
-        Simulator(*options).run();
+    Options options;
+    CLI::App app("The bus processor and its modules, on a pseudo terminal.", "bus-sim");
+    declare(app, options);
+    return commandLine::run(app, argc, argv, 1, [&] {
+        Simulator(options).run();
         return 0;
-    } catch (const std::exception& error) {
-        std::cerr << "bus-sim: " << error.what() << '\n';
-        return dynamic_cast<const std::invalid_argument*>(&error) != nullptr ? 2
-                                                                             : 1; // a wrong text in a file
-    }
+    });
 }

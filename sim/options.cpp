@@ -1,12 +1,6 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-
 namespace sim {
-
-namespace {
-
-constexpr int usageError = 2;
 
 void declare(CLI::App& app, Options& options) {
     app.set_version_flag("--version", "bus-sim " KELDRA_VERSION);
@@ -28,21 +22,6 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--seed", options.seed, "of the random faults (1)");
     app.add_option("--report", options.report, "summary at SIGUSR1 and at the end; - for standard output");
     app.add_option("--dump", options.dump, "flash of the modules as HEX files at SIGUSR1 and at the end");
-}
-
-} // namespace
-
-std::optional<Options> parseOptions(int argc, char** argv, int& status) {
-    Options options;
-    CLI::App app("The bus processor and its modules, on a pseudo terminal.", "bus-sim");
-    declare(app, options);
-    try {
-        app.parse(argc, argv);
-        return options;
-    } catch (const CLI::ParseError& error) {
-        status = app.exit(error) == 0 ? 0 : usageError;
-        return std::nullopt;
-    }
 }
 
 } // namespace sim

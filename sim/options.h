@@ -1,9 +1,9 @@
 // The command line.
 #pragma once
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,7 +23,6 @@ struct Options {
     std::vector<std::string> faults;
 };
 
-// None when the line was answered already (help) or is wrong; `status` is then the program's exit status.
-std::optional<Options> parseOptions(int argc, char** argv, int& status);
+void declare(CLI::App& app, Options& options);
 
 } // namespace sim

@@ -1,11 +1,12 @@
 // Makes what a simulated panel's update needs, and proves that it arrived. Starting things is for the
 // scripts.
 #include "bed.h"
+#include "commandLine/run.h"
 #include "content.h"
 #include "proof.h"
 #include "sim/text.h"
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 
 namespace {
@@ -115,15 +116,9 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "panel-kit");
     const auto commands = declare(app, options);
-    try {
-        app.parse(argc, argv);
-        for (const auto& [command, run] : commands)
-            if (command->parsed())
-                return run(options);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "panel-kit: " << error.what() << '\n';
-    }
-    return 2;
+    return commandLine::run(app, argc, argv, 2, [&] {
+        const auto chosen = std::find_if(commands.begin(), commands.end(),
+                                         [](const auto& each) { return each.first->parsed(); });
+        return chosen->second(options);
+    });
 }

@@ -54,7 +54,8 @@ private:
     static std::vector<ModuleConfig> inventory(const std::string& keys) {
         std::string file = testing::TempDir() + "inventory.XXXXXX";
         ::close(::mkstemp(file.data()));
-        std::ofstream(file) << "mf1 " << keys << '\n';
+        const bool isJson = keys.starts_with('{');
+        std::ofstream(file) << (isJson ? "{\"mf1\": " : "mf1 ") << keys << (isJson ? "}\n" : "\n");
         auto modules = loadInventory(file);
         std::remove(file.c_str());
         return modules;
@@ -193,6 +194,7 @@ TEST(temperTest, RepliesOfOtherForms) {
 TEST(temperTest, SessionsBeginAndEnd) {
     playAll(R"(
     kind=pic24-old enter-nth=2 |  | 0 enter, 10 status, 20 enter, 30 status, 40 enter | 20 OK/0, 30 OK/0, 40 OK/0 | 0
+    {"simulation": {"enter-nth": 2, "deaf": false, "ignore": ["0"]}, "kind": "pic24-old"} |  | 0 enter, 10 status, 20 enter | 20 OK/0 | 0
     # the count begins anew with the power
     kind=pic24-old enter-nth=2 | power-cycle on=status ms=5 | 0 enter, 10 enter, 20 status, 30 enter, 40 enter | 10 OK/0, 40 OK/0 | 0
     kind=stm32f3 deaf |  | 0 enter, 10 start 7, 20 enter, 30 row 0, 40 leave, 50 enter | 0 id/13, 10 OK/0, 30 OK/0, 40 OK/0, 50 id/13 | 0

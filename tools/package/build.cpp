@@ -1,16 +1,14 @@
 #include "build.h"
 
 #include "digest.h"
-#include "lib/durable.h"
 #include "lib/sha1.h"
 #include "package.h"
+#include "platform.h"
 #include "progress.h"
 #include "signing.h"
 #include "tarball.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <map>
 
 namespace package {
@@ -122,7 +120,7 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     for (const auto& [name, source] : sourcesOf(package)) {
         members.push_back({name, source, {}});
         if (fs::is_regular_file(source))
-            digests[name] = digestOfFile(source);
+            digests[name] = sha256Of(source);
     }
     const std::string manifest = writeManifest(package.items(), digests);
     const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
@@ -154,8 +152,7 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     files.finish();
     if (options.key.empty())
         fs::remove(signature); // of another archive
-    if (!durable::flush(options.target))
-        throw Failure(options.target.string() + ": " + std::strerror(errno));
+    platform::forceDirectory(options.target);
     return true;
 }
 

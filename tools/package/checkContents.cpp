@@ -1,12 +1,12 @@
 // The checks of what a package brings: names, versions, files.
 #include "package.h"
 
+#include "commandLine/suggest.h"
 #include "fileType.h"
 #include "findingKinds.h"
 #include "hexCheck.h"
 #include "inventory.h"
 #include "lib/format.h"
-#include "suggest.h"
 #include "system/busProtocol.h"
 #include "systemFiles.h"
 
@@ -145,7 +145,8 @@ void ContentCheck::checkUpdater(const Entry& entry) {
         findings_.add(kinds::updaterName, entry.filePlace,
                       "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
     const std::string program = isTree ? entry.file + "/" + UPDATER_NAME : entry.file;
-    if (fs::is_regular_file(package_.root() / program, broken) && isReadable(package_.root() / program))
+    if (fs::is_regular_file(package_.root() / program, broken) &&
+        platform::isReadable(package_.root() / program))
         checkUpdaterFile(package_.root() / program, program, findings_);
 }
 
@@ -155,7 +156,7 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
     std::error_code broken;
     if (!fs::exists(path, broken)) {
         findings_.add(kinds::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
-    } else if (!isReadable(path)) {
+    } else if (!platform::isReadable(path)) {
         findings_.add(kinds::fileUnreadable, {entry.file}, "it can't be read");
     } else if (fs::is_directory(path) && takesTree) {
         if (fs::is_empty(path))
@@ -180,7 +181,8 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
     const Processor* processor = findProcessor(entry.processor);
     if (processor == nullptr && !entry.processor.empty())
         findings_.add(kinds::processorUnknown, entry.filePlace,
-                      "\"" + entry.processor + "\"" + suggest(entry.processor, processorNames()));
+                      "\"" + entry.processor + "\"" +
+                          commandLine::suggest(entry.processor, processorNames()));
     const auto chosen = rules_.processors.find(item.kind->name);
     if (chosen != rules_.processors.end() && revision < chosen->second.size())
         processor = chosen->second[revision];
@@ -195,7 +197,7 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
 }
 
 void ContentCheck::checkTree(const fs::path& directory) {
-    if (!isReadable(directory)) {
+    if (!platform::isReadable(directory)) {
         findings_.add(kinds::fileUnreadable, {nameOf(directory)}, "it can't be read");
         return;
     }
@@ -212,7 +214,7 @@ void ContentCheck::checkTree(const fs::path& directory) {
             checkTree(path);
         else if (!fs::is_regular_file(path))
             findings_.add(kinds::fileKind, {nameOf(path)}, "no regular file");
-        else if (!isReadable(path))
+        else if (!platform::isReadable(path))
             findings_.add(kinds::fileUnreadable, {nameOf(path)}, "it can't be read");
         else
             checkProgram(path);

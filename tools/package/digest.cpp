@@ -3,7 +3,6 @@
 #include "files.h"
 #include "findingKinds.h"
 #include "lib/functs.h"
-#include "lib/sha1.h"
 #include "system/packageRules.h"
 
 namespace package {
@@ -24,7 +23,7 @@ void checkDigest(const fs::path& file, const std::string& name, Findings& findin
         findings.add(kinds::digestForm, place, "it does not begin with a SHA-1 of 40 digits");
         return;
     }
-    const std::string digest = sha1::ofFile(file);
+    const std::string digest = sha1Of(file);
     if (digest != expected)
         findings.add(kinds::digestWrong, place, "the SHA-1 of " + name + " is " + digest);
     const std::size_t blank = text.rfind(' ');

@@ -1,13 +1,12 @@
 #include "elfFile.h"
 
 #include "image.h"
+#include "platform.h"
 
 #include <algorithm>
-#include <fcntl.h>
 #include <gelf.h>
 #include <iterator>
 #include <memory>
-#include <unistd.h>
 
 namespace package {
 
@@ -20,18 +19,6 @@ constexpr Machine MACHINES[] = {
     {"amd64", EM_X86_64, 64, 0, 24},
     {"i386", EM_386, 32, 0, 3},
     {"riscv64", EM_RISCV, 64, 0, 26},
-};
-
-struct Descriptor {
-    explicit Descriptor(const std::filesystem::path& path)
-        : number(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~Descriptor() {
-        if (number >= 0)
-            close(number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    const int number; // negative when it could not be opened
 };
 
 struct End {
@@ -147,13 +134,13 @@ std::string ElfFacts::machineName() const {
 }
 
 std::optional<ElfFacts> readElfFacts(const std::filesystem::path& path) {
-    const Descriptor file(path);
-    return factsOf(file.number);
+    const platform::Descriptor file(path);
+    return factsOf(file.number());
 }
 
 std::vector<ElfPiece> readElfPieces(const std::filesystem::path& path) {
-    const Descriptor file(path);
-    const Handle elf = openElf(file.number);
+    const platform::Descriptor file(path);
+    const Handle elf = openElf(file.number());
     if (elf == nullptr || elf_kind(elf.get()) != ELF_K_ELF)
         throw BadFile("a damaged ELF file");
     return piecesOf(elf.get());
@@ -165,10 +152,10 @@ const Machine* findMachine(const std::string& name) {
     return found == std::end(MACHINES) ? nullptr : &*found;
 }
 
-std::string machineNames() {
-    std::string names;
+std::vector<std::string> machineNames() {
+    std::vector<std::string> names;
     for (const Machine& each : MACHINES)
-        names += (names.empty() ? "" : ", ") + std::string(each.name);
+        names.push_back(each.name);
     return names;
 }
 

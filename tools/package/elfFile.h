@@ -41,7 +41,7 @@ struct Machine {
 
 // Null for an unknown name.
 const Machine* findMachine(const std::string& name);
-std::string machineNames(); // all, for messages
+std::vector<std::string> machineNames();
 
 bool isFor(const Machine& machine, const ElfFacts& facts);
 

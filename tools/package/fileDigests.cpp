@@ -3,20 +3,11 @@
 #include "files.h"
 #include "findingKinds.h"
 #include "json.h"
-#include "lib/fileHash.h"
 #include "package.h"
 
 namespace package {
 
 namespace fs = std::filesystem;
-
-std::string digestOfFile(const fs::path& file) {
-    plainFile opened(file.string(), "/");
-    const auto digest = fileHash::sha256(opened);
-    if (!digest)
-        throw Failure(file.string() + ": can't be read");
-    return *digest;
-}
 
 void checkFileDigests(const fs::path& root, const std::string& manifest, Findings& findings) {
     JsonValue text;
@@ -29,7 +20,7 @@ void checkFileDigests(const fs::path& root, const std::string& manifest, Finding
         std::error_code broken;
         const fs::path file = root / fs::path(name.text).relative_path();
         const bool isThere = isPlainName(name.text) && fs::is_regular_file(file, broken);
-        if (isThere && digestOfFile(file) != digest.text)
+        if (isThere && sha256Of(file) != digest.text)
             findings.add(kinds::fileChanged, {MANIFEST, name.position.line, name.position.column},
                          "the SHA-256 of " + name.text + " is another one");
     }

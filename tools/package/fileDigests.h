@@ -11,9 +11,6 @@ namespace package {
 
 using FileDigests = std::map<std::string, std::string>; // name in the package, 64 digits
 
-// Throws Failure when the file can't be read.
-std::string digestOfFile(const std::filesystem::path& file);
-
 // Compares what a manifest says with the files below a directory.
 void checkFileDigests(const std::filesystem::path& root, const std::string& manifest, Findings& findings);
 

@@ -1,10 +1,27 @@
 #include "finding.h"
 
+#include "commandLine/suggest.h"
+#include "findingKinds.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <utility>
 
 namespace package {
+
+std::vector<std::string> kindNames() {
+    std::vector<std::string> names;
+    for (const Kind* each : kinds::ALL)
+        names.push_back(each->id);
+    return names;
+}
+
+std::string objectionToKind(const std::string& name) {
+    const std::vector<std::string> names = kindNames();
+    return std::find(names.begin(), names.end(), name) != names.end()
+               ? ""
+               : "there is no finding \"" + name + "\"" + commandLine::suggest(name, names);
+}
 
 void Findings::add(const Kind& kind, Place place, std::string text) {
     if (!base_.empty())

@@ -24,6 +24,10 @@ struct Kind {
     const char* remedy;
 };
 
+std::vector<std::string> kindNames();
+// What is wrong with the name of a kind; empty when there is one.
+std::string objectionToKind(const std::string& name);
+
 struct Finding {
     const Kind* kind;
     Place place;

@@ -123,7 +123,10 @@ void HexFile::readLine(std::string_view line, State& state) {
         if (isCutRecord(line))
             state.hold(kinds::hexGarbage, "half a byte, or nothing, stands at the end of the line");
         else
-            state.report(kinds::hexGarbage, "no record");
+            state.report(kinds::hexGarbage,
+                         line.starts_with("\xEF\xBB\xBF")
+                             ? "a byte order mark before the record, which is lost; save it without one"
+                             : "no record");
         return;
     }
     readRecord(bytes, state);

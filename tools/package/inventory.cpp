@@ -1,15 +1,15 @@
 #include "inventory.h"
 
+#include "commandLine/suggest.h"
 #include "fileType.h"
 #include "files.h"
 #include "json.h"
 #include "lib/format.h"
-#include "suggest.h"
 #include "system/busProtocol.h"
 #include "system/modules.h"
 
+#include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <sstream>
 
 namespace package {
@@ -36,55 +36,87 @@ private:
     JsonValue root_;
 };
 
-std::uint8_t revisionOf(const JsonFile& file, const JsonValue& value) {
-    unsigned number = 0;
-    const char* const end = value.text.data() + value.text.size();
-    const auto result = std::from_chars(value.text.data(), end, number);
-    if (result.ec != std::errc() || result.ptr != end || number > 255)
-        file.fail(value.position, "\"" + value.text + "\" is no hardware revision from 0 to 255");
-    return static_cast<std::uint8_t>(number);
+// What a module has, in both forms of an inventory. Each sets its field of a text, and says what is wrong
+// with that.
+using Setter = std::string (*)(Module& module, const std::string& value);
+
+std::string setKind(Module& module, const std::string& value) {
+    module.processor = findProcessor(value);
+    return module.processor != nullptr
+               ? ""
+               : "\"" + value + "\" is no kind of processor" + commandLine::suggest(value, processorNames());
 }
 
-void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value, Module& module) {
-    if (key.text == "$comment")
-        return;
-    if (!value.isText() && key.text != "hw" && key.text != "lost")
-        file.fail(value.position, "the value of \"" + key.text + "\" is not a text");
-    if (key.text == "kind") {
-        module.processor = findProcessor(value.text);
-        if (module.processor == nullptr)
-            file.fail(value.position, "\"" + value.text + "\" is no kind of processor" +
-                                          suggest(value.text, processorNames()));
-    } else if (key.text == "link") {
-        if (value.text != "can" && value.text != "serial")
-            file.fail(value.position, "a link is \"can\" or \"serial\"");
-        module.serial = value.text == "serial";
-    } else if (key.text == "hw") {
-        module.hardware = revisionOf(file, value);
-    } else if (key.text == "version") {
-        module.version = value.text;
-        module.knownVersion = true;
-    } else if (key.text == "lost") {
-        if (value.isText() || (value.text != "true" && value.text != "false"))
-            file.fail(value.position, "the value of \"lost\" is neither true nor false");
-        module.silent = value.text == "true";
-    } else {
-        file.fail(key.position, "\"" + key.text + "\" is none of kind, link, hw, version and lost" +
-                                    suggest(key.text, {"kind", "link", "hw", "version", "lost"}));
-    }
+std::string setLink(Module& module, const std::string& value) {
+    module.serial = value == "serial";
+    return module.serial || value == "can" ? "" : "a link is \"can\" or \"serial\"";
 }
 
-std::vector<std::string> moduleNames() {
+std::string setRevision(Module& module, const std::string& value) {
+    const char* const end = value.data() + value.size();
+    const auto result = std::from_chars(value.data(), end, module.hardware);
+    return result.ec == std::errc() && result.ptr == end
+               ? ""
+               : "\"" + value + "\" is no hardware revision from 0 to 255";
+}
+
+std::string setVersion(Module& module, const std::string& value) {
+    module.version = value;
+    module.knownVersion = true;
+    return "";
+}
+
+template <bool Module::*Flag>
+std::string setFlag(Module& module, const std::string& value) {
+    module.*Flag = value == "true";
+    return value == "true" || value == "false" ? "" : "\"" + value + "\" is neither true nor false";
+}
+
+const std::map<std::string, Setter> FIELDS = {{"kind", setKind},
+                                              {"link", setLink},
+                                              {"hw", setRevision},
+                                              {"version", setVersion},
+                                              {"lost", setFlag<&Module::silent>},
+                                              {"absent", setFlag<&Module::absent>}};
+
+// Also those that are in the table of the bus, but never visited.
+const modules::ROW* rowOf(const std::string& name) {
+    const auto row = std::ranges::find(modules::TABLE, std::string_view(name), &modules::ROW::name);
+    return row == modules::TABLE.end() ? nullptr : &*row;
+}
+
+std::string unknownModule(const std::string& name) {
     std::vector<std::string> names;
     for (const modules::ROW& row : modules::VISITED)
         names.push_back(row.name);
-    return names;
+    return "there is no module \"" + name + "\"" + commandLine::suggest(name, names);
 }
 
-// The lines that bus-sim takes: "s1 kind=stm32f3 hw=1 version=1.2.3", with remarks behind #. What only the
-// simulated modules have is passed over.
-std::map<std::string, Module> readLines(const std::filesystem::path& path) {
-    std::map<std::string, Module> modules;
+std::string unknownField(const std::string& name) {
+    std::vector<std::string> names;
+    for (const auto& [known, setter] : FIELDS)
+        names.push_back(known);
+    return "\"" + name + "\" is none of absent, hw, kind, link, lost, version and simulation" +
+           commandLine::suggest(name, names);
+}
+
+using Modules = std::map<std::string, Module>;
+
+Module newModule(const modules::ROW& row) {
+    Module module;
+    module.serial = row.bootloader == modules::BOOTLOADER::SERIAL;
+    return module;
+}
+
+void addModule(Modules& modules, const modules::ROW& row, Module module) {
+    if (modules::isVisited(row) && !module.absent)
+        modules[row.name] = std::move(module);
+}
+
+// "s1 kind=stm32f3 hw=1 version=1.2.3", with remarks behind #. What only simulated modules have is passed
+// over.
+Modules readLines(const std::filesystem::path& path) {
+    Modules modules;
     std::istringstream text(readFile(path));
     unsigned number = 0;
     for (std::string line; std::getline(text, line);) {
@@ -94,54 +126,63 @@ std::map<std::string, Module> readLines(const std::filesystem::path& path) {
         if (!(words >> name))
             continue;
         const auto fail = [&](const std::string& what) {
-            throw Failure(format("%s:%u: %s", path.c_str(), number, what.c_str()));
+            throw Failure(format("%s:%u: %s", path.string().c_str(), number, what.c_str()));
         };
-        const modules::ROW* known = modules::find(name);
-        if (known == nullptr)
-            fail("there is no module \"" + name + "\"" + suggest(name, moduleNames()));
-        Module module;
-        module.serial = known->bootloader == modules::BOOTLOADER::SERIAL;
-        bool present = true;
+        const modules::ROW* row = rowOf(name);
+        if (row == nullptr)
+            fail(unknownModule(name));
+        if (modules.contains(name))
+            fail("\"" + name + "\" a second time");
+        Module module = newModule(*row);
         for (std::string word; words >> word;) {
-            const std::string key = word.substr(0, word.find('='));
-            const std::string value = word.size() > key.size() ? word.substr(key.size() + 1) : "";
-            if (key == "kind" && (module.processor = findProcessor(value)) == nullptr)
-                fail("\"" + value + "\" is no kind of processor" + suggest(value, processorNames()));
-            else if (key == "hw")
-                module.hardware = static_cast<std::uint8_t>(std::strtoul(value.c_str(), nullptr, 10));
-            else if (key == "version")
-                module.version = value;
-            else if (key == "link")
-                module.serial = value == "serial";
-            present = present && key != "absent";
-            module.silent = module.silent || key == "lost";
+            const std::size_t equals = word.find('=');
+            const auto field = FIELDS.find(word.substr(0, equals));
+            if (field == FIELDS.end())
+                continue;
+            const std::string value = equals == word.npos ? "true" : word.substr(equals + 1);
+            if (const std::string objection = field->second(module, value); !objection.empty())
+                fail(objection);
         }
-        module.knownVersion = !module.version.empty();
-        if (present)
-            modules[name] = module;
+        addModule(modules, *row, module);
     }
     return modules;
 }
 
-std::map<std::string, Module> readModules(const std::filesystem::path& path) {
+void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value, Module& module) {
+    if (key.text == "$comment" || key.text == "simulation")
+        return;
+    const auto field = FIELDS.find(key.text);
+    if (field == FIELDS.end())
+        file.fail(key.position, unknownField(key.text));
+    const bool isFlag = key.text == "lost" || key.text == "absent";
+    if (value.isText() ? isFlag : !isFlag && key.text != "hw")
+        file.fail(value.position, "the value of \"" + key.text + "\" is " +
+                                      (isFlag ? "neither true nor false" : "not a text"));
+    if (const std::string objection = field->second(module, value.text); !objection.empty())
+        file.fail(value.position, objection);
+}
+
+Modules readModules(const std::filesystem::path& path) {
     const FileType type = natureOf(path).type;
     if (type == FileType::Text || type == FileType::Empty)
         return readLines(path);
     const JsonFile file(path);
-    std::map<std::string, Module> modules;
+    Modules modules;
     for (const auto& [key, body] : file.root().members) {
         const std::string& name = key.text;
         if (name == "$schema" || name == "$comment")
             continue;
-        const modules::ROW* known = modules::find(name);
-        if (known == nullptr)
-            file.fail(key.position, "there is no module \"" + name + "\"" + suggest(name, moduleNames()));
+        const modules::ROW* row = rowOf(name);
+        if (row == nullptr)
+            file.fail(key.position, unknownModule(name));
+        if (modules.contains(name))
+            file.fail(key.position, "\"" + name + "\" a second time");
         if (!body.isObject())
             file.fail(body.position, "\"" + name + "\" is no object");
-        Module& module = modules[name];
-        module.serial = known->bootloader == modules::BOOTLOADER::SERIAL;
+        Module module = newModule(*row);
         for (const auto& [field, value] : body.members)
             setField(file, field, value, module);
+        addModule(modules, *row, module);
     }
     return modules;
 }

@@ -18,6 +18,7 @@ struct Module {
     std::string version;
     bool knownVersion = false; // the module tells its version
     bool silent = false;       // it answers nothing
+    bool absent = false;
 };
 
 // The hardware revision that the panel picks the module's image by.
@@ -29,9 +30,9 @@ struct Inventory {
 };
 
 // `installed` is a system manifest. `modules` is an object with a member for each module that is there:
-//   "s1": {"kind": "stm32f3", "link": "can", "hw": 0, "version": "1.2.3", "lost": false}
-// all of them optional; or the lines that bus-sim takes. An empty path stands for none. Throws Failure for
-// what can't be read or understood.
+//   "s1": {"kind": "stm32f3", "link": "can", "hw": 0, "version": "1.2.3", "lost": false, "absent": false}
+// all of them optional; or lines with the same: "s1 kind=stm32f3 hw=0 lost". The simulated bus takes both,
+// too. An empty path stands for none. Throws Failure for what can't be read or understood.
 Inventory readInventory(const std::filesystem::path& installed, const std::filesystem::path& modules);
 
 } // namespace package

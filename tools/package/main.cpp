@@ -1,4 +1,6 @@
 #include "build.h"
+#include "commandLine/run.h"
+#include "completion.h"
 #include "convert.h"
 #include "examples.h"
 #include "fileType.h"
@@ -8,39 +10,36 @@
 #include "options.h"
 #include "packageInfo.h"
 #include "plan.h"
+#include "platform.h"
 #include "report.h"
 #include "show.h"
 #include "signing.h"
 #include "support.h"
 #include "version.h"
 
-#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <exception>
 #include <memory>
 #include <optional>
-#include <unistd.h>
 
 namespace {
 
 using namespace package;
 namespace fs = std::filesystem;
 
-// The command line asks for what there is not.
-class Misuse : public Failure {
-public:
-    using Failure::Failure;
-};
-
 void print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout); // a name may have a NUL in it
 }
 
+// Behind what was printed before.
+void complain(const std::string& text) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "keldra-package: %s\n", text.c_str());
+}
+
 bool isColoured() {
-    return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+    return platform::isTerminal(platform::Stream::Output) && std::getenv("NO_COLOR") == nullptr;
 }
 
 // A choice that nothing in the package is checked with is a mistake.
@@ -49,8 +48,8 @@ void requireUse(const ProcessorChoice& choice, const Package& package) {
         const Item* item = findItem(package.items(), name);
         const std::size_t files = item != nullptr ? item->entries.size() : 0;
         if (kinds.size() > files)
-            throw Misuse(format("--processor: %zu kinds for the %zu files of \"%s\"", kinds.size(), files,
-                                name.c_str()));
+            throw std::invalid_argument(format("--processor: %zu kinds for the %zu files of \"%s\"",
+                                               kinds.size(), files, name.c_str()));
     }
 }
 
@@ -61,8 +60,7 @@ Status build(const Options& options) {
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
-        std::fputs("keldra-package: nothing was built (--force builds what only the checks refuse)\n",
-                   stderr);
+        complain("nothing was built (--force builds what only the checks refuse)");
         return Status::Bad;
     }
     if (options.format == Format::Text)
@@ -118,7 +116,7 @@ Status plan(const Options& options) {
     findings.allow(options.rules.allowances);
     if (findings.errors() != 0) { // it is refused as a whole, or read in ways that are not followed here
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
-        std::fputs("keldra-package: no plan for a package with such errors\n", stderr);
+        complain("no plan for a package with such errors");
         return Status::Bad;
     }
     if (package.items().empty())
@@ -175,8 +173,7 @@ Status info(const Options& options) {
     const PackageInfo held = inspect(package, options.rules.processors);
     print(options.json ? infoJson(held) : infoText(held));
     if (findings.errors() != 0)
-        std::fprintf(stderr, "keldra-package: %s; keldra-package check tells more\n",
-                     counts(findings).c_str());
+        complain(counts(findings) + "; keldra-package check tells more");
     return verdict(findings, false);
 }
 
@@ -236,7 +233,7 @@ Status init(const Options& options) {
     return Status::Fine;
 }
 
-Status run(const Options& options) {
+Status run(const Options& options, const CLI::App& app) {
     switch (options.command) {
     case Command::Build:
         return build(options);
@@ -258,6 +255,9 @@ Status run(const Options& options) {
         return support(options);
     case Command::Init:
         return init(options);
+    case Command::Completion:
+        print(completionScript(app, options.shell));
+        return Status::Fine;
     }
     return Status::Failed;
 }
@@ -266,25 +266,12 @@ Status run(const Options& options) {
 
 int main(int argc, char** argv) {
     std::setlocale(LC_CTYPE, "C.UTF-8"); // for names in archives that say them in it
-    Status status = Status::Fine;
-    const auto options = parseOptions(argc, argv, status);
-    if (!options)
-        return static_cast<int>(status);
-    try {
-        watchInterrupts();
-        status = run(*options);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw Failure(std::string("the output can't be written: ") + std::strerror(errno));
-    } catch (const std::filesystem::filesystem_error& error) {
-        std::fprintf(stderr, "keldra-package: %s: %s\n", error.path1().c_str(),
-                     error.code().message().c_str());
-        status = Status::Failed;
-    } catch (const Misuse& error) {
-        std::fprintf(stderr, "keldra-package: %s\n", error.what());
-        status = Status::Misuse;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "keldra-package: %s\n", error.what());
-        status = Status::Failed;
-    }
-    return static_cast<int>(status);
+    Options options;
+    CLI::App app("", "keldra-package");
+    declare(app, options);
+    return commandLine::run(app, argc, argv, static_cast<int>(Status::Failed), [&] {
+        complete(options);
+        platform::watchInterrupts();
+        return static_cast<int>(run(options, app));
+    });
 }

@@ -1,8 +1,8 @@
 #include "manifest.h"
 
+#include "commandLine/suggest.h"
 #include "findingKinds.h"
 #include "json.h"
-#include "suggest.h"
 #include "system/packageRules.h"
 
 #include <algorithm>
@@ -57,7 +57,7 @@ public:
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
             report(holdsInner(body) ? kinds::itemNested : kinds::itemUnknown, key,
-                   "there is no item \"" + key.text + "\"" + suggest(key.text, itemNames()));
+                   "there is no item \"" + key.text + "\"" + commandLine::suggest(key.text, itemNames()));
             return nullptr;
         }
         const auto known =
@@ -136,18 +136,6 @@ bool isRemark(const JsonValue& key) {
     return key.text == "$schema" || key.text == "$comment";
 }
 
-bool isKind(const std::string& id) {
-    return std::any_of(std::begin(kinds::ALL), std::end(kinds::ALL),
-                       [&](const Kind* each) { return each->id == id; });
-}
-
-std::vector<std::string> kindNames() {
-    std::vector<std::string> names;
-    for (const Kind* each : kinds::ALL)
-        names.push_back(each->id);
-    return names;
-}
-
 void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, Reader& reader) {
     if (!list.isArray())
         reader.report(kinds::allowForm, list, "\"allow\" is no list");
@@ -163,10 +151,8 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
              : key.text == "file"  ? allowance.file
                                    : allowance.reason) = field.text;
         }
-        if (!isKind(allowance.id))
-            reader.report(kinds::allowForm, each,
-                          "there is no finding \"" + allowance.id + "\"" +
-                              suggest(allowance.id, kindNames()));
+        if (const std::string objection = objectionToKind(allowance.id); !objection.empty())
+            reader.report(kinds::allowForm, each, objection);
         else if (allowance.reason.empty())
             reader.report(kinds::allowForm, each, "no \"reason\"");
         else if (allowances != nullptr)
@@ -196,10 +182,11 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                               : key.text == "processor" ? &entry.processor
                                                         : nullptr;
         if (target == nullptr) {
-            reader.report(kinds::keyUnknown, key,
-                          "\"" + key.text +
-                              "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
-                              suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
+            reader.report(
+                kinds::keyUnknown, key,
+                "\"" + key.text +
+                    "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
+                    commandLine::suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
             continue;
         }
         if (value.find(key.text) != &field)

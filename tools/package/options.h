@@ -5,16 +5,16 @@
 #include "package.h"
 #include "report.h"
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace package {
 
-enum class Status { Fine = 0, Bad = 1, Misuse = 2, Failed = 3 };
+enum class Status { Fine = 0, Bad = 1, Failed = 3 }; // 2: misuse
 
-enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Support, Init };
+enum class Command { Build, Check, Plan, Show, Convert, Info, Diff, Report, Support, Init, Completion };
 
 struct Options {
     Command command = Command::Check;
@@ -40,9 +40,11 @@ struct Options {
     std::filesystem::path key;  // secret, to sign with; empty: none
     std::filesystem::path keys; // public ones, of a panel
     unsigned baud = 115200;
+    std::string shell; // to complete command lines in
 };
 
-// None when the line was answered already (help) or is wrong; `status` is then the program's exit status.
-std::optional<Options> parseOptions(int argc, char** argv, Status& status);
+void declare(CLI::App& app, Options& options);
+// What follows from options that were given. Throws CLI::ValidationError.
+void complete(Options& options);
 
 } // namespace package

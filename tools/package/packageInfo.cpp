@@ -1,9 +1,9 @@
 #include "packageInfo.h"
 
 #include "fileType.h"
+#include "files.h"
 #include "jsonWriter.h"
 #include "lib/format.h"
-#include "lib/sha1.h"
 #include "report.h"
 
 #include <algorithm>
@@ -18,14 +18,14 @@ namespace fs = std::filesystem;
 namespace {
 
 FileInfo infoOf(const fs::path& path, const std::string& name) {
-    return {name, sizeOf(path), sha1::ofFile(path)};
+    return {name, sizeOf(path), sha1Of(path)};
 }
 
 // As the panel copies them: without hidden names.
 void addFiles(const fs::path& path, const std::string& name, std::vector<FileInfo>& files) {
     std::error_code broken;
     if (!fs::is_directory(path, broken)) {
-        if (fs::is_regular_file(path, broken) && isReadable(path))
+        if (fs::is_regular_file(path, broken) && platform::isReadable(path))
             files.push_back(infoOf(path, name));
         return;
     }

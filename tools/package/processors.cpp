@@ -1,11 +1,9 @@
 #include "processors.h"
 
+#include "platform.h"
 #include "system/actions/imageCheck.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace package {
 
@@ -14,27 +12,6 @@ namespace {
 using flashLayouts::LAYOUT;
 
 enum : unsigned { MIPS = 8, ARM = 40, DSPIC = 118 };
-
-// Standard output leads nowhere while this object lives.
-class Silence {
-public:
-    Silence() {
-        std::fflush(stdout);
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(nowhere, STDOUT_FILENO);
-        close(nowhere);
-    }
-    ~Silence() {
-        std::fflush(stdout);
-        dup2(kept_, STDOUT_FILENO);
-        close(kept_);
-    }
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
-
-private:
-    int kept_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-};
 
 LAYOUT stm32(bool) {
     return flashLayouts::stm32(false);
@@ -83,7 +60,7 @@ std::vector<std::string> processorNames() {
 }
 
 bool readByPanel(const std::filesystem::path& path, const LAYOUT& layout, hexpage& image) {
-    const Silence silence;
+    const platform::Silence silence;
     return flashLayouts::readImage(path.string(), layout, image);
 }
 

@@ -1,18 +1,22 @@
 #include "progress.h"
 
+#include "platform.h"
+
 #include <cstdio>
-#include <unistd.h>
 
 namespace package {
 
 namespace {
 
 constexpr unsigned WIDTH = 40;
+constexpr std::uint64_t LARGE = 4'000'000; // what nobody waits for needs none
 
 } // namespace
 
 ProgressBar::ProgressBar(const std::string& title, std::uint64_t total)
-    : title_(title), total_(total), visible_(isatty(STDERR_FILENO) != 0) {}
+    : title_(title),
+      total_(total),
+      visible_(total >= LARGE && platform::isTerminal(platform::Stream::Errors)) {}
 
 ProgressBar::~ProgressBar() {
     if (visible_)
@@ -25,7 +29,8 @@ void ProgressBar::show(std::uint64_t done) {
         return;
     percent_ = percent;
     const std::string bar(percent * WIDTH / 100, '#');
-    std::fprintf(stderr, "\r%s [%-*s] %3u %%", title_.c_str(), static_cast<int>(WIDTH), bar.c_str(), percent);
+    std::fprintf(stderr, "\r%s [%-*s] %3u %%\033[K", title_.c_str(), static_cast<int>(WIDTH), bar.c_str(),
+                 percent);
 }
 
 } // namespace package

@@ -1,4 +1,4 @@
-// A progress bar on standard error, when that is a terminal.
+// A progress bar on standard error, when that is a terminal and the work takes a while.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@ namespace package {
 
 class ProgressBar {
 public:
-    ProgressBar(const std::string& title, std::uint64_t total);
-    ~ProgressBar(); // wipes it
+    ProgressBar(const std::string& title, std::uint64_t total); // in bytes
+    ~ProgressBar();                                             // wipes it
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 

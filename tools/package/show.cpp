@@ -4,6 +4,7 @@
 #include "files.h"
 #include "flashMap.h"
 #include "lib/format.h"
+#include "report.h"
 
 namespace package {
 
@@ -34,7 +35,7 @@ std::string addressOf(const FlashRegion& region, std::uint32_t address) {
 
 std::string drawRegion(const FlashRegion& region, bool colours) {
     std::string text =
-        format("region %s to %s, pages of %u bytes: %zu used of %zu, %zu bytes, %zu gaps\n",
+        format("region %s to %s, pages of %u bytes: %zu used of %zu, %zu bytes, gaps: %zu\n",
                addressOf(region, region.start).c_str(), addressOf(region, region.end - 1).c_str(),
                region.pageSize, region.used(), region.pages.size(), region.bytes(), region.gaps);
     for (std::size_t i = 0; i < region.pages.size(); ++i) {
@@ -70,7 +71,7 @@ std::string drawImage(const std::filesystem::path& path, const Processor* proces
     if (map.outside > 0)
         text += format("%zu bytes lie outside of all regions and would be dropped\n", map.outside);
     if (findings.errors() != 0)
-        text += format("%zu errors in its records (keldra-package check tells them)\n", findings.errors());
+        text += counts(findings) + " (keldra-package check tells them)\n";
     return text;
 }
 

@@ -2,11 +2,10 @@
 
 #include "files.h"
 #include "findingKinds.h"
-#include "lib/childProcess.h"
+#include "platform.h"
 #include "system/packageTrust.h"
 
 #include <ctime>
-#include <unistd.h>
 
 namespace package {
 
@@ -29,12 +28,9 @@ std::string timeNow() {
 void sign(const fs::path& archive, const fs::path& key, const fs::path& signature) {
     requireFile(key);
     const std::string comment = ARCHIVE + " " + timeNow();
-    const int status = childProcess::run([&] {
-        execlp("minisign", "minisign", "-S", "-q", "-s", key.c_str(), "-m", archive.c_str(), "-x",
-               signature.c_str(), "-t", comment.c_str(), nullptr);
-        return 127;
-    });
-    if (status == 127)
+    const int status = platform::run({"minisign", "-S", "-q", "-s", key.string(), "-m", archive.string(),
+                                      "-x", signature.string(), "-t", comment});
+    if (status == platform::NOT_INSTALLED)
         throw Failure("minisign is not installed");
     if (status != 0)
         throw Failure("minisign did not sign the package");

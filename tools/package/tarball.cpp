@@ -7,11 +7,8 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <memory>
-#include <sys/stat.h>
 
 namespace package {
 
@@ -85,7 +82,7 @@ std::string objection(archive_entry* entry) {
     return type == AE_IFREG || type == AE_IFDIR || type == AE_IFLNK ? "" : "no file, directory or link";
 }
 
-void copyData(archive* from, archive* to, Bulk& bulk) {
+void copyData(archive* from, archive* to, Bulk& bulk, ProgressBar& bar) {
     const void* block = nullptr;
     std::size_t size = 0;
     la_int64_t offset = 0;
@@ -97,12 +94,14 @@ void copyData(archive* from, archive* to, Bulk& bulk) {
             throw Failure(bulk.text());
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
             throw Failure("unpacking: " + errorOf(to));
+        bar.show(static_cast<std::uint64_t>(archive_filter_bytes(from, -1)));
     }
     if (status != ARCHIVE_EOF)
         throw Failure(""); // the caller reports what the archive says
 }
 
-void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory, Bulk& bulk) {
+void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::path& directory, Bulk& bulk,
+                 ProgressBar& bar) {
     const bool isDirectory = archive_entry_filetype(entry) == AE_IFDIR;
     archive_entry_set_perm(entry, (archive_entry_perm(entry) & 0777) | (isDirectory ? 0700 : 0600));
     const std::string target = (directory / nameOf(entry)).string();
@@ -112,7 +111,7 @@ void unpackEntry(archive* in, archive_entry* entry, archive* disk, const fs::pat
     if (archive_write_header(disk, entry) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
     if (archive_entry_size(entry) > 0)
-        copyData(in, disk, bulk);
+        copyData(in, disk, bulk, bar);
     if (archive_write_finish_entry(disk) < ARCHIVE_WARN)
         throw Failure("unpacking: " + errorOf(disk));
 }
@@ -125,21 +124,24 @@ std::string plainName(std::string name) {
 
 // Fills in the entry's type, mode and size; false for what can't be packed.
 bool describe(const Member& member, archive_entry* entry) {
-    struct stat info {};
-    info.st_mode = S_IFREG;
-    info.st_size = static_cast<off_t>(member.text.size());
-    if (!member.source.empty() && stat(member.source.c_str(), &info) != 0)
-        throw Failure(member.source.string() + ": " + std::strerror(errno));
+    const bool isText = member.source.empty();
+    const fs::file_status status =
+        isText ? fs::file_status(fs::file_type::regular, fs::perms()) : fs::status(member.source);
+    if (!fs::exists(status))
+        throw Failure(member.source.string() + ": is gone");
+    const bool isFile = fs::is_regular_file(status);
+    const bool isDirectory = fs::is_directory(status);
     archive_entry_set_pathname(entry, member.name.c_str());
     archive_entry_set_mtime(entry, PACKED_AT, 0);
     archive_entry_set_uid(entry, 0);
     archive_entry_set_gid(entry, 0);
-    const bool executable = S_ISDIR(info.st_mode) || (info.st_mode & S_IXUSR) != 0;
+    const bool executable = isDirectory || (status.permissions() & fs::perms::owner_exec) != fs::perms::none;
     archive_entry_set_perm(entry, executable ? 0755 : 0644);
-    archive_entry_set_filetype(entry, info.st_mode & S_IFMT);
-    if (S_ISREG(info.st_mode))
-        archive_entry_set_size(entry, info.st_size);
-    return S_ISREG(info.st_mode) || S_ISDIR(info.st_mode);
+    archive_entry_set_filetype(entry, isDirectory ? AE_IFDIR : AE_IFREG);
+    if (isFile)
+        archive_entry_set_size(
+            entry, static_cast<la_int64_t>(isText ? member.text.size() : fs::file_size(member.source)));
+    return isFile || isDirectory;
 }
 
 class Packer {
@@ -175,14 +177,7 @@ private:
         }
     }
     void addFile(const fs::path& source) {
-        std::ifstream in(source, std::ios::binary);
-        std::string block(BLOCK, '\0');
-        while (in) {
-            in.read(block.data(), BLOCK);
-            write(block.data(), static_cast<std::size_t>(in.gcount()));
-        }
-        if (!in.eof())
-            throw Failure(source.string() + ": " + std::strerror(errno));
+        readPieces(source, [this](std::string_view piece) { write(piece.data(), piece.size()); });
     }
     void write(const char* data, std::size_t size) {
         checkInterrupted();
@@ -227,8 +222,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
             continue;
         }
         try {
-            unpackEntry(in.get(), entry, disk.get(), directory, bulk);
-            bar.show(static_cast<std::uint64_t>(archive_filter_bytes(in.get(), -1)));
+            unpackEntry(in.get(), entry, disk.get(), directory, bulk, bar);
         } catch (const Failure&) {
             checkInterrupted();
             if (bulk.isBomb()) {

@@ -1,11 +1,11 @@
 // Shows what happened on the bus, and plays it again.
 #include "capture.h"
+#include "commandLine/run.h"
 #include "listing.h"
 #include "replay.h"
 #include "summary.h"
 #include "version.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -97,8 +97,6 @@ int run(const Options& options) {
     }
     const trace::Summary summary = trace::list(std::cout, pieces, recording.timed, options.gap);
     trace::print(std::cout, summary);
-    if (!std::cout.flush())
-        throw std::runtime_error(std::string("the output can't be written: ") + std::strerror(errno));
     return summary.damaged == 0 ? 0 : 1;
 }
 
@@ -108,13 +106,5 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app(ABOUT, "bus-trace");
     declare(app, options);
-    try {
-        app.parse(argc, argv);
-        return run(options);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    } catch (const std::exception& error) {
-        std::cerr << "bus-trace: " << error.what() << '\n';
-        return 2;
-    }
+    return commandLine::run(app, argc, argv, 2, [&] { return run(options); });
 }

@@ -4,26 +4,8 @@
 
 using namespace bootloadTiming;
 using namespace busMessages;
-using std::chrono::duration_cast;
 
 namespace {
-
-/**
- * A row that never is the next one of a page or record, when none is open or it has one row: what the module
- * says to it differs from what it says to any request in its order.
- */
-constexpr std::uint32_t MARK_ROW = 2;
-
-PROCBUS_MSG markRow() {
-    PROCBUS_MSG msg;
-    msg.id = busProtocol::DATA_ROW;
-    msg.length = 2;
-    msg.data[0] = MARK_ROW;
-    msg.data[1] = 0xFF;
-    return msg;
-}
-
-constexpr std::uint32_t NO_ROW = 0xFFFFFFFF; // that no reply names
 
 constexpr std::size_t indexOf(KIND kind) {
     return static_cast<std::size_t>(kind);
@@ -31,313 +13,159 @@ constexpr std::size_t indexOf(KIND kind) {
 
 } // namespace
 
-/** What a status request is about that follows no request. */
-const bootloadDialogue::OPEN bootloadDialogue::NOTHING_ASKED{OPEN::STATUS, KIND::ROW, 0, NO_ROW, {}, {}, {}};
+// Commands
 
-// Sending
-
-void bootloadDialogue::send(const PROCBUS_MSG& msg, OPEN entry, milliseconds lifetime) {
-    drain();
-    sentAt = host.now();
-    entry.sent = sentAt;
-    entry.until = sentAt + lifetime;
-    sentSince = sentSince || entry.type == OPEN::REQUESTED;
-    open.push_back(entry);
-    host.send(msg);
-}
-
-/** What came meanwhile is nobody's but that of requests before. */
-void bootloadDialogue::drain() {
-    while (const auto answer = host.receive(milliseconds(0))) {
-        judge(*answer);
+bool bootloadDialogue::sendReqStat(std::uint8_t module) {
+    line.sendStatus(module, ABOUT::NOTHING);
+    const auto answer = host.receive(STATUS_WAIT);
+    if (answer) {
+        line.judge(*answer);
     }
+    return answer.has_value();
 }
 
-/** An answer that comes within `wait`, but none from `limit` on: some modules never fall silent. */
-std::optional<ANSWER> bootloadDialogue::receiveBefore(clock::time_point limit, milliseconds wait) {
-    const auto left = std::chrono::ceil<milliseconds>(limit - host.now());
-    return left.count() > 0 ? host.receive(std::min(wait, left)) : std::nullopt;
-}
-
-void bootloadDialogue::sendRequest(const REQUEST& request) {
-    OPEN entry;
-    entry.kind = request.kind;
-    entry.number = asked;
-    entry.row = request.row;
-    const milliseconds late = request.kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
-    send(request.msg, entry, std::max(late, 2 * slowest[indexOf(request.kind)]));
-    requestedAt = sentAt;
-}
-
-void bootloadDialogue::sendStatus(std::uint8_t module, const OPEN& about) {
-    OPEN entry = about;
-    entry.type = OPEN::STATUS;
-    entry.repeats = lastReply;
-    send(requestStatus(module), entry, LATEST);
-}
-
-void bootloadDialogue::sendMark() {
-    OPEN entry;
-    entry.type = OPEN::MARKED;
-    entry.kind = KIND::ROW;
-    entry.row = MARK_ROW;
-    send(markRow(), entry, LATEST);
-    lastReply.reset();
-}
-
-// Whose answer is it?
-
-bool bootloadDialogue::isAsked(const OPEN& entry) const {
-    return entry.number == asked && entry.type == OPEN::REQUESTED;
-}
-
-/** A module that has been silent ever since may be at work still, and answer everything behind that. */
-void bootloadDialogue::forgetLate() {
-    const auto now = host.now();
-    std::erase_if(open, [&](const OPEN& entry) {
-        return entry.until <= now && heardAt > entry.sent && !isAsked(entry);
-    });
-}
-
-/** Whether a status request may be answered so although the request that it is about was not carried out. */
-bool bootloadDialogue::couldRepeat(const OPEN& entry, const ANSWER& answer) const {
-    return !entry.repeats || *entry.repeats == answer.reply;
-}
-
-bool bootloadDialogue::couldAnswer(const OPEN& entry, const ANSWER& answer) const {
-    if (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus) {
-        return false;
+bool bootloadDialogue::sendWithResponse(std::uint8_t module, const PROCBUS_MSG& msg, unsigned timeout) {
+    REQUEST request;
+    request.msg = msg;
+    line.begin(request);
+    line.send(request);
+    for (unsigned pass = 0; pass < PASSES && !host.cancelled(); ++pass) {
+        auto answer = host.receive(milliseconds(timeout * UNIT_MS));
+        if (!answer) {
+            line.sendStatus(module, ABOUT::NOTHING);
+            answer = host.receive(STATUS_WAIT + PAUSE);
+        }
+        if (answer) {
+            line.judge(*answer);
+            return true;
+        }
     }
-    const bool asksForIdentity = entry.type == OPEN::REQUESTED && entry.kind == KIND::ENTER;
-    if (answer.identification) {
-        return asksForIdentity;
+    return false;
+}
+
+bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
+    for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
+        if (sendWithResponse(module, systemCommand(module, arg), COMMAND_TIMEOUT)) {
+            return true;
+        }
     }
-    if (asksForIdentity) {
-        return !identifies;
-    }
-    const bool fits =
-        entry.kind == KIND::COMMAND || answer.reply.row == entry.row || answer.reply.status != OK;
-    return fits || (entry.type == OPEN::STATUS && couldRepeat(entry, answer));
+    return false;
 }
 
-/** Now comes what answers a request of that time, unless the module was at work for longer than `work`. */
-bool bootloadDialogue::isPrompt(clock::time_point sent, milliseconds work) const {
-    return host.now() - sent <= std::max({ECHO, 2 * fastest, work});
+bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName) {
+    return bootloaderEntry(host, line, session, module, byName).enter();
 }
 
-/** Such as no request in its order gets. */
-bool bootloadDialogue::isMarkReply(const ANSWER& answer) {
-    return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
-}
+// Tries
 
-/** A module that has given its own name so far may be another one when it goes by another name now. */
-bool bootloadDialogue::mayBeOthers(const ANSWER& answer) const {
-    const REPLY& reply = answer.reply;
-    return !answer.identification && name == static_cast<std::int8_t>(talkingTo) &&
-           reply.module != NO_MODULE && reply.module != *name;
-}
-
-/** A mark that may have been lost claims no error that the request behind it got. */
-bool bootloadDialogue::expectsMarkReply(const OPEN& entry) const {
-    const auto isBehind = [&](const OPEN& other) { return isAsked(other) && other.sent > entry.sent; };
-    return entry.type == OPEN::MARKED && (isPrompt(entry.sent, 2 * slowest[indexOf(KIND::ROW)]) ||
-                                          std::none_of(open.begin(), open.end(), isBehind));
-}
-
-bool bootloadDialogue::isOwnIdentification(const ANSWER& answer) const {
-    return answer.identification && (answer.identification->module == static_cast<std::int8_t>(talkingTo) ||
-                                     answer.identification->module == said.module);
-}
-
-/** What comes again and again must stay away for longer than it has done so far; but that is no doubled
- * answer. */
-void bootloadDialogue::noteStranger(bool doubled) {
-    const auto since = std::chrono::ceil<milliseconds>(host.now() - strangerAt);
-    if (disturbed && !doubled && 2 * since <= LATEST) {
-        quiet = std::max(quiet, 2 * since);
-    }
-    disturbed = true;
-    strangerAt = host.now();
-}
-
-/**
- * Strikes the request that was answered off the list, as far as that is known. An answer that may be the
- * request's or another's is counted as the other's: once all others are answered, the next one is its own.
- */
-bootloadDialogue::WHOSE bootloadDialogue::judge(const ANSWER& answer) {
-    const bool repeats = lastHeard == answer;
-    const bool doubled = repeats && host.now() - heardAt <= ECHO;
-    const bool echo = doubled && !sentSince; // or the same to another request
-    if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
-        prompt = isPrompt(sentAt);
-    }
-    forgetLate();
-    for (OPEN& entry : open) { // what was sent into the silence is answered about now, if ever
-        const auto soon = host.now() + QUIET;
-        entry.until = entry.sent >= heardAt ? std::max(entry.until, soon) : entry.until;
-    }
-    lastHeard = answer;
-    heardAt = host.now();
-    sentSince = false;
-    auto own = open.end();
-    auto other = open.end();
-    bool doubted = echo && (disturbed || prompt); // by doubled answers, nothing can be counted
-    for (auto entry = open.begin(); entry != open.end(); ++entry) {
-        if (!couldAnswer(*entry, answer)) {
+bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
+    RESULT result;
+    line.begin(request);
+    const bool wantsMark = request.proof == PROOF::MARK || line.provesNothing(request);
+    const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
+    for (unsigned n = 0; n < TRIES && !result.reply && !host.cancelled(); ++n) {
+        HEARD unheard;
+        // Some modules judge a second write anew: once, already the first is sent behind a mark.
+        const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
+        const bool isMarked = isDoubted && wantsMark && !session.keepsMarks && setMark(request, unheard);
+        if (isMarked && session.keepsMarks && isOfPage) {
+            break; // the page holds the mark now, and is begun anew
+        }
+        if (wantsMark) {
+            line.linger(isDoubted);
+        }
+        if (request.proof != PROOF::LATER && !line.settle(request, n > 0)) {
             continue;
         }
-        const bool isOwn = isAsked(*entry);
-        const bool isMarks = isMarkReply(answer) && expectsMarkReply(*entry);
-        own = isOwn && own == open.end() ? entry : own;
-        const bool isOther = !isOwn && (isMarks || entry->type != OPEN::MARKED);
-        other = isOther && (other == open.end() || isMarks) ? entry : other;
-        doubted = doubted || (!isOwn && (entry->number != asked || couldRepeat(*entry, answer)));
+        const bool answered = result.answered;
+        result = tryOnce(request, n, isMarked);
+        result.answered = result.answered || answered;
     }
-    const bool isOwn = own != open.end();
-    const bool isNobodys = !isOwn && other == open.end();
-    if (other != open.end() && other->type == OPEN::STATUS) {
-        const bool isSurely = !isOwn || (prompt && other->sent == sentAt && sentAt - own->sent >= QUIET);
-        answersStatus = answersStatus || isSurely;
-    }
-    if (isOwnIdentification(answer) && !repeats) { // unless it was doubled on its way
-        identifiedLate = identifiedLate || plain;
-        // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
-        restarted = restarted || name || isNobodys;
-    }
-    const bool isStrangers = mayBeOthers(answer);
-    if (isNobodys || isStrangers) {
-        noteStranger(doubled);
-        return isOwn ? WHOSE::MAYBE : WHOSE::OTHER;
-    }
-    const auto struck = isOwn && (!doubted || other == open.end()) ? own : other;
-    if (isOwn && struck == other) { // or it is the other way round
-        own->until = std::max(own->until, std::min(other->until, host.now() + LATEST));
-    }
-    open.erase(struck);
-    return !isOwn ? WHOSE::OTHER : doubted ? WHOSE::MAYBE : WHOSE::OWN;
+    learn(result);
+    return result;
 }
 
-// Quiet
+/** Try `n`. `wasAlive`: the module answered something right before. */
+bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
+    HEARD heard;
+    heard.wasAlive = wasAlive;
+    line.send(request);
+    listen(request, n, heard);
+    if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && !session.keepsMarks) {
+        clarify(request, n, heard);
+    }
+    const RESULT result = resultOf(request, n, heard);
+    if (result.certain && heard.direct) {
+        session.answersDirectly[indexOf(request.kind)] = true;
+    }
+    if (!result.reply && request.failed) {
+        request.failed(heard.own ? heard.own : heard.maybe);
+    }
+    return result;
+}
 
-/** Whether the answer to an earlier request could be taken for the answer to this one. */
-bool bootloadDialogue::confuses(const OPEN& entry, const REQUEST& request) const {
-    if (isAsked(entry) || (entry.type == OPEN::STATUS && ignoresStatus && !answersStatus)) {
-        return false;
+bootloadDialogue::RESULT bootloadDialogue::resultOf(const REQUEST& request, unsigned n,
+                                                    const HEARD& heard) const {
+    RESULT result;
+    result.answered = heard.alive;
+    if (heard.own) {
+        result.reply = heard.refused ? std::nullopt : heard.own;
+        result.certain = !heard.refused;
+    } else if (takesDoubtful(request, n, heard)) {
+        result.reply = heard.maybe;
     }
-    if (request.kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == OPEN::MARKED) {
-        return true;
-    }
-    if (entry.kind == KIND::ENTER && entry.type == OPEN::REQUESTED) {
-        return !identifies;
-    }
-    const bool repeatsRow =
-        entry.type == OPEN::STATUS && (!entry.repeats || entry.repeats->row == request.row);
-    return repeatsRow || entry.row == request.row;
+    return result;
 }
 
 /**
- * Until when something may come that could be taken for the answer to the request; none when nothing may. The
- * first try of a request that nothing proves does not wait for earlier answers, lest the session end
- * meanwhile: its own is doubted then, and it is asked again behind a mark.
+ * What may be another's answer is taken when the requests behind it will show, and in the end, unless the
+ * module is known to answer by itself. No mark can tell with a module that keeps them: there the last begin
+ * of a page or record counts like a last try.
  */
-std::optional<bootloadHost::clock::time_point> bootloadDialogue::confusedUntil(const REQUEST& request,
-                                                                               bool again) const {
-    std::optional<clock::time_point> until;
-    for (const OPEN& entry : open) {
-        if (confuses(entry, request) && (again || !provesNothing(request))) {
-            until = std::max(until.value_or(entry.until), entry.until);
-        }
+bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const {
+    if (!heard.maybe || (request.mustBeOk && !heard.mayBeWell())) {
+        return false;
     }
-    if (disturbed) {
-        until = std::max(until.value_or(strangerAt + quiet), strangerAt + quiet);
-    }
-    return until > host.now() ? until : std::nullopt;
+    const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
+    const bool isLastTry = n + 1 >= TRIES && request.last && !session.answersDirectly[indexOf(request.kind)];
+    return isLastBegin || isLastTry || (request.proof == PROOF::LATER && heard.mayBeWell());
 }
 
-/** Lets pass what could be taken for the request's answer. False when the line does not fall quiet. */
-bool bootloadDialogue::settle(const REQUEST& request, bool again) {
-    const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
-    drain();
-    while (const auto until = confusedUntil(request, again)) {
-        const auto now = host.now();
-        if (now >= limit || host.cancelled()) {
-            return false;
-        }
-        const auto next = std::min(*until, std::max(now, sentAt + KEEP_ALIVE));
-        if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
-            judge(*answer);
-        } else if (host.now() >= sentAt + KEEP_ALIVE) {
-            keepAlive(request, again);
-        }
+/** What a status request would repeat now, how long this kind takes, and by which name the module goes. */
+void bootloadDialogue::learn(const RESULT& result) {
+    session.lastReply = result.reply;
+    if (!result.reply) {
+        return;
     }
-    std::erase_if(open, [&](const OPEN& entry) { return entry.until <= host.now() && !isAsked(entry); });
-    return true;
-}
-
-/** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
-void bootloadDialogue::keepAlive(const REQUEST& request, bool again) {
-    const bool isWaiting =
-        std::any_of(open.begin(), open.end(), [](const OPEN& entry) { return entry.type == OPEN::MARKED; });
-    const bool isDistinct = lastReply && lastReply->row != request.row;
-    const bool inSession = request.kind != KIND::ENTER;
-    if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
-        sendStatus(request.module, NOTHING_ASKED);
-    } else if (inSession && (request.proof == PROOF::MARK || again) && !isWaiting && !keepsMarks) {
-        sendMark();
+    line.learnTime();
+    if (result.certain && !session.name) {
+        session.name = result.reply->module;
+    } else if (session.name && result.reply->module != *session.name) {
+        session.name = NO_MODULE; // it keeps to none
     }
-    sentAt = host.now();
 }
 
 // Listening
 
-/** Whether the answer to a status request looks the same before and behind the request, and nothing else
- * tells. */
-bool bootloadDialogue::provesNothing(const REQUEST& request) const {
-    return request.proof == PROOF::NOTHING &&
-           (!lastReply || (lastReply->row == request.row && lastReply->status == OK));
-}
-
-/** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
-milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) const {
-    static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(0), milliseconds(1000),
-                                                  WRITE_WORK};
-    const milliseconds known = std::max(2 * fastest, slowest[indexOf(request.kind)] * 5 / 4);
-    const milliseconds usual = std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
-    // An answer to a status request proves nothing here: the module is given the time to answer by itself.
-    return provesNothing(request) && n == 0 ? std::max(usual, ALONE[request.attempt]) : usual;
-}
-
-/**
- * How long the request may be at work, by what it may take and what its like have taken so far: rows and
- * starts of page are much alike, what an erase or a write takes depends on what is erased or written.
- */
-milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
-    const bool isAlike = request.kind == KIND::ROW || request.kind == KIND::START;
-    const milliseconds known = usually[indexOf(request.kind)];
-    return !isAlike || known.count() == 0 ? request.work
-                                          : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
-}
-
-/** True when the answer settles the try. */
-bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HEARD& heard) {
-    heard.alive = true;
-    const WHOSE whose = judge(answer);
-    if (answer.identification || whose == WHOSE::OTHER) {
-        return false;
+/** Until something settles the try, or its time is over: passes of a wait and a status request. */
+void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
+    const auto start = host.now();
+    const unsigned passes = PASSES * GROWTH[n];
+    milliseconds wait = directWait(request, n);
+    for (unsigned pass = 1; !hear(request, wait, heard); ++pass) {
+        heard.direct = false;
+        line.sendStatus(request.module, ABOUT::REQUEST);
+        if (hear(request, STATUS_WAIT + PAUSE, heard)) {
+            return;
+        }
+        const bool mayWork =
+            (n == 0 || heard.alive || heard.wasAlive) && host.now() - start < workOf(request);
+        if (pass >= passes && !mayWork) {
+            return;
+        }
+        // While it is silent it is at work, or gone: either way, one status request says as much as many.
+        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, KEEP_ALIVE);
     }
-    if (whose == WHOSE::OWN) {
-        // Answers may overtake each other: of an OK and an error, either may be the other request's.
-        const bool contradicted = heard.maybe && heard.maybe->status == OK && answer.reply.status != OK;
-        heard.own = answer.reply;
-        heard.refused = contradicted || answer.reply.row != request.row ||
-                        (request.mustBeOk && answer.reply.status != OK);
-        return true;
-    }
-    if (answer.reply.status == OK || !heard.maybe) {
-        heard.maybe = answer.reply;
-        heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
-    }
-    return request.proof == PROOF::MARK && answer.reply.status == OK;
 }
 
 /** True when the try is settled; else nothing that settles it came in time. */
@@ -358,44 +186,50 @@ bool bootloadDialogue::hear(const REQUEST& request, milliseconds wait, HEARD& he
     return true;
 }
 
-void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
-    const auto start = host.now();
-    const unsigned passes = PASSES * GROWTH[n];
-    OPEN about;
-    about.kind = request.kind;
-    about.number = asked;
-    about.row = request.row;
-    milliseconds wait = directWait(request, n);
-    for (unsigned pass = 1; !hear(request, wait, heard); ++pass) {
-        heard.direct = false;
-        sendStatus(request.module, about);
-        if (hear(request, STATUS_WAIT + PAUSE, heard)) {
-            return;
-        }
-        const bool mayWork =
-            (n == 0 || heard.alive || heard.wasAlive) && host.now() - start < workOf(request);
-        if (pass >= passes && !mayWork) {
-            return;
-        }
-        // While it is silent it is at work, or gone: either way, one status request says as much as many.
-        wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, KEEP_ALIVE);
+/** True when the answer settles the try. */
+bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HEARD& heard) {
+    const WHOSE whose = line.judge(answer);
+    const REPLY& reply = answer.reply;
+    heard.alive = true;
+    if (answer.identification || whose == WHOSE::OTHER) {
+        return false;
     }
+    if (whose == WHOSE::OWN) {
+        // Answers may overtake each other: of an OK and an error, either may be the other request's.
+        const bool contradicted = heard.mayBeWell() && reply.status != OK;
+        heard.own = reply;
+        heard.refused = contradicted || reply.row != request.row || (request.mustBeOk && reply.status != OK);
+        return true;
+    }
+    if (reply.status == OK || !heard.maybe) {
+        heard.maybe = reply;
+        heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
+    }
+    return request.proof == PROOF::MARK && reply.status == OK;
 }
 
-/** Whether the module repeats its last reply when it is asked for its status: not every one does. */
-bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
-    for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
-        sendStatus(module, NOTHING_ASKED);
-        if (const auto repeated = host.receive(wait)) {
-            judge(*repeated);
-            const bool isSame = !repeated->identification && repeated->reply == lastReply;
-            answersStatus = answersStatus || isSame;
-            return isSame;
-        }
-    }
-    ignoresStatus = !answersStatus && ++unrepeated >= 2;
-    return false;
+/** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
+milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) const {
+    static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(0), milliseconds(1000),
+                                                  WRITE_WORK};
+    const milliseconds known = std::max(2 * session.pace.fastest, session.pace.slowest(request.kind) * 5 / 4);
+    const milliseconds usual = std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
+    // An answer to a status request proves nothing here: the module is given the time to answer by itself.
+    return line.provesNothing(request) && n == 0 ? std::max(usual, ALONE[request.attempt]) : usual;
 }
+
+/**
+ * How long the request may be at work, by what it may take and what its like have taken so far: rows and
+ * starts of page are much alike, what an erase or a write takes depends on what is erased or written.
+ */
+milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
+    const bool isAlike = request.kind == KIND::ROW || request.kind == KIND::START;
+    const milliseconds known = session.pace.usual(request.kind);
+    return !isAlike || known.count() == 0 ? request.work
+                                          : std::min(request.work, std::max(LATEST / 2, known * SURELY_DONE));
+}
+
+// Marks
 
 /**
  * Replaces the module's last reply by the one to a row that is out of its order. True when the module did
@@ -403,16 +237,16 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
  * request was carried out, provided that it repeats its last reply.
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
-    sendMark();
-    const milliseconds wait = std::max(MARK_WAIT, 2 * fastest);
+    line.sendMark();
+    const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     const auto limit = host.now() + LONGEST_SETTLE;
-    while (const auto answer = receiveBefore(limit, wait)) {
-        if (isMarkReply(*answer)) {
-            judge(*answer);
-            keepsMarks = answer->reply.status == OK;
-            lastReply = answer->reply;
+    while (const auto answer = line.receiveBefore(limit, wait)) {
+        if (openRequests::isMarkReply(*answer)) {
+            line.judge(*answer);
+            session.keepsMarks = answer->reply.status == OK;
+            session.lastReply = answer->reply;
             if (!isRepeated(request.module, wait)) {
-                lastReply.reset();
+                session.lastReply.reset();
             }
             return true;
         }
@@ -423,6 +257,21 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     return false;
 }
 
+/** Whether the module repeats its last reply when it is asked for its status: not every one does. */
+bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
+    for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
+        line.sendStatus(module, ABOUT::NOTHING);
+        if (const auto repeated = host.receive(wait)) {
+            line.judge(*repeated);
+            const bool isSame = !repeated->identification && repeated->reply == session.lastReply;
+            session.answersStatus = session.answersStatus || isSame;
+            return isSame;
+        }
+    }
+    ++session.unrepeated;
+    return false;
+}
+
 /** What came may be older. When the module is at work still, its answer is to come. */
 void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard) {
     if (!setMark(request, heard) && !heard.own) {
@@ -430,296 +279,4 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
         waiting.proof = PROOF::NOTHING; // that is, for as long as it may take
         listen(waiting, n, heard);
     }
-}
-
-/**
- * How long this kind of request takes. An answer that comes promptly behind the repeated request answers that
- * one: the tries before it were lost, and teach nothing. Any other may answer the first try as well.
- */
-void bootloadDialogue::learnTime(KIND kind) {
-    const auto since = isPrompt(requestedAt) ? requestedAt : askedAt;
-    const milliseconds took = std::chrono::ceil<milliseconds>(host.now() - since);
-    slowest[indexOf(kind)] = std::max(slowest[indexOf(kind)], took);
-    milliseconds& usual = usually[indexOf(kind)];
-    usual = std::max(usual * 7 / 8, took);
-    fastest = fastest.count() == 0 ? took : std::min(fastest, took);
-}
-
-void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
-    learnTime(request.kind);
-    lastReply = result.reply;
-    if (result.certain && !name) {
-        name = result.reply->module;
-    } else if (name && result.reply->module != *name) {
-        name = NO_MODULE; // it keeps to none
-    }
-}
-
-/**
- * What may be another's answer is taken in the end, unless the module is known to answer by itself. No mark
- * can tell with a module that keeps them: there the last begin of a page or record counts like a last try.
- */
-bool bootloadDialogue::isLastTry(const REQUEST& request, unsigned n) const {
-    if (keepsMarks && request.attempt + 1 >= TRIES) {
-        return true;
-    }
-    return n + 1 >= TRIES && request.last && !answersDirectly[indexOf(request.kind)];
-}
-
-bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
-    RESULT result;
-    HEARD heard;
-    heard.wasAlive = wasAlive;
-    sendRequest(request);
-    listen(request, n, heard);
-    if (heard.maybe && heard.maybe->status == OK && !heard.own && request.proof == PROOF::MARK &&
-        !keepsMarks) {
-        clarify(request, n, heard);
-    }
-    result.answered = heard.alive;
-    const bool isWell = heard.maybe && heard.maybe->status == OK;
-    const bool takesMaybe = heard.maybe && (isWell || !request.mustBeOk) &&
-                            (isLastTry(request, n) || (request.proof == PROOF::LATER && isWell));
-    if (heard.own && !heard.refused) {
-        result.reply = heard.own;
-        result.certain = true;
-        bool& directly = answersDirectly[indexOf(request.kind)];
-        directly = directly || heard.direct;
-    } else if (!heard.own && takesMaybe) {
-        result.reply = heard.maybe;
-    } else if (request.failed) {
-        request.failed(heard.own ? heard.own : heard.maybe);
-    }
-    return result;
-}
-
-/** What was heard just now may come once more: not behind a request that it would answer. */
-void bootloadDialogue::linger(bool doubtful) {
-    const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - heardAt);
-    if (wait.count() > 0 && (spare >= wait || doubtful || disturbed)) {
-        spare -= wait;
-        host.pause(wait);
-    }
-}
-
-bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
-    RESULT result;
-    ++asked;
-    askedAt = host.now();
-    const bool wantsMark = request.proof == PROOF::MARK || provesNothing(request);
-    const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
-    for (unsigned n = 0; n < TRIES && !result.reply && !host.cancelled(); ++n) {
-        HEARD unheard;
-        // Some modules judge a second write anew: once, already the first is sent behind a mark.
-        const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
-        const bool isMarked = isDoubted && wantsMark && !keepsMarks && setMark(request, unheard);
-        if (isMarked && keepsMarks && isOfPage) {
-            break; // the page holds the mark now, and is begun anew
-        }
-        if (wantsMark) {
-            linger(isDoubted);
-        }
-        if (request.proof != PROOF::LATER && !settle(request, n > 0)) {
-            continue;
-        }
-        const bool answered = result.answered;
-        result = tryOnce(request, n, isMarked);
-        result.answered = result.answered || answered;
-    }
-    if (result.reply) {
-        learn(request, result);
-    } else {
-        lastReply.reset();
-    }
-    return result;
-}
-
-// Commands
-
-bool bootloadDialogue::sendReqStat(std::uint8_t module) {
-    sendStatus(module, NOTHING_ASKED);
-    const auto answer = host.receive(STATUS_WAIT);
-    if (answer) {
-        judge(*answer);
-    }
-    return answer.has_value();
-}
-
-bool bootloadDialogue::sendWithResponse(std::uint8_t module, const PROCBUS_MSG& msg, unsigned timeout) {
-    REQUEST request;
-    request.msg = msg;
-    ++asked;
-    sendRequest(request);
-    for (unsigned pass = 0; pass < PASSES && !host.cancelled(); ++pass) {
-        auto answer = host.receive(milliseconds(timeout * UNIT_MS));
-        if (!answer) {
-            sendStatus(module, NOTHING_ASKED);
-            answer = host.receive(STATUS_WAIT + PAUSE);
-        }
-        if (answer) {
-            judge(*answer);
-            return true;
-        }
-    }
-    return false;
-}
-
-bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) {
-    for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
-        if (sendWithResponse(module, systemCommand(module, arg), COMMAND_TIMEOUT)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-// Entering a bootloader
-
-/** What has been heard of a module that is asked into its bootloader, by its worth. */
-enum class bootloadDialogue::ENTERING : std::uint8_t {
-    SILENT,
-    ALIVE,      ///< something that no old bootloader answers with
-    DOUBTED,    ///< a reply that may be another request's
-    PLAIN,      ///< an old bootloader's own reply
-    ANOTHER,    ///< an identification that names another module
-    IDENTIFIED, ///< the module's own
-};
-
-namespace {
-
-/** What follows from what was heard: whether more is to be asked for, and what it comes to in the end. */
-constexpr struct {
-    bool endsAsking;
-    bootloadDialogue::ENTRY result;
-} ENTERINGS[] = {
-    {false, bootloadDialogue::ENTRY::NONE},   {false, bootloadDialogue::ENTRY::NONE},
-    {false, bootloadDialogue::ENTRY::PLAIN},  {true, bootloadDialogue::ENTRY::PLAIN},
-    {true, bootloadDialogue::ENTRY::ANOTHER}, {true, bootloadDialogue::ENTRY::IDENTIFIED},
-};
-
-} // namespace
-
-void bootloadDialogue::beginSession(std::uint8_t module) {
-    talkedTo = talkingTo;
-    talkingTo = module;
-    lastReply.reset();
-    name.reset();
-    said = IDENTIFICATION();
-    identifies = false;
-    answersStatus = false;
-    ignoresStatus = false;
-    unrepeated = 0;
-    restarted = false;
-    plain = false;
-    identifiedLate = false;
-    quiet = QUIET;
-    spare = LONGEST_SPARE;
-    keepsMarks = false;
-    fastest = milliseconds(0);
-    std::fill(std::begin(slowest), std::end(slowest), milliseconds(0));
-    std::fill(std::begin(usually), std::end(usually), milliseconds(0));
-    std::fill(std::begin(answersDirectly), std::end(answersDirectly), false);
-}
-
-/** The module of the session before may still answer. */
-bool bootloadDialogue::wasTalkedTo(std::int8_t named) const {
-    return talkedTo != 0 && talkedTo != talkingTo && named == static_cast<std::int8_t>(talkedTo);
-}
-
-bootloadDialogue::ENTERING bootloadDialogue::classify(const ANSWER& answer, const REQUEST& request,
-                                                      bool byName) {
-    const WHOSE whose = judge(answer);
-    if (answer.identification) {
-        const std::int8_t named = answer.identification->module;
-        const bool isLate = wasTalkedTo(named) && !answer.identification->serial;
-        if (byName ? named == static_cast<std::int8_t>(request.module) : !isLate) {
-            said = *answer.identification;
-            identifies = true;
-            return ENTERING::IDENTIFIED;
-        }
-        const bool late = wasTalkedTo(named) || disturbed;
-        said = late ? said : *answer.identification;
-        return late ? ENTERING::ALIVE : ENTERING::ANOTHER;
-    }
-    if (whose == WHOSE::OTHER || (wasTalkedTo(answer.reply.module) && !request.last)) {
-        return ENTERING::ALIVE;
-    }
-    lastReply = answer.reply;
-    if (whose == WHOSE::OWN) {
-        return answer.reply.status == OK ? ENTERING::PLAIN : ENTERING::DOUBTED;
-    }
-    return answer.reply.status == OK ? ENTERING::DOUBTED : ENTERING::ALIVE;
-}
-
-/**
- * One try's passes. A bootloader that is slow to identify itself is known by its answers to status requests:
- * it is not asked again, since that would start it anew.
- */
-bootloadDialogue::ENTERING bootloadDialogue::listenForEntry(const REQUEST& request, bool byName,
-                                                            ENTERING state) {
-    const auto start = host.now();
-    const auto heardWithin = [&](milliseconds wait) {
-        const auto until = host.now() + wait;
-        for (auto now = host.now(); now <= until && !host.cancelled(); now = host.now()) {
-            const auto answer = host.receive(std::chrono::ceil<milliseconds>(until - now));
-            if (!answer) {
-                return false;
-            }
-            state = std::max(state, classify(*answer, request, byName));
-            if (ENTERINGS[static_cast<std::size_t>(state)].endsAsking) {
-                learnTime(KIND::ENTER);
-                return true;
-            }
-        }
-        return host.cancelled();
-    };
-    OPEN about;
-    about.kind = KIND::COMMAND;
-    about.number = asked;
-    for (unsigned pass = 1; !heardWithin(timeoutOf(KIND::ENTER)); ++pass) {
-        sendStatus(request.module, about);
-        const bool done = heardWithin(STATUS_WAIT + PAUSE);
-        const bool mayWork = state != ENTERING::SILENT && host.now() - start < ENTER_WORK;
-        if (done || (pass >= PASSES && !mayWork)) {
-            break;
-        }
-    }
-    return state;
-}
-
-bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName) {
-    beginSession(module);
-    REQUEST request;
-    request.msg = systemCommand(module, busProtocol::ENTER_BOOTLOADER);
-    request.module = module;
-    request.kind = KIND::ENTER;
-    request.proof = PROOF::NOTHING;
-    ENTERING state = ENTERING::SILENT;
-    askedAt = host.now();
-    const auto isPlain = [&] { return state == ENTERING::PLAIN || state == ENTERING::DOUBTED; };
-    ++asked;
-    host.pause(LINGER); // the module before may have answered twice
-    spare -= LINGER;
-    for (unsigned n = 0; n < TRIES && !host.cancelled(); ++n) {
-        request.last = n + 1 == TRIES;
-        const bool isDoubted = disturbed || (request.last && state != ENTERING::SILENT);
-        if ((n == 0 || isDoubted) && !settle(request, true)) {
-            continue;
-        }
-        sendRequest(request);
-        state = listenForEntry(request, byName, state);
-        if (ENTERINGS[static_cast<std::size_t>(state)].endsAsking) {
-            break;
-        }
-    }
-    if (isPlain() || state == ENTERING::ANOTHER) { // it may say more: what it is, or who it is
-        const auto limit = host.now() + LATEST;
-        while (const auto answer = receiveBefore(limit, IDENTIFICATION_WAIT)) {
-            state = std::max(state, classify(*answer, request, byName));
-        }
-        spare -= IDENTIFICATION_WAIT;
-    }
-    const ENTRY entry = host.cancelled() ? ENTRY::NONE : ENTERINGS[static_cast<std::size_t>(state)].result;
-    plain = entry == ENTRY::PLAIN;
-    return entry;
 }

@@ -1,16 +1,13 @@
 #pragma once
 
-#include "bootloadHost.h"
-#include "bootloadTiming.h"
+#include "bootloaderEntry.h"
 
 #include <cstdint>
-#include <functional>
 #include <optional>
-#include <vector>
 
 /**
  * One request to a module's bootloader and the one reply to it: what the CAN and the serial bootloader have
- * in common. Decides whose reply an answer is; docs/dialogue.md explains the rule.
+ * in common. docs/dialogue.md explains by which rule an answer counts, and how it is tried again.
  *
  * Runs on the thread of its host. Every wait ends at once when the run is cancelled, with the request's
  * failure result. Nothing is known of the line at first; the dialogue is to outlive the modules it talks to,
@@ -22,39 +19,14 @@ public:
     using enum busProtocol::BLSTATUS;
     using KIND = bootloadTiming::KIND;
     using milliseconds = bootloadTiming::milliseconds;
-
-    /** What will show that a request was carried out, beside an answer that may be another's. */
-    enum class PROOF : std::uint8_t {
-        LATER,  ///< the requests behind it fail when it was not
-        MARK,   ///< nothing, but no page is open: the module's last reply may be replaced by a mark
-        NOTHING ///< nothing, and a page is open
-    };
-
-    struct REQUEST {
-        busMessages::PROCBUS_MSG msg;
-        std::uint8_t module = 0; ///< that is asked for its status when no answer comes
-        KIND kind = KIND::COMMAND;
-        std::uint32_t row = 0; ///< that the reply names
-        PROOF proof = PROOF::LATER;
-        milliseconds work{0};  ///< how long the module may be at work on it
-        unsigned attempt = 0;  ///< how often what it is part of was begun before; waits longer
-        bool last = true;      ///< what it is part of is not begun again: what may be its answer is taken
-        bool mustBeOk = false; ///< a reply with an error fails the try
-        /** Called behind each try that failed, with the reply that did not count. */
-        std::function<void(const std::optional<busMessages::REPLY>&)> failed;
-    };
+    using PROOF = bootloadLine::PROOF;
+    using REQUEST = bootloadLine::REQUEST;
+    using ENTRY = bootloaderEntry::ENTRY;
 
     struct RESULT {
         std::optional<busMessages::REPLY> reply; ///< none when all tries failed
         bool answered = false;                   ///< something came while it was waited for
         bool certain = false;                    ///< the reply is nobody else's
-    };
-
-    enum class ENTRY : std::uint8_t {
-        NONE,       ///< no bootloader answered
-        PLAIN,      ///< an old one, which does not say what it is
-        ANOTHER,    ///< it says that it is another module's; identification() has what it said
-        IDENTIFIED, ///< the same of the module's own
     };
 
     explicit bootloadDialogue(bootloadHost& panel) : host(panel) {}
@@ -74,11 +46,11 @@ public:
      * counts that names the module, or at last another one; else any.
      */
     ENTRY enter(std::uint8_t module, bool byName);
-    const busMessages::IDENTIFICATION& identification() const { return said; }
+    const busMessages::IDENTIFICATION& identification() const { return session.said; }
     /** An identification came in mid-session that nobody had asked for: the bootloader has started anew. */
-    bool hasRestarted() const { return restarted; }
+    bool hasRestarted() const { return session.restarted; }
     /** A bootloader that was taken for an old one said behind that what it is. */
-    bool hasIdentifiedLate() const { return identifiedLate; }
+    bool hasIdentifiedLate() const { return session.identifiedLate; }
 
     /**
      * Sends a request until it is answered for its row, at most 4 times, the later ones waiting longer. It
@@ -90,24 +62,9 @@ private:
     using clock = bootloadHost::clock;
     using ANSWER = busMessages::ANSWER;
     using REPLY = busMessages::REPLY;
+    using WHOSE = openRequests::WHOSE;
+    using ABOUT = bootloadLine::ABOUT;
 
-    /** A request that may still be answered, and what it could still answer. */
-    struct OPEN {
-        enum TYPE : std::uint8_t { REQUESTED, STATUS, MARKED };
-        TYPE type = REQUESTED;
-        KIND kind = KIND::COMMAND;
-        unsigned number = 0;          ///< which request of ours it is, or asks the status of
-        std::uint32_t row = 0;        ///< that the request's reply names
-        std::optional<REPLY> repeats; ///< a status request's: the reply before; none when that is unknown
-        clock::time_point sent;
-        clock::time_point until; ///< behind it no answer comes any more
-    };
-    static const OPEN NOTHING_ASKED;
-    enum class WHOSE : std::uint8_t {
-        OWN,   ///< surely the request's
-        MAYBE, ///< the request's, or another's that is still open
-        OTHER
-    };
     /** What came while one try was listened for. */
     struct HEARD {
         std::optional<REPLY> own;
@@ -117,86 +74,25 @@ private:
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try
+        bool mayBeWell() const { return maybe && maybe->status == OK; }
     };
-    enum class ENTERING : std::uint8_t;
 
-    void send(const busMessages::PROCBUS_MSG& msg, OPEN entry, milliseconds lifetime);
-    void sendRequest(const REQUEST& request);
-    void sendStatus(std::uint8_t module, const OPEN& about);
-    void sendMark();
-    void drain();
-    std::optional<ANSWER> receiveBefore(clock::time_point limit, milliseconds wait);
-
-    bool couldAnswer(const OPEN& entry, const ANSWER& answer) const;
-    bool couldRepeat(const OPEN& entry, const ANSWER& answer) const;
-    WHOSE judge(const ANSWER& answer);
-    bool isPrompt(clock::time_point sent, milliseconds work = milliseconds(0)) const;
-    static bool isMarkReply(const ANSWER& answer);
-    bool expectsMarkReply(const OPEN& entry) const;
-    bool mayBeOthers(const ANSWER& answer) const;
-    bool isOwnIdentification(const ANSWER& answer) const;
-    void noteStranger(bool doubled);
-    void forgetLate();
-    bool isAsked(const OPEN& entry) const;
-
-    bool confuses(const OPEN& entry, const REQUEST& request) const;
-    std::optional<clock::time_point> confusedUntil(const REQUEST& request, bool again) const;
-    bool settle(const REQUEST& request, bool again);
-    void keepAlive(const REQUEST& request, bool again);
+    RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
+    RESULT resultOf(const REQUEST& request, unsigned n, const HEARD& heard) const;
+    bool takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const;
+    void learn(const RESULT& result);
 
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
-    void clarify(const REQUEST& request, unsigned n, HEARD& heard);
-    bool isRepeated(std::uint8_t module, milliseconds wait);
-    bool setMark(const REQUEST& request, HEARD& heard);
-    bool provesNothing(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
-    void linger(bool doubtful);
-    RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
-    bool isLastTry(const REQUEST& request, unsigned n) const;
-    void learnTime(KIND kind);
-    void learn(const REQUEST& request, const RESULT& result);
 
-    bool wasTalkedTo(std::int8_t named) const;
-    void beginSession(std::uint8_t module);
-    ENTERING listenForEntry(const REQUEST& request, bool byName, ENTERING state);
-    ENTERING classify(const ANSWER& answer, const REQUEST& request, bool byName);
+    bool setMark(const REQUEST& request, HEARD& heard);
+    bool isRepeated(std::uint8_t module, milliseconds wait);
+    void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 
     bootloadHost& host;
-    std::vector<OPEN> open;
-    unsigned asked = 0;              ///< number of the request at hand
-    clock::time_point sentAt{};      ///< the last request, of whatever kind
-    clock::time_point askedAt{};     ///< the request at hand, the first time
-    clock::time_point requestedAt{}; ///< the last time
-
-    std::optional<ANSWER> lastHeard;
-    clock::time_point heardAt{};
-    bool sentSince = false; ///< a request, be it for no status or mark
-    bool prompt = false;    ///< it came soon behind what was sent last
-    bool disturbed = false; ///< something came that nobody had asked for
-    clock::time_point strangerAt{};
-
-    // Of the session with one module.
-    std::uint8_t talkingTo = busProtocol::CONTROL_MODULE; ///< which was told that there is an update
-    std::uint8_t talkedTo = 0;                            ///< the module before; 0 for none
-    std::optional<REPLY> lastReply;  ///< what a status request would repeat, as far as it is known
-    std::optional<std::int8_t> name; ///< that its replies gave it so far
-    busMessages::IDENTIFICATION said;
-    bool identifies = false;    ///< the bootloader is one that says what it is
-    bool answersStatus = false; ///< a status request was answered in this session
-    unsigned unrepeated = 0;    ///< marks behind which two status requests were not
-    bool ignoresStatus = false; ///< two were not, though the module answered a mark right before
-    bool restarted = false;
-    bool plain = false; ///< it is taken for an old one
-    bool identifiedLate = false;
-    milliseconds quiet{bootloadTiming::QUIET}; ///< that a disturbed line must keep
-    milliseconds spare{0};                     ///< that the session may still take longer without need
-    bool keepsMarks = false;                   ///< the module took a mark for a row
-    milliseconds fastest{0};                   ///< of all answers; 0 before the first
-    milliseconds slowest[bootloadTiming::KINDS] = {};
-    milliseconds usually[bootloadTiming::KINDS] =
-        {}; ///< the slowest lately: forgotten by an eighth each time
-    bool answersDirectly[bootloadTiming::KINDS] = {};
+    SESSION session;
+    bootloadLine line{host, session};
 };

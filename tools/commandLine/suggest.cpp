@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-namespace package {
+namespace commandLine {
 
 namespace {
 
@@ -38,6 +38,8 @@ std::string suggest(const std::string& word, const std::vector<std::string>& kno
     const std::string* best = nullptr;
     std::size_t fewest = word.size() < 3 ? 1 : word.size() < 7 ? 2 : 3;
     for (const std::string& each : known) {
+        if (each == word)
+            return "";
         const std::size_t wrong = word.size() > LONGEST ? LONGEST : mistakes(lower(word), each);
         if (wrong <= fewest && wrong < each.size() && (best == nullptr || wrong < fewest)) {
             best = &each;
@@ -47,4 +49,4 @@ std::string suggest(const std::string& word, const std::vector<std::string>& kno
     return best != nullptr ? "; did you mean \"" + *best + "\"?" : "";
 }
 
-} // namespace package
+} // namespace commandLine

@@ -1,0 +1,129 @@
+#include "bootloadLine.h"
+
+#include <algorithm>
+
+using namespace bootloadTiming;
+using namespace busMessages;
+using std::chrono::duration_cast;
+
+namespace {
+
+PROCBUS_MSG markRow() {
+    PROCBUS_MSG msg;
+    msg.id = busProtocol::DATA_ROW;
+    msg.length = 2;
+    msg.data[0] = openRequests::MARK_ROW;
+    msg.data[1] = 0xFF;
+    return msg;
+}
+
+} // namespace
+
+// Sending
+
+void bootloadLine::begin(const REQUEST& request) {
+    open.begin(request.kind, request.row);
+    kind = request.kind;
+    begunAt = host.now();
+}
+
+void bootloadLine::send(const REQUEST& request) {
+    drain();
+    requestedAt = host.now();
+    open.addRequest(requestedAt);
+    host.send(request.msg);
+}
+
+void bootloadLine::sendStatus(std::uint8_t module, ABOUT about) {
+    drain();
+    open.addStatus(about == ABOUT::REQUEST, host.now());
+    host.send(requestStatus(module));
+}
+
+void bootloadLine::sendMark() {
+    drain();
+    open.addMark(host.now());
+    host.send(markRow());
+    session.lastReply.reset();
+}
+
+/** What came meanwhile is nobody's but that of requests before. */
+void bootloadLine::drain() {
+    while (const auto answer = host.receive(milliseconds(0))) {
+        judge(*answer);
+    }
+}
+
+// Receiving
+
+std::optional<ANSWER> bootloadLine::receiveBefore(clock::time_point limit, milliseconds wait) {
+    const auto left = std::chrono::ceil<milliseconds>(limit - host.now());
+    return left.count() > 0 ? host.receive(std::min(wait, left)) : std::nullopt;
+}
+
+/**
+ * An answer that comes promptly behind the repeated request answers that one: the tries before it were lost,
+ * and teach nothing. Any other may answer the first try as well.
+ */
+void bootloadLine::learnTime() {
+    const auto now = host.now();
+    const auto since = session.pace.isPrompt(now - requestedAt) ? requestedAt : begunAt;
+    session.pace.learn(kind, std::chrono::ceil<milliseconds>(now - since));
+}
+
+// Quiet
+
+bool bootloadLine::provesNothing(const REQUEST& request) const {
+    const auto& reply = session.lastReply;
+    return request.proof == PROOF::NOTHING &&
+           (!reply || (reply->row == request.row && reply->status == busProtocol::OK));
+}
+
+/**
+ * The first try of a request that nothing proves does not wait for earlier answers, lest the session end
+ * meanwhile: its own is doubted then, and it is asked again behind a mark.
+ */
+bootloadLine::clock::time_point bootloadLine::confusedUntil(const REQUEST& request, bool again) const {
+    const bool waits = again || !provesNothing(request);
+    return std::max(waits ? open.confusedUntil() : clock::time_point(), open.disturbedUntil());
+}
+
+bool bootloadLine::settle(const REQUEST& request, bool again) {
+    const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
+    drain();
+    for (auto now = host.now(); confusedUntil(request, again) > now; now = host.now()) {
+        if (now >= limit || host.cancelled()) {
+            return false;
+        }
+        const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
+        const auto next = std::min(confusedUntil(request, again), turn);
+        if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
+            judge(*answer);
+        } else if (host.now() >= turn) {
+            keepAlive(request, again);
+        }
+    }
+    open.forgetOver(host.now());
+    return true;
+}
+
+/** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
+void bootloadLine::keepAlive(const REQUEST& request, bool again) {
+    const bool isDistinct = session.lastReply && session.lastReply->row != request.row;
+    const bool inSession = request.kind != KIND::ENTER;
+    if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
+        sendStatus(request.module, ABOUT::NOTHING);
+    } else if (inSession && (request.proof == PROOF::MARK || again) && !open.awaitsMark() &&
+               !session.keepsMarks) {
+        sendMark();
+    }
+    open.skip(host.now());
+}
+
+void bootloadLine::linger(bool doubtful) {
+    const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - open.heardAt());
+    if (wait.count() > 0 && (session.spare >= wait || doubtful || open.isDisturbed())) {
+        session.spare -= wait;
+        host.pause(wait);
+    }
+}

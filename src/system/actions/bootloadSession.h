@@ -1,0 +1,77 @@
+#pragma once
+
+#include "../busMessages.h"
+#include "bootloadTiming.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+// What a dialogue learns of the module that it talks to. Plain records, of one thread.
+
+/** How long the module's answers take. */
+struct PACE {
+    using KIND = bootloadTiming::KIND;
+    using milliseconds = bootloadTiming::milliseconds;
+
+    milliseconds fastest{0}; ///< of all answers; 0 before the first
+
+    milliseconds slowest(KIND kind) const { return longest[static_cast<std::size_t>(kind)]; }
+    /** The slowest lately: an eighth of it is forgotten with each answer. */
+    milliseconds usual(KIND kind) const { return lately[static_cast<std::size_t>(kind)]; }
+
+    /** What comes so long behind a request answers that, unless the module was at work for longer than
+     * `work`. */
+    bool isPrompt(std::chrono::steady_clock::duration since, milliseconds work = milliseconds(0)) const {
+        return since <= std::max({bootloadTiming::ECHO, 2 * fastest, work});
+    }
+
+    void learn(KIND kind, milliseconds took) {
+        milliseconds& slow = longest[static_cast<std::size_t>(kind)];
+        slow = std::max(slow, took);
+        milliseconds& late = lately[static_cast<std::size_t>(kind)];
+        late = std::max(late * 7 / 8, took);
+        fastest = fastest.count() == 0 ? took : std::min(fastest, took);
+    }
+
+private:
+    milliseconds longest[bootloadTiming::KINDS] = {};
+    milliseconds lately[bootloadTiming::KINDS] = {};
+};
+
+/** The session with one module's bootloader. The next one begins with a new record. */
+struct SESSION {
+    using REPLY = busMessages::REPLY;
+    using milliseconds = bootloadTiming::milliseconds;
+
+    std::uint8_t module = busProtocol::CONTROL_MODULE; ///< the first: it was told that there is an update
+    std::uint8_t before = 0;                           ///< the module of the session before; 0 for none
+
+    // What it is.
+    busMessages::IDENTIFICATION said{};
+    bool identifies = false;           ///< the bootloader is one that says what it is
+    bool plain = false;                ///< it is taken for an old one
+    bool identifiedLate = false;       ///< and said behind that what it is
+    bool restarted = false;            ///< it said so once more: it has started anew
+    std::optional<std::int8_t> name{}; ///< that its replies gave it so far; NO_MODULE when they keep to none
+
+    // How it answers.
+    std::optional<REPLY> lastReply{}; ///< what a status request would repeat, if that is known
+    bool answersStatus = false;       ///< it has answered a status request
+    unsigned unrepeated = 0;          ///< marks that no status request brought back
+    bool keepsMarks = false;          ///< it took a mark for a row
+    bool answersDirectly[bootloadTiming::KINDS] = {}; ///< it has answered such a request by itself
+    PACE pace{};
+
+    milliseconds quiet{bootloadTiming::QUIET}; ///< that a disturbed line must keep
+    milliseconds spare{0};                     ///< that the session may still take longer without need
+
+    /** Status requests behind two marks were not answered, though the marks were. */
+    bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
+    /** A reply by this name is the module's own. */
+    bool isOwnName(std::int8_t named) const { return named == static_cast<std::int8_t>(module); }
+    /** It is that of the module before, which may still answer. */
+    bool isNameBefore(std::int8_t named) const {
+        return before != 0 && before != module && named == static_cast<std::int8_t>(before);
+    }
+};

@@ -1,0 +1,127 @@
+#include "bootloaderEntry.h"
+
+#include <algorithm>
+
+using namespace bootloadTiming;
+using namespace busMessages;
+
+const bootloaderEntry::CONSEQUENCE bootloaderEntry::CONSEQUENCES[] = {
+    {false, ENTRY::NONE},      // SILENCE
+    {false, ENTRY::NONE},      // LIFE
+    {false, ENTRY::PLAIN},     // DOUBTED
+    {true, ENTRY::PLAIN},      // PLAIN
+    {true, ENTRY::ANOTHER},    // ANOTHER
+    {true, ENTRY::IDENTIFIED}, // IDENTIFICATION
+};
+
+bootloaderEntry::bootloaderEntry(bootloadHost& panel, bootloadLine& wire, SESSION& known, std::uint8_t module,
+                                 bool byName)
+    : host(panel), line(wire), session(known), mustName(byName) {
+    request.msg = systemCommand(module, busProtocol::ENTER_BOOTLOADER);
+    request.module = module;
+    request.kind = KIND::ENTER;
+    request.proof = bootloadLine::PROOF::NOTHING;
+}
+
+bootloaderEntry::ENTRY bootloaderEntry::enter() {
+    session = SESSION{.module = request.module, .before = session.module, .spare = LONGEST_SPARE};
+    line.begin(request);
+    host.pause(LINGER); // the module before may have answered twice
+    session.spare -= LINGER;
+    for (unsigned n = 0; n < TRIES && !consequence().endsAsking && !host.cancelled(); ++n) {
+        ask(n);
+    }
+    if (heard >= HEARD::DOUBTED && heard <= HEARD::ANOTHER) {
+        hearMore();
+    }
+    const ENTRY entry = host.cancelled() ? ENTRY::NONE : consequence().result;
+    session.plain = entry == ENTRY::PLAIN;
+    return entry;
+}
+
+/** Try `n`. */
+void bootloaderEntry::ask(unsigned n) {
+    request.last = n + 1 == TRIES;
+    const bool isDoubted = line.isDisturbed() || (request.last && heard != HEARD::SILENCE);
+    if ((n == 0 || isDoubted) && !line.settle(request, true)) {
+        return;
+    }
+    line.send(request);
+    listen();
+}
+
+/**
+ * One try's passes. A bootloader that is slow to identify itself is known by its answers to status requests:
+ * it is not asked again, since that would start it anew.
+ */
+void bootloaderEntry::listen() {
+    const auto start = host.now();
+    for (unsigned pass = 1; !hearWithin(timeoutOf(KIND::ENTER)); ++pass) {
+        line.sendStatus(request.module, bootloadLine::ABOUT::REQUEST);
+        const bool done = hearWithin(STATUS_WAIT + PAUSE);
+        const bool mayWork = heard != HEARD::SILENCE && host.now() - start < ENTER_WORK;
+        if (done || (pass >= PASSES && !mayWork)) {
+            return;
+        }
+    }
+}
+
+/** True when nothing more is to be asked for. */
+bool bootloaderEntry::hearWithin(milliseconds wait) {
+    const auto until = host.now() + wait;
+    for (auto now = host.now(); now <= until && !host.cancelled(); now = host.now()) {
+        const auto answer = host.receive(std::chrono::ceil<milliseconds>(until - now));
+        if (!answer) {
+            return false;
+        }
+        consider(*answer);
+        if (consequence().endsAsking) {
+            line.learnTime();
+            return true;
+        }
+    }
+    return host.cancelled();
+}
+
+/** It may say more: what it is, or who it is. */
+void bootloaderEntry::hearMore() {
+    const auto limit = host.now() + LATEST;
+    while (const auto answer = line.receiveBefore(limit, IDENTIFICATION_WAIT)) {
+        consider(*answer);
+    }
+    session.spare -= IDENTIFICATION_WAIT;
+}
+
+void bootloaderEntry::consider(const ANSWER& answer) {
+    const WHOSE whose = line.judge(answer);
+    heard = std::max(heard, answer.identification ? classify(*answer.identification)
+                                                  : classify(answer.reply, whose));
+}
+
+bootloaderEntry::HEARD bootloaderEntry::classify(const IDENTIFICATION& identification) {
+    const bool isBefore = session.isNameBefore(identification.module);
+    const bool counts =
+        mustName ? session.isOwnName(identification.module) : !isBefore || identification.serial;
+    if (counts) {
+        session.said = identification;
+        session.identifies = true;
+        return HEARD::IDENTIFICATION;
+    }
+    if (isBefore || line.isDisturbed()) {
+        return HEARD::LIFE;
+    }
+    session.said = identification;
+    return HEARD::ANOTHER;
+}
+
+bootloaderEntry::HEARD bootloaderEntry::classify(const REPLY& reply, WHOSE whose) {
+    if (whose == WHOSE::OTHER || (session.isNameBefore(reply.module) && !request.last)) {
+        return HEARD::LIFE;
+    }
+    session.lastReply = reply;
+    const bool isOk = reply.status == busProtocol::OK;
+    if (whose == WHOSE::OWN) {
+        return isOk ? HEARD::PLAIN : HEARD::DOUBTED;
+    }
+    return isOk ? HEARD::DOUBTED : HEARD::LIFE;
+}

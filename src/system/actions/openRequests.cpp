@@ -1,0 +1,248 @@
+#include "openRequests.h"
+
+#include <algorithm>
+
+using namespace bootloadTiming;
+using namespace busMessages;
+using enum busProtocol::BLSTATUS;
+
+namespace {
+
+constexpr std::uint32_t NO_ROW = 0xFFFFFFFF; // that no reply names
+
+} // namespace
+
+// What is sent
+
+void openRequests::begin(KIND newKind, std::uint32_t newRow) {
+    ++number;
+    kind = newKind;
+    row = newRow;
+}
+
+void openRequests::add(ENTRY entry, clock::time_point now, milliseconds lifetime) {
+    sent = now;
+    entry.sent = now;
+    entry.until = now + lifetime;
+    entries.push_back(entry);
+}
+
+void openRequests::addRequest(clock::time_point now) {
+    const milliseconds late = kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
+    add({TYPE::REQUEST, kind, row, number}, now, std::max(late, 2 * session.pace.slowest(kind)));
+    sentSince = true;
+}
+
+void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
+    ENTRY entry{TYPE::STATUS, KIND::ROW, NO_ROW, 0, session.lastReply};
+    if (aboutRequest) {
+        entry.kind = kind == KIND::ENTER ? KIND::COMMAND : kind; // it asks for no identification
+        entry.row = row;
+        entry.number = number;
+    }
+    add(entry, now, LATEST);
+}
+
+void openRequests::addMark(clock::time_point now) {
+    add({TYPE::MARK, KIND::ROW, MARK_ROW, 0}, now, LATEST);
+}
+
+bool openRequests::isAtHand(const ENTRY& entry) const {
+    return entry.number == number && entry.type == TYPE::REQUEST;
+}
+
+// What could be answered so
+
+bool openRequests::couldAnswer(const ENTRY& entry, const ANSWER& answer) const {
+    if (entry.type == TYPE::STATUS && session.ignoresStatus()) {
+        return false;
+    }
+    const bool asksForIdentity = entry.type == TYPE::REQUEST && entry.kind == KIND::ENTER;
+    if (answer.identification) {
+        return asksForIdentity;
+    }
+    if (asksForIdentity) {
+        return !session.identifies;
+    }
+    const bool fits =
+        entry.kind == KIND::COMMAND || answer.reply.row == entry.row || answer.reply.status != OK;
+    return fits || (entry.type == TYPE::STATUS && couldRepeat(entry, answer));
+}
+
+/** Whether a status request may be answered so although the request that it is about was not carried out. */
+bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
+    return !entry.repeats || *entry.repeats == answer.reply;
+}
+
+bool openRequests::isMarkReply(const ANSWER& answer) {
+    return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
+}
+
+/** A mark that may have been lost claims no error that the request behind it got. */
+bool openRequests::expectsMarkReply(const ENTRY& entry) const {
+    const auto isBehind = [&](const ENTRY& other) { return isAtHand(other) && other.sent > entry.sent; };
+    return entry.type == TYPE::MARK &&
+           (session.pace.isPrompt(heard - entry.sent, 2 * session.pace.slowest(KIND::ROW)) ||
+            std::none_of(entries.begin(), entries.end(), isBehind));
+}
+
+/** A module that has given its own name so far may be another one when it goes by another name now. */
+bool openRequests::mayBeStrangers(const ANSWER& answer) const {
+    const REPLY& reply = answer.reply;
+    return !answer.identification && session.name && session.isOwnName(*session.name) &&
+           reply.module != NO_MODULE && reply.module != *session.name;
+}
+
+// Whose answer is it?
+
+/** An answer that may be the request's or another's is counted as the other's: once all others are answered,
+ * the next one is its own. */
+openRequests::WHOSE openRequests::judge(const ANSWER& answer, clock::time_point now) {
+    const LIKENESS like = hear(answer, now);
+    CLAIMS claims = claimsOn(answer);
+    const bool isNobodys = claims.own == nullptr && claims.other == nullptr;
+    noteStatusAnswered(claims);
+    if (!like.same) { // else it may have been doubled on its way
+        noteIdentification(answer, isNobodys);
+    }
+    if (isNobodys || mayBeStrangers(answer)) {
+        noteStranger(like.doubled);
+        return claims.own != nullptr ? WHOSE::MAYBE : WHOSE::OTHER;
+    }
+    if (like.echo && (disturbed || prompt)) { // by doubled answers, nothing can be counted
+        claims.doubted = true;
+    }
+    strike(claims);
+    if (claims.own == nullptr) {
+        return WHOSE::OTHER;
+    }
+    return claims.doubted ? WHOSE::MAYBE : WHOSE::OWN;
+}
+
+openRequests::LIKENESS openRequests::hear(const ANSWER& answer, clock::time_point now) {
+    const bool same = last == answer;
+    const bool doubled = same && now - heard <= ECHO;
+    const bool echo = doubled && !sentSince; // else the same to another request
+    if (!echo) { // a module that was at work answers all that it was asked meanwhile in a row
+        prompt = session.pace.isPrompt(now - sent);
+    }
+    passTime(now);
+    last = answer;
+    heard = now;
+    sentSince = false;
+    return {same, doubled, echo};
+}
+
+/**
+ * Time over which the module was silent does not count: it may have been at work, and answer about now what
+ * it was asked meanwhile, if ever.
+ */
+void openRequests::passTime(clock::time_point now) {
+    std::erase_if(entries, [&](const ENTRY& entry) {
+        return entry.until <= now && heard > entry.sent && !isAtHand(entry);
+    });
+    for (ENTRY& entry : entries) {
+        if (entry.sent >= heard) {
+            entry.until = std::max(entry.until, now + QUIET);
+        }
+    }
+}
+
+openRequests::CLAIMS openRequests::claimsOn(const ANSWER& answer) {
+    CLAIMS claims;
+    for (ENTRY& entry : entries) {
+        if (!couldAnswer(entry, answer)) {
+            continue;
+        }
+        if (isAtHand(entry)) {
+            claims.own = claims.own == nullptr ? &entry : claims.own;
+            continue;
+        }
+        // The answer to a status request about the request at hand is as good, unless it may be older.
+        claims.doubted = claims.doubted || entry.number != number || couldRepeat(entry, answer);
+        const bool isMarks = isMarkReply(answer) && expectsMarkReply(entry);
+        if (isMarks || (claims.other == nullptr && entry.type != TYPE::MARK)) {
+            claims.other = &entry;
+        }
+    }
+    return claims;
+}
+
+void openRequests::strike(const CLAIMS& claims) {
+    const bool isOwn = claims.own != nullptr && (!claims.doubted || claims.other == nullptr);
+    if (!isOwn && claims.own != nullptr) { // or it is the other way round
+        claims.own->until = std::max(claims.own->until, std::min(claims.other->until, heard + LATEST));
+    }
+    entries.erase(entries.begin() + ((isOwn ? claims.own : claims.other) - entries.data()));
+}
+
+// What else it tells
+
+void openRequests::noteStatusAnswered(const CLAIMS& claims) {
+    if (claims.other == nullptr || claims.other->type != TYPE::STATUS) {
+        return;
+    }
+    const bool isSurely =
+        claims.own == nullptr || (prompt && claims.other->sent == sent && sent - claims.own->sent >= QUIET);
+    session.answersStatus = session.answersStatus || isSurely;
+}
+
+void openRequests::noteIdentification(const ANSWER& answer, bool isNobodys) {
+    if (!answer.identification || (!session.isOwnName(answer.identification->module) &&
+                                   answer.identification->module != session.said.module)) {
+        return;
+    }
+    session.identifiedLate = session.identifiedLate || session.plain;
+    // Behind its first sure reply, a module has no "enter your bootloader" left to answer.
+    session.restarted = session.restarted || session.name || isNobodys;
+}
+
+/** What comes again and again must stay away for longer than it did so far; but that is no doubled answer. */
+void openRequests::noteStranger(bool doubled) {
+    const auto since = std::chrono::ceil<milliseconds>(heard - strangerAt);
+    if (disturbed && !doubled && 2 * since <= LATEST) {
+        session.quiet = std::max(session.quiet, 2 * since);
+    }
+    disturbed = true;
+    strangerAt = heard;
+}
+
+// Quiet
+
+void openRequests::forgetOver(clock::time_point now) {
+    std::erase_if(entries, [&](const ENTRY& entry) { return entry.until <= now && !isAtHand(entry); });
+}
+
+/** Whether the answer to an earlier request could be taken for the answer to the one at hand. */
+bool openRequests::confuses(const ENTRY& entry) const {
+    if (isAtHand(entry) || (entry.type == TYPE::STATUS && session.ignoresStatus())) {
+        return false;
+    }
+    if (kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == TYPE::MARK) {
+        return true;
+    }
+    if (entry.kind == KIND::ENTER) {
+        return !session.identifies;
+    }
+    const bool repeatsRow = entry.type == TYPE::STATUS && (!entry.repeats || entry.repeats->row == row);
+    return repeatsRow || entry.row == row;
+}
+
+openRequests::clock::time_point openRequests::confusedUntil() const {
+    clock::time_point until;
+    for (const ENTRY& entry : entries) {
+        if (confuses(entry)) {
+            until = std::max(until, entry.until);
+        }
+    }
+    return until;
+}
+
+openRequests::clock::time_point openRequests::disturbedUntil() const {
+    return disturbed ? strangerAt + session.quiet : clock::time_point();
+}
+
+bool openRequests::awaitsMark() const {
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const ENTRY& entry) { return entry.type == TYPE::MARK; });
+}
