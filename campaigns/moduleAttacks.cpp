@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <unistd.h>
 

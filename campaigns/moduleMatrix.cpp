@@ -9,7 +9,6 @@
 #include "virtualBus.h"
 
 #include <algorithm>
-#include <iostream>
 #include <optional>
 
 namespace {

@@ -105,24 +105,28 @@ private:
         return false;
     }
 
-    bool sendSystemCommand(std::uint8_t arg) {
+    template <class Done>
+    bool tryUntil(const Message& msg, unsigned timeout, Done done) {
         for (unsigned n = 0; n < TRIES; ++n) {
-            if (sendWithResponse(busMessages::systemCommand(target_.address, arg), COMMAND_TIMEOUT)) {
+            if (sendWithResponse(msg, timeout) && done()) {
                 return true;
             }
         }
         return false;
     }
 
+    bool sendSystemCommand(std::uint8_t arg) {
+        return tryUntil(busMessages::systemCommand(target_.address, arg), COMMAND_TIMEOUT,
+                        [] { return true; });
+    }
+
     std::uint8_t requestStatus(const Message& msg, std::uint8_t failure) {
-        for (unsigned n = 0; n < TRIES; ++n) {
-            if (sendWithResponse(msg, PAGE_TIMEOUT) && record_.page == 0) {
-                host_.pause(PAUSE);
-                fileAnswers();
-                return record_.status;
-            }
+        if (!tryUntil(msg, PAGE_TIMEOUT, [this] { return record_.page == 0; })) {
+            return failure;
         }
-        return failure;
+        host_.pause(PAUSE);
+        fileAnswers();
+        return record_.status;
     }
 
     std::uint8_t sendSoh(const hexpage::MEMORY_PAGE& data) {
@@ -141,15 +145,10 @@ private:
 
     int sendDataRow(std::uint32_t row, const Bytes& data) {
         int result = NO_ANSWER;
-        for (unsigned n = 0; n < TRIES; ++n) {
-            if (!sendWithResponse(busMessages::dataRow(row, data), PAGE_TIMEOUT)) {
-                continue;
-            }
-            if (record_.page == row) {
-                return record_.status;
-            }
-            result = MISSEDPACKET;
-        }
+        tryUntil(busMessages::dataRow(row, data), PAGE_TIMEOUT, [&] {
+            result = record_.page == row ? int{record_.status} : int{MISSEDPACKET};
+            return record_.page == row;
+        });
         return result;
     }
 
@@ -163,13 +162,8 @@ private:
     }
 
     bool sendPageWrite() {
-        for (unsigned n = 0; n < TRIES; ++n) {
-            if (sendWithResponse(busMessages::writePage(target_.address), WRITE_TIMEOUT) &&
-                record_.page == 0 && record_.status == OK) {
-                return true;
-            }
-        }
-        return false;
+        return tryUntil(busMessages::writePage(target_.address), WRITE_TIMEOUT,
+                        [this] { return record_.page == 0 && record_.status == OK; });
     }
 
     bool isRightModule() const {

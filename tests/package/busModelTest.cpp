@@ -1,36 +1,17 @@
 #include "busModel.h"
 
 #include "campaigns/panelVisits.h"
-#include "campaigns/virtualBus.h"
 #include "files.h"
-#include "sim/text.h"
 #include "support/hexImage.h"
+#include "support/moduleBus.h"
 
 #include <gtest/gtest.h>
 
 namespace package {
 namespace {
 
-constexpr unsigned BAUD = 115200;
+constexpr unsigned BAUD = Bus::BAUD;
 constexpr double SURE = 0.001; // s
-
-/** A bus with one module, and the panel's side of it. */
-struct Bus {
-    static constexpr std::chrono::microseconds OVERHEAD{80}; // of the panel, for each request
-
-    explicit Bus(const std::string& line) : carrier(settings(line)), host(carrier, OVERHEAD) {}
-    static VirtualBus::Settings settings(const std::string& line) {
-        VirtualBus::Settings made;
-        made.modules = {sim::parseModule(sim::words(line))};
-        made.baud = BAUD;
-        return made;
-    }
-    double seconds() const { return std::chrono::duration<double>(carrier.now() - start).count(); }
-
-    VirtualBus carrier;
-    VirtualHost host;
-    const VirtualBus::clock::time_point start = carrier.now();
-};
 
 // What is predicted is what the panel's own dialogue takes with a module that answers at once.
 TEST(busModelTest, PredictsThePanelsDialogue) {
