@@ -16,12 +16,12 @@ namespace {
 constexpr std::size_t OVERHEAD = 5; // count, address (2), type, checksum
 constexpr std::size_t DATA = 4;
 enum Type : std::uint8_t {
-    DATA_RECORD = 0,
-    END = 1,
-    SEGMENT_ADDRESS = 2,
-    SEGMENT_START = 3,
-    UPPER_ADDRESS = 4,
-    START = 5,
+    Data = 0,
+    End = 1,
+    SegmentAddress = 2,
+    SegmentStart = 3,
+    UpperAddress = 4,
+    Start = 5,
 };
 
 // The bytes of a record line; none when it is no ':' with pairs of digits behind it.
@@ -154,23 +154,23 @@ void HexFile::readRecord(const std::vector<std::uint8_t>& bytes, State& state) {
         return bytes[0] == count && bytes.size() >= announced;
     };
     switch (bytes[3]) {
-    case DATA_RECORD:
+    case Data:
         addData(bytes, state);
         break;
-    case END:
+    case End:
         wants(0);
         state.ended = true;
         break;
-    case UPPER_ADDRESS:
+    case UpperAddress:
         if (wants(2))
             state.upper = std::uint64_t{bytes[DATA]} << 24 | std::uint64_t{bytes[DATA + 1]} << 16;
         break;
-    case START:
+    case Start:
         wants(4);
         break;
-    case SEGMENT_START: // where a program starts does not matter to the panel
+    case SegmentStart: // where a program starts does not matter to the panel
         break;
-    case SEGMENT_ADDRESS:
+    case SegmentAddress:
         state.report(kinds::hexType, "a segment address (type 02)");
         break;
     default:
