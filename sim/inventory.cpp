@@ -10,6 +10,7 @@
 #include <rapidjson/error/en.h>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace sim {
 
@@ -232,7 +233,7 @@ std::vector<ModuleConfig> readJson(const std::string& text, const std::string& f
                                         rapidjson::GetParseError_En(document.GetParseError())));
     }
     std::vector<ModuleConfig> modules;
-    for (const auto& [name, module] : document.GetObject()) {
+    for (const auto& [name, module] : std::as_const(document).GetObject()) {
         if (name == "$schema" || name == "$comment")
             continue;
         std::vector<std::string> line{name.GetString()};

@@ -258,10 +258,12 @@ busRecorder::SAVED busRecorder::save(const char* reason) {
         writeHead(trace, reason);
         const std::uint32_t end = next;
         const std::uint32_t size = std::min(BLOCK, count);
-        for (std::uint32_t back = size; back <= count && trace.takesMore(); back += size) {
+        bool holdsAny = false;
+        for (std::uint32_t back = size; size != 0 && back <= count && trace.takesMore(); back += size) {
             write(trace, end - back, size);
+            holdsAny = true;
         }
-        kept = trace.keep();
+        kept = holdsAny && trace.keep(); // an empty one would push out a good one
     }
     savedTo = kept ? sentNow : savedTo.load();
     saving.clear();

@@ -27,7 +27,7 @@
 class busRecorder {
 public:
     enum class SAVED : std::uint8_t {
-        NOTHING, ///< nothing was sent since the last time, or the recorder is off
+        NOTHING, ///< nothing was sent since the last time, another save is under way, or the recorder is off
         DONE,
         FAILED
     };

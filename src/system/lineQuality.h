@@ -10,8 +10,8 @@
 #include <string>
 
 /**
- * How well the line to one module works, counted while it is talked to. Requests are counted by the update
- * thread; damaged frames, by the link thread.
+ * How well the line to one module works, counted while it is talked to. Requests are counted by the thread
+ * that sends them, one at a time; damaged frames, by the link thread.
  */
 class lineQuality {
 public:

@@ -138,6 +138,9 @@ public:
             ok = write(out, piece.data(), static_cast<std::size_t>(count)) == count;
             room -= static_cast<std::size_t>(count);
         }
+        if (count < 0) { // what can't be read whole is not taken for whole
+            unlinkat(fd, name.c_str(), 0);
+        }
     }
     /** Gives it the first of its names that is free when all of it has reached the stick. */
     int keep() {
@@ -182,7 +185,7 @@ std::string kernelMessages() {
 bool isSecret(std::string name) {
     functs().strCase(name, false);
     const auto names = [&name](const char* part) { return name.find(part) != std::string::npos; };
-    return names("key") || names("secret") || names("pass");
+    return (names("key") && !names("trusted_keys")) || names("secret") || names("pass");
 }
 
 /** The settings, without what might be a secret: none is asked for today. A value may go on in a next line.
@@ -237,10 +240,18 @@ void fill(folder& copy, const std::string& state, const std::string& root) {
     }
 }
 
+/** Else it is a folder of the panel's own card. */
+bool isMounted(int stick) {
+    struct stat itself {};
+    struct stat above {};
+    return fstat(stick, &itself) == 0 && fstatat(stick, "..", &above, 0) == 0 &&
+           (itself.st_dev != above.st_dev || itself.st_ino == above.st_ino);
+}
+
 int copyTo(const std::string& name, const std::string& state, const std::string& root) {
     const opened stick(open(STICK, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const opened logs(openat(stick, FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (logs < 0 && (stick < 0 || errno == ENOENT)) {
+    if ((logs < 0 && (stick < 0 || errno == ENOENT)) || !isMounted(stick)) {
         return NOT_WANTED;
     }
     struct stat whole {};
@@ -295,7 +306,7 @@ void stickEvidence::copy() const {
     if (result >= COPIED) {
         core->log->log_item("Logs copied to the stick: " + numbered(name, result - COPIED),
                             logger::LOG_NOTICE);
-    } else if (result != NOT_WANTED) {
+    } else if (result != NOT_WANTED && !core->cancel) {
         core->log->log_item("Could not copy the logs to the stick", logger::LOG_WARNING);
     }
 }

@@ -11,13 +11,14 @@ class coreState;
  * cut short is removed by the next copy. A stick without the folder is not written to, and nothing is
  * written through a link or onto another file system.
  *
- * At most 20 MB, and 5 s: a stick that is slow, full, read-only or gone costs a warning, no more.
+ * At most 20 MB, and some 5 s: a stick that is slow, full, read-only or gone costs a warning, no more.
  */
 class stickEvidence {
 public:
     explicit stickEvidence(coreState* panel) : core(panel) {}
 
-    /** Blocks until it is done, for 5 s at most; less when the core is canceled. Loader thread. */
+    /** Blocks until it is done, for 5 s and what ending it takes; less when the core is canceled. Loader
+     * thread. */
     void copy() const;
     /** Keeps the modules' versions as a run has found them, for a copy behind the next start. Update thread.
      */

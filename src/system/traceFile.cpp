@@ -101,5 +101,11 @@ bool traceFile::keep() {
     }
     std::rename(names.older.c_str(), names.oldest.c_str()); // there may be none
     std::rename(names.newest.c_str(), names.older.c_str());
-    return std::rename(names.temporary.c_str(), names.newest.c_str()) == 0;
+    const bool kept = std::rename(names.temporary.c_str(), names.newest.c_str()) == 0;
+    const int folder = open(names.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0) { // else the names are on the card a little later
+        fsync(folder);
+        close(folder);
+    }
+    return kept;
 }

@@ -19,6 +19,7 @@ public:
         std::string older = newest + ".0";
         std::string oldest = newest + ".1";
         std::string temporary = newest + ".new";
+        std::string folder = newest.substr(0, newest.find_last_of('/') + 1);
     };
 
     explicit traceFile(const NAMES& names);

@@ -139,7 +139,10 @@ Modules readLines(const std::filesystem::path& path) {
             const auto field = FIELDS.find(word.substr(0, equals));
             if (field == FIELDS.end())
                 continue;
-            const std::string value = equals == word.npos ? "true" : word.substr(equals + 1);
+            const bool isFlag = field->first == "lost" || field->first == "absent";
+            if (isFlag != (equals == word.npos))
+                fail("\"" + field->first + "\" " + (isFlag ? "has no value" : "needs a value"));
+            const std::string value = isFlag ? "true" : word.substr(equals + 1);
             if (const std::string objection = field->second(module, value); !objection.empty())
                 fail(objection);
         }

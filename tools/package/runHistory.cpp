@@ -13,6 +13,7 @@ constexpr std::size_t DATE_AND_TIME = 19;                        // characters
 constexpr std::size_t LONGEST = 400;                             // characters of a line
 constexpr std::string_view READY = "Updater is ready to update"; // logged as an error, but is none
 constexpr std::string_view HALF_DONE = "Unfinished module, and nothing in the package for it";
+constexpr std::string_view SUCCEEDED = "succeeded";
 constexpr std::string_view STARTER_OF_ALL = "Updater"; // the item behind which a new program goes on
 
 std::optional<LogLine> logLine(std::string_view line) {
@@ -54,6 +55,7 @@ private:
             runs_.push_back({line.when, {}, {}, {}});
             isOpen_ = true;
         } else if (isOpen_ && isOutsideOfRuns(line.text)) {
+            endsInOrder_ = line.text.starts_with("Saving Log: ");
             close();
         } else if (isOpen_) {
             takeOfRun(line);
@@ -63,9 +65,12 @@ private:
     void takeOfRun(const LogLine& line) {
         std::vector<VisitedItem>& items = runs_.back().items;
         if (const auto name = between(line.text, "Checking ", " for update")) {
-            leaveItem(error_.empty() ? "updated" : "updated in part");
+            leaveItem(error_.empty() ? "updated" : "updated, with an error");
             items.push_back({*name, {}, {}});
             error_.clear();
+        } else if (const auto end = between(line.text, "Run ended: ", "")) {
+            verdict_ = *end;
+            close();
         } else if (line.text == "Canceled") {
             canceled_ = true;
         } else if (line.isError()) {
@@ -93,8 +98,9 @@ private:
     void close() {
         if (isOpen_)
             judge(runs_.back());
-        isOpen_ = canceled_ = halfDone_ = false;
+        isOpen_ = canceled_ = halfDone_ = endsInOrder_ = false;
         error_.clear();
+        verdict_.clear();
     }
 
     void judge(UpdateRun& run) {
@@ -102,6 +108,9 @@ private:
         if (canceled_) {
             leaveItem("canceled");
             run.outcome = "canceled at " + last;
+        } else if (verdict_.starts_with(SUCCEEDED)) { // whatever error it has got over
+            leaveItem("updated");
+            run.outcome = verdict_ == SUCCEEDED ? "complete" : verdict_;
         } else if (!error_.empty()) {
             leaveItem("failed");
             run.outcome = "failed at " + last;
@@ -110,7 +119,7 @@ private:
             leaveItem("updated");
             run.outcome = halfDone_ ? "failed: a module was left half programmed" : "complete";
             run.reason = halfDone_ ? HALF_DONE : "";
-        } else if (last == STARTER_OF_ALL) {
+        } else if (last == STARTER_OF_ALL && endsInOrder_) {
             leaveItem("updated");
             run.outcome = "the new updater goes on";
         } else {
@@ -123,7 +132,9 @@ private:
     bool isOpen_ = false;
     bool canceled_ = false;
     bool halfDone_ = false;
-    std::string error_; // the last one of the item at hand
+    bool endsInOrder_ = false; // the program ended, and was not cut short
+    std::string verdict_;      // the updater's own; older ones log none
+    std::string error_;        // the last one of the item at hand
 };
 
 } // namespace

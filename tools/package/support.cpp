@@ -163,8 +163,10 @@ SupportSection bus(const std::string& name, const std::string& text) {
         }
         std::ostringstream table;
         trace::summarize(table, recording);
-        for (const std::string& each : said)
-            section.block.push_back(each.substr(0, LONGEST_ROW));
+        for (const std::string& each : said) {
+            if (section.block.size() < MOST_ROWS)
+                section.block.push_back(each.substr(0, LONGEST_ROW));
+        }
         const Texts rows = rowsOf(table.str());
         section.block.insert(section.block.end(), rows.begin(), rows.end());
     } catch (const std::exception& error) {

@@ -25,8 +25,8 @@ struct SupportPage {
     std::vector<SupportSection> sections;
 };
 
-// Reads the folder, and nothing outside of it: what is a link, no regular file or too large is named and left
-// out. Throws Failure when none of a panel's files is there.
+// Reads the folder, and nothing outside of it: what leads out of it, is no regular file or too large is named
+// and left out. Throws Failure when none of a panel's files is there.
 SupportPage readEvidence(const std::filesystem::path& folder);
 
 // For a terminal; and self-contained HTML: no network, no script. `program` is what made it.
