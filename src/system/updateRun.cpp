@@ -113,7 +113,7 @@ void updateCore::finish(bool status) {
     recorder.mark(status ? "end: succeeded" : "end: failed");
     const std::string missing =
         notInstalled != 0 ? ", but without " + std::to_string(notInstalled) + " of its files" : "";
-    log->log_item("Run ended: " + (status ? "succeeded" + missing : "failed"), logger::LOG_NOTICE);
+    log->log_item(status ? "Run ended: succeeded" + missing : "Run ended: failed", logger::LOG_NOTICE);
     stickEvidence(this).noteModules();
     if (!cancel && (!status || recordsAll)) { // before it is shown: the power may be cut then
         saveRecording(status ? "succeeded" : "failed");
