@@ -27,9 +27,11 @@ halted() {
 # mount_small PLACE KIBIBYTES: a disk of this size at a place of the panel, from the next boot on.
 mount_small() {
     panel_before_boot "cp -r $1 /run/kept
-mount -t tmpfs -o size=$2k tmpfs $1 && cp -r /run/kept/. $1
+mkdir /run/x11 && mount --rbind /tmp/.X11-unix /run/x11
+mount -t tmpfs -o size=$2k tmpfs $1 && PATH=\$PATH:/run/kept cp -r /run/kept/. $1
+[ $1 != /tmp ] || mount --rbind /run/x11 /tmp/.X11-unix
 exec"
-    cp "$(command -v cp)" "$PANEL/root/usr/bin"
+    cp "$(command -v cp)" "$(command -v mkdir)" "$PANEL/root/usr/bin"
 }
 
 # nothing_lost: every installed file is whole, the old one or the new one.
