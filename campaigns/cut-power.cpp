@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -120,7 +121,8 @@ std::string pathOf(pid_t pid, const Call& call, const std::uint64_t* arguments) 
     if (path.empty()) {
         return target(link);
     }
-    return path.front() == '/' ? path : target(link) + "/" + path;
+    const std::filesystem::path whole = path.front() == '/' ? path : target(link) + "/" + path;
+    return whole.lexically_normal(); // an installed file comes as //lib/...
 }
 
 /** What the command is stopped at. */
