@@ -147,9 +147,12 @@ void deliver(const std::string& text, const fs::path& target) {
         print(text);
         return;
     }
-    const fs::path besides = target.string() + ".new";
+    if (fs::exists(target) && !fs::is_regular_file(target))
+        throw Failure(target.string() + ": is no plain file (- writes to standard output)");
+    const fs::path place = fs::weakly_canonical(target); // behind a link, what it leads to
+    const fs::path besides = place.string() + ".new";
     writeFile(besides, text);
-    fs::rename(besides, target);
+    fs::rename(besides, place);
 }
 
 Status convert(const Options& options) {
