@@ -41,6 +41,8 @@ constexpr int MOST_ENTRIES = 1000; ///< of the stick's folder that are looked at
 constexpr const char* MADE[] = {"state.txt", "vx3.cfg", "kernel.txt"};
 constexpr const char* LATEST = "update.log.latest"; ///< the log of this run, which is not saved yet
 constexpr const char* SEEN = "modules.txt";
+const std::string SERIAL = ", serial ";
+const std::string UNKNOWN = "unknown";
 constexpr const char* RECORDS[] = {"system.manifest", "unfinished.modules"};
 constexpr const char* LOGS[] = {SEEN,           "crash.dump",   "update.log",   "update.log.0",
                                 "bus.trace",    "update.log.1", "update.log.2", "update.log.3",
@@ -259,15 +261,34 @@ int copyTo(const std::string& name, const std::string& state, const std::string&
 
 } // namespace
 
-/** The master's serial number, as far as it has told it (the control module tells none); else the system's
- * own. */
+/** The master's serial number (the control module tells none); else the system's own. */
 std::string stickEvidence::panelName() const {
-    std::string name = core->master.serial;
+    std::string name = serialOf(*modules::find("master"));
     if (name.empty()) {
         name = functs().getFileContents("/etc/machine-id");
     }
     std::erase_if(name, [](unsigned char c) { return std::isalnum(c) == 0; });
     return name.empty() ? "panel" : name.substr(0, LONGEST_NAME);
+}
+
+/**
+ * As the module has told it, else as an earlier run has noted it: a program that was just started has not
+ * heard a module yet, and one whose bus is dead never will. Empty for unknown.
+ */
+std::string stickEvidence::serialOf(const modules::ROW& row) const {
+    const std::string told = core->module(row).serial;
+    if (!told.empty()) {
+        return told;
+    }
+    std::istringstream noted(functs().getFileContents(core->rootPath + "/logs/" + SEEN));
+    for (std::string line; std::getline(noted, line);) {
+        const std::size_t at = line.rfind(SERIAL);
+        if (at != line.npos && line.starts_with(std::string(row.shown) + ": ")) {
+            const std::string serial = line.substr(at + SERIAL.size(), LONGEST_NAME);
+            return serial == UNKNOWN ? "" : serial;
+        }
+    }
+    return "";
 }
 
 std::string stickEvidence::stateOfPanel() const {
@@ -276,13 +297,13 @@ std::string stickEvidence::stateOfPanel() const {
 }
 
 std::string stickEvidence::stateOfModules() const {
-    const auto known = [](const std::string& text) { return text.empty() ? "unknown" : text; };
+    const auto known = [](const std::string& text) { return text.empty() ? UNKNOWN : text; };
     std::string text;
     for (const modules::ROW& row : modules::VISITED) {
         const coreState::MODULE& module = core->module(row);
         text += std::string(row.shown) + ": " + (module.available ? "reported there" : "not reported") +
-                (module.lostCom ? ", lost" : "") + ", version " + known(module.base.swVersion) + ", serial " +
-                known(module.serial) + "\n";
+                (module.lostCom ? ", lost" : "") + ", version " + known(module.base.swVersion) + SERIAL +
+                known(serialOf(row)) + "\n";
     }
     return text;
 }
