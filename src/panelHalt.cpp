@@ -15,10 +15,10 @@
 void panelHalt::halt(updateCore& core) {
     core.sendHaltMsg();
     core.dropUnpackedManifest();
-    childProcess::shell("mount -o remount ro /");
-    childProcess::shell("mount -o remount ro /keldra");
-    childProcess::shell("rm -r /keldra/tmp/keldra_update*");
-    childProcess::shell("halt&");
+    core.runsWell("mount -o remount ro /"); // the log is saved with the core, behind this
+    core.runsWell("mount -o remount ro /keldra");
+    childProcess::shell("rm -r /keldra/tmp/keldra_update*"); // there may be nothing to remove
+    childProcess::shell("halt&");                            // its status is nobody's: it goes on by itself
 }
 
 void panelHalt::restart(const updateCore& core, const instanceLock& lock) {

@@ -1,7 +1,6 @@
 #include "startProof.h"
 
 #include "gui/UpdaterWindow.h"
-#include "lib/childProcess.h"
 #include "lib/durable.h"
 #include "system/actions/updaterUpdate.h"
 #include "system/updateCore.h"
@@ -61,7 +60,7 @@ bool startProof::settle(startRecord& record, const PROGRAM& own) {
     if (!runsWhereItBelongs()) {
         // Also of the former one: what is there meanwhile must be taken for no other.
         startRecord::change([&whole](startRecord& kept) { kept.coming = whole; });
-        childProcess::shell("mount -o remount rw /");
+        csys->runsWell("mount -o remount rw /"); // else the log has why the next step fails
         if (!updaterUpdate::putBack(SELF)) {
             csys->log->log_item("Could not put the updater back", logger::LOG_ERROR);
             return true;
