@@ -125,14 +125,15 @@ public:
         ok = ok && write(out, text.data(), text.size()) == static_cast<ssize_t>(text.size());
         room -= std::min(room, text.size());
     }
-    /** A regular file of the panel; left out when there is none or no room for it. */
-    void addFile(const std::string& name, const std::string& path) {
+    /** A regular file of the panel, or its end; left out when there is none or no room for it. */
+    void addFile(const std::string& name, const std::string& path, off_t atMost = SIZE_LIMIT) {
         const opened in(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat info {};
         if (in < 0 || fstat(in, &info) != 0 || !S_ISREG(info.st_mode) ||
-            static_cast<std::uint64_t>(info.st_size) > room) {
+            static_cast<std::uint64_t>(std::min(info.st_size, atMost)) > room) {
             return;
         }
+        lseek(in, std::max<off_t>(0, info.st_size - atMost), SEEK_SET);
         const opened out(create(name));
         static std::array<char, 64 * 1024> piece;
         ssize_t count = 0;
@@ -230,7 +231,7 @@ std::string timeText() {
 void fill(folder& copy, const std::string& state, const std::string& root) {
     const std::string texts[] = {state, withoutSecrets(functs().getFileContents("/keldra/config/vx3.cfg")),
                                  kernelMessages()};
-    copy.addFile(LATEST, "/tmp/update.log");
+    copy.addFile(LATEST, "/tmp/update.log", SIZE_LIMIT / 2);
     for (std::size_t n = 0; n < std::size(MADE); ++n) {
         copy.add(MADE[n], texts[n]);
     }
