@@ -11,7 +11,8 @@ namespace {
 
 const std::string TREE = "/keldra/tmp/keldra_update/";
 
-/** The content of a program of this name: a script, or of a processor but cut short when it begins with "cut". */
+/** The content of a program of this name: a script, or of a processor but cut short when it begins with
+ * "cut". */
 std::string named(const std::string& name) {
     return (name.starts_with("cut") ? contents(STARTER).substr(0, 5000) : "#!") + name;
 }
@@ -47,8 +48,8 @@ void layPackage(const std::string& name) {
 class decisionTest : public Panel {};
 
 TEST_F(decisionTest, StartsWhatIsWhole) {
-    // Programs are named by their content, "torn" and "other" ones of which no record tells; "trial" and what is
-    // started: I installed, P packaged, F former.
+    // Programs are named by their content, "torn" and "other" ones of which no record tells; "trial" and what
+    // is started: I installed, P packaged, F former.
     const char* const rows = R"(
         installed | package | copy  | updater coming former refused trial underway | starts       | trial
         old       | -       | -     | -       -      -      -       no    no       | I            | no

@@ -39,9 +39,14 @@ std::string quoted(const std::string& path) {
 
 /** What the loader misses of a program's libraries; empty when it has all, or the program needs none. */
 std::string missingLibrary(const std::string& path) {
+    const std::string loader = ownLoader();
+    if (access(loader.c_str(), X_OK) != 0) {
+        return ""; // there is nobody to ask
+    }
     std::string list;
     functs f;
-    f.runProcess(ownLoader() + " --list " + quoted(path) + " 2>&1", list);
+    // Its own "--list" ends at the first one without a word that could be told from others.
+    f.runProcess("LD_TRACE_LOADED_OBJECTS=1 " + loader + " " + quoted(path) + " 2>&1", list);
     for (const std::string& line : f.split(list, '\n')) {
         if (line.find("not found") != std::string::npos) {
             std::string text = line;

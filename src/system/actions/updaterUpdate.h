@@ -8,7 +8,8 @@
 /**
  * Replaces the updater itself, on a panel that keeps a record for its starter (startRecord.h): the new one is
  * tried and there is room for it, a copy of the old one is kept and the record tells what is coming, all
- * before the old one is removed. Where no record is kept it installs as any other file.
+ * before the old one is removed. Where no record is kept it installs as any other file, but for a program of a
+ * processor, which is tried all the same.
  */
 class updaterUpdate : public fileUpdate {
 public:
