@@ -193,8 +193,13 @@ const Processor& guessProcessor(const std::vector<HexData>& records) {
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
               bool serial, Findings& findings) {
     const FileNature nature = natureOf(path);
-    if (nature.type != FileType::IntelHex && nature.type != FileType::Empty) {
-        findings.add(kinds::hexFormat, {name}, "it is " + nature.name + ", no Intel HEX");
+    if (nature.type == FileType::Empty) {
+        findings.add(kinds::hexEmpty, {name}, "the file is empty");
+        return;
+    }
+    if (nature.type != FileType::IntelHex) {
+        findings.add(kinds::hexFormat, {name},
+                     "it is " + nature.name + ", no Intel HEX" + adviceOn(nature.type));
         return;
     }
     if (const std::uint64_t size = std::filesystem::file_size(path); size > LARGEST_IMAGE) {

@@ -267,13 +267,16 @@ void Image::toPhysical() {
 
 Image readImage(const std::filesystem::path& path) {
     const FileNature nature = natureOf(path);
-    if (nature.type != FileType::Elf && sizeOf(path) > LARGEST)
+    if (nature.type == FileType::Absent)
+        throw Failure(path.string() + ": no such file");
+    if ((nature.type == FileType::IntelHex || nature.type == FileType::SRecords) && sizeOf(path) > LARGEST)
         throw BadFile("an image of " + shownSize(sizeOf(path)) + ": no module has so much flash");
     const Image image = nature.type == FileType::Elf        ? readElf(path)
                         : nature.type == FileType::SRecords ? readSRecords(path)
                         : nature.type == FileType::IntelHex
                             ? readHex(path)
-                            : throw BadFile("it is " + nature.name + ", no ELF file, S-records or Intel HEX");
+                            : throw BadFile("it is " + nature.name + ", no ELF file, S-records or Intel HEX" +
+                                            adviceOn(nature.type));
     if (image.empty())
         throw BadFile("it holds nothing to load");
     return image;

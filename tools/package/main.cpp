@@ -175,7 +175,9 @@ Status info(const Options& options) {
     const Package package(options.path, findings);
     const PackageInfo held = inspect(package, options.rules.processors);
     print(options.json ? infoJson(held) : infoText(held));
-    if (findings.errors() != 0)
+    if (held.entries.empty() && !options.json)
+        print(reportFindings(findings, Format::Text, {}, isColoured()));
+    else if (findings.errors() != 0)
         complain(counts(findings) + "; keldra-package check tells more");
     return verdict(findings, false);
 }

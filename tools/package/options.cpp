@@ -2,6 +2,7 @@
 
 #include "commandLine/suggest.h"
 #include "fileType.h"
+#include "tarball.h"
 #include "version.h"
 
 #include <algorithm>
@@ -44,8 +45,8 @@ bool isImageFile(const std::filesystem::path& path) {
     const std::filesystem::path name = path.filename();
     const bool isPart =
         name == DESCRIPTION || name == MANIFEST || name == ARCHIVE || path.extension() == ".tgz";
-    return !isPart && type != FileType::Absent && type != FileType::Directory && type != FileType::Gzip &&
-           type != FileType::Json;
+    return !isPart && type != FileType::Absent && type != FileType::Directory && type != FileType::Json &&
+           !isArchive(path);
 }
 
 // "KIND" for a single image, "ITEM=KIND,KIND..." by hardware revision for a package.

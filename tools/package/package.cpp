@@ -29,9 +29,10 @@ bool isArchiveName(const fs::path& name) {
 }
 
 std::string adviceFor(const fs::path& path) {
-    return natureOf(path).type == FileType::Json
-               ? "; a description is named " + DESCRIPTION + ", a manifest " + MANIFEST
-               : "";
+    const FileType type = natureOf(path).type;
+    return type == FileType::Json ? "; a description is named " + DESCRIPTION + ", a manifest " + MANIFEST
+           : type == FileType::Gzip || type == FileType::Utf16 ? adviceOn(type)
+                                                               : "";
 }
 
 } // namespace
@@ -61,8 +62,7 @@ Package::Package(const fs::path& path, Findings& findings) {
         openArchive(path / ARCHIVE, findings);
     else if (isDirectory ? fs::exists(path / MANIFEST) : name == MANIFEST)
         openTree(findings);
-    else if (!isDirectory && fs::is_regular_file(path) && natureOf(path).type != FileType::Gzip &&
-             !isArchiveName(name))
+    else if (!isDirectory && fs::is_regular_file(path) && !isArchive(path) && !isArchiveName(name))
         throw Failure(path.string() + ": it is " + natureOf(path).name + ", no package" + adviceFor(path));
     else if (!isDirectory)
         openArchive(path, findings);
@@ -73,13 +73,18 @@ Package::Package(const fs::path& path, Findings& findings) {
 void Package::openArchive(const fs::path& archive, Findings& findings) {
     requireFile(archive);
     const std::string name = archive.filename().string();
+    archive_ = archive;
+    if (!isArchive(archive)) {
+        findings.add(kinds::archiveBroken, {name},
+                     "it is " + natureOf(archive).name + ", no archive of a package");
+        return;
+    }
     if (name != ARCHIVE)
         findings.add(kinds::packageName, {name}, "the archive's name is " + name);
     checkDigest(archive, name, findings);
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
     const std::size_t before = findings.all().size();
-    archive_ = archive;
     checkOrder(unpack(archive, root_, findings), findings);
     findings.setBase(archive.lexically_normal().string());
     if (fs::exists(root_ / MANIFEST))

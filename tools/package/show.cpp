@@ -53,7 +53,7 @@ std::string drawImage(const std::filesystem::path& path, const Processor* proces
                       bool colours) {
     const FileNature nature = natureOf(path);
     if (nature.type != FileType::IntelHex)
-        throw Failure(path.string() + ": it is " + nature.name + ", no Intel HEX");
+        throw Failure(path.string() + ": it is " + nature.name + ", no Intel HEX" + adviceOn(nature.type));
     Findings findings;
     const std::string name = path.filename().string();
     const HexFile file(path, name, findings);

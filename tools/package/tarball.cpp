@@ -1,5 +1,6 @@
 #include "tarball.h"
 
+#include "fileType.h"
 #include "files.h"
 #include "findingKinds.h"
 #include "progress.h"
@@ -7,6 +8,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -17,6 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t BLOCK = 0x10000;
+constexpr int NO_FORMAT = EILSEQ;       // the library's word for content that it does not know
 constexpr time_t PACKED_AT = 946684800; // 2000-01-01: tar finds the epoch itself implausible
 
 struct Free {
@@ -25,6 +28,13 @@ struct Free {
 };
 using Reader = std::unique_ptr<archive, Free>;
 using EntryPointer = std::unique_ptr<archive_entry, Free>;
+
+Reader archiveReader() {
+    Reader in(archive_read_new());
+    archive_read_support_filter_gzip(in.get());
+    archive_read_support_format_tar(in.get());
+    return in;
+}
 
 // With what the system says of it, which the library leaves out.
 std::string errorOf(archive* archive) {
@@ -200,11 +210,19 @@ private:
 
 } // namespace
 
+bool isArchive(const fs::path& path) {
+    if (natureOf(path).type != FileType::Gzip)
+        return false;
+    const Reader in = archiveReader();
+    archive_entry* entry = nullptr;
+    return archive_read_open_filename(in.get(), path.c_str(), BLOCK) >= ARCHIVE_WARN &&
+           (archive_read_next_header(in.get(), &entry) >= ARCHIVE_WARN ||
+            archive_errno(in.get()) != NO_FORMAT);
+}
+
 std::vector<std::string> unpack(const fs::path& path, const fs::path& directory, Findings& findings) {
-    const Reader in(archive_read_new());
+    const Reader in = archiveReader();
     const Reader disk(archive_write_disk_new());
-    archive_read_support_filter_gzip(in.get());
-    archive_read_support_format_tar(in.get());
     archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;

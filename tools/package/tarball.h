@@ -12,6 +12,9 @@
 
 namespace package {
 
+// Whether there is anything of a tar archive compressed by gzip, damaged or not.
+bool isArchive(const std::filesystem::path& path);
+
 // Unpacks into a directory, permissions included. What the panel would not take is reported and left out.
 // A file that holds next to nothing, and far more of it than an archive should, ends it, too.
 // Returns the names in their order. Throws Failure when the archive or the directory can't be accessed.
