@@ -125,14 +125,14 @@ void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
         const Converted made =
             convertImage(source, {findProcessor(entry.processor), kind.serial, entry.fill, entry.crop});
         std::string name = entry.origin + (foreign ? ".hex" : "");
-        if (const auto known = texts_.find(name); known != texts_.end() && known->second != made.text)
-            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
         if (unpacked_ == nullptr)
             unpacked_ = std::make_unique<TemporaryDirectory>();
+        if (const fs::path known = unpacked_->path() / name;
+            fs::exists(known) && readFile(known) != made.text)
+            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
         entry.file = name;
         entry.prepared = unpacked_->path() / name;
         entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
-        texts_[name] = made.text;
         fs::create_directories(entry.prepared.parent_path());
         writeFile(entry.prepared, made.text);
     } catch (const BadFile& error) {

@@ -49,21 +49,6 @@ std::string errorOf(archive* archive) {
                                     : ": " + reason);
 }
 
-// Counts what is unpacked. An archive of zeros is a thousandth of what comes out of it.
-class Bulk {
-public:
-    explicit Bulk(std::uint64_t packed) : packed_(packed) {}
-    void add(std::uint64_t size) { unpacked_ += size; }
-    bool isBomb() const { return unpacked_ > LARGE && unpacked_ / RATIO > packed_; }
-    std::string text() const { return shownSize(packed_) + " become more than " + shownSize(unpacked_); }
-
-private:
-    static constexpr std::uint64_t LARGE = 512'000'000;
-    static constexpr std::uint64_t RATIO = 200;
-    const std::uint64_t packed_;
-    std::uint64_t unpacked_ = 0;
-};
-
 // Names that are not in the locale's encoding have none.
 std::string nameOf(archive_entry* entry) {
     const char* name = archive_entry_pathname(entry);
@@ -99,7 +84,7 @@ void copyData(archive* from, archive* to, Bulk& bulk, ProgressBar& bar) {
     int status = ARCHIVE_OK;
     while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
         checkInterrupted();
-        bulk.add(size);
+        bulk.unpacked += size;
         if (bulk.isBomb())
             throw Failure(bulk.text());
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
@@ -156,7 +141,7 @@ bool describe(const Member& member, archive_entry* entry) {
 
 class Packer {
 public:
-    Packer(SafeFile& file, const Progress& progress) : file_(file), progress_(progress) {
+    Packer(const Sink& sink, const Progress& progress) : sink_(sink), progress_(progress) {
         archive_write_add_filter_gzip(out_.get());
         archive_write_set_format_gnutar(out_.get()); // takes names as bytes, of whatever length
         archive_write_set_options(out_.get(), "gzip:!timestamp,gzip:compression-level=9");
@@ -179,7 +164,7 @@ private:
     static la_ssize_t store(archive*, void* self, const void* data, std::size_t size) {
         Packer& packer = *static_cast<Packer*>(self);
         try {
-            packer.file_.write(data, size);
+            packer.sink_(data, size);
             return static_cast<la_ssize_t>(size);
         } catch (const Failure& failure) { // not to pass through the library
             packer.failure_ = failure.what();
@@ -201,7 +186,7 @@ private:
             throw Failure(failure_.empty() ? "packing: " + errorOf(out_.get()) : failure_);
     }
 
-    SafeFile& file_;
+    const Sink& sink_;
     std::string failure_;
     Reader out_{archive_write_new()}; // ends before what it writes to
     const Progress& progress_;
@@ -209,6 +194,16 @@ private:
 };
 
 } // namespace
+
+bool Bulk::isBomb() const {
+    constexpr std::uint64_t LARGE = 512'000'000;
+    constexpr std::uint64_t RATIO = 200;
+    return unpacked > LARGE && unpacked / RATIO > packed;
+}
+
+std::string Bulk::text() const {
+    return shownSize(packed) + " become more than " + shownSize(unpacked);
+}
 
 bool isArchive(const fs::path& path) {
     if (natureOf(path).type != FileType::Gzip)
@@ -226,7 +221,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;
-    Bulk bulk(fs::file_size(path));
+    Bulk bulk{fs::file_size(path), 0};
     ProgressBar bar("unpacking", fs::file_size(path));
     archive_entry* entry = nullptr;
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
@@ -264,8 +259,8 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     return names;
 }
 
-void pack(const std::vector<Member>& members, SafeFile& archive, const Progress& progress) {
-    Packer packer(archive, progress);
+void pack(const std::vector<Member>& members, const Sink& sink, const Progress& progress) {
+    Packer packer(sink, progress);
     for (const Member& member : members)
         packer.add(member);
     packer.close();
