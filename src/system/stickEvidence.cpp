@@ -5,6 +5,7 @@
 #include "../lib/format.h"
 #include "../lib/functs.h"
 #include "coreState.h"
+#include "usbStick.h"
 #include "version.h"
 
 #include <algorithm>
@@ -25,7 +26,6 @@
 
 namespace {
 
-const char* const STICK = "/mnt/usb";
 const char* const FOLDER = "keldra_logs";
 const char* const ENDING = ".new";
 constexpr int TIME_LIMIT_MS = 5000;
@@ -240,18 +240,10 @@ void fill(folder& copy, const std::string& state, const std::string& root) {
     }
 }
 
-/** Else it is a folder of the panel's own card. */
-bool isMounted(int stick) {
-    struct stat itself {};
-    struct stat above {};
-    return fstat(stick, &itself) == 0 && fstatat(stick, "..", &above, 0) == 0 &&
-           (itself.st_dev != above.st_dev || itself.st_ino == above.st_ino);
-}
-
 int copyTo(const std::string& name, const std::string& state, const std::string& root) {
-    const opened stick(open(STICK, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const opened stick(open(usbStick::PLACE.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const opened logs(openat(stick, FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if ((logs < 0 && (stick < 0 || errno == ENOENT)) || !isMounted(stick)) {
+    if ((logs < 0 && (stick < 0 || errno == ENOENT)) || !usbStick::isMounted(stick)) {
         return NOT_WANTED;
     }
     struct stat whole {};
@@ -267,7 +259,8 @@ int copyTo(const std::string& name, const std::string& state, const std::string&
 
 } // namespace
 
-/** The master's serial number, as far as it has told it; else the system's own. */
+/** The master's serial number, as far as it has told it (the control module tells none); else the system's
+ * own. */
 std::string stickEvidence::panelName() const {
     std::string name = core->master.serial;
     if (name.empty()) {

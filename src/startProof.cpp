@@ -1,4 +1,4 @@
-#include "startCare.h"
+#include "startProof.h"
 
 #include "gui/UpdaterWindow.h"
 #include "lib/childProcess.h"
@@ -31,11 +31,11 @@ bool runsWhereItBelongs() {
 
 } // namespace
 
-bool startCare::hasStarter() {
+bool startProof::hasStarter() {
     return getppid() == starter();
 }
 
-startCare::startCare(updateCore* core) : csys(core) {
+startProof::startProof(updateCore* core) : csys(core) {
     if (!startRecord::isKept()) {
         return;
     }
@@ -45,14 +45,14 @@ startCare::startCare(updateCore* core) : csys(core) {
     if (settled || (own.is(record.updater) && !record.updater.version.empty())) {
         csys->core.updater.swVersion = record.updater.version; // the last run may not have come to write it
     }
-    connect(&timer, &QTimer::timeout, this, &startCare::prove);
+    connect(&timer, &QTimer::timeout, this, &startProof::prove);
     if (record.trial != startRecord::PROVEN) {
         timer.start(LOOK_MS);
     }
 }
 
 /** Takes the last step of its own installation, should a loss of power or the starter have left it to it. */
-bool startCare::settle(startRecord& record, const PROGRAM& own) {
+bool startProof::settle(startRecord& record, const PROGRAM& own) {
     const PROGRAM coming = record.coming;
     const PROGRAM whole = own.is(coming) ? coming : record.former;
     if (!own.is(whole) || (runsWhereItBelongs() && !coming.isKnown())) {
@@ -80,7 +80,7 @@ bool startCare::settle(startRecord& record, const PROGRAM& own) {
     return true;
 }
 
-void startCare::watchOver(UpdaterWindow* window) {
+void startProof::watchOver(UpdaterWindow* window) {
     window->installEventFilter(this);
     const startRecord record = startRecord::load();
     const auto say = [this, window](const char* text) {
@@ -95,7 +95,7 @@ void startCare::watchOver(UpdaterWindow* window) {
     }
 }
 
-bool startCare::eventFilter(QObject* object, QEvent* event) {
+bool startProof::eventFilter(QObject* object, QEvent* event) {
     if (event->type() == QEvent::Paint && !hasPainted) {
         hasPainted = true;
         if (hasStarter()) {
@@ -105,14 +105,14 @@ bool startCare::eventFilter(QObject* object, QEvent* event) {
     return QObject::eventFilter(object, event);
 }
 
-void startCare::prove() {
+void startProof::prove() {
     if (hasPainted && csys->busAnswered) {
         timer.stop();
         startRecord::change([](startRecord& record) { record.trial = startRecord::PROVEN; });
     }
 }
 
-void startCare::usedToTheEnd() {
+void startProof::usedToTheEnd() {
     startRecord::change([](startRecord& record) {
         record.trial = startRecord::PROVEN;
         record.underway = startRecord::UNDERWAY::NOTHING;
@@ -120,7 +120,7 @@ void startCare::usedToTheEnd() {
     });
 }
 
-void startCare::countRestart() {
+void startProof::countRestart() {
     startRecord::change([](startRecord& record) {
         if (record.trial != startRecord::PROVEN) {
             ++record.trial;
