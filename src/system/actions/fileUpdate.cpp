@@ -114,15 +114,12 @@ bool fileUpdate::copyFailed(const std::string& destination) {
 
 /** What the new file has to be like before the old one is removed. */
 bool fileUpdate::mayReplace(const std::string& source, const std::string& destination) {
-    if (!packageFile::isSound(*csys, source)) {
-        return false;
-    }
     const auto room = durable::freeBytes(folderOf(destination));
     if (room && runForecast::bytesOf(source) > *room + freedBy(destination)) {
         csys->log->log_item("No room for " + destination, logger::LOG_WARNING);
         return false;
     }
-    return true;
+    return packageFile::isSound(*csys, source);
 }
 
 /** Forces everything onto the card, and removes and reports what does not stand there as it was sent. */
@@ -146,7 +143,7 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
         return false;
     }
     if (!mayReplace(source, destination)) {
-        return copyFailed(destination);
+        return !csys->cancel && copyFailed(destination);
     }
     if (f.isFile(destination) && !f.removeFile(destination)) {
         ++failures;

@@ -138,8 +138,8 @@ TEST_F(fileUpdateTest, FailuresOfASingleFile) {
 
 TEST_F(fileUpdateTest, LooksBeforeItRemoves) {
     shell("mkdir -p " + SOURCE + " && cd " + SOURCE +
-          " && mkfifo pipe && ln -s /etc/passwd outside && echo x >changed && truncate -s 100000 large");
-    core->fileDigests["changed"] = std::string(64, '0');
+          " && mkfifo pipe && ln -s /etc/passwd outside && echo x >changed && truncate -s 4T large");
+    core->fileDigests["changed"] = core->fileDigests["large"] = std::string(64, '0');
     ASSERT_EQ(mount("full", TARGET.c_str(), "tmpfs", 0, "size=32k"), 0);
     for (const std::string name : {"missing", "pipe", "outside", "changed", "large"}) {
         put(TARGET + "/" + name, "old");
