@@ -165,13 +165,14 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     std::vector<std::string> names;
     const auto here = identityOf(source);
     const bool leadsBack = std::find(walked.begin(), walked.end(), here) != walked.end();
-    if (leadsBack || !listVisible(source, names)) {
+    if (leadsBack || !plainFile::isWithin(source, packageRules::UNPACKED) || !listVisible(source, names)) {
         ++failures;
         csys->log->log_item("Could not open directory: " + source, logger::LOG_ERROR);
         return false;
     }
-    if (!f.isDirectory(destination)) {
-        f.makeDir(destination);
+    if (!f.isDirectory(destination) && !f.makeDir(destination)) {
+        ++failures; // the files go on to say so themselves
+        csys->log->log_item("Could not make directory: " + destination, logger::LOG_WARNING);
     }
     walked.push_back(here);
     for (auto name = names.begin(); name != names.end() && !csys->cancel; ++name) {
