@@ -9,16 +9,12 @@
 #include "tarball.h"
 
 #include <algorithm>
-#include <map>
 
 namespace package {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// What is packed, by its name in the package: sorted by bytes, whatever the locale.
-using Sources = std::map<std::string, fs::path>;
 
 // As the panel copies it: what a link leads to takes the link's place; `above` are the directories on the
 // way.
@@ -33,27 +29,6 @@ void addTree(const fs::path& root, const std::string& name, std::vector<fs::path
     above.push_back(path);
     for (const fs::directory_entry& entry : fs::directory_iterator(path))
         addTree(root, name + "/" + entry.path().filename().string(), above, sources);
-}
-
-// The named files with the directories that lead to them. A name that the checks refuse may be there when
-// building is forced; one that is not plain is never packed.
-Sources sourcesOf(const Package& package) {
-    Sources sources;
-    for (const Item& item : package.items()) {
-        for (const Entry& entry : item.entries) {
-            std::error_code broken;
-            const fs::path file = entry.file;
-            if (!isPlainName(entry.file) || !fs::exists(package.pathOf(entry), broken))
-                continue;
-            for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
-                sources[parent.string()] = package.root() / parent;
-            if (entry.prepared.empty())
-                addTree(package.root(), entry.file, {}, sources);
-            else
-                sources[entry.file] = entry.prepared;
-        }
-    }
-    return sources;
 }
 
 std::uint64_t sizeOf(const std::vector<Member>& members) {
@@ -95,6 +70,25 @@ private:
 
 } // namespace
 
+Sources sourcesOf(const Package& package) {
+    Sources sources;
+    for (const Item& item : package.items()) {
+        for (const Entry& entry : item.entries) {
+            std::error_code broken;
+            const fs::path file = entry.file;
+            if (!isPlainName(entry.file) || !fs::exists(package.pathOf(entry), broken))
+                continue;
+            for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
+                sources[parent.string()] = package.root() / parent;
+            if (entry.prepared.empty())
+                addTree(package.root(), entry.file, {}, sources);
+            else
+                sources[entry.file] = entry.prepared;
+        }
+    }
+    return sources;
+}
+
 bool buildPackage(const BuildOptions& options, Findings& findings) {
     const bool isNamed = options.source.filename() == DESCRIPTION && !fs::is_directory(options.source);
     const fs::path description = isNamed ? options.source : options.source / DESCRIPTION;
@@ -112,12 +106,13 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     if (findings.errors() != 0 && !options.force)
         return false;
 
-    if (!options.key.empty() && !hasVerifyingUpdater(package, findings))
+    const Sources sources = sourcesOf(package);
+    if (!options.key.empty() && !hasVerifyingUpdater(sources, findings))
         return false;
 
     FileDigests digests;
     std::vector<Member> members;
-    for (const auto& [name, source] : sourcesOf(package)) {
+    for (const auto& [name, source] : sources) {
         members.push_back({name, source, {}});
         if (fs::is_regular_file(source))
             digests[name] = sha256Of(source);

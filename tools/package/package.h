@@ -30,6 +30,9 @@ bool isPlainName(const std::string& name);
 // Processors by item name and hardware revision.
 using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
 
+// What is packed, by its name in the package: sorted by bytes, whatever the locale.
+using Sources = std::map<std::string, std::filesystem::path>;
+
 // What a package is judged by.
 struct Rules {
     ProcessorChoice processors;

@@ -36,20 +36,16 @@ void sign(const fs::path& archive, const fs::path& key, const fs::path& signatur
         throw Failure("minisign did not sign the package");
 }
 
-bool hasVerifyingUpdater(const Package& package, Findings& findings) {
-    const Item* updater = findItem(package.items(), "updater");
-    if (updater == nullptr)
-        return true;
-    for (const Entry& entry : updater->entries) {
-        fs::path program = package.root() / entry.file;
-        if (fs::is_directory(program))
-            program /= "K+Updater";
-        if (fs::is_regular_file(program) && readFile(program).find(MARK) == std::string::npos) {
-            findings.add(kinds::updaterTrusting, {entry.file}, "an updater that looks at no signature");
-            return false;
-        }
+bool hasVerifyingUpdater(const Sources& sources, Findings& findings) {
+    bool verifies = true;
+    for (const auto& [name, source] : sources) {
+        if (fs::path(name).filename() != UPDATER_NAME || !fs::is_regular_file(source) ||
+            readFile(source).find(MARK) != std::string::npos)
+            continue;
+        findings.add(kinds::updaterTrusting, {name}, "an updater that looks at no signature");
+        verifies = false;
     }
-    return true;
+    return verifies;
 }
 
 void checkSignature(const fs::path& path, const fs::path& keys, Findings& findings) {
