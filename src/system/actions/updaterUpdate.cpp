@@ -3,13 +3,13 @@
 #include "../../lib/durable.h"
 #include "../../lib/plainFile.h"
 #include "../packageRules.h"
+#include "../programFile.h"
 #include "../runForecast.h"
 #include "programTrial.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 
 namespace fs = std::filesystem;
 
@@ -21,9 +21,7 @@ const fs::path PROGRAM_NAME = fs::path(startRecord::INSTALLED).filename();
 constexpr std::uint64_t MARGIN = 64 * 1024; // for what else goes to the card meanwhile
 
 bool hasRoomFor(std::uint64_t bytes, const fs::path& folder) {
-    struct statvfs info {};
-    return statvfs(folder.c_str(), &info) != 0 ||
-           std::uint64_t{info.f_bavail} * info.f_frsize >= bytes + MARGIN;
+    return durable::freeBytes(folder).value_or(UINT64_MAX) >= bytes + MARGIN;
 }
 
 } // namespace
@@ -59,10 +57,13 @@ action::STATUS updaterUpdate::needsUpdate(bool force) {
 }
 
 bool updaterUpdate::run() {
-    const std::string name = startRecord::isKept() ? nameOfProgram() : "";
+    const std::string name = nameOfProgram();
     const std::string path = packageRules::UNPACKED + name;
     if (name.empty() || !plainFile(path, packageRules::UNPACKED).isOpen()) {
         return fileUpdate::run(); // which says what is wrong with it, and removes nothing
+    }
+    if (!startRecord::isKept()) {
+        return (!programFile::isMachineCode(path) || isFit(path)) && fileUpdate::run();
     }
     return isFit(path) && prepare(name) && conclude(fileUpdate::run());
 }

@@ -9,6 +9,12 @@ namespace {
 
 const std::string MACHINE = contents("/proc/self/exe").substr(0, 20);
 
+/** This build's updater, which needs a library that nobody has. */
+std::string withoutLibrary() {
+    std::string program = contents(UPDATER);
+    return program.replace(program.find("libstdc++.so"), 12, "libstdc--.so");
+}
+
 class updaterUpdateTest : public Panel {
 protected:
     updaterUpdateTest() {
@@ -42,6 +48,7 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
                 {"it is no program", ""},
                 {"it is for another machine", MACHINE.substr(0, 18) + "\xb7\x01"},
                 {"it is cut short", contents(UPDATER).substr(0, 100'000)},
+                {"libstdc--.so.6 => not found", withoutLibrary()},
                 {"it does not tell its version", asked + "exit 3\n"},
                 {"it does not tell its version", asked + "exec sleep 1000\n"}};
     for (const auto& row : rows) {
@@ -59,6 +66,13 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
     }
     EXPECT_TRUE(install("#!/bin/sh\ntouch /tmp/started\n")); // it knows no such question, and is not started
     EXPECT_FALSE(std::filesystem::exists("/tmp/started"));
+
+    shell("rm -r /keldra/start");
+    put(startRecord::INSTALLED, "the old one");
+    core->core.updater.swVersion = std::string("1.0");
+    EXPECT_FALSE(install(withoutLibrary()));
+    EXPECT_TRUE(hasOldOne());
+    EXPECT_TRUE(install("text")); // as any file: what it is for, its package may know
 }
 
 TEST_F(updaterUpdateTest, KeepsTheLastGoodOneAndSettlesTheNewOne) {
