@@ -17,10 +17,6 @@ struct BuildOptions {
     std::filesystem::path key = {}; // secret, to sign with; empty: none
 };
 
-// The named files with the directories that lead to them, as they are packed. A name that the checks refuse
-// may be there when building is forced; one that is not plain is never packed.
-Sources sourcesOf(const Package& package);
-
 // Writes update.manifest, keldra_update.tgz, the digests of both, and the signature. False when the findings
 // forbid it. Throws Failure, and leaves an earlier package in the target as it was then.
 bool buildPackage(const BuildOptions& options, Findings& findings);

@@ -30,9 +30,6 @@ bool isPlainName(const std::string& name);
 // Processors by item name and hardware revision.
 using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
 
-// What is packed, by its name in the package: sorted by bytes, whatever the locale.
-using Sources = std::map<std::string, std::filesystem::path>;
-
 // What a package is judged by.
 struct Rules {
     ProcessorChoice processors;
@@ -68,7 +65,6 @@ private:
     void prepare(const ItemKind& kind, Entry& entry, Findings& findings);
 
     std::unique_ptr<TemporaryDirectory> unpacked_; // or what was prepared
-    std::map<std::string, std::string> texts_;     // of what was prepared, by name
     std::filesystem::path root_;
     std::filesystem::path archive_;
     Items items_;

@@ -1,5 +1,6 @@
 #include "signing.h"
 
+#include "contents.h"
 #include "files.h"
 #include "findingKinds.h"
 #include "platform.h"
@@ -36,13 +37,13 @@ void sign(const fs::path& archive, const fs::path& key, const fs::path& signatur
         throw Failure("minisign did not sign the package");
 }
 
-bool hasVerifyingUpdater(const Sources& sources, Findings& findings) {
+bool hasVerifyingUpdater(const Package& package, Findings& findings) {
     bool verifies = true;
-    for (const auto& [name, source] : sources) {
-        if (fs::path(name).filename() != UPDATER_NAME || !fs::is_regular_file(source) ||
-            readFile(source).find(MARK) != std::string::npos)
+    for (const Member& each : membersOf(package)) {
+        if (fs::path(each.name).filename() != UPDATER_NAME || !fs::is_regular_file(each.source) ||
+            readFile(each.source).find(MARK) != std::string::npos)
             continue;
-        findings.add(kinds::updaterTrusting, {name}, "an updater that looks at no signature");
+        findings.add(kinds::updaterTrusting, {each.name}, "an updater that looks at no signature");
         verifies = false;
     }
     return verifies;

@@ -13,9 +13,9 @@ namespace package {
 void sign(const std::filesystem::path& archive, const std::filesystem::path& key,
           const std::filesystem::path& signature);
 
-// False when an updater that would not look at signatures is among these, whichever item brings it; that is a
-// finding.
-bool hasVerifyingUpdater(const Sources& sources, Findings& findings);
+// False when the package brings an updater that would not look at signatures, whichever item has it; that is
+// a finding.
+bool hasVerifyingUpdater(const Package& package, Findings& findings);
 
 // Judges the signature beside an archive, or beside the one in a directory, as a panel with these keys does.
 void checkSignature(const std::filesystem::path& path, const std::filesystem::path& keys, Findings& findings);

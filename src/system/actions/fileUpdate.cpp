@@ -16,6 +16,7 @@ namespace {
 
 constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
 constexpr mode_t PERMISSIONS = 07777;
+constexpr std::uint64_t STRETCH = 4 << 20; // bytes of small files that memory may hold back from the card
 
 /**
  * The names in a directory that are not hidden, in the file system's order; false when not all can be read.
@@ -98,8 +99,8 @@ bool fileUpdate::run() {
         return false; // cancelled, a replaced updater would restart and go on by itself
     }
     keepWhatArrived();
-    if (failures != 0 && copies.empty()) {
-        return false; // nothing at all is there
+    if (csys->cancel || (failures != 0 && copies.empty())) {
+        return false; // ended, or nothing at all is there
     }
     csys->notInstalled += failures;
     base->swVersion = entry.version;
@@ -124,11 +125,15 @@ bool fileUpdate::mayReplace(const std::string& source, const std::string& destin
 
 /** Forces everything onto the card, and removes and reports what does not stand there as it was sent. */
 void fileUpdate::keepWhatArrived() {
+    const auto goOn = [this] { return !csys->cancel; };
     durable::flushAll(configInstallPath); // in one go; whether it worked, each file tells
-    for (auto file = copies.begin(); file != copies.end();) {
-        if (durable::holds(file->first, file->second) && durable::flush(folderOf(file->first))) {
+    for (auto file = copies.begin(); file != copies.end() && goOn();) {
+        if (durable::holds(file->first, file->second, goOn) && durable::flush(folderOf(file->first))) {
             ++file;
             continue;
+        }
+        if (!goOn()) {
+            return;
         }
         csys->log->log_item("Read back otherwise than written: " + file->first, logger::LOG_WARNING);
         copyFailed(file->first);
@@ -155,7 +160,11 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
         return !csys->cancel && copyFailed(destination);
     }
     copies[destination] = source;
+    const std::uint64_t stretches = copiedBytes / STRETCH;
     copiedBytes += runForecast::bytesOf(source);
+    if (copiedBytes / STRETCH != stretches) {
+        durable::flushAll(configInstallPath); // so that there is little left to wait for in the end
+    }
     csys->progress.reached(copiedBytes, totalBytes);
     return carryExecutableBits(source, destination); // at once: a later loss of power must find it startable
 }

@@ -9,6 +9,7 @@
 #include <limits>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -204,6 +205,19 @@ TEST_F(fileUpdateTest, StopsWhenCancelled) {
     core->cancel = true;
     EXPECT_FALSE(install("gui") || install("gui/file") || recorded());
     EXPECT_FALSE(fs::exists(TARGET + "/file"));
+
+    core->cancel = false; // and in the middle of a large file
+    unpacked("gui/large", "");
+    fs::resize_file(SOURCE + "gui/large", 300'000'000);
+    std::thread operatorsFinger([this] {
+        for (int n = 0; n < 5000 && !fs::exists(TARGET + "/large"); ++n) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        core->cancel = true;
+    });
+    EXPECT_FALSE(install("gui") || recorded());
+    operatorsFinger.join();
+    EXPECT_FALSE(fs::exists(TARGET + "/large"));
 }
 
 } // namespace
