@@ -131,6 +131,12 @@ bool plainFile::copyTo(const std::string& target, const std::function<bool()>& g
     return false;
 }
 
+bool plainFile::isWithin(const std::string& path, const std::string& tree) {
+    const std::string place = resolve(path);
+    const std::string whole = resolve(tree);
+    return !place.empty() && (place == whole || liesIn(place, whole));
+}
+
 std::optional<std::string> plainFile::contents(const std::string& path, const std::string& tree,
                                                std::uint64_t most) {
     plainFile file(path, tree, most);

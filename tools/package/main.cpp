@@ -97,8 +97,11 @@ Status check(const Options& options) {
     } else {
         package = std::make_unique<Package>(options.path, findings);
         checkContents(*package, options.rules, findings);
-        if (!options.keys.empty())
+        if (!options.keys.empty()) {
             checkSignature(options.path, options.keys, findings);
+            if (findings.errors() == 0) // no link leads out of it
+                hasVerifyingUpdater(*package, findings);
+        }
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
         findings.allow(package->allowances());

@@ -115,15 +115,12 @@ bool fileUpdate::copyFailed(const std::string& destination) {
 
 /** What the new file has to be like before the old one is removed. */
 bool fileUpdate::mayReplace(const std::string& source, const std::string& destination) {
-    if (!packageFile::isSound(*csys, source)) {
-        return false;
-    }
     const auto room = durable::freeBytes(folderOf(destination));
     if (room && runForecast::bytesOf(source) > *room + freedBy(destination)) {
         csys->log->log_item("No room for " + destination, logger::LOG_WARNING);
         return false;
     }
-    return true;
+    return packageFile::isSound(*csys, source);
 }
 
 /** Forces everything onto the card, and removes and reports what does not stand there as it was sent. */
@@ -151,7 +148,7 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
         return false;
     }
     if (!mayReplace(source, destination)) {
-        return copyFailed(destination);
+        return !csys->cancel && copyFailed(destination);
     }
     if (f.isFile(destination) && !f.removeFile(destination)) {
         ++failures;
@@ -177,13 +174,14 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     std::vector<std::string> names;
     const auto here = identityOf(source);
     const bool leadsBack = std::find(walked.begin(), walked.end(), here) != walked.end();
-    if (leadsBack || !listVisible(source, names)) {
+    if (leadsBack || !plainFile::isWithin(source, packageRules::UNPACKED) || !listVisible(source, names)) {
         ++failures;
         csys->log->log_item("Could not open directory: " + source, logger::LOG_ERROR);
         return false;
     }
-    if (!f.isDirectory(destination)) {
-        f.makeDir(destination);
+    if (!f.isDirectory(destination) && !f.makeDir(destination)) {
+        ++failures; // the files go on to say so themselves
+        csys->log->log_item("Could not make directory: " + destination, logger::LOG_WARNING);
     }
     walked.push_back(here);
     for (auto name = names.begin(); name != names.end() && !csys->cancel; ++name) {

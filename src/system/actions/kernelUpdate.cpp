@@ -60,8 +60,12 @@ bool kernelUpdate::run() {
     }
     const std::string path = packageRules::UNPACKED + image.item;
     const std::uint64_t bytes = runForecast::bytesOf(path);
-    if (!packageRules::isHarmless(image.item) || packageRules::leadsOutside(image.item) ||
-        !packageFile::isSound(*csys, path) || !fits(bytes) || !writeImage(image.item) || !hasArrived(path)) {
+    const bool isGood = packageRules::isHarmless(image.item) && !packageRules::leadsOutside(image.item) &&
+                        fits(bytes) && packageFile::isSound(*csys, path);
+    if (!isGood && csys->cancel) {
+        return false;
+    }
+    if (!isGood || !writeImage(image.item) || !hasArrived(path)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);
         return false;
     }

@@ -2,8 +2,10 @@
 
 #include "../../lib/childProcess.h"
 #include "../../lib/functs.h"
+#include "../../lib/plainFile.h"
 #include "../programFile.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <link.h>
 #include <unistd.h>
@@ -56,6 +58,22 @@ std::string missingLibrary(const std::string& path) {
     return "";
 }
 
+/** Whether the file, which may have any size, knows the question. */
+bool isAsked(const std::string& path, const shared<bool>& cancel) {
+    const std::string question = QUESTION;
+    std::string seen;
+    bool found = false;
+    const auto look = [&](std::string_view piece) {
+        seen.append(piece);
+        found = seen.find(question) != std::string::npos;
+        const std::size_t kept = std::min(seen.size(), question.size() - 1); // it may go on in the next piece
+        seen.erase(0, seen.size() - kept);
+        return !found && !cancel;
+    };
+    plainFile(path, "/").read(look);
+    return found;
+}
+
 bool tellsItsVersion(const std::string& path, const shared<bool>& cancel) {
     const auto ask = [&path] {
         const int nowhere = open("/dev/null", O_RDWR);
@@ -79,6 +97,5 @@ std::string programTrial::objection(const std::string& path, const shared<bool>&
     if (!found.empty()) {
         return found;
     }
-    const bool isAsked = functs().getFileContents(path).find(QUESTION) != std::string::npos;
-    return isAsked && !tellsItsVersion(path, cancel) ? "it does not tell its version" : "";
+    return isAsked(path, cancel) && !tellsItsVersion(path, cancel) ? "it does not tell its version" : "";
 }

@@ -64,8 +64,16 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
         EXPECT_TRUE(holds({logged().back()}, "Could not copy new file")) << spoil;
         EXPECT_TRUE(hasOldOne()) << spoil;
     }
-    EXPECT_TRUE(install("#!/bin/sh\ntouch /tmp/started\n")); // it knows no such question, and is not started
-    EXPECT_FALSE(std::filesystem::exists("/tmp/started"));
+    const std::string starts = "#!/bin/sh\ntouch /tmp/trial\n";
+    core->fileDigests["K+Updater"] = std::string(64, '0');
+    EXPECT_FALSE(install(starts + "# --version\n"));
+    EXPECT_EQ(logged().back(), "[Error]: Could not copy new file /usr/bin/K+Updater");
+    shell("truncate -s 4T /keldra/tmp/keldra_update/K+Updater");
+    EXPECT_FALSE(installUnpacked());
+    EXPECT_EQ(logged().back(), "[Error]: No room for the new updater");
+    core->fileDigests.clear();
+    EXPECT_TRUE(hasOldOne() && install(starts)); // it knows no such question, and is not started
+    EXPECT_FALSE(std::filesystem::exists("/tmp/trial"));
 
     shell("rm -r /keldra/start");
     put(startRecord::INSTALLED, "the old one");
