@@ -33,9 +33,7 @@ bool stopSignals::event(QEvent* event) {
         return QSocketNotifier::event(event);
     }
     setEnabled(false); // once is enough
-    if (csys->running) {
-        emit closed->sendCancelUpdate();
-    }
+    closed->endRun();
     csys->saveRecording("stopped");
     emit closed->haltApplication();
     return true;
