@@ -63,19 +63,20 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     line.begin(request);
     const bool wantsMark = request.proof == PROOF::MARK || line.provesNothing(request);
     const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
+    const bool hadKept = session.keepsMarks;
     for (unsigned n = 0; n < TRIES && !result.reply && !host.cancelled(); ++n) {
         HEARD unheard;
         // Some modules judge a second write anew: once, already the first is sent behind a mark.
         const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
         const bool isMarked = isDoubted && wantsMark && !session.keepsMarks && setMark(request, unheard);
-        if (isMarked && session.keepsMarks && isOfPage) {
-            break; // the page holds the mark now, and is begun anew
-        }
         if (wantsMark) {
             line.linger(isDoubted);
         }
         if (request.proof != PROOF::LATER && !line.settle(request, n > 0)) {
             continue;
+        }
+        if (session.keepsMarks && !hadKept && isOfPage) {
+            break; // the page holds the mark now, and is begun anew
         }
         const bool answered = result.answered;
         result = tryOnce(request, n, isMarked);
@@ -93,6 +94,11 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     listen(request, n, heard);
     if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && !session.keepsMarks) {
         clarify(request, n, heard);
+        const bool mayKeep = line.awaitsMark() && !session.refusesMarks && n + 1 < TRIES;
+        if ((session.keepsMarks || mayKeep) && request.kind != KIND::ERASE) {
+            heard.own.reset(); // what was begun holds the mark now, and is begun again
+            heard.maybe.reset();
+        }
     }
     const RESULT result = resultOf(request, n, heard);
     if (result.certain && heard.direct) {
@@ -119,15 +125,16 @@ bootloadDialogue::RESULT bootloadDialogue::resultOf(const REQUEST& request, unsi
 
 /**
  * What may be another's answer is taken when the requests behind it will show, and in the end, unless the
- * module is known to answer by itself. No mark can tell with a module that keeps them: there the last begin
- * of a page or record counts like a last try.
+ * module is known to answer by itself; a mere name refuses nobody then. No mark can tell with a module that
+ * keeps them: there the last begin of a page or record counts like a last try.
  */
 bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const {
     if (!heard.maybe || (request.mustBeOk && !heard.mayBeWell())) {
         return false;
     }
     const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
-    const bool isLastTry = n + 1 >= TRIES && request.last && !session.answersDirectly[indexOf(request.kind)];
+    const bool mayBeIts = request.last && !session.answersDirectly[indexOf(request.kind)];
+    const bool isLastTry = n + 1 >= TRIES && (mayBeIts || heard.renamed);
     return isLastBegin || isLastTry || (request.proof == PROOF::LATER && heard.mayBeWell());
 }
 
@@ -191,6 +198,11 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     const WHOSE whose = line.judge(answer);
     const REPLY& reply = answer.reply;
     heard.alive = true;
+    if (heard.renamed && session.name == NO_MODULE) { // now it has shown that the name was its own
+        heard.own = heard.maybe;
+        heard.refused = request.mustBeOk && !heard.mayBeWell();
+        return true;
+    }
     if (answer.identification || whose == WHOSE::OTHER) {
         return false;
     }
@@ -203,6 +215,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     }
     if (reply.status == OK || !heard.maybe) {
         heard.maybe = reply;
+        heard.renamed = whose == WHOSE::RENAMED;
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
     return request.proof == PROOF::MARK && reply.status == OK;
@@ -242,15 +255,16 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = line.receiveBefore(limit, wait)) {
         if (openRequests::isMarkReply(*answer)) {
+            line.noteMarkReply(*answer);
             line.judge(*answer);
-            session.keepsMarks = answer->reply.status == OK;
             session.lastReply = answer->reply;
             if (!isRepeated(request.module, wait)) {
                 session.lastReply.reset();
             }
             return true;
         }
-        if (consider(request, *answer, heard) && heard.own) {
+        // Until it is known what the module makes of marks, that has to be heard, too.
+        if (consider(request, *answer, heard) && heard.own && session.refusesMarks) {
             return false;
         }
     }

@@ -70,6 +70,7 @@ private:
         std::optional<REPLY> own;
         std::optional<REPLY> maybe;
         clock::time_point maybeUntil; ///< how long a better one is waited for
+        bool renamed = false;         ///< nothing speaks against `maybe` but its name
         bool direct = true;           ///< no status request was sent
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before

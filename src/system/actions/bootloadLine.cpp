@@ -98,6 +98,7 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
         const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
         const auto next = std::min(confusedUntil(request, again), turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
+            noteMarkReply(*answer);
             judge(*answer);
         } else if (host.now() >= turn) {
             keepAlive(request, again);
@@ -105,6 +106,14 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
     }
     open.forgetOver(host.now());
     return true;
+}
+
+void bootloadLine::noteMarkReply(const ANSWER& answer) {
+    if (open.awaitsMark() && openRequests::isMarkReply(answer)) {
+        const bool isKept = answer.reply.status == busProtocol::OK;
+        session.keepsMarks = session.keepsMarks || isKept;
+        session.refusesMarks = session.refusesMarks || !isKept;
+    }
 }
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */

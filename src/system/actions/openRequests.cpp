@@ -71,7 +71,8 @@ bool openRequests::couldAnswer(const ENTRY& entry, const ANSWER& answer) const {
 
 /** Whether a status request may be answered so although the request that it is about was not carried out. */
 bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
-    return !entry.repeats || *entry.repeats == answer.reply;
+    return !entry.repeats || // by whatever name
+           (entry.repeats->row == answer.reply.row && entry.repeats->status == answer.reply.status);
 }
 
 bool openRequests::isMarkReply(const ANSWER& answer) {
@@ -93,6 +94,20 @@ bool openRequests::mayBeStrangers(const ANSWER& answer) const {
            reply.module != NO_MODULE && reply.module != *session.name;
 }
 
+/**
+ * A status request says which module is asked: who answers two of them at once is that one, by whatever name.
+ * From then on names tell nothing in this session.
+ */
+bool openRequests::isRenamed(const LIKENESS& like) {
+    const bool answersStatus = prompt && !like.echo && !entries.empty() &&
+                               entries.back().type == TYPE::STATUS && entries.back().sent == sent;
+    if (answersStatus && ++session.renamed >= 2) {
+        session.name = NO_MODULE;
+        return true;
+    }
+    return false;
+}
+
 // Whose answer is it?
 
 /** An answer that may be the request's or another's is counted as the other's: once all others are answered,
@@ -105,18 +120,21 @@ openRequests::WHOSE openRequests::judge(const ANSWER& answer, clock::time_point 
     if (!like.same) { // else it may have been doubled on its way
         noteIdentification(answer, isNobodys);
     }
-    if (isNobodys || mayBeStrangers(answer)) {
+    if (isNobodys) {
         noteStranger(like.doubled);
-        return claims.own != nullptr ? WHOSE::MAYBE : WHOSE::OTHER;
+        return WHOSE::OTHER;
     }
     if (like.echo && (disturbed || prompt)) { // by doubled answers, nothing can be counted
         claims.doubted = true;
     }
-    strike(claims);
+    const bool isStrangers = mayBeStrangers(answer) && !isRenamed(like);
+    if (!isStrangers) {
+        strike(claims);
+    }
     if (claims.own == nullptr) {
         return WHOSE::OTHER;
     }
-    return claims.doubted ? WHOSE::MAYBE : WHOSE::OWN;
+    return claims.doubted ? WHOSE::MAYBE : isStrangers ? WHOSE::RENAMED : WHOSE::OWN;
 }
 
 openRequests::LIKENESS openRequests::hear(const ANSWER& answer, clock::time_point now) {

@@ -19,8 +19,9 @@ public:
     using ANSWER = busMessages::ANSWER;
 
     enum class WHOSE : std::uint8_t {
-        OWN,   ///< surely the reply to the request at hand
-        MAYBE, ///< its, or that of another one which is still open
+        OWN,     ///< surely the reply to the request at hand
+        RENAMED, ///< its, or another module's: it goes by another name than the module did so far
+        MAYBE,   ///< its, or that of another one which is still open
         OTHER
     };
 
@@ -91,6 +92,7 @@ private:
     static bool couldRepeat(const ENTRY& entry, const ANSWER& answer);
     bool expectsMarkReply(const ENTRY& entry) const;
     bool mayBeStrangers(const ANSWER& answer) const;
+    bool isRenamed(const LIKENESS& like);
     bool confuses(const ENTRY& entry) const;
 
     LIKENESS hear(const ANSWER& answer, clock::time_point now);
