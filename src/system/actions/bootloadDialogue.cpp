@@ -94,9 +94,8 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     listen(request, n, heard);
     if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && !session.keepsMarks) {
         clarify(request, n, heard);
-        const bool mayKeep = line.awaitsMark() && !session.refusesMarks && n + 1 < TRIES;
-        if ((session.keepsMarks || mayKeep) && request.kind != KIND::ERASE) {
-            heard.own.reset(); // what was begun holds the mark now, and is begun again
+        if (mayHoldMark(request, n)) { // it is begun again
+            heard.own.reset();
             heard.maybe.reset();
         }
     }
@@ -258,7 +257,8 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
             line.noteMarkReply(*answer);
             line.judge(*answer);
             session.lastReply = answer->reply;
-            if (!isRepeated(request.module, wait)) {
+            session.repeatsMarks = isRepeated(request.module, wait);
+            if (!session.repeatsMarks) {
                 session.lastReply.reset();
             }
             return true;
@@ -286,9 +286,18 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
     return false;
 }
 
+/** Whether the mark behind a start or row may have become part of what that began. */
+bool bootloadDialogue::mayHoldMark(const REQUEST& request, unsigned n) const {
+    const bool isUnknown = line.awaitsMark() && !session.refusesMarks && n + 1 < TRIES;
+    return request.kind != KIND::ERASE && (session.keepsMarks || isUnknown);
+}
+
 /** What came may be older. When the module is at work still, its answer is to come. */
 void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard) {
-    if (!setMark(request, heard) && !heard.own) {
+    if (setMark(request, heard)) {
+        const bool isRefused = request.kind != KIND::ERASE && !session.keepsMarks;
+        session.refusesMarks = session.refusesMarks || isRefused;
+    } else if (!heard.own) {
         REQUEST waiting = request;
         waiting.proof = PROOF::NOTHING; // that is, for as long as it may take
         listen(waiting, n, heard);

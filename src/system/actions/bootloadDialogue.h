@@ -91,6 +91,7 @@ private:
 
     bool setMark(const REQUEST& request, HEARD& heard);
     bool isRepeated(std::uint8_t module, milliseconds wait);
+    bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 
     bootloadHost& host;

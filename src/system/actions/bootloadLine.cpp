@@ -109,10 +109,13 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
 }
 
 void bootloadLine::noteMarkReply(const ANSWER& answer) {
-    if (open.awaitsMark() && openRequests::isMarkReply(answer)) {
-        const bool isKept = answer.reply.status == busProtocol::OK;
-        session.keepsMarks = session.keepsMarks || isKept;
-        session.refusesMarks = session.refusesMarks || !isKept;
+    if (!open.awaitsMark() || !openRequests::isMarkReply(answer)) {
+        return;
+    }
+    if (answer.reply.status == busProtocol::OK) {
+        session.keepsMarks = true;
+    } else if (session.repeatsMarks) {
+        session.lastReply = answer.reply;
     }
 }
 
