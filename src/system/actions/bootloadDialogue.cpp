@@ -250,7 +250,7 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     line.sendMark();
-    const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
+    milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = line.receiveBefore(limit, wait)) {
         if (openRequests::isMarkReply(*answer)) {
@@ -263,9 +263,12 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
             }
             return true;
         }
-        // Until it is known what the module makes of marks, that has to be heard, too.
-        if (consider(request, *answer, heard) && heard.own && session.refusesMarks) {
-            return false;
+        if (consider(request, *answer, heard) && heard.own) {
+            if (session.refusesMarks) {
+                return false;
+            }
+            // What the module makes of marks has to be heard, too; it takes about as long.
+            wait = std::max(wait, 2 * line.sinceRequest());
         }
     }
     return false;

@@ -59,6 +59,7 @@ public:
     openRequests::WHOSE judge(const ANSWER& answer) { return open.judge(answer, host.now()); }
     /** The answer that came just now is the one to the request at hand: how long such a one takes. */
     void learnTime();
+    milliseconds sinceRequest() const { return std::chrono::ceil<milliseconds>(host.now() - requestedAt); }
     bool awaitsMark() const { return open.awaitsMark(); }
     bool isDisturbed() const { return open.isDisturbed(); }
 
