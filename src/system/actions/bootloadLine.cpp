@@ -6,19 +6,6 @@ using namespace bootloadTiming;
 using namespace busMessages;
 using std::chrono::duration_cast;
 
-namespace {
-
-PROCBUS_MSG markRow() {
-    PROCBUS_MSG msg;
-    msg.id = busProtocol::DATA_ROW;
-    msg.length = 2;
-    msg.data[0] = openRequests::MARK_ROW;
-    msg.data[1] = 0xFF;
-    return msg;
-}
-
-} // namespace
-
 // Sending
 
 void bootloadLine::begin(const REQUEST& request) {

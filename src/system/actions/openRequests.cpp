@@ -44,7 +44,7 @@ void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
 }
 
 void openRequests::addMark(clock::time_point now) {
-    add({TYPE::MARK, KIND::ROW, MARK_ROW, 0}, now, LATEST);
+    add({TYPE::MARK, KIND::ROW, busProtocol::MARK_ROW, 0}, now, LATEST);
 }
 
 bool openRequests::isAtHand(const ENTRY& entry) const {
@@ -76,7 +76,7 @@ bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
 }
 
 bool openRequests::isMarkReply(const ANSWER& answer) {
-    return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
+    return !answer.identification && (answer.reply.status != OK || answer.reply.row == busProtocol::MARK_ROW);
 }
 
 /** A mark that may have been lost claims no error that the request behind it got. */

@@ -25,9 +25,6 @@ public:
         OTHER
     };
 
-    /** A row that is out of its order while no page is open, or one of a single row. */
-    static constexpr std::uint32_t MARK_ROW = 2;
-
     /** What it learns of the module by its answers it notes in `known`, which outlives it. */
     explicit openRequests(SESSION& known) : session(known) {}
 
