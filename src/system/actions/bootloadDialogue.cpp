@@ -134,7 +134,8 @@ bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const H
     const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
     const bool mayBeIts = request.last && !session.answersDirectly[indexOf(request.kind)];
     const bool isLastTry = n + 1 >= TRIES && (mayBeIts || heard.renamed);
-    return isLastBegin || isLastTry || (request.proof == PROOF::LATER && heard.mayBeWell());
+    const bool isProvedLater = request.proof == PROOF::LATER && heard.mayBeWell();
+    return isLastBegin || isLastTry || (isProvedLater && (!heard.overdue || n + 1 >= TRIES));
 }
 
 /** What a status request would repeat now, how long this kind takes, and by which name the module goes. */
@@ -178,7 +179,7 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
 bool bootloadDialogue::hear(const REQUEST& request, milliseconds wait, HEARD& heard) {
     const auto until = host.now() + wait;
     while (!host.cancelled()) {
-        const bool provisional = heard.maybe && request.proof == PROOF::LATER;
+        const bool provisional = heard.maybe && !heard.overdue && request.proof == PROOF::LATER;
         const auto end = provisional ? std::min(until, heard.maybeUntil) : until;
         const auto now = host.now();
         const auto answer = host.receive(std::chrono::ceil<milliseconds>(std::max(end, now) - now));
@@ -215,9 +216,22 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     if (reply.status == OK || !heard.maybe) {
         heard.maybe = reply;
         heard.renamed = whose == WHOSE::RENAMED;
+        heard.overdue = !heard.direct && isOverdue(request);
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
     return request.proof == PROOF::MARK && reply.status == OK;
+}
+
+/**
+ * Whether a page's first row, or its answer, was lost for sure: its like were answered in half the time. It
+ * is sent again, since a module that keeps rows in any order does not say at the next one what it has missed.
+ * One that takes records does, as the first row opens its record.
+ */
+bool bootloadDialogue::isOverdue(const REQUEST& request) const {
+    const milliseconds usual = session.pace.usual(request.kind);
+    const bool isFirstRow = request.kind == KIND::ROW && request.row == 0;
+    return isFirstRow && session.said.type != busProtocol::PIC32_REC && usual.count() > 0 &&
+           line.sinceRequest() > 2 * usual;
 }
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */

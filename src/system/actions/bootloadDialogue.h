@@ -75,6 +75,7 @@ private:
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try
+        bool overdue = false;         ///< `maybe` came when its own answer should have
         bool mayBeWell() const { return maybe && maybe->status == OK; }
     };
 
@@ -86,6 +87,7 @@ private:
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
+    bool isOverdue(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
 
