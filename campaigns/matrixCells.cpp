@@ -29,6 +29,10 @@ bool erasesPages(const Kind& kind) {
 bool erasesAll(const Kind& kind) {
     return kind.erasedWhole;
 }
+/** Else a page or record whose write was doubted can be begun anew no more. */
+bool rewritesPages(const Kind& kind) {
+    return !kind.erasedWhole;
+}
 bool erases(const Kind& kind) {
     return erasesPages(kind) || erasesAll(kind);
 }
@@ -61,6 +65,9 @@ const Dimension DIMENSIONS[] = {
     {"on-status", {"state", "nothing"}, always},
     {"names", {"0", "1", "99"}, always},
     {"identifies", {"1", "99"}, identifies},
+    {"renames", {"0", "99"}, always},
+    {"rows", {"any"}, always},
+    {"write-again", {"error"}, rewritesPages},
     {"reply-length", {"2", "3", "5", "8"}, always},
     {"enter-row", {"1", "5", "65535"}, isOld},
     {"enter-nth", {"2", "3", "4"}, always},

@@ -21,7 +21,7 @@ Reply Bootloader::dataRow(std::uint16_t row, const Bytes& data) {
 Reply Bootloader::writePage() {
     if (!rows_.isOpen()) {
         if (lastWrite_)
-            return {*lastWrite_, 0};
+            return {refusesWriteAgain_ ? Status::MissedPacket : *lastWrite_, 0};
         return broken(Status::MissedPacket, "write page before any page was written");
     }
     if (rows_.hadShortRow())
@@ -77,7 +77,7 @@ Reply Bootloader::eraseAll() {
 }
 
 void Bootloader::restart() {
-    rows_ = RowBuffer();
+    rows_.clear();
     lastWrite_.reset();
 }
 

@@ -6,6 +6,7 @@
 #include "messages.h"
 #include "processor.h"
 #include "rowBuffer.h"
+#include "temper.h"
 #include "trace.h"
 
 #include <memory>
@@ -16,8 +17,12 @@ namespace sim {
 // Refers to the module's parts, which must outlive it. What breaks the protocol goes to the log.
 class Bootloader {
 public:
-    Bootloader(const Processor& processor, Flash& flash, ProtocolLog& log)
-        : processor_(processor), flash_(flash), log_(log) {}
+    Bootloader(const Processor& processor, const Temper& temper, Flash& flash, ProtocolLog& log)
+        : processor_(processor),
+          flash_(flash),
+          log_(log),
+          rows_(temper.anyRowOrder),
+          refusesWriteAgain_(temper.refusesWriteAgain) {}
     virtual ~Bootloader() = default;
     Bootloader(const Bootloader&) = delete;
     Bootloader& operator=(const Bootloader&) = delete;
@@ -58,6 +63,7 @@ protected:
     RowBuffer rows_;
 
 private:
+    const bool refusesWriteAgain_;
     std::set<std::uint32_t> ignored_;
     std::optional<Status> lastWrite_;
     bool refuseErase_ = false;
@@ -65,7 +71,7 @@ private:
     unsigned erases_ = 0;
 };
 
-std::unique_ptr<Bootloader> makePagedBootloader(const Processor&, Flash&, ProtocolLog&);
-std::unique_ptr<Bootloader> makeRecordBootloader(const Processor&, Flash&, ProtocolLog&);
+std::unique_ptr<Bootloader> makePagedBootloader(const Processor&, const Temper&, Flash&, ProtocolLog&);
+std::unique_ptr<Bootloader> makeRecordBootloader(const Processor&, const Temper&, Flash&, ProtocolLog&);
 
 } // namespace sim

@@ -158,13 +158,21 @@ constexpr Key keys[] = {
              choose<Temper::OnStatus>(v, {{"last", LastReply}, {"state", State}, {"nothing", Nothing}});
      }},
     {"names", [](ModuleConfig& c, const std::string& v) { c.temper.namedModule = toByte(v); }},
+    {"renames", [](ModuleConfig& c, const std::string& v) { c.temper.renamedModule = toByte(v); }},
+    {"rows",
+     [](ModuleConfig& c, const std::string& v) {
+         c.temper.anyRowOrder = choose<bool>(v, {{"next", false}, {"any", true}});
+     }},
+    {"write-again",
+     [](ModuleConfig& c, const std::string& v) {
+         c.temper.refusesWriteAgain = choose<bool>(v, {{"result", false}, {"error", true}});
+     }},
     {"identifies", [](ModuleConfig& c, const std::string& v) { c.temper.identifiedModule = toByte(v); }},
     {"reply-length",
      [](ModuleConfig& c, const std::string& v) { c.temper.replyLength = toCount(v, maxPayload); }},
     {"enter-row",
-     [](ModuleConfig& c, const std::string& v) {
-         c.temper.enterRow = static_cast<std::uint16_t>(toNumber(v, 10, 0xFFFF));
-     }},
+     [](ModuleConfig& c,
+        const std::string& v) { c.temper.enterRow = static_cast<std::uint16_t>(toNumber(v, 10, 0xFFFF)); }},
     {"enter-nth", [](ModuleConfig& c, const std::string& v) { c.temper.enterNth = toCount(v, 1000); }},
     {"deaf", [](ModuleConfig& c, const std::string&) { c.temper.deafToEnter = true; }},
     {"restart-after", [](ModuleConfig& c, const std::string& v) { c.temper.restartAfter = toNumber(v); }},

@@ -20,7 +20,7 @@ Module::Module(ModuleConfig config, Scheduler& scheduler, Trace& trace, Sink una
       log_(config_.name, trace),
       powered_(!config_.lost) {
     const auto make = config_.processor->byRecords ? makeRecordBootloader : makePagedBootloader;
-    bootloader_ = make(*config_.processor, config_.flash, log_);
+    bootloader_ = make(*config_.processor, temper_, config_.flash, log_);
     for (const std::uint32_t page : config_.ignoredPages)
         bootloader_->ignorePage(page);
 }
@@ -236,7 +236,9 @@ void Module::say(const Sink& sink, Message message, TimePoint now) {
 }
 
 Message Module::replyMessage(std::uint8_t messageId, Reply reply) const {
-    Message message = makeReply(messageId, reply, temper_.namedModule.value_or(config_.address));
+    const std::uint8_t name = temper_.namedModule.value_or(config_.address);
+    const bool isRenamed = temper_.renamedModule && bootloader_->written() > 0;
+    Message message = makeReply(messageId, reply, isRenamed ? *temper_.renamedModule : name);
     message.payload.resize(temper_.replyLength);
     return message;
 }

@@ -34,7 +34,7 @@ Reply PagedBootloader::startPage(std::uint32_t address, unsigned size) {
 }
 
 Status PagedBootloader::programRows() {
-    const Bytes& bytes = rows_.bytes();
+    const Bytes bytes = rows_.bytes();
     if (bytes.size() != size_) {
         log_.add(format("page %08X announced with %u bytes, but %u came", address_,
                         static_cast<unsigned>(size_), static_cast<unsigned>(bytes.size())));
@@ -48,8 +48,9 @@ Status PagedBootloader::programRows() {
 
 } // namespace
 
-std::unique_ptr<Bootloader> makePagedBootloader(const Processor& processor, Flash& flash, ProtocolLog& log) {
-    return std::make_unique<PagedBootloader>(processor, flash, log);
+std::unique_ptr<Bootloader> makePagedBootloader(const Processor& processor, const Temper& temper,
+                                                Flash& flash, ProtocolLog& log) {
+    return std::make_unique<PagedBootloader>(processor, temper, flash, log);
 }
 
 } // namespace sim

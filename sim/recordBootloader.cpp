@@ -43,7 +43,7 @@ void RecordBootloader::beforeRow(std::uint16_t row) {
 }
 
 Status RecordBootloader::programRows() {
-    const Bytes& record = rows_.bytes();
+    const Bytes record = rows_.bytes();
     const unsigned sum = std::accumulate(record.begin(), record.end(), 0U);
     if (record.size() < recordOverhead || record.size() != record[0] + recordOverhead || sum % 256 != 0) {
         log_.add("bad record " + toHex(record));
@@ -59,8 +59,9 @@ Status RecordBootloader::programRows() {
 
 } // namespace
 
-std::unique_ptr<Bootloader> makeRecordBootloader(const Processor& processor, Flash& flash, ProtocolLog& log) {
-    return std::make_unique<RecordBootloader>(processor, flash, log);
+std::unique_ptr<Bootloader> makeRecordBootloader(const Processor& processor, const Temper& temper,
+                                                 Flash& flash, ProtocolLog& log) {
+    return std::make_unique<RecordBootloader>(processor, temper, flash, log);
 }
 
 } // namespace sim

@@ -3,7 +3,7 @@
 namespace sim {
 
 void RowBuffer::open() {
-    *this = RowBuffer();
+    clear();
     open_ = true;
 }
 
@@ -14,15 +14,22 @@ std::uint16_t RowBuffer::nextRow() const {
 RowBuffer::Result RowBuffer::take(std::uint16_t row, std::span<const std::uint8_t> data) {
     if (!open_)
         return Result::Missed;
-    if (row == last_)
+    if (row == last_ && !anyOrder_)
         return Result::Repeated;
-    if (row != nextRow())
+    if (row != nextRow() && !anyOrder_)
         return Result::Missed;
-    hadShortRow_ = hadShortRow_ || lastWasShort_;
+    hadShortRow_ = hadShortRow_ || (lastWasShort_ && !anyOrder_);
     lastWasShort_ = data.size() < (row < firstHighRow ? rowData : highRowData);
     last_ = row;
-    bytes_.insert(bytes_.end(), data.begin(), data.end());
+    rows_[row].assign(data.begin(), data.end());
     return Result::Accepted;
+}
+
+Bytes RowBuffer::bytes() const {
+    Bytes all;
+    for (const auto& [row, data] : rows_)
+        all.insert(all.end(), data.begin(), data.end());
+    return all;
 }
 
 } // namespace sim

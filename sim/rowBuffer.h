@@ -1,8 +1,9 @@
-// The data rows of a page (or record) that is being sent, in order.
+// The data rows of a page (or record) that is being sent.
 #pragma once
 
 #include "protocol.h"
 
+#include <map>
 #include <optional>
 #include <span>
 
@@ -16,7 +17,12 @@ public:
         Missed,   // not open, or not the row that was to come
     };
 
+    // In any order each row is kept at the place that it names; one that comes again takes the place of
+    // itself.
+    explicit RowBuffer(bool inAnyOrder) : anyOrder_(inAnyOrder) {}
+
     void open();
+    void clear() { *this = RowBuffer(anyOrder_); }
     void close() { open_ = false; }
     bool isOpen() const { return open_; }
 
@@ -28,14 +34,16 @@ public:
     std::uint16_t nextRow() const;
     // Whether a row that was not full has been followed by another one.
     bool hadShortRow() const { return hadShortRow_; }
-    const Bytes& bytes() const { return bytes_; }
+    // Of all rows.
+    Bytes bytes() const;
 
 private:
+    bool anyOrder_;
     bool open_ = false;
     bool hadShortRow_ = false;
     bool lastWasShort_ = false;
     std::optional<std::uint16_t> last_;
-    Bytes bytes_;
+    std::map<std::uint16_t, Bytes> rows_;
 };
 
 } // namespace sim

@@ -48,11 +48,15 @@ struct Temper {
 
     std::optional<std::uint8_t> namedModule;      // that replies name instead of the module's own address
     std::optional<std::uint8_t> identifiedModule; // the same for the identification
-    unsigned replyLength = 4;                     // bytes of a reply: 2 is the short form, 3 names no module
-    std::uint16_t enterRow = 0;                   // row in an old bootloader's answer to ","
-    unsigned enterNth = 1;    // "," is answered from this one on, counted since power came
-    bool deafToEnter = false; // "," is not heard any more once it was answered
-    Time idleTime{0};         // the session ends after such a silence, work not counted; 0: never
+    std::optional<std::uint8_t> renamedModule; // that replies name from the first page or record written on
+    unsigned replyLength = 4;                  // bytes of a reply: 2 is the short form, 3 names no module
+    std::uint16_t enterRow = 0;                // row in an old bootloader's answer to ","
+    unsigned enterNth = 1;                     // "," is answered from this one on, counted since power came
+    bool deafToEnter = false;                  // "," is not heard any more once it was answered
+    bool anyRowOrder = false; // a row is kept at the place that it names, whichever was to come
+    bool refusesWriteAgain =
+        false;        // MISSEDPACKET for a page write without an open page, whatever was written
+    Time idleTime{0}; // the session ends after such a silence, work not counted; 0: never
 
     // What no sound module does, for trials with hostile ones; 0: never.
     unsigned restartAfter = 0; // pages, or data records: its bootloader starts anew by itself behind that one

@@ -131,6 +131,15 @@ PROCBUS_MSG dataRow(std::uint32_t row, const std::vector<std::uint8_t>& bytes) {
     return msg;
 }
 
+PROCBUS_MSG markRow() {
+    PROCBUS_MSG msg;
+    msg.id = busProtocol::DATA_ROW;
+    msg.length = 2;
+    msg.data[0] = busProtocol::MARK_ROW;
+    msg.data[1] = 0xFF;
+    return msg;
+}
+
 std::uint32_t rowsOf(std::size_t bytes) {
     std::uint32_t rows = 0;
     while (rowOffset(rows) < bytes) {

@@ -39,6 +39,8 @@ PROCBUS_MSG eraseBlocks(std::uint8_t module, std::uint32_t address, std::uint8_t
 PROCBUS_MSG eraseAll(std::uint8_t module);
 /** Row `row` of a page's (or record's) bytes: as many of them as a row carries, or as are left. */
 PROCBUS_MSG dataRow(std::uint32_t row, const std::vector<std::uint8_t>& bytes);
+/** A row of no page: the module refuses it, and that is its last reply then. */
+PROCBUS_MSG markRow();
 
 /** Number of rows that so many bytes take. */
 std::uint32_t rowsOf(std::size_t bytes);

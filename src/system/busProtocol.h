@@ -78,6 +78,7 @@ enum PROC_TYPE : std::uint8_t {
 
 constexpr std::uint32_t FIRST_WIDE_ROW = 251;
 constexpr std::uint32_t ROW_BYTES = 7;
+constexpr std::uint32_t MARK_ROW = 2; // out of its order while no page is open, or one of a single row
 constexpr std::uint32_t WIDE_ROW_BYTES = 6;
 
 /** Offset in its page of the first data byte of a row. */

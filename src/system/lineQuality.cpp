@@ -33,6 +33,10 @@ void lineQuality::begin() {
 
 void lineQuality::sent(const busMessages::PROCBUS_MSG& request, clock::time_point now) {
     silent += asked ? 1 : 0;
+    asked.reset();
+    if (isSame(request, busMessages::markRow())) {
+        return; // sent to see what the module makes of it, if anything
+    }
     asked = now;
     if (!asksForStatus(request)) {
         repeated += isSame(request, last) ? 1 : 0;

@@ -19,6 +19,7 @@ public:
 
     /** From now on another module is talked to. */
     void begin();
+    /** A mark is none. */
     void sent(const busMessages::PROCBUS_MSG& request, clock::time_point now = clock::now());
     void answered(clock::time_point now = clock::now());
     /** A frame with a wrong CRC came. */

@@ -183,6 +183,7 @@ TEST(temperTest, ResultsComeDirectlyOrOnAStatusRequest) {
 
 TEST(temperTest, RepliesOfOtherForms) {
     playAll(R"(
+    renames=1 rows=any write-again=error kind=stm32f3 |  | 0 enter, 10 start 14, 20 row 1, 30 row 0, 40 write, 50 write | 0 id/13, 10 OK/0, 20 OK/1, 30 OK/0, 40 OK/0/1, 50 MISSEDPACKET/0/1 | 1
     names=1 identifies=99 kind=stm32f3 |  | 0 enter, 10 status | 0 id/99, 10 MISSEDPACKET/0/1 | 0
     reply=short kind=stm32f3 |  | 0 enter, 10 status | 0 id/13, 10 0200 | 0
     reply-length=3 kind=stm32f3 |  | 0 enter, 10 status | 0 id/13, 10 020000 | 0

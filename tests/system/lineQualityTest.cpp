@@ -26,6 +26,10 @@ TEST(lineQuality, CountsWhatBecomesOfRequests) {
         ask(n, n <= 60 ? 3 : 30);
     }
     quality.answered(now); // once more, for nobody
+    for (int n = 0; n < 2; ++n) {
+        quality.sent(busMessages::markRow(), now); // one without an answer
+    }
+    quality.answered(now);
     ask(99, -1);
     quality.sent(requestStatus(9), now);
     quality.answered(now + milliseconds(200));

@@ -63,19 +63,20 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     line.begin(request);
     const bool wantsMark = request.proof == PROOF::MARK || line.provesNothing(request);
     const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
+    const bool hadKept = session.keepsMarks;
     for (unsigned n = 0; n < TRIES && !result.reply && !host.cancelled(); ++n) {
         HEARD unheard;
         // Some modules judge a second write anew: once, already the first is sent behind a mark.
         const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
         const bool isMarked = isDoubted && wantsMark && !session.keepsMarks && setMark(request, unheard);
-        if (isMarked && session.keepsMarks && isOfPage) {
-            break; // the page holds the mark now, and is begun anew
-        }
         if (wantsMark) {
             line.linger(isDoubted);
         }
         if (request.proof != PROOF::LATER && !line.settle(request, n > 0)) {
             continue;
+        }
+        if (session.keepsMarks && !hadKept && isOfPage) {
+            break; // the page holds the mark now, and is begun anew
         }
         const bool answered = result.answered;
         result = tryOnce(request, n, isMarked);
@@ -93,6 +94,10 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     listen(request, n, heard);
     if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && !session.keepsMarks) {
         clarify(request, n, heard);
+        if (mayHoldMark(request, n)) { // it is begun again
+            heard.own.reset();
+            heard.maybe.reset();
+        }
     }
     const RESULT result = resultOf(request, n, heard);
     if (result.certain && heard.direct) {
@@ -119,16 +124,18 @@ bootloadDialogue::RESULT bootloadDialogue::resultOf(const REQUEST& request, unsi
 
 /**
  * What may be another's answer is taken when the requests behind it will show, and in the end, unless the
- * module is known to answer by itself. No mark can tell with a module that keeps them: there the last begin
- * of a page or record counts like a last try.
+ * module is known to answer by itself; a mere name refuses nobody then. No mark can tell with a module that
+ * keeps them: there the last begin of a page or record counts like a last try.
  */
 bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const {
     if (!heard.maybe || (request.mustBeOk && !heard.mayBeWell())) {
         return false;
     }
     const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
-    const bool isLastTry = n + 1 >= TRIES && request.last && !session.answersDirectly[indexOf(request.kind)];
-    return isLastBegin || isLastTry || (request.proof == PROOF::LATER && heard.mayBeWell());
+    const bool mayBeIts = request.last && !session.answersDirectly[indexOf(request.kind)];
+    const bool isLastTry = n + 1 >= TRIES && (mayBeIts || heard.renamed);
+    const bool isProvedLater = request.proof == PROOF::LATER && heard.mayBeWell();
+    return isLastBegin || isLastTry || (isProvedLater && (!heard.overdue || n + 1 >= TRIES));
 }
 
 /** What a status request would repeat now, how long this kind takes, and by which name the module goes. */
@@ -172,7 +179,7 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
 bool bootloadDialogue::hear(const REQUEST& request, milliseconds wait, HEARD& heard) {
     const auto until = host.now() + wait;
     while (!host.cancelled()) {
-        const bool provisional = heard.maybe && request.proof == PROOF::LATER;
+        const bool provisional = heard.maybe && !heard.overdue && request.proof == PROOF::LATER;
         const auto end = provisional ? std::min(until, heard.maybeUntil) : until;
         const auto now = host.now();
         const auto answer = host.receive(std::chrono::ceil<milliseconds>(std::max(end, now) - now));
@@ -191,6 +198,11 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     const WHOSE whose = line.judge(answer);
     const REPLY& reply = answer.reply;
     heard.alive = true;
+    if (heard.renamed && session.name == NO_MODULE) { // now it has shown that the name was its own
+        heard.own = heard.maybe;
+        heard.refused = request.mustBeOk && !heard.mayBeWell();
+        return true;
+    }
     if (answer.identification || whose == WHOSE::OTHER) {
         return false;
     }
@@ -203,9 +215,23 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     }
     if (reply.status == OK || !heard.maybe) {
         heard.maybe = reply;
+        heard.renamed = whose == WHOSE::RENAMED;
+        heard.overdue = !heard.direct && isOverdue(request);
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
     return request.proof == PROOF::MARK && reply.status == OK;
+}
+
+/**
+ * Whether a page's first row, or its answer, was lost for sure: its like were answered in half the time. It
+ * is sent again, since a module that keeps rows in any order does not say at the next one what it has missed.
+ * One that takes records does, as the first row opens its record.
+ */
+bool bootloadDialogue::isOverdue(const REQUEST& request) const {
+    const milliseconds usual = session.pace.usual(request.kind);
+    const bool isFirstRow = request.kind == KIND::ROW && request.row == 0;
+    return isFirstRow && session.said.type != busProtocol::PIC32_REC && usual.count() > 0 &&
+           line.sinceRequest() > 2 * usual;
 }
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
@@ -238,20 +264,25 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     line.sendMark();
-    const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
+    milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = line.receiveBefore(limit, wait)) {
         if (openRequests::isMarkReply(*answer)) {
+            line.noteMarkReply(*answer);
             line.judge(*answer);
-            session.keepsMarks = answer->reply.status == OK;
             session.lastReply = answer->reply;
-            if (!isRepeated(request.module, wait)) {
+            session.repeatsMarks = isRepeated(request.module, wait);
+            if (!session.repeatsMarks) {
                 session.lastReply.reset();
             }
             return true;
         }
         if (consider(request, *answer, heard) && heard.own) {
-            return false;
+            if (session.refusesMarks) {
+                return false;
+            }
+            // What the module makes of marks has to be heard, too; it takes about as long.
+            wait = std::max(wait, 2 * line.sinceRequest());
         }
     }
     return false;
@@ -272,9 +303,18 @@ bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
     return false;
 }
 
+/** Whether the mark behind a start or row may have become part of what that began. */
+bool bootloadDialogue::mayHoldMark(const REQUEST& request, unsigned n) const {
+    const bool isUnknown = line.awaitsMark() && !session.refusesMarks && n + 1 < TRIES;
+    return request.kind != KIND::ERASE && (session.keepsMarks || isUnknown);
+}
+
 /** What came may be older. When the module is at work still, its answer is to come. */
 void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard) {
-    if (!setMark(request, heard) && !heard.own) {
+    if (setMark(request, heard)) {
+        const bool isRefused = request.kind != KIND::ERASE && !session.keepsMarks;
+        session.refusesMarks = session.refusesMarks || isRefused;
+    } else if (!heard.own) {
         REQUEST waiting = request;
         waiting.proof = PROOF::NOTHING; // that is, for as long as it may take
         listen(waiting, n, heard);

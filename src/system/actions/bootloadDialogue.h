@@ -70,10 +70,12 @@ private:
         std::optional<REPLY> own;
         std::optional<REPLY> maybe;
         clock::time_point maybeUntil; ///< how long a better one is waited for
+        bool renamed = false;         ///< nothing speaks against `maybe` but its name
         bool direct = true;           ///< no status request was sent
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try
+        bool overdue = false;         ///< `maybe` came when its own answer should have
         bool mayBeWell() const { return maybe && maybe->status == OK; }
     };
 
@@ -85,11 +87,13 @@ private:
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
+    bool isOverdue(const REQUEST& request) const;
     milliseconds directWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
 
     bool setMark(const REQUEST& request, HEARD& heard);
     bool isRepeated(std::uint8_t module, milliseconds wait);
+    bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 
     bootloadHost& host;

@@ -6,19 +6,6 @@ using namespace bootloadTiming;
 using namespace busMessages;
 using std::chrono::duration_cast;
 
-namespace {
-
-PROCBUS_MSG markRow() {
-    PROCBUS_MSG msg;
-    msg.id = busProtocol::DATA_ROW;
-    msg.length = 2;
-    msg.data[0] = openRequests::MARK_ROW;
-    msg.data[1] = 0xFF;
-    return msg;
-}
-
-} // namespace
-
 // Sending
 
 void bootloadLine::begin(const REQUEST& request) {
@@ -98,6 +85,7 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
         const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
         const auto next = std::min(confusedUntil(request, again), turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
+            noteMarkReply(*answer);
             judge(*answer);
         } else if (host.now() >= turn) {
             keepAlive(request, again);
@@ -105,6 +93,17 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
     }
     open.forgetOver(host.now());
     return true;
+}
+
+void bootloadLine::noteMarkReply(const ANSWER& answer) {
+    if (!open.awaitsMark() || !openRequests::isMarkReply(answer)) {
+        return;
+    }
+    if (answer.reply.status == busProtocol::OK) {
+        session.keepsMarks = true;
+    } else if (session.repeatsMarks) {
+        session.lastReply = answer.reply;
+    }
 }
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */

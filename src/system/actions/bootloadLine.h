@@ -59,7 +59,12 @@ public:
     openRequests::WHOSE judge(const ANSWER& answer) { return open.judge(answer, host.now()); }
     /** The answer that came just now is the one to the request at hand: how long such a one takes. */
     void learnTime();
+    milliseconds sinceRequest() const { return std::chrono::ceil<milliseconds>(host.now() - requestedAt); }
+    bool awaitsMark() const { return open.awaitsMark(); }
     bool isDisturbed() const { return open.isDisturbed(); }
+
+    /** What comes behind a mark shows whether the module takes such a row. */
+    void noteMarkReply(const ANSWER& answer);
 
     /** The answer to a status request looks the same before and behind the request, and nothing else tells.
      */

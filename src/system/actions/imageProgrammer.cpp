@@ -56,12 +56,21 @@ REQUEST imageProgrammer::request(KIND kind, std::uint32_t row) const {
     return made;
 }
 
+RESULT imageProgrammer::ask(const REQUEST& wanted) {
+    const RESULT result = dialogue.ask(wanted);
+    wasAnswered = result.answered;
+    if (result.certain) {
+        erasingUntil = {};
+    }
+    return result;
+}
+
 std::uint8_t imageProgrammer::startPage(const hexpage::MEMORY_PAGE& page) {
     REQUEST start = request(KIND::START, 0);
     start.msg = busMessages::startPage(module, page.startAddress, page.dataLength, wideAddress);
     // Of the only row, nothing shows later whether its page was open.
     start.proof = rowsOf(page.data.size()) == 1 ? PROOF::MARK : PROOF::LATER;
-    const RESULT result = dialogue.ask(start);
+    const RESULT result = ask(start);
     if (!result.reply) {
         return BADCHECKSUM;
     }
@@ -70,10 +79,11 @@ std::uint8_t imageProgrammer::startPage(const hexpage::MEMORY_PAGE& page) {
 }
 
 std::uint8_t imageProgrammer::erase(const REQUEST& erasure) {
-    const RESULT result = dialogue.ask(erasure);
+    const RESULT result = ask(erasure);
     if (!result.reply) {
         return ERASEERR;
     }
+    erasingUntil = host.now() + erasure.work;
     host.pause(PAUSE);
     return result.reply->status;
 }
@@ -113,8 +123,7 @@ int imageProgrammer::sendRow(std::uint32_t row, const BYTES& data, PROOF proof) 
             std::printf("No response\n");
         }
     };
-    const RESULT result = dialogue.ask(rowRequest);
-    wasAnswered = result.answered;
+    const RESULT result = ask(rowRequest);
     return result.reply ? result.reply->status : result.answered ? MISSEDPACKET : -1;
 }
 
@@ -145,8 +154,7 @@ bool imageProgrammer::sendWrite(bool last) {
                         static_cast<unsigned>(reply->row));
         }
     };
-    const RESULT result = dialogue.ask(write);
-    wasAnswered = result.answered;
+    const RESULT result = ask(write);
     return result.reply.has_value();
 }
 
@@ -243,7 +251,10 @@ imageProgrammer::PAGE_RESULT imageProgrammer::programPage(hexpage::MEMORY_PAGE& 
     bool started = false;
     PAGE_RESULT result = PAGE_RESULT::RETRY;
     const auto mayTry = [&] { return attempt < TRIES && !host.cancelled() && !dialogue.hasIdentifiedLate(); };
-    for (attempt = 0; mayTry() && result == PAGE_RESULT::RETRY; ++attempt) {
+    bool mayErase = false;
+    const auto counts = [&] { return attempt + 1 < TRIES || !mayErase || !wasAnswered; };
+    for (attempt = 0; mayTry() && result == PAGE_RESULT::RETRY; attempt += counts() ? 1 : 0) {
+        mayErase = host.now() < erasingUntil;
         log(format("Working on Address# 0x%x (%d/%d) LEN: %lu", page.startAddress, static_cast<int>(index),
                    static_cast<int>(total), static_cast<unsigned long>(page.dataLength)),
             logger::LOG_NOTICE);

@@ -53,6 +53,7 @@ private:
 
     bootloadDialogue::REQUEST request(bootloadTiming::KIND kind, std::uint32_t row) const;
     bootloadDialogue::REQUEST eraseAllRequest() const;
+    bootloadDialogue::RESULT ask(const bootloadDialogue::REQUEST& wanted);
     std::uint8_t erase(const bootloadDialogue::REQUEST& erasure);
     int sendRow(std::uint32_t row, const BYTES& data, bootloadDialogue::PROOF proof);
     int sendRows(const BYTES& data, bootloadDialogue::PROOF proofOfOnlyRow);
@@ -78,6 +79,8 @@ private:
     bool wideAddress = false;
     unsigned attempt = LONE;  ///< how often the page or record at hand was begun before
     bool wasAnswered = false; ///< the last request
+    /** Until when an erase may go on that was answered; over at the first answer that is surely another's. */
+    bootloadHost::clock::time_point erasingUntil{};
 
     /** Of a request that is part of no page: it waits like the first, and is the last. */
     static constexpr unsigned LONE = bootloadTiming::TRIES;

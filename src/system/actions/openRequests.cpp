@@ -44,7 +44,7 @@ void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
 }
 
 void openRequests::addMark(clock::time_point now) {
-    add({TYPE::MARK, KIND::ROW, MARK_ROW, 0}, now, LATEST);
+    add({TYPE::MARK, KIND::ROW, busProtocol::MARK_ROW, 0}, now, LATEST);
 }
 
 bool openRequests::isAtHand(const ENTRY& entry) const {
@@ -71,19 +71,23 @@ bool openRequests::couldAnswer(const ENTRY& entry, const ANSWER& answer) const {
 
 /** Whether a status request may be answered so although the request that it is about was not carried out. */
 bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
-    return !entry.repeats || *entry.repeats == answer.reply;
+    return !entry.repeats || // by whatever name
+           (entry.repeats->row == answer.reply.row && entry.repeats->status == answer.reply.status);
 }
 
 bool openRequests::isMarkReply(const ANSWER& answer) {
-    return !answer.identification && (answer.reply.status != OK || answer.reply.row == MARK_ROW);
+    return !answer.identification && (answer.reply.status != OK || answer.reply.row == busProtocol::MARK_ROW);
 }
 
 /** A mark that may have been lost claims no error that the request behind it got. */
 bool openRequests::expectsMarkReply(const ENTRY& entry) const {
     const auto isBehind = [&](const ENTRY& other) { return isAtHand(other) && other.sent > entry.sent; };
     return entry.type == TYPE::MARK &&
-           (session.pace.isPrompt(heard - entry.sent, 2 * session.pace.slowest(KIND::ROW)) ||
-            std::none_of(entries.begin(), entries.end(), isBehind));
+           (isSoonBehindMark(entry) || std::none_of(entries.begin(), entries.end(), isBehind));
+}
+
+bool openRequests::isSoonBehindMark(const ENTRY& entry) const {
+    return session.pace.isPrompt(heard - entry.sent, 2 * session.pace.slowest(KIND::ROW));
 }
 
 /** A module that has given its own name so far may be another one when it goes by another name now. */
@@ -91,6 +95,28 @@ bool openRequests::mayBeStrangers(const ANSWER& answer) const {
     const REPLY& reply = answer.reply;
     return !answer.identification && session.name && session.isOwnName(*session.name) &&
            reply.module != NO_MODULE && reply.module != *session.name;
+}
+
+/** It came soon behind a status request or a mark that nothing was sent behind. */
+bool openRequests::answersCheck(const ANSWER& answer) const {
+    if (entries.empty() || entries.back().sent != sent) {
+        return false;
+    }
+    const ENTRY& check = entries.back();
+    return (check.type == TYPE::STATUS && prompt) ||
+           (check.type == TYPE::MARK && isMarkReply(answer) && isSoonBehindMark(check));
+}
+
+/**
+ * A status request says which module is asked, and a mark is heard by none but that one: who answers two of
+ * them at once is it, by whatever name. From then on names tell nothing in this session.
+ */
+bool openRequests::isRenamed(const ANSWER& answer, const LIKENESS& like) {
+    if (!like.echo && answersCheck(answer) && ++session.renamed >= 2) {
+        session.name = NO_MODULE;
+        return true;
+    }
+    return false;
 }
 
 // Whose answer is it?
@@ -105,18 +131,23 @@ openRequests::WHOSE openRequests::judge(const ANSWER& answer, clock::time_point 
     if (!like.same) { // else it may have been doubled on its way
         noteIdentification(answer, isNobodys);
     }
-    if (isNobodys || mayBeStrangers(answer)) {
+    if (isNobodys) {
         noteStranger(like.doubled);
-        return claims.own != nullptr ? WHOSE::MAYBE : WHOSE::OTHER;
+        return WHOSE::OTHER;
     }
     if (like.echo && (disturbed || prompt)) { // by doubled answers, nothing can be counted
         claims.doubted = true;
     }
-    strike(claims);
+    const bool hasOtherName = mayBeStrangers(answer);
+    const bool isStrangers = hasOtherName && !isRenamed(answer, like);
+    strike(claims, isStrangers);
+    if (hasOtherName && !isStrangers) { // so were those before it the module's own
+        std::erase_if(entries, [](const ENTRY& entry) { return entry.claimed; });
+    }
     if (claims.own == nullptr) {
         return WHOSE::OTHER;
     }
-    return claims.doubted ? WHOSE::MAYBE : WHOSE::OWN;
+    return claims.doubted ? WHOSE::MAYBE : isStrangers ? WHOSE::RENAMED : WHOSE::OWN;
 }
 
 openRequests::LIKENESS openRequests::hear(const ANSWER& answer, clock::time_point now) {
@@ -150,30 +181,36 @@ void openRequests::passTime(clock::time_point now) {
 
 openRequests::CLAIMS openRequests::claimsOn(const ANSWER& answer) {
     CLAIMS claims;
+    const auto isFree = [](const ENTRY* taken) { return taken == nullptr || taken->claimed; };
     for (ENTRY& entry : entries) {
         if (!couldAnswer(entry, answer)) {
             continue;
         }
         if (isAtHand(entry)) {
-            claims.own = claims.own == nullptr ? &entry : claims.own;
+            claims.own = isFree(claims.own) ? &entry : claims.own;
             continue;
         }
         // The answer to a status request about the request at hand is as good, unless it may be older.
         claims.doubted = claims.doubted || entry.number != number || couldRepeat(entry, answer);
         const bool isMarks = isMarkReply(answer) && expectsMarkReply(entry);
-        if (isMarks || (claims.other == nullptr && entry.type != TYPE::MARK)) {
+        if (isMarks || (isFree(claims.other) && entry.type != TYPE::MARK)) {
             claims.other = &entry;
         }
     }
     return claims;
 }
 
-void openRequests::strike(const CLAIMS& claims) {
+void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
     const bool isOwn = claims.own != nullptr && (!claims.doubted || claims.other == nullptr);
+    ENTRY* const answered = isOwn ? claims.own : claims.other;
+    if (isStrangers) {
+        answered->claimed = true;
+        return;
+    }
     if (!isOwn && claims.own != nullptr) { // or it is the other way round
         claims.own->until = std::max(claims.own->until, std::min(claims.other->until, heard + LATEST));
     }
-    entries.erase(entries.begin() + ((isOwn ? claims.own : claims.other) - entries.data()));
+    entries.erase(entries.begin() + (answered - entries.data()));
 }
 
 // What else it tells
@@ -215,7 +252,8 @@ void openRequests::forgetOver(clock::time_point now) {
 
 /** Whether the answer to an earlier request could be taken for the answer to the one at hand. */
 bool openRequests::confuses(const ENTRY& entry) const {
-    if (isAtHand(entry) || (entry.type == TYPE::STATUS && session.ignoresStatus())) {
+    const bool isMarkAnswered = entry.type == TYPE::MARK && entry.claimed;
+    if (isAtHand(entry) || isMarkAnswered || (entry.type == TYPE::STATUS && session.ignoresStatus())) {
         return false;
     }
     if (kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == TYPE::MARK) {
@@ -244,5 +282,5 @@ openRequests::clock::time_point openRequests::disturbedUntil() const {
 
 bool openRequests::awaitsMark() const {
     return std::any_of(entries.begin(), entries.end(),
-                       [](const ENTRY& entry) { return entry.type == TYPE::MARK; });
+                       [](const ENTRY& entry) { return entry.type == TYPE::MARK && !entry.claimed; });
 }

@@ -19,13 +19,11 @@ public:
     using ANSWER = busMessages::ANSWER;
 
     enum class WHOSE : std::uint8_t {
-        OWN,   ///< surely the reply to the request at hand
-        MAYBE, ///< its, or that of another one which is still open
+        OWN,     ///< surely the reply to the request at hand
+        RENAMED, ///< its, or another module's: it goes by another name than the module did so far
+        MAYBE,   ///< its, or that of another one which is still open
         OTHER
     };
-
-    /** A row that is out of its order while no page is open, or one of a single row. */
-    static constexpr std::uint32_t MARK_ROW = 2;
 
     /** What it learns of the module by its answers it notes in `known`, which outlives it. */
     explicit openRequests(SESSION& known) : session(known) {}
@@ -68,6 +66,7 @@ private:
         std::optional<busMessages::REPLY> repeats{}; ///< by a status request, when that is known
         clock::time_point sent{};
         clock::time_point until{}; ///< behind it no answer comes any more
+        bool claimed = false;      ///< an answer by another name may have been its
     };
 
     /** What an answer has to do with the one before. */
@@ -90,13 +89,16 @@ private:
     bool couldAnswer(const ENTRY& entry, const ANSWER& answer) const;
     static bool couldRepeat(const ENTRY& entry, const ANSWER& answer);
     bool expectsMarkReply(const ENTRY& entry) const;
+    bool isSoonBehindMark(const ENTRY& entry) const;
+    bool answersCheck(const ANSWER& answer) const;
     bool mayBeStrangers(const ANSWER& answer) const;
+    bool isRenamed(const ANSWER& answer, const LIKENESS& like);
     bool confuses(const ENTRY& entry) const;
 
     LIKENESS hear(const ANSWER& answer, clock::time_point now);
     void passTime(clock::time_point now);
     CLAIMS claimsOn(const ANSWER& answer);
-    void strike(const CLAIMS& claims);
+    void strike(const CLAIMS& claims, bool isStrangers);
     void noteStatusAnswered(const CLAIMS& claims);
     void noteIdentification(const ANSWER& answer, bool isNobodys);
     void noteStranger(bool doubled);

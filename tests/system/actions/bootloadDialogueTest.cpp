@@ -132,6 +132,8 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     the same behind one with a direct reply | , E E | E: ok deaf | own ok missed | , E E M E M E M E ?
     a status that is always OK | , E | E: deaf; ?: =0 | own missed | , E M E M E M E M
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
+    a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
+    a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 ? W
     no reply to marks | , E | E: deaf ok; M: deaf | own ok | , E M E
     an unheard start of one row | , s | S: deaf deaf ok | own ok | , S M S M S
     an unheard record of one row | , A m W m | R: ok deaf ok | own ok ok ok ok | , A R0 W R0 M R0
@@ -148,7 +150,8 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     one row's doubled reply, an unheard write | , s r W | R: twice; W: deaf ok | own ok ok ok | , S R0 W M W
     another row's reply | , S R0 R1 | R: ok row7 ok | own ok ok ok | , S R0 R1 ? R1
     always another row's reply | , S R0 R1 | R: ok row7 | own ok ok missed | , S R0 R1 ? R1 ? R1 ? R1 ?
-    another module's reply | , S R0 R1 | R: ok by8 ok | own ok ok ok? | , S R0 R1 ?
+    another module's reply | , S R0 R1 | R: ok by8; ?: lost | own ok ok ok? | , S R0 R1 ?
+    another name from now on | , S R0 R1 W E | R: ok by8; ?: by8; W: by8; E: by8 | own ok ok ok ok ok | , S R0 R1 ? W E
     )");
 }
 
