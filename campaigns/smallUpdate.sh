@@ -88,6 +88,7 @@ is_complete() { is_proven --brief; }
 
 is_proven() { # OPTION
     rm -f "$work/report.txt"
+    incomplete="no report of the bus"
     kill -USR1 "$panel_bus_pid" && panel_until 5 grep -qs '^well=' "$work/report.txt" || return 1
     incomplete=$(verify "$1" | paste -sd ' ')
     [[ -z $incomplete ]]

@@ -122,10 +122,10 @@ int main(int argc, char** argv) {
     const int exitCode = QApplication::exec();
     std::cout << "stopping application" << std::endl;
     core->stop();
-    if (core->reboot) {
-        panelHalt::restart(*core, lock);
-    } else if (onSignals.wasAsked() && startProof::hasStarter()) {
+    if (onSignals.wasAsked() && startProof::hasStarter()) {
         core->sendHaltMsg(); // who ends the service goes on from here, and may start it again
+    } else if (core->reboot) {
+        panelHalt::restart(*core, lock);
     } else {
         startProof::usedToTheEnd();
         panelHalt::halt(*core);

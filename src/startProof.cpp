@@ -19,9 +19,11 @@ constexpr int LOOK_MS = 250;
 const char* const SELF = "/proc/self/exe";
 
 pid_t starter() {
-    const char* const text = std::getenv("KELDRA_STARTER");
+    const char* const text = std::getenv(startRecord::WAITING_STARTER);
     return text != nullptr ? static_cast<pid_t>(std::atoi(text)) : -1;
 }
+
+PROGRAM self; ///< what this process runs, whatever lies in its place by now
 
 bool runsWhereItBelongs() {
     std::error_code unknown;
@@ -38,10 +40,10 @@ startProof::startProof(updateCore* core) : csys(core) {
     if (!startRecord::isKept()) {
         return;
     }
-    const PROGRAM own = startRecord::contentOf(SELF);
+    self = startRecord::contentOf(SELF);
     startRecord record = startRecord::load();
-    const bool settled = hasStarter() && settle(record, own);
-    if (settled || (own.is(record.updater) && !record.updater.version.empty())) {
+    const bool settled = hasStarter() && settle(record);
+    if (settled || (self.is(record.updater) && !record.updater.version.empty())) {
         csys->core.updater.swVersion = record.updater.version; // the last run may not have come to write it
     }
     connect(&timer, &QTimer::timeout, this, &startProof::prove);
@@ -51,10 +53,10 @@ startProof::startProof(updateCore* core) : csys(core) {
 }
 
 /** Takes the last step of its own installation, should a loss of power or the starter have left it to it. */
-bool startProof::settle(startRecord& record, const PROGRAM& own) {
+bool startProof::settle(startRecord& record) {
     const PROGRAM coming = record.coming;
-    const PROGRAM whole = own.is(coming) ? coming : record.former;
-    if (!own.is(whole) || (runsWhereItBelongs() && !coming.isKnown())) {
+    const PROGRAM whole = self.is(coming) ? coming : record.former;
+    if (!self.is(whole) || (runsWhereItBelongs() && !coming.isKnown())) {
         return false;
     }
     if (!runsWhereItBelongs()) {
@@ -107,13 +109,15 @@ bool startProof::eventFilter(QObject* object, QEvent* event) {
 void startProof::prove() {
     if (hasPainted && csys->busAnswered) {
         timer.stop();
-        startRecord::change([](startRecord& record) { record.trial = startRecord::PROVEN; });
+        startRecord::change([](startRecord& record) {
+            record.trial = self.is(record.updater) ? startRecord::PROVEN : record.trial;
+        });
     }
 }
 
 void startProof::usedToTheEnd() {
     startRecord::change([](startRecord& record) {
-        record.trial = startRecord::PROVEN;
+        record.trial = self.is(record.updater) ? startRecord::PROVEN : record.trial; // no other one's
         record.underway = startRecord::UNDERWAY::NOTHING;
         record.isBack = false;
     });

@@ -33,7 +33,7 @@ protected:
     bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
-    bool settle(startRecord& record, const startRecord::PROGRAM& own);
+    bool settle(startRecord& record);
     void prove();
 
     updateCore* csys;

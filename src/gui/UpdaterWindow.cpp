@@ -254,7 +254,7 @@ void UpdaterWindow::cancelButtonAction() {
 
 void UpdaterWindow::endRun() {
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // the run may have told its end already
-    if (csys->running && !canceling) {
+    if (csys->running && !canceling && !csys->reboot) {
         cancelRun();
     }
 }

@@ -13,7 +13,8 @@
 namespace {
 
 constexpr useconds_t POLL_US = 2000;
-constexpr int LAST_POLLS = 250; // half a second for what was killed to end
+constexpr int LAST_POLLS = 250;     // half a second for what was killed to end
+constexpr int POLLS_WHEN_LATE = 10; // it has had its time
 
 /** `errors`: a descriptor that becomes the standard error; negative for none. */
 [[noreturn]] void work(const std::function<int()>& task, bool mayBeLeft, int errors) {
@@ -70,7 +71,7 @@ int runWith(const std::function<int()>& task, const shared<bool>* unless, int li
     }
     kill(-child, SIGKILL); // with what it has started, if it is a group
     kill(child, SIGKILL);
-    awaitEnd(child, status, LAST_POLLS);
+    awaitEnd(child, status, isLate() ? POLLS_WHEN_LATE : LAST_POLLS);
     return childProcess::NOT_DONE;
 }
 

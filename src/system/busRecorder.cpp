@@ -16,7 +16,7 @@ constexpr std::uint32_t BLOCK = 2048; // slots that are written together, the ne
 constexpr std::size_t LENGTH_OFFSET = SYNC.size() + 1;
 constexpr std::size_t HEAD = SYNC.size() + 2;
 constexpr std::size_t CRC_SIZE = 2;
-constexpr int TIME_LIMIT_MS = 1000;              // of a save: the card may have stalled
+constexpr int TIME_LIMIT_MS = 950;               // of a save: the card may have stalled
 constexpr std::uint64_t NOISE_PAUSE_US = 40'000; // ends noise: what comes then is something else
 
 std::atomic<busRecorder*> atWork{nullptr};

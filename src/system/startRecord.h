@@ -27,6 +27,8 @@ public:
     inline static const std::string FOLDER = "/keldra/start";
     inline static const std::string FORMER = FOLDER + "/K+Updater"; ///< the last good updater
     inline static const std::string INSTALLED = "/usr/bin/K+Updater";
+    /** Environment of an updater that a starter waits for: the starter's process number. */
+    static constexpr const char* WAITING_STARTER = "KELDRA_STARTER";
 
     static constexpr int PROVEN = -1;
     static constexpr int TRIES = 2; ///< starts without proof, behind which the former one is back

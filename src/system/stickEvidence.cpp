@@ -12,6 +12,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <dirent.h>
@@ -29,6 +30,11 @@ namespace {
 const char* const FOLDER = "keldra_logs";
 const char* const ENDING = ".new";
 constexpr int TIME_LIMIT_MS = 5000;
+constexpr std::chrono::milliseconds FILLING_LIMIT{
+    3000}; ///< what is not whole on a slow stick by then, is left out
+constexpr std::size_t FLUSHED_AT_ONCE = 512 * 1024;
+constexpr off_t LATEST_LIMIT = 1'000'000;
+constexpr int NOTE_LIMIT_MS = 1000; ///< the card may have stalled
 constexpr std::size_t SIZE_LIMIT = 20'000'000;
 constexpr std::size_t LONGEST_NAME = 32;
 constexpr int READ_ALL_MESSAGES = 3; // of klogctl()
@@ -135,13 +141,13 @@ public:
         }
         lseek(in, std::max<off_t>(0, info.st_size - atMost), SEEK_SET);
         const opened out(create(name));
-        static std::array<char, 64 * 1024> piece;
+        static std::array<char, FLUSHED_AT_ONCE> piece;
         ssize_t count = 0;
-        while (ok && (count = read(in, piece.data(), std::min(piece.size(), room))) > 0) {
-            ok = write(out, piece.data(), static_cast<std::size_t>(count)) == count;
+        while (ok && !isLate() && (count = read(in, piece.data(), std::min(piece.size(), room))) > 0) {
+            ok = write(out, piece.data(), static_cast<std::size_t>(count)) == count && fdatasync(out) == 0;
             room -= static_cast<std::size_t>(count);
         }
-        if (count < 0) { // what can't be read whole is not taken for whole
+        if (count != 0) { // what is not whole, is not taken for whole
             unlinkat(fd, name.c_str(), 0);
         }
     }
@@ -158,6 +164,7 @@ public:
     }
 
 private:
+    bool isLate() const { return std::chrono::steady_clock::now() - began > FILLING_LIMIT; }
     bool isTaken(const std::string& name) const {
         struct stat info {};
         return fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
@@ -176,6 +183,7 @@ private:
     opened fd;
     bool ok;
     std::size_t room = SIZE_LIMIT;
+    const std::chrono::steady_clock::time_point began = std::chrono::steady_clock::now();
 };
 
 std::string kernelMessages() {
@@ -227,11 +235,17 @@ std::string timeText() {
     return text.data();
 }
 
+/** Of what a module or a file says: letters and digits alone, for a folder's name. */
+std::string asName(std::string text) {
+    std::erase_if(text, [](unsigned char c) { return std::isalnum(c) == 0; });
+    return text.substr(0, LONGEST_NAME);
+}
+
 /** What is worth most comes first: where there is no room for all of it, the rest is left out. */
 void fill(folder& copy, const std::string& state, const std::string& root) {
     const std::string texts[] = {state, withoutSecrets(functs().getFileContents("/keldra/config/vx3.cfg")),
                                  kernelMessages()};
-    copy.addFile(LATEST, "/tmp/update.log", SIZE_LIMIT / 2);
+    copy.addFile(LATEST, "/tmp/update.log", LATEST_LIMIT);
     for (std::size_t n = 0; n < std::size(MADE); ++n) {
         copy.add(MADE[n], texts[n]);
     }
@@ -268,8 +282,8 @@ std::string stickEvidence::panelName() const {
     if (name.empty()) {
         name = functs().getFileContents("/etc/machine-id");
     }
-    std::erase_if(name, [](unsigned char c) { return std::isalnum(c) == 0; });
-    return name.empty() ? "panel" : name.substr(0, LONGEST_NAME);
+    name = asName(name);
+    return name.empty() ? "panel" : name;
 }
 
 /**
@@ -277,7 +291,7 @@ std::string stickEvidence::panelName() const {
  * heard a module yet, and one whose bus is dead never will. Empty for unknown.
  */
 std::string stickEvidence::serialOf(const modules::ROW& row) const {
-    const std::string told = core->module(row).serial;
+    const std::string told = asName(core->module(row).serial);
     if (!told.empty()) {
         return told;
     }
@@ -285,7 +299,7 @@ std::string stickEvidence::serialOf(const modules::ROW& row) const {
     for (std::string line; std::getline(noted, line);) {
         const std::size_t at = line.rfind(SERIAL);
         if (at != line.npos && line.starts_with(std::string(row.shown) + ": ")) {
-            const std::string serial = line.substr(at + SERIAL.size(), LONGEST_NAME);
+            const std::string serial = asName(line.substr(at + SERIAL.size()));
             return serial == UNKNOWN ? "" : serial;
         }
     }
@@ -310,7 +324,9 @@ std::string stickEvidence::stateOfModules() const {
 }
 
 void stickEvidence::noteModules() const {
-    durable::replaceFile(core->rootPath + "/logs/" + SEEN, timeText() + "\n" + stateOfModules());
+    const std::string path = core->rootPath + "/logs/" + SEEN;
+    const std::string text = timeText() + "\n" + stateOfModules();
+    childProcess::run([&] { return durable::replaceFile(path, text) ? 0 : 1; }, &core->cancel, NOTE_LIMIT_MS);
 }
 
 void stickEvidence::copy() const {

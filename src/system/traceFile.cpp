@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::uint64_t TIME_LIMIT_MS = 700; // to begin another part; the last one has the rest of a second
+constexpr std::uint64_t TIME_LIMIT_MS = 400; // to begin another part; the last one has the rest of a second
 constexpr unsigned SHARE = 2;                // of what is free on the card
 constexpr std::uint64_t MICROSECONDS = 1'000'000;
 

@@ -114,10 +114,10 @@ void updateCore::finish(bool status) {
     const std::string missing =
         notInstalled != 0 ? ", but without " + std::to_string(notInstalled) + " of its files" : "";
     log->log_item(status ? "Run ended: succeeded" + missing : "Run ended: failed", logger::LOG_NOTICE);
-    stickEvidence(this).noteModules();
     if (!cancel && (!status || recordsAll)) { // before it is shown: the power may be cut then
         saveRecording(status ? "succeeded" : "failed");
     }
+    stickEvidence(this).noteModules();
     atWork = false; // who hears of it may start the next run at once
     emit sendUpdateDone(status);
 }

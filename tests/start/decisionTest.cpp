@@ -71,6 +71,7 @@ TEST_F(decisionTest, StartsWhatIsWhole) {
         new       | new     | old   | new     -      old    -       1     no       | I            | 2
         new       | new     | old   | new     -      old    -       2     yes      | F            | no
         new       | new     | torn  | new     -      old    -       2     no       | I            | 3
+        old       | -       | old   | old     -      old    -       2     no       | I            | 3
         new       | new     | old   | old     old    old    new     no    no       | F            | no
         other     | -       | old   | old     -      old    -       no    no       | F            | no
         other     | new     | old   | old     -      old    -       no    no       | P auto       | 1

@@ -141,7 +141,8 @@ bool packageIsComplete() {
 Decision decide(const startRecord& record) {
     const PROGRAM installed = startRecord::programAt(startRecord::INSTALLED);
     const PROGRAM kept = startRecord::programAt(startRecord::FORMER);
-    if (record.trial >= startRecord::TRIES && kept.is(record.former)) {
+    const PROGRAM& tried = record.coming.isKnown() ? record.coming : record.updater;
+    if (record.trial >= startRecord::TRIES && kept.is(record.former) && !kept.is(tried)) {
         return giveUp(record);
     }
     Decision decision;

@@ -1,5 +1,7 @@
 #include "watch.h"
 
+#include "system/startRecord.h"
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -61,7 +63,7 @@ Watch::Watch(double patience) : limit_(patience) {
     const sigset_t set = heard();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     prctl(PR_SET_CHILD_SUBREAPER, 1); // an updater that was started by one that has ended is this one's, too
-    setenv("KELDRA_STARTER", std::to_string(getpid()).c_str(), 1);
+    setenv(startRecord::WAITING_STARTER, std::to_string(getpid()).c_str(), 1);
 }
 
 Watch::End Watch::follow(const std::string& program, const std::vector<std::string>& arguments,
@@ -79,6 +81,7 @@ Watch::End Watch::follow(const std::string& program, const std::vector<std::stri
         const sigset_t set = heard();
         const timespec second{POLL_S, 0};
         const int signal = sigtimedwait(&set, nullptr, &second);
+        reap(end); // before its successor's window is noted
         hasWindow_ = hasWindow_ || signal == SIGUSR1;
         if ((signal == SIGTERM || signal == SIGINT) && !end.onRequest) {
             end.onRequest = true;

@@ -162,10 +162,10 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
     copies[destination] = source;
     const std::uint64_t stretches = copiedBytes / STRETCH;
     copiedBytes += runForecast::bytesOf(source);
-    if (copiedBytes / STRETCH != stretches) {
-        durable::flushAll(configInstallPath); // so that there is little left to wait for in the end
-    }
     csys->progress.reached(copiedBytes, totalBytes);
+    if (copiedBytes / STRETCH != stretches) {
+        durable::flushAll(folderOf(destination)); // so that there is little left to wait for in the end
+    }
     return carryExecutableBits(source, destination); // at once: a later loss of power must find it startable
 }
 

@@ -4,6 +4,7 @@
 #include "../../lib/functs.h"
 #include "../../lib/plainFile.h"
 #include "../programFile.h"
+#include "../startRecord.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -58,15 +59,14 @@ std::string missingLibrary(const std::string& path) {
     return "";
 }
 
-/** Whether the file, which may have any size, knows the question. */
-bool isAsked(const std::string& path, const shared<bool>& cancel) {
-    const std::string question = QUESTION;
+/** Whether the text stands in the file, which may have any size. */
+bool mentions(const std::string& path, const std::string& text, const shared<bool>& cancel) {
     std::string seen;
     bool found = false;
     const auto look = [&](std::string_view piece) {
         seen.append(piece);
-        found = seen.find(question) != std::string::npos;
-        const std::size_t kept = std::min(seen.size(), question.size() - 1); // it may go on in the next piece
+        found = seen.find(text) != std::string::npos;
+        const std::size_t kept = std::min(seen.size(), text.size() - 1); // it may go on in the next piece
         seen.erase(0, seen.size() - kept);
         return !found && !cancel;
     };
@@ -93,9 +93,13 @@ std::string programTrial::objection(const std::string& path, const shared<bool>&
     std::string found = programFile::objection(path);
     if (found.empty() && programFile::isMachineCode(path)) {
         found = missingLibrary(path);
+        if (found.empty() && startRecord::isKept() && !mentions(path, startRecord::WAITING_STARTER, cancel)) {
+            found = "it knows of no starter"; // which would end it in the midst of its work
+        }
     }
     if (!found.empty()) {
         return found;
     }
-    return isAsked(path, cancel) && !tellsItsVersion(path, cancel) ? "it does not tell its version" : "";
+    const bool isAsked = mentions(path, QUESTION, cancel);
+    return isAsked && !tellsItsVersion(path, cancel) ? "it does not tell its version" : "";
 }

@@ -122,6 +122,7 @@ bool updaterUpdate::keepFormer(startRecord& record) {
     }
     functs f;
     const std::string copy = startRecord::FORMER + ".new";
+    f.removeFile(copy); // of a copy that was cut
     if (!hasRoomFor(record.updater.size, startRecord::FOLDER) ||
         !f.copyFile(startRecord::INSTALLED, copy, true) || chmod(copy.c_str(), 0755) != 0 ||
         !durable::flush(copy) || !startRecord::programAt(copy).is(record.updater) ||
@@ -152,6 +153,9 @@ bool updaterUpdate::conclude(bool copied) {
             return false; // the record stays as it is, for the starter
         }
         now = record.former;
+    }
+    if (!copied) { // the program may be there, but not all that comes with it
+        now.version = record.updater.version;
     }
     startRecord::change([&now, arrived](startRecord& kept) {
         kept.updater = now;
