@@ -125,6 +125,13 @@ std::string pathOf(pid_t pid, const Call& call, const std::uint64_t* arguments) 
     return whole.lexically_normal(); // an installed file comes as //lib/...
 }
 
+std::string commandOf(pid_t pid) {
+    std::string name;
+    std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
+    std::getline(file, name);
+    return name;
+}
+
 /** What the command is stopped at. */
 class Stop {
 public:
@@ -136,7 +143,7 @@ public:
         for (const Call& call : CALLS) {
             if (call.number == static_cast<long>(info.seccomp.nr)) {
                 const std::uint64_t* arguments = reinterpret_cast<const std::uint64_t*>(&info.seccomp.args);
-                name_ = call.name;
+                name_ = commandOf(pid) + " " + call.name;
                 path_ = pathOf(pid, call, arguments);
                 changes_ = call.flags < 0 || (arguments[call.flags] & (O_CREAT | O_TRUNC)) != 0;
             }

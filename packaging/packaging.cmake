@@ -9,8 +9,12 @@ install(TARGETS keldra-start DESTINATION sbin COMPONENT updater)
 set(starter ${CMAKE_CURRENT_LIST_DIR}/start)
 install(FILES ${starter}/keldra-start.service DESTINATION /lib/systemd/system COMPONENT updater)
 install(PROGRAMS ${starter}/keldra-start.init DESTINATION /etc/init.d RENAME keldra-start COMPONENT updater)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/starter.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/keldra-updater
-        COMPONENT updater)
+# Its page, without the links into this tree.
+file(READ ${PROJECT_SOURCE_DIR}/docs/starter.md page)
+string(REGEX REPLACE "\\[([^]\n]+)\\]\\([^)\n]+\\)" "\\1" page "${page}")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/packaging/starter.md "${page}")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/starter.md
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/keldra-updater COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/start COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/logs COMPONENT updater)
 install(DIRECTORY DESTINATION /keldra/tmp COMPONENT updater)
@@ -62,7 +66,7 @@ installed, and brings kernel, programs, drivers and the firmware of the
 modules on the bus up to date.")
 set(CPACK_DEBIAN_UPDATER_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_UPDATER_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/conffiles
-    ${starter}/postinst ${starter}/postrm)
+    ${starter}/postinst ${starter}/prerm ${starter}/postrm)
 set(CPACK_DEBIAN_UPDATER_PACKAGE_DEPENDS fonts-dejavu-core) # and the libraries, see below
 
 set(CPACK_COMPONENT_PACKAGE-TOOL_DESCRIPTION "Tools for update packages of the Keldra+ control panel

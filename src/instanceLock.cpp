@@ -1,11 +1,12 @@
 #include "instanceLock.h"
 
+#include "lib/sameFile.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <string>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -13,19 +14,13 @@ namespace {
 const char* const LOCKED = "/keldra/config";
 const char* const HANDED_OVER = "KELDRA_UPDATER_LOCK"; // environment: the descriptor
 
-bool areOne(int fd, int other) {
-    struct stat a {};
-    struct stat b {};
-    return fstat(fd, &a) == 0 && fstat(other, &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 /** The descriptor to lock: what the updater before this one has handed over, else a new one. */
 int openLock() {
     const int opened = open(LOCKED, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const char* const text = std::getenv(HANDED_OVER);
     const int given = text != nullptr ? std::atoi(text) : -1;
     unsetenv(HANDED_OVER);
-    if (given <= STDERR_FILENO || given == opened || !areOne(given, opened)) {
+    if (given <= STDERR_FILENO || given == opened || !isSameFile(given, opened)) {
         return opened;
     }
     close(opened);

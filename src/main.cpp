@@ -1,11 +1,10 @@
 #include "crashReport.h"
 #include "gui/UpdaterWindow.h"
 #include "instanceLock.h"
-#include "lib/childProcess.h"
-#include "outputRelay.h"
-#include "startCare.h"
-#include "startConditions.h"
-#include "stopRequest.h"
+#include "panelHalt.h"
+#include "processSettings.h"
+#include "startProof.h"
+#include "stopSignals.h"
 #include "system/updateCore.h"
 #include "version.h"
 
@@ -94,40 +93,13 @@ void readMode(int argc, char** argv, updateCore& core) {
     }
 }
 
-/** The new updater takes over the lock, and the standard output as this one has found it. */
-void restartUpdater(const updateCore& core, const instanceLock& lock) {
-    std::string command = "K+Updater auto ";
-    if (core.forceUpdate) {
-        command += "force ";
-    }
-    startCare::countRestart();
-    childProcess::run([&] {
-        lock.handOver();
-        outputRelay::giveBack();
-        return childProcess::runInstead(command + "-qws&");
-    });
-}
-
-/**
- * There is nobody left to tell what became of its commands. `mount` takes their "ro" for the device, which a
- * remount does not look at: the file systems stay writable, and what was written reaches them by the halt.
- */
-void haltPanel(updateCore& core) {
-    core.sendHaltMsg();
-    core.dropUnpackedManifest();
-    childProcess::shell("mount -o remount ro /");
-    childProcess::shell("mount -o remount ro /keldra");
-    childProcess::shell("rm -r /keldra/tmp/keldra_update*");
-    childProcess::shell("halt&");
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     if (answerQuestion(argc, argv)) {
         return 0;
     }
-    settleStartConditions(CONFIGURATION);
+    settleProcess(CONFIGURATION);
     installCrashReport();
     std::cout << "Init Start ------" << std::endl;
     const instanceLock lock;
@@ -138,25 +110,25 @@ int main(int argc, char** argv) {
     explainMissingConfiguration();
     auto core = std::make_unique<updateCore>(); // a missing configuration ends the program here
     core->startModePending = true;
-    startCare care(core.get());
+    startProof proof(core.get());
     choosePlatform(argc, argv);
     QApplication application(argc, argv);
     auto* window = new UpdaterWindow(&application, core.get()); // the process's end takes it down
-    care.watchOver(window);
+    proof.watchOver(window);
     window->showFullScreen();
     QApplication::setOverrideCursor(Qt::BlankCursor);
     readMode(dropWindowOptions(argc, argv), argv, *core);
-    stopRequest onSignals(window, core.get());
+    stopSignals onSignals(window, core.get());
     const int exitCode = QApplication::exec();
     std::cout << "stopping application" << std::endl;
     core->stop();
     if (core->reboot) {
-        restartUpdater(*core, lock);
-    } else if (onSignals.wasAsked() && startCare::hasStarter()) {
+        panelHalt::restart(*core, lock);
+    } else if (onSignals.wasAsked() && startProof::hasStarter()) {
         core->sendHaltMsg(); // who ends the service goes on from here, and may start it again
     } else {
-        startCare::usedToTheEnd();
-        haltPanel(*core);
+        startProof::usedToTheEnd();
+        panelHalt::halt(*core);
     }
     core.reset();
     return exitCode;

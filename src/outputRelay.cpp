@@ -1,5 +1,7 @@
 #include "outputRelay.h"
 
+#include "lib/sameFile.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -141,12 +143,6 @@ bool needsWriter(int fd, bool withTimes) {
                                      (withTimes && S_ISREG(info.st_mode)));
 }
 
-bool areOne(int fd, int other) {
-    struct stat a {};
-    struct stat b {};
-    return fstat(fd, &a) == 0 && fstat(other, &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 void relay(int fd, STREAM& stream, bool withTimes) {
     stream.original = fcntl(fd, F_DUPFD_CLOEXEC, FIRST_FREE_FD);
     const int toWriter = startWriter(stream, withTimes);
@@ -173,7 +169,7 @@ void finish() {
 
 void outputRelay::begin(bool withTimes) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    const bool together = areOne(STDOUT_FILENO, STDERR_FILENO);
+    const bool together = isSameFile(STDOUT_FILENO, STDERR_FILENO);
     if (needsWriter(STDOUT_FILENO, withTimes)) {
         relay(STDOUT_FILENO, streams[0], withTimes);
     }

@@ -23,6 +23,7 @@ struct Options {
     std::string folder;
     bool exchanged = false;
     bool brief = false;
+    bool noHalves = false;
     std::string image;
     std::string other;
     std::vector<std::string> numbers;
@@ -49,9 +50,13 @@ int verify(const Options& options) {
                 item.installed = item.packed;
     }
     int failures = 0;
-    for (const Proven& proven : prove(description, options.places, !options.brief)) {
+    const bool brief = options.brief || options.noHalves;
+    const panel::Asked asked = options.noHalves ? panel::Asked::NoHalves
+                               : brief          ? panel::Asked::State
+                                                : panel::Asked::History;
+    for (const Proven& proven : prove(description, options.places, asked)) {
         failures += !proven.isRight;
-        if (!options.brief)
+        if (!brief)
             std::cout << sim::format("%-18s %-9s %-9s %s\n", proven.what.c_str(), proven.before.c_str(),
                                      proven.after.c_str(),
                                      proven.isRight ? ("yes, " + proven.evidence).c_str() : "NO");
@@ -97,6 +102,8 @@ std::vector<std::pair<CLI::App*, Command>> declare(CLI::App& app, Options& optio
     proof->add_flag("--exchanged", options.exchanged, "once more, with the spare modules in their places");
     proof->add_flag("--brief", options.brief,
                     "only what is not as it is to be, however the panel came to it");
+    proof->add_flag("--no-halves", options.noHalves,
+                    "the same; what was not touched yet, by record and flash, is as it is to be");
 
     CLI::App* const draw = app.add_subcommand("image", "write a firmware image of random bytes");
     draw->add_option("FILE", options.image)->required();

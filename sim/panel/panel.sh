@@ -196,9 +196,10 @@ panel_press() {
     done
 }
 
+# panel_click BUTTON [OPTION of xdotool's click...]
 panel_click() {
     # shellcheck disable=SC2086 # two numbers
-    DISPLAY=$PANEL_DISPLAY xdotool mousemove ${panel_buttons[$1]} click 1
+    DISPLAY=$PANEL_DISPLAY xdotool mousemove ${panel_buttons[$1]} click "${@:2}" 1
 }
 
 # panel_screenshot FILE: the panel's screen as it is now. Nothing without a display of its own.

@@ -24,8 +24,14 @@ struct Proven {
     bool isRight = false;
 };
 
-// Everything that the package brings or is to leave alone. `history` asks for what the update did, too: which
-// modules it wrote and what it said. Without, only the state counts, however the panel came to it.
-std::vector<Proven> prove(const Description& description, const Places& places, bool history);
+enum class Asked {
+    History, // what the update did, too: which modules it wrote and what it said
+    State,   // only what is there now, however the panel came to it
+    NoHalves // the same, but what nobody has touched is right as well: the recorded version, the module's
+             // flash
+};
+
+// Everything that the package brings or is to leave alone.
+std::vector<Proven> prove(const Description& description, const Places& places, Asked asked);
 
 } // namespace panel

@@ -73,7 +73,7 @@ panel_ends() {
     panel_stop_bus
 }
 
-# verify [--exchanged|--brief]: a table, or a list of what is not as it is to be; 1 when something is not.
+# verify [--exchanged|--brief|--no-halves]: a table, or a list of what is not as it is to be; 1 when something is not.
 verify() {
     "$programs/panel-kit" verify "$description" "$made/content" "$PANEL" "$work" "$@"
 }

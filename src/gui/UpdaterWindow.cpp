@@ -28,7 +28,10 @@ constexpr int WIDTH = 480; // the panel's pixels
 constexpr int HEIGHT = 272;
 constexpr int BAND_HEIGHT = 34;
 constexpr int PROGRESS_HEIGHT = 26;
-constexpr int LINE_HEIGHT = 36; // two rows of text
+constexpr int MARGIN = 8;
+constexpr int ROW_HEIGHT = 18;
+constexpr int ROWS = 2;      // of the line; what a run shows takes no more
+constexpr int MOST_ROWS = 3; // behind a failure
 constexpr int BUTTON_HEIGHT = 56;
 constexpr int PICTURE_MS = 500; // at most, for the window system to show a window
 const char* const BELOW = "\n\n";
@@ -49,14 +52,13 @@ tapButton* makeButton(const char* text, const heartBeat& heart, QWidget* parent)
     return button;
 }
 
-/** However long its text, it takes up the same room. */
 QLabel* makeLine(QWidget* parent) {
     auto* line = new QLabel(parent);
     line->setObjectName("line");
     line->setTextFormat(Qt::PlainText);
     line->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     line->setWordWrap(true);
-    line->setFixedHeight(LINE_HEIGHT);
+    line->setFixedHeight(ROWS * ROW_HEIGHT);
     line->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     return line;
 }
@@ -109,7 +111,7 @@ void UpdaterWindow::buildWidgets() {
     cancelBtnGui = makeButton("Cancel", *heart, body);
 
     auto* bandRow = new QHBoxLayout(band);
-    bandRow->setContentsMargins(8, 0, 8, 0);
+    bandRow->setContentsMargins(MARGIN, 0, MARGIN, 0);
     bandRow->addWidget(title, 3);
     bandRow->addWidget(version, 2);
 
@@ -120,7 +122,7 @@ void UpdaterWindow::buildWidgets() {
     buttons->addWidget(cancelBtnGui, 2);
 
     auto* bodyColumn = new QVBoxLayout(body);
-    bodyColumn->setContentsMargins(8, 6, 8, 8);
+    bodyColumn->setContentsMargins(MARGIN, 6, MARGIN, MARGIN);
     bodyColumn->setSpacing(6);
     bodyColumn->addWidget(progressGui);
     bodyColumn->addWidget(lineGui);
@@ -250,6 +252,13 @@ void UpdaterWindow::cancelButtonAction() {
     }
 }
 
+void UpdaterWindow::endRun() {
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // the run may have told its end already
+    if (csys->running && !canceling) {
+        cancelRun();
+    }
+}
+
 /** The core waits for the run's end inside the signal, with the events of the window going on. */
 void UpdaterWindow::cancelRun() {
     canceling = true;
@@ -307,15 +316,22 @@ QString UpdaterWindow::remedy() const {
     return QString::fromStdString(known.empty() ? advice::about(lastShown.toStdString()) : known);
 }
 
+/** The one text for several reasons is followed by which it was, as far as there is room for it. */
+QString UpdaterWindow::whyNotLoaded() const {
+    const QString todo = remedy();
+    const std::string error = csys->log->lastError();
+    if (!reminder.isEmpty() || !isInternal || error.empty()) {
+        return reminder.isEmpty() ? todo : reminder;
+    }
+    return cutToFit(QString::fromStdString(error), ": " + todo) + ": " + todo;
+}
+
 void UpdaterWindow::showLoadFailure() {
     // What was unpacked before the restart goes when loading begins anew, and the stick is not mounted any
     // more.
-    const std::string error = csys->log->lastError();
-    const bool isLost = csys->resumeUpdate && !error.empty();
-    // One text for several reasons.
-    const QString which = isInternal ? QString::fromStdString(error) + ": " : QString();
-    showLine(reminder.isEmpty() ? which + remedy() : reminder,
-             isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.", true);
+    const bool isLost = csys->resumeUpdate && !csys->log->lastError().empty();
+    showLine(whyNotLoaded(), isLost ? "Plug in the stick again, then press Reload." : "Then press Reload.",
+             true);
 }
 
 void UpdaterWindow::showVerdict(bool status) {
@@ -352,8 +368,25 @@ void UpdaterWindow::showLastPicture() {
     QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
 }
 
+bool UpdaterWindow::fits(const QString& text, int rows) const {
+    const QRect room(0, 0, WIDTH - 2 * MARGIN, HEIGHT);
+    return lineGui->fontMetrics().boundingRect(room, Qt::TextWordWrap, text).height() <= rows * ROW_HEIGHT;
+}
+
+/** As much of the text as leaves room for what follows it, and for a row below. */
+QString UpdaterWindow::cutToFit(const QString& text, const QString& following) const {
+    QString shown = text;
+    for (auto kept = text.size(); kept > 0 && !fits(shown + following, MOST_ROWS - 1); --kept) {
+        shown = text.left(kept - 1) + "…";
+    }
+    return shown;
+}
+
+/** However long its text, it takes up the same room while a run goes on; behind a failure, a row more. */
 void UpdaterWindow::showLine(const QString& text, const QString& advice, bool alarm) {
-    lineGui->setText(advice.isEmpty() ? text : text + '\n' + advice);
+    const QString whole = advice.isEmpty() ? text : text + '\n' + advice;
+    lineGui->setText(whole);
+    lineGui->setFixedHeight((csys->running || fits(whole, ROWS) ? ROWS : MOST_ROWS) * ROW_HEIGHT);
     if (lineGui->property("alarm").toBool() != alarm) {
         lineGui->setProperty("alarm", alarm);
         lineGui->style()->unpolish(lineGui); // so that the style sheet looks at the property again

@@ -23,6 +23,8 @@ public:
 
     /** Starts the update when a package is loaded and none is running. */
     void updateStart();
+    /** Cancels the run that goes on, if one does, as the operator would. */
+    void endRun();
     /** A text that stays in the line until a run begins, in the place of what to press next. */
     void remind(const QString& text) { reminder = text; }
 
@@ -57,10 +59,13 @@ private:
     void cancelRun();
     void conclude(bool status);
     QString remedy() const;
+    QString whyNotLoaded() const;
     void showLoadFailure();
     void showVerdict(bool status);
     void appendLine(const QString& text);
     void showLine(const QString& text, const QString& advice, bool alarm = false);
+    bool fits(const QString& text, int rows) const;
+    QString cutToFit(const QString& text, const QString& following) const;
 
     heartBeat* heart;
     QProgressBar* progressGui = nullptr;

@@ -49,7 +49,8 @@ bool readAll(int fd, std::vector<char>& room) {
 
 } // namespace
 
-bool durable::holds(const std::string& written, const std::string& original) {
+bool durable::holds(const std::string& written, const std::string& original,
+                    const std::function<bool()>& goOn) {
     plainFile source(original, "/");
     const int fd = open(written.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
@@ -61,7 +62,7 @@ bool durable::holds(const std::string& written, const std::string& original) {
     std::vector<char> room;
     same = same && source.read([&](std::string_view piece) {
         room.resize(piece.size());
-        return readAll(fd, room) && std::equal(piece.begin(), piece.end(), room.begin());
+        return (!goOn || goOn()) && readAll(fd, room) && std::equal(piece.begin(), piece.end(), room.begin());
     });
     close(fd);
     return same;

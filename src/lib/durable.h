@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -11,9 +12,10 @@ namespace durable {
 bool flush(const std::string& path);
 /**
  * True when the card, not the memory that caches it, holds what `original` has: a file exactly that, a block
- * device at its start. Forces it onto the card before.
+ * device at its start. Forces it onto the card before. `goOn` is asked in between; false when it ends it.
  */
-bool holds(const std::string& written, const std::string& original);
+bool holds(const std::string& written, const std::string& original,
+           const std::function<bool()>& goOn = nullptr);
 /** What a file system, which `path` lies on, has room for; nothing when it does not tell. */
 std::optional<std::uint64_t> freeBytes(const std::string& path);
 /** Forces onto the card all that was written to the file system which `path` lies on. */

@@ -20,10 +20,11 @@ std::string endOf(CryptoPP::HashTransformation& hash) {
 
 } // namespace
 
-std::optional<std::string> fileHash::of(plainFile& file, CryptoPP::HashTransformation& hash) {
-    const auto take = [&hash](std::string_view piece) {
+std::optional<std::string> fileHash::of(plainFile& file, CryptoPP::HashTransformation& hash,
+                                        const std::function<bool()>& goOn) {
+    const auto take = [&](std::string_view piece) {
         update(hash, piece);
-        return true;
+        return !goOn || goOn();
     };
     return file.read(take) ? std::optional(endOf(hash)) : std::nullopt;
 }
@@ -39,8 +40,8 @@ std::string fileHash::digitsOf(const std::string& bytes) {
     return digits;
 }
 
-std::optional<std::string> fileHash::sha256(plainFile& file) {
+std::optional<std::string> fileHash::sha256(plainFile& file, const std::function<bool()>& goOn) {
     CryptoPP::SHA256 hash;
-    const auto bytes = of(file, hash);
+    const auto bytes = of(file, hash, goOn);
     return bytes ? std::optional(digitsOf(*bytes)) : std::nullopt;
 }

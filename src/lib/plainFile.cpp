@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::size_t PIECE = 0x10000;
+constexpr off_t STRETCH = 4 << 20;
 
 /** Where the path leads, with every link followed; empty for nowhere. */
 std::string resolve(const std::string& path) {
@@ -44,6 +45,17 @@ bool writeAll(int fd, std::string_view piece) {
         piece.remove_prefix(static_cast<std::size_t>(written < 0 ? 0 : written));
     }
     return true;
+}
+
+/**
+ * Has the card write what a stretch has brought, and waits for the one before: else memory takes up
+ * everything at once, and nobody can tell how far it is, or end it. False when the card could not.
+ */
+bool pushOut(int fd, off_t written) {
+    sync_file_range(fd, written - STRETCH, STRETCH, SYNC_FILE_RANGE_WRITE);
+    const unsigned wait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    return written < 2 * STRETCH || sync_file_range(fd, written - 2 * STRETCH, STRETCH, wait) == 0 ||
+           errno != EIO;
 }
 
 } // namespace
@@ -95,7 +107,19 @@ bool plainFile::copyTo(const std::string& target, const std::function<bool()>& g
     if (fd < 0) {
         return false;
     }
-    const bool whole = read([&](std::string_view piece) { return (!goOn || goOn()) && writeAll(fd, piece); });
+    off_t written = 0;
+    off_t pushed = 0;
+    const bool whole = read([&](std::string_view piece) {
+        if ((goOn && !goOn()) || !writeAll(fd, piece)) {
+            return false;
+        }
+        written += static_cast<off_t>(piece.size());
+        if (written - pushed < STRETCH) {
+            return true;
+        }
+        pushed = written;
+        return pushOut(fd, written);
+    });
     struct stat info {};
     const bool isFile = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
     if (close(fd) == 0 && whole && isFile) {
@@ -105,6 +129,12 @@ bool plainFile::copyTo(const std::string& target, const std::function<bool()>& g
         std::remove(target.c_str());
     }
     return false;
+}
+
+bool plainFile::isWithin(const std::string& path, const std::string& tree) {
+    const std::string place = resolve(path);
+    const std::string whole = resolve(tree);
+    return !place.empty() && (place == whole || liesIn(place, whole));
 }
 
 std::optional<std::string> plainFile::contents(const std::string& path, const std::string& tree,

@@ -31,6 +31,8 @@ public:
     /** Its content as a new file, or nothing. `goOn` is asked between the pieces. */
     bool copyTo(const std::string& target, const std::function<bool()>& goOn = nullptr);
 
+    /** Whether `path`, a file or a folder, is in `tree` or `tree` itself, whatever links lead to it. */
+    static bool isWithin(const std::string& path, const std::string& tree);
     /** The content of such a file; nothing when it is none. */
     static std::optional<std::string> contents(const std::string& path, const std::string& tree,
                                                std::uint64_t most);

@@ -1,7 +1,7 @@
 #include "ProcBusThread.h"
 
 #include "coreState.h"
-#include "termination.h"
+#include "threadTermination.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -59,10 +59,10 @@ void ProcBusThread::send(PROCBUS_MSG msg) {
 }
 
 void ProcBusThread::run() {
-    termination::forbid();
+    threadTermination::forbid();
     while (!haltThread) {
         // With a port that never opened this spins, but each round is a place to be terminated at.
-        const int count = termination::allowDuring(
+        const int count = threadTermination::allowDuring(
             [this] { return reopening ? -1 : sPort.uart_read(UARTREAD.get(), readSize); });
         if (count > 0) {
             take(UARTREAD.get(), static_cast<std::uint32_t>(count));

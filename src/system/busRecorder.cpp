@@ -1,5 +1,7 @@
 #include "busRecorder.h"
 
+#include "../lib/childProcess.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstdio>
@@ -14,6 +16,7 @@ constexpr std::uint32_t BLOCK = 2048; // slots that are written together, the ne
 constexpr std::size_t LENGTH_OFFSET = SYNC.size() + 1;
 constexpr std::size_t HEAD = SYNC.size() + 2;
 constexpr std::size_t CRC_SIZE = 2;
+constexpr int TIME_LIMIT_MS = 1000;              // of a save: the card may have stalled
 constexpr std::uint64_t NOISE_PAUSE_US = 40'000; // ends noise: what comes then is something else
 
 std::atomic<busRecorder*> atWork{nullptr};
@@ -247,31 +250,43 @@ void busRecorder::writeHead(traceFile& trace, const char* reason) const {
     }
 }
 
-busRecorder::SAVED busRecorder::save(const char* reason) {
+/** True when it is in its place. */
+bool busRecorder::writeAll(const char* reason) const {
+    traceFile trace(*file);
+    writeHead(trace, reason);
+    const std::uint32_t end = next;
+    const std::uint32_t size = std::min(BLOCK, count);
+    bool holdsAny = false;
+    for (std::uint32_t back = size; size != 0 && back <= count && trace.takesMore(); back += size) {
+        write(trace, end - back, size);
+        holdsAny = true;
+    }
+    return holdsAny && trace.keep(); // an empty one would push out a good one
+}
+
+/** The same, by a process that is left behind when the card has stalled. */
+bool busRecorder::writeAllInTime(const char* reason) const {
+    static const shared<bool> never;
+    return childProcess::run([&] { return writeAll(reason) ? 0 : 1; }, &never, TIME_LIMIT_MS) == 0;
+}
+
+busRecorder::SAVED busRecorder::save(const char* reason, bool crashed) {
     const std::uint32_t sentNow = sends;
     if (ring == nullptr || savedTo == sentNow || saving.test_and_set()) {
         return SAVED::NOTHING;
     }
-    bool kept = false;
-    {
-        traceFile trace(*file);
-        writeHead(trace, reason);
-        const std::uint32_t end = next;
-        const std::uint32_t size = std::min(BLOCK, count);
-        bool holdsAny = false;
-        for (std::uint32_t back = size; size != 0 && back <= count && trace.takesMore(); back += size) {
-            write(trace, end - back, size);
-            holdsAny = true;
-        }
-        kept = holdsAny && trace.keep(); // an empty one would push out a good one
-    }
+    const bool kept = crashed ? writeAll(reason) : writeAllInTime(reason);
     savedTo = kept ? sentNow : savedTo.load();
     saving.clear();
     return kept ? SAVED::DONE : SAVED::FAILED;
 }
 
+busRecorder::SAVED busRecorder::save(const char* reason) {
+    return save(reason, false);
+}
+
 void busRecorder::saveAtCrash() {
     if (busRecorder* const recorder = atWork) {
-        recorder->save("crash");
+        recorder->save("crash", true);
     }
 }

@@ -53,12 +53,14 @@ public:
     void mark(std::string_view text);
 
     /**
-     * Writes the recording and keeps two older ones, ".0" and ".1": within a second, into at most half of
-     * what the card has to spare; what does not fit is the oldest part. Neither asks for memory nor takes a
-     * lock.
+     * Writes the recording and keeps two older ones, ".0" and ".1": into at most half of what the card has to
+     * spare; what does not fit is the oldest part. A process of its own does it, which has a second.
      */
     SAVED save(const char* reason);
-    /** The same of the recorder that has begun, from a signal's handler. */
+    /**
+     * The same of the recorder that has begun, from a signal's handler: in this process, without asking for
+     * memory or taking a lock.
+     */
     static void saveAtCrash();
 
 private:
@@ -99,6 +101,9 @@ private:
     bool readSlot(std::uint32_t index, bool isFirst, ENTRY& entry) const;
     void write(traceFile& trace, std::uint32_t from, std::uint32_t size) const;
     void writeHead(traceFile& trace, const char* reason) const;
+    bool writeAll(const char* reason) const;
+    bool writeAllInTime(const char* reason) const;
+    SAVED save(const char* reason, bool crashed);
 
     std::unique_ptr<SLOT[]> ring;
     std::uint32_t count = 0;            ///< of slots, a power of two

@@ -5,7 +5,7 @@
 #include "../lib/durable.h"
 #include "../lib/functs.h"
 #include "packageRules.h"
-#include "termination.h"
+#include "threadTermination.h"
 
 #include <sstream>
 #include <unistd.h>
@@ -134,7 +134,7 @@ void coreState::clearUpdateItems() {
 }
 
 void coreState::pause(unsigned milliseconds) {
-    termination::allowDuring([milliseconds] { return ::usleep(milliseconds * 1000); });
+    threadTermination::allowDuring([milliseconds] { return ::usleep(milliseconds * 1000); });
 }
 
 void coreState::removeUpdateFiles() {

@@ -1,6 +1,6 @@
 #include "replyBox.h"
 
-#include "termination.h"
+#include "threadTermination.h"
 
 #include <ctime>
 
@@ -111,5 +111,5 @@ void replyBox::poll() {
         deadline.tv_nsec -= SECOND_NS;
         ++deadline.tv_sec;
     }
-    termination::allowDuring([&] { return sem_clockwait(&wakes, CLOCK_MONOTONIC, &deadline); });
+    threadTermination::allowDuring([&] { return sem_clockwait(&wakes, CLOCK_MONOTONIC, &deadline); });
 }

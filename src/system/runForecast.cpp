@@ -53,6 +53,9 @@ std::uint64_t runForecast::bytesOf(const std::string& path) {
         return static_cast<std::uint64_t>(info.st_size);
     }
     std::uint64_t bytes = 0;
+    if (!plainFile::isWithin(path, packageRules::UNPACKED)) {
+        return bytes; // as far as a walk of all the panel would be
+    }
     const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(path.c_str()), closedir);
     while (const dirent* entry = dir ? readdir(dir.get()) : nullptr) {
         if (entry->d_name[0] != '.' && entry->d_type != DT_LNK) { // a link may lead back

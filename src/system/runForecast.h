@@ -8,7 +8,7 @@
 /** How long the steps of a run will take, by what the package has for them. */
 namespace runForecast {
 
-/** Of a file, or of all files of a directory; 0 for one that is not there. */
+/** Of a file, or of all files of a directory; 0 for one that is not there or leads out of the package. */
 std::uint64_t bytesOf(const std::string& path);
 double secondsOfBytes(std::uint64_t bytes);
 

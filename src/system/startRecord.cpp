@@ -127,9 +127,9 @@ PROGRAM startRecord::programAt(const std::string& path) {
     return access(path.c_str(), X_OK) == 0 ? contentOf(path) : PROGRAM();
 }
 
-PROGRAM startRecord::contentOf(const std::string& path) {
+PROGRAM startRecord::contentOf(const std::string& path, const std::function<bool()>& goOn) {
     plainFile file(path, "/");
     const std::uint64_t size = file.size();
-    const auto digest = size > 0 ? fileHash::sha256(file) : std::nullopt;
+    const auto digest = size > 0 ? fileHash::sha256(file, goOn) : std::nullopt;
     return digest ? PROGRAM{size, *digest, ""} : PROGRAM();
 }

@@ -60,8 +60,8 @@ public:
 
     /** A program as it lies there; unknown when it is no file that can be started. */
     static PROGRAM programAt(const std::string& path);
-    /** Of any file; unknown when it can't be read. */
-    static PROGRAM contentOf(const std::string& path);
+    /** Of any file; unknown when it can't be read, or `goOn`, asked now and then, says no. */
+    static PROGRAM contentOf(const std::string& path, const std::function<bool()>& goOn = nullptr);
 
 private:
     std::string text() const;

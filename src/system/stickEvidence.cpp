@@ -5,6 +5,7 @@
 #include "../lib/format.h"
 #include "../lib/functs.h"
 #include "coreState.h"
+#include "usbStick.h"
 #include "version.h"
 
 #include <algorithm>
@@ -25,7 +26,6 @@
 
 namespace {
 
-const char* const STICK = "/mnt/usb";
 const char* const FOLDER = "keldra_logs";
 const char* const ENDING = ".new";
 constexpr int TIME_LIMIT_MS = 5000;
@@ -41,6 +41,8 @@ constexpr int MOST_ENTRIES = 1000; ///< of the stick's folder that are looked at
 constexpr const char* MADE[] = {"state.txt", "vx3.cfg", "kernel.txt"};
 constexpr const char* LATEST = "update.log.latest"; ///< the log of this run, which is not saved yet
 constexpr const char* SEEN = "modules.txt";
+const std::string SERIAL = ", serial ";
+const std::string UNKNOWN = "unknown";
 constexpr const char* RECORDS[] = {"system.manifest", "unfinished.modules"};
 constexpr const char* LOGS[] = {SEEN,           "crash.dump",   "update.log",   "update.log.0",
                                 "bus.trace",    "update.log.1", "update.log.2", "update.log.3",
@@ -123,14 +125,15 @@ public:
         ok = ok && write(out, text.data(), text.size()) == static_cast<ssize_t>(text.size());
         room -= std::min(room, text.size());
     }
-    /** A regular file of the panel; left out when there is none or no room for it. */
-    void addFile(const std::string& name, const std::string& path) {
+    /** A regular file of the panel, or its end; left out when there is none or no room for it. */
+    void addFile(const std::string& name, const std::string& path, off_t atMost = SIZE_LIMIT) {
         const opened in(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat info {};
         if (in < 0 || fstat(in, &info) != 0 || !S_ISREG(info.st_mode) ||
-            static_cast<std::uint64_t>(info.st_size) > room) {
+            static_cast<std::uint64_t>(std::min(info.st_size, atMost)) > room) {
             return;
         }
+        lseek(in, std::max<off_t>(0, info.st_size - atMost), SEEK_SET);
         const opened out(create(name));
         static std::array<char, 64 * 1024> piece;
         ssize_t count = 0;
@@ -228,7 +231,7 @@ std::string timeText() {
 void fill(folder& copy, const std::string& state, const std::string& root) {
     const std::string texts[] = {state, withoutSecrets(functs().getFileContents("/keldra/config/vx3.cfg")),
                                  kernelMessages()};
-    copy.addFile(LATEST, "/tmp/update.log");
+    copy.addFile(LATEST, "/tmp/update.log", SIZE_LIMIT / 2);
     for (std::size_t n = 0; n < std::size(MADE); ++n) {
         copy.add(MADE[n], texts[n]);
     }
@@ -240,18 +243,10 @@ void fill(folder& copy, const std::string& state, const std::string& root) {
     }
 }
 
-/** Else it is a folder of the panel's own card. */
-bool isMounted(int stick) {
-    struct stat itself {};
-    struct stat above {};
-    return fstat(stick, &itself) == 0 && fstatat(stick, "..", &above, 0) == 0 &&
-           (itself.st_dev != above.st_dev || itself.st_ino == above.st_ino);
-}
-
 int copyTo(const std::string& name, const std::string& state, const std::string& root) {
-    const opened stick(open(STICK, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const opened stick(open(usbStick::PLACE.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const opened logs(openat(stick, FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if ((logs < 0 && (stick < 0 || errno == ENOENT)) || !isMounted(stick)) {
+    if ((logs < 0 && (stick < 0 || errno == ENOENT)) || !usbStick::isMounted(stick)) {
         return NOT_WANTED;
     }
     struct stat whole {};
@@ -267,14 +262,34 @@ int copyTo(const std::string& name, const std::string& state, const std::string&
 
 } // namespace
 
-/** The master's serial number, as far as it has told it; else the system's own. */
+/** The master's serial number (the control module tells none); else the system's own. */
 std::string stickEvidence::panelName() const {
-    std::string name = core->master.serial;
+    std::string name = serialOf(*modules::find("master"));
     if (name.empty()) {
         name = functs().getFileContents("/etc/machine-id");
     }
     std::erase_if(name, [](unsigned char c) { return std::isalnum(c) == 0; });
     return name.empty() ? "panel" : name.substr(0, LONGEST_NAME);
+}
+
+/**
+ * As the module has told it, else as an earlier run has noted it: a program that was just started has not
+ * heard a module yet, and one whose bus is dead never will. Empty for unknown.
+ */
+std::string stickEvidence::serialOf(const modules::ROW& row) const {
+    const std::string told = core->module(row).serial;
+    if (!told.empty()) {
+        return told;
+    }
+    std::istringstream noted(functs().getFileContents(core->rootPath + "/logs/" + SEEN));
+    for (std::string line; std::getline(noted, line);) {
+        const std::size_t at = line.rfind(SERIAL);
+        if (at != line.npos && line.starts_with(std::string(row.shown) + ": ")) {
+            const std::string serial = line.substr(at + SERIAL.size(), LONGEST_NAME);
+            return serial == UNKNOWN ? "" : serial;
+        }
+    }
+    return "";
 }
 
 std::string stickEvidence::stateOfPanel() const {
@@ -283,13 +298,13 @@ std::string stickEvidence::stateOfPanel() const {
 }
 
 std::string stickEvidence::stateOfModules() const {
-    const auto known = [](const std::string& text) { return text.empty() ? "unknown" : text; };
+    const auto known = [](const std::string& text) { return text.empty() ? UNKNOWN : text; };
     std::string text;
     for (const modules::ROW& row : modules::VISITED) {
         const coreState::MODULE& module = core->module(row);
         text += std::string(row.shown) + ": " + (module.available ? "reported there" : "not reported") +
-                (module.lostCom ? ", lost" : "") + ", version " + known(module.base.swVersion) + ", serial " +
-                known(module.serial) + "\n";
+                (module.lostCom ? ", lost" : "") + ", version " + known(module.base.swVersion) + SERIAL +
+                known(serialOf(row)) + "\n";
     }
     return text;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "modules.h"
+
 #include <string>
 
 class coreState;
@@ -26,6 +28,7 @@ public:
 
 private:
     std::string panelName() const;
+    std::string serialOf(const modules::ROW& row) const;
     std::string stateOfPanel() const;
     std::string stateOfModules() const;
 

@@ -15,52 +15,16 @@
 #include "parsers/updateParser.h"
 #include "runForecast.h"
 #include "stickEvidence.h"
-#include "termination.h"
+#include "threadTermination.h"
+#include "usbStick.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <vector>
 
 using namespace packageRules;
-
-namespace {
-
-const char* const STICK = "/mnt/usb";
-const std::string PLACE = "/keldra/tmp/";
-const std::string STICK_PACKAGE = "/mnt/usb/" + ARCHIVE;
-
-constexpr int NO_PACKAGE = 2;
-
-/** The small file beside the package, if there is one; what can't be its content arrives as nothing. */
-void fetchBeside(const std::string& ending) {
-    const std::string source = STICK_PACKAGE + ending;
-    struct stat info {};
-    if (lstat(source.c_str(), &info) == 0) {
-        const auto text = plainFile::contents(source, STICK, LONGEST_DIGEST);
-        functs().writeFileContents(FETCHED + ending, text.value_or(""));
-    }
-}
-
-/** What touches the stick: done in a process of its own, since a stick may be slow or not answer at all. */
-int copyFromStick() {
-    if (!functs().isFile(STICK_PACKAGE)) {
-        return NO_PACKAGE;
-    }
-    plainFile package(STICK_PACKAGE, STICK);
-    const auto room = durable::freeBytes(PLACE);
-    if (!room || package.size() <= *room) { // else the card would be full for nothing
-        package.copyTo(FETCHED);            // a copy that failed does not validate
-    }
-    fetchBeside(SIGNATURE);
-    fetchBeside(DIGEST); // last: where it is, everything is
-    return 0;
-}
-
-} // namespace
 
 void updateCoreLoad::begin() {
     if (atWork && !isFinished()) {
@@ -72,7 +36,7 @@ void updateCoreLoad::begin() {
 }
 
 void updateCoreLoad::run() {
-    termination::forbid();
+    threadTermination::forbid();
     unsigned char mode = 1;
     if (loadPackage()) {
         core->log->log_item("Updater is ready to update", logger::LOG_ERROR); // so that every filter shows it
@@ -168,7 +132,7 @@ bool updateCoreLoad::fetchPackage() {
     std::cout << "Loading new file" << std::endl;
     core->dropUnpackedManifest();
     childProcess::shell("rm -r /keldra/tmp/keldra_update*", &core->cancel); // there may be nothing to remove
-    if (childProcess::run(copyFromStick, &core->cancel) == NO_PACKAGE) {
+    if (childProcess::run(usbStick::copyPackage, &core->cancel) == usbStick::NO_PACKAGE) {
         emit sendStatusMessage("No updater file or USB not connected");
         core->log->log_item("No update file found", logger::LOG_WARNING);
         return false;
@@ -213,7 +177,7 @@ bool updateCoreLoad::prepareSystem() {
         return fail("Internal Error", "Could not remount system");
     }
     // The stick may be pulled now; one that is not mounted is no fault.
-    childProcess::run([] { return umount(STICK); }, &core->cancel);
+    childProcess::run(usbStick::unmount, &core->cancel);
     core->comBus->reload_uart();
     return true;
 }
@@ -233,8 +197,8 @@ bool updateCoreLoad::validateFile(std::string file) {
 
 std::string updateCoreLoad::progressText() {
     const char* title = "Copying the package";
-    const std::string* file = &STICK_PACKAGE;
-    std::uint64_t position = filePosition::of(STICK_PACKAGE);
+    const std::string* file = &usbStick::PACKAGE;
+    std::uint64_t position = filePosition::of(usbStick::PACKAGE);
     if (position == 0) {
         file = &FETCHED;
         position = filePosition::of(FETCHED);

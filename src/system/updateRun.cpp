@@ -9,7 +9,7 @@
 #include "runForecast.h"
 #include "startRecord.h"
 #include "stickEvidence.h"
-#include "termination.h"
+#include "threadTermination.h"
 #include "updateCore.h"
 
 #include <chrono>
@@ -39,7 +39,7 @@ private:
 } // namespace
 
 void updateCore::run() {
-    termination::forbid();
+    threadTermination::forbid();
     progress.start(forecast());
     runItems();
     progress.end();

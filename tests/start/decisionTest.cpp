@@ -11,16 +11,22 @@ namespace {
 
 const std::string TREE = "/keldra/tmp/keldra_update/";
 
-/** A program under a short name; "torn" and "-" are none. */
+/** The content of a program of this name: a script, or of a processor but cut short when it begins with
+ * "cut". */
+std::string named(const std::string& name) {
+    return (name.starts_with("cut") ? contents(STARTER).substr(0, 5000) : "#!") + name;
+}
+
+/** A program under a short name; "-" is none. */
 startRecord::PROGRAM program(const std::string& name) {
-    put("/tmp/program", name, 0755);
+    put("/tmp/program", named(name), 0755);
     return name == "-" ? startRecord::PROGRAM() : startRecord::programAt("/tmp/program");
 }
 
 void lay(const std::string& name, const std::string& path) {
     shell("rm -f " + path);
     if (name != "-") {
-        put(path, name == "empty" ? "" : name, name == "bare" ? 0644 : 0755);
+        put(path, name == "empty" ? "" : named(name), name == "bare" ? 0644 : 0755);
     }
 }
 
@@ -42,7 +48,8 @@ void layPackage(const std::string& name) {
 class decisionTest : public Panel {};
 
 TEST_F(decisionTest, StartsWhatIsWhole) {
-    // Programs are named by their content; "trial" and what is started: I installed, P packaged, F former.
+    // Programs are named by their content, "torn" and "other" ones of which no record tells; "trial" and what
+    // is started: I installed, P packaged, F former.
     const char* const rows = R"(
         installed | package | copy  | updater coming former refused trial underway | starts       | trial
         old       | -       | -     | -       -      -      -       no    no       | I            | no
@@ -65,7 +72,15 @@ TEST_F(decisionTest, StartsWhatIsWhole) {
         new       | new     | old   | new     -      old    -       2     yes      | F            | no
         new       | new     | torn  | new     -      old    -       2     no       | I            | 3
         new       | new     | old   | old     old    old    new     no    no       | F            | no
-        other     | -       | old   | old     -      old    -       no    no       | I            | 1
+        other     | -       | old   | old     -      old    -       no    no       | F            | no
+        other     | new     | old   | old     -      old    -       no    no       | P auto       | 1
+        other     | cut     | old   | old     -      old    -       no    no       | F            | no
+        other     | -       | torn  | old     -      old    -       no    no       | F            | no
+        other     | -       | cut   | old     -      old    -       no    no       | I            | no
+        other     | new     | old   | -       -      -      -       no    no       | I            | no
+        cut       | new     | -     | -       -      -      -       no    no       | P auto       | 1
+        cut       | -       | old   | -       -      -      -       no    no       | F            | no
+        cut       | -       | -     | -       -      -      -       no    no       | I            | no
         empty     | -       | old   | old     -      old    -       no    no       | F            | no
         -         | new     | -     | -       -      -      -       no    no       | P auto       | 1
         -         | -       | old   | -       -      -      -       no    no       | F            | no
@@ -136,6 +151,8 @@ TEST_F(decisionTest, StartsWhateverTheCardIs) {
         protect /keldra; protect /usr/bin                        | good | I         | 0
         fill                                                      | good | I         | 0
         true                                                      | bad  | I I F     | 0
+        true                                                      | late | I I F     | 0
+        true                                                      | torn | F         | 0
         protect /keldra                                           | bad  | I I F     | 0
         fill                                                      | bad  | I I F     | 0
         protect /keldra                                           | -    | F         | 0
@@ -144,6 +161,8 @@ TEST_F(decisionTest, StartsWhateverTheCardIs) {
     )";
     put("/tmp/good", "#!/bin/sh\nexit 0\n", 0755);
     put("/tmp/bad", "#!/bin/sh\nexit 1\n", 0755);
+    put("/tmp/late", "#!/bin/sh\nsed -i /^trial/d /keldra/start/record\nexit 1\n", 0755); // behind its proof
+    put("/tmp/torn", "#!/bin/sh\nexit 0\n#", 0755);
     const std::string functions =
         "protect() { mount --bind $1 $1 && mount -o remount,bind,ro $1; }; "
         "fill() { mount -t tmpfs -o size=64k small /mnt/usb && cp -a /keldra/start/* /mnt/usb;"
@@ -152,6 +171,10 @@ TEST_F(decisionTest, StartsWhateverTheCardIs) {
         shell("rm -rf /keldra/start; mkdir /keldra/start; cp /tmp/good " + startRecord::FORMER);
         startRecord record;
         record.updater = record.former = startRecord::programAt("/tmp/good");
+        if (row[1] == "bad" || row[1] == "late") {
+            record.updater = startRecord::programAt("/tmp/" + row[1]);
+            record.trial = 0;
+        }
         ASSERT_TRUE(record.save());
         shell("rm -f " + startRecord::INSTALLED);
         if (row[1] != "-") {

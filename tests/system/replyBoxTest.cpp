@@ -1,6 +1,6 @@
 #include "system/replyBox.h"
 
-#include "system/termination.h"
+#include "system/threadTermination.h"
 
 #include <QThread>
 #include <algorithm>
@@ -25,7 +25,7 @@ class Waiter : public QThread {
 public:
     explicit Waiter(replyBox& waitedAt) : box_(waitedAt) {}
     void run() override {
-        termination::forbid();
+        threadTermination::forbid();
         while (true) {
             box_.receive(LONG, NEVER);
         }

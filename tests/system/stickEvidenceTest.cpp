@@ -90,7 +90,10 @@ TEST_F(stickEvidenceTest, ACopyHasWhatIsWorthMostAndNothingElse) {
         fs::resize_file(std::string("/keldra/logs/") + name, 7'000'000);
     }
     shell("cd /keldra/logs; echo 1 > update.log.2; ln -s /etc/passwd update.log.3; mkfifo crash.dump");
-    for (int n = 0; n < 3; ++n) { // within a second, or not
+    put("/keldra/logs/modules.txt", "Motor: lost, serial 5\nPrimary: not reported, serial ../0A1\n");
+    put("/tmp/update.log", "time [Notice]: " + std::string(30'000'000, '.') + "\r\n");
+    stickEvidence(core.get()).noteModules(); // of a run that has not heard the module
+    for (int n = 0; n < 3; ++n) {            // within a second, or not
         EXPECT_EQ(copy(), "[Notice]: Logs copied to t");
     }
     Texts names;
@@ -101,12 +104,14 @@ TEST_F(stickEvidenceTest, ACopyHasWhatIsWorthMostAndNothingElse) {
         for (const fs::directory_entry& file : fs::directory_iterator(each)) {
             names.push_back(file.path().filename());
         }
+        EXPECT_TRUE(each.path().filename().string().starts_with("0A1-"));
+        EXPECT_EQ(fs::file_size(each.path() / "update.log.latest"), 10'000'000U);
         EXPECT_FALSE(holds({contents(each.path() / "vx3.cfg")}, "hunter2"));
         EXPECT_TRUE(holds({contents(each.path() / "vx3.cfg")}, "up_mbus"));
     }
     EXPECT_EQ(copies, 3U);
     std::ranges::sort(names);
-    EXPECT_EQ(names, (Texts{"kernel.txt", "state.txt", "update.log", "update.log.0", "update.log.2",
+    EXPECT_EQ(names, (Texts{"kernel.txt", "modules.txt", "state.txt", "update.log", "update.log.2",
                             "update.log.latest", "vx3.cfg"}));
 }
 

@@ -1,6 +1,8 @@
 #include "build.h"
 
+#include "contents.h"
 #include "digest.h"
+#include "findingKinds.h"
 #include "lib/sha1.h"
 #include "package.h"
 #include "platform.h"
@@ -8,64 +10,11 @@
 #include "signing.h"
 #include "tarball.h"
 
-#include <algorithm>
-#include <map>
-
 namespace package {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// What is packed, by its name in the package: sorted by bytes, whatever the locale.
-using Sources = std::map<std::string, fs::path>;
-
-// As the panel copies it: what a link leads to takes the link's place; `above` are the directories on the
-// way.
-void addTree(const fs::path& root, const std::string& name, std::vector<fs::path> above, Sources& sources) {
-    std::error_code broken;
-    const fs::path path = fs::canonical(root / name, broken);
-    if (broken || std::find(above.begin(), above.end(), path) != above.end())
-        return;
-    sources[name] = root / name;
-    if (!fs::is_directory(path))
-        return;
-    above.push_back(path);
-    for (const fs::directory_entry& entry : fs::directory_iterator(path))
-        addTree(root, name + "/" + entry.path().filename().string(), above, sources);
-}
-
-// The named files with the directories that lead to them. A name that the checks refuse may be there when
-// building is forced; one that is not plain is never packed.
-Sources sourcesOf(const Package& package) {
-    Sources sources;
-    for (const Item& item : package.items()) {
-        for (const Entry& entry : item.entries) {
-            std::error_code broken;
-            const fs::path file = entry.file;
-            if (!isPlainName(entry.file) || !fs::exists(package.pathOf(entry), broken))
-                continue;
-            for (fs::path parent = file.parent_path(); !parent.empty(); parent = parent.parent_path())
-                sources[parent.string()] = package.root() / parent;
-            if (entry.prepared.empty())
-                addTree(package.root(), entry.file, {}, sources);
-            else
-                sources[entry.file] = entry.prepared;
-        }
-    }
-    return sources;
-}
-
-std::uint64_t sizeOf(const std::vector<Member>& members) {
-    std::uint64_t size = 0;
-    for (const Member& member : members) {
-        if (member.source.empty())
-            size += member.text.size();
-        else if (fs::is_regular_file(member.source))
-            size += fs::file_size(member.source);
-    }
-    return size;
-}
 
 // Files that are written beside their places and then put there together. When that does not come about, what
 // was there stays.
@@ -73,6 +22,7 @@ class Replacement {
 public:
     Replacement() = default;
     ~Replacement() {
+        const platform::Uninterrupted whole;
         std::error_code ignored;
         for (const fs::path& target : targets_)
             fs::remove(besides(target), ignored);
@@ -109,18 +59,17 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     findings.allow(package.allowances());
     if (options.strict && findings.warnings() != 0)
         return false;
-    if (findings.errors() != 0 && !options.force)
-        return false;
+    if (findings.errors() != 0 && (!options.force || findings.has(kinds::fileMissing)))
+        return false; // without a file it would be another package
 
     if (!options.key.empty() && !hasVerifyingUpdater(package, findings))
         return false;
 
     FileDigests digests;
-    std::vector<Member> members;
-    for (const auto& [name, source] : sourcesOf(package)) {
-        members.push_back({name, source, {}});
-        if (fs::is_regular_file(source))
-            digests[name] = sha256Of(source);
+    std::vector<Member> members = membersOf(package);
+    for (const Member& each : members) {
+        if (fs::is_regular_file(each.source))
+            digests[each.name] = sha256Of(each.source);
     }
     const std::string manifest = writeManifest(package.items(), digests);
     const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
@@ -135,7 +84,9 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     {
         SafeFile archive(archivePath);
         ProgressBar bar("packing", sizeOf(members));
-        pack(members, archive, [&](std::uint64_t done) { bar.show(done); });
+        pack(
+            members, [&](const void* data, std::size_t size) { archive.write(data, size); },
+            [&](std::uint64_t done) { bar.show(done); });
         digest = archive.finish();
     }
     const auto put = [&](const std::string& name, const std::string& text) {

@@ -2,6 +2,7 @@
 #include "package.h"
 
 #include "commandLine/suggest.h"
+#include "contents.h"
 #include "fileType.h"
 #include "findingKinds.h"
 #include "hexCheck.h"
@@ -53,6 +54,7 @@ public:
 
 private:
     bool checkName(const Item& item, const Entry& entry);
+    bool isThere(const Item& item, const Entry& entry);
     bool checkWay(const Entry& entry);
     void checkVersion(const Item& item, const Entry& entry);
     void checkUpdater(const Entry& entry);
@@ -86,7 +88,8 @@ void ContentCheck::checkItem(const Item& item) {
     for (std::size_t revision = 0; revision < item.entries.size(); ++revision) {
         const Entry& entry = item.entries[revision];
         checkVersion(item, entry);
-        if (checkName(item, entry) && content != Content::Recorded && checkWay(entry))
+        const bool named = checkName(item, entry);
+        if (content != Content::Recorded && isThere(item, entry) && named && checkWay(entry))
             checkFile(item, entry, revision);
     }
 }
@@ -108,6 +111,17 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
     if (fine && !packageRules::isHarmless(name))
         findings_.add(kinds::nameOdd, entry.filePlace, quoted);
     return fine;
+}
+
+// Whatever is wrong with the name, too.
+bool ContentCheck::isThere(const Item& item, const Entry& entry) {
+    const bool standsForNone =
+        packageRules::standsForNoFile(entry.file) && item.kind->content != Content::Firmware;
+    std::error_code broken;
+    if (standsForNone || packageRules::leadsOutside(entry.file) || fs::exists(package_.pathOf(entry), broken))
+        return true;
+    findings_.add(kinds::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
+    return false;
 }
 
 // The links among the components of a name stay in the package.
@@ -153,10 +167,7 @@ void ContentCheck::checkUpdater(const Entry& entry) {
 void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t revision) {
     const fs::path path = package_.pathOf(entry);
     const bool takesTree = item.kind->content == Content::Files;
-    std::error_code broken;
-    if (!fs::exists(path, broken)) {
-        findings_.add(kinds::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
-    } else if (!platform::isReadable(path)) {
+    if (!platform::isReadable(path)) {
         findings_.add(kinds::fileUnreadable, {entry.file}, "it can't be read");
     } else if (fs::is_directory(path) && takesTree) {
         if (fs::is_empty(path))
@@ -173,7 +184,7 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
     } else if (item.kind->content == Content::Image && !rules_.anyKernel) {
         checkKernelFile(path, entry.file, rules_.machine, findings_);
     }
-    if (item.kind->name == std::string("updater") && revision == 0 && fs::exists(path, broken))
+    if (item.kind->name == std::string("updater") && revision == 0)
         checkUpdater(entry);
 }
 
@@ -213,7 +224,7 @@ void ContentCheck::checkTree(const fs::path& directory) {
         else if (fs::is_directory(path))
             checkTree(path);
         else if (!fs::is_regular_file(path))
-            findings_.add(kinds::fileKind, {nameOf(path)}, "no regular file");
+            findings_.add(kinds::fileSpecial, {nameOf(path)}, "no regular file");
         else if (!platform::isReadable(path))
             findings_.add(kinds::fileUnreadable, {nameOf(path)}, "it can't be read");
         else
@@ -279,6 +290,8 @@ void ContentCheck::size() {
         for (const Entry& entry : item.entries)
             unpacked += isPlainName(entry.file) ? sizeOf(package_.pathOf(entry)) : 0;
     }
+    if (package_.archive().empty()) // one that is was unpacked
+        checkBulk(package_, findings_);
     const std::uint64_t needed = unpacked + sizeOf(package_.archive());
     if (needed >= (rules_.cardSize != 0 ? rules_.cardSize : LARGE))
         findings_.add(kinds::cardSize, {},

@@ -31,7 +31,7 @@ std::string valuesOf(const CLI::Option& option) {
     if (open != type.npos)
         values = type.substr(open + 1, type.find('}') - open - 1);
     else if (option.check_lname("processor"))
-        values = option.get_description().starts_with("KIND of processor") ? joined(processorNames()) : "";
+        values = option.get_description().starts_with("KIND of ") ? joined(processorNames()) : "";
     else if (option.check_lname("allow"))
         values = joined(kindNames());
     else if (option.check_lname("baud"))

@@ -71,9 +71,8 @@ std::vector<GElf_Phdr> segmentsOf(Elf* elf) {
 
 // Before it is read: what is loaded of a damaged file may be of any size.
 void requireSize(std::uint64_t size) {
-    if (size > 0x1000000)
-        throw BadFile("an ELF file with " + shownSize(size) +
-                      " to load in one piece: no module has so much flash");
+    if (size > 0x300000)
+        throw BadFile("an ELF file with " + shownSize(size) + " to load: no module has so much flash");
 }
 
 std::vector<std::uint8_t> bytesOf(const Elf_Data* data, std::uint64_t size) {
@@ -96,6 +95,7 @@ std::vector<ElfPiece> piecesOf(Elf* elf) {
     const std::vector<GElf_Phdr> segments = segmentsOf(elf);
     std::vector<ElfPiece> pieces;
     bool hasSections = false;
+    std::uint64_t all = 0;
     for (Elf_Scn* each = nullptr; (each = elf_nextscn(elf, each)) != nullptr;) {
         GElf_Shdr section;
         if (gelf_getshdr(each, &section) == nullptr)
@@ -103,15 +103,17 @@ std::vector<ElfPiece> piecesOf(Elf* elf) {
         hasSections = true;
         if ((section.sh_flags & SHF_ALLOC) == 0 || section.sh_type == SHT_NOBITS || section.sh_size == 0)
             continue;
-        requireSize(section.sh_size);
+        requireSize(all += std::min<std::uint64_t>(section.sh_size, 0x100000000));
         pieces.push_back({storedAt(section, segments), bytesOf(elf_rawdata(each, nullptr), section.sh_size)});
     }
     for (const GElf_Phdr& each : segments) {
-        if (!hasSections)
-            pieces.push_back(
-                {each.p_paddr, bytesOf(elf_getdata_rawchunk(elf, static_cast<std::int64_t>(each.p_offset),
-                                                            each.p_filesz, ELF_T_BYTE),
-                                       each.p_filesz)});
+        if (hasSections)
+            break;
+        requireSize(all += std::min<std::uint64_t>(each.p_filesz, 0x100000000));
+        pieces.push_back(
+            {each.p_paddr, bytesOf(elf_getdata_rawchunk(elf, static_cast<std::int64_t>(each.p_offset),
+                                                        each.p_filesz, ELF_T_BYTE),
+                                   each.p_filesz)});
     }
     return pieces;
 }

@@ -126,4 +126,24 @@ FileNature natureOf(const fs::path& path) {
     return {FileType::Binary, zeros ? "nothing but zeros" : "raw binary data"};
 }
 
+std::string adviceOn(FileType type) {
+    switch (type) {
+    case FileType::Gzip:
+        return "; unpack it first: gunzip";
+    case FileType::Utf16:
+        return "; save it as UTF-8: iconv -f UTF-16 -t UTF-8";
+    case FileType::Elf:
+    case FileType::SRecords:
+        return "; keldra-package convert makes that of it";
+    case FileType::Directory:
+        return "; name a file in it";
+    case FileType::Empty:
+        return "; copy it again";
+    case FileType::IntelHex:
+        return "";
+    default:
+        return "; take what the linker wrote, an ELF file, say";
+    }
+}
+
 } // namespace package

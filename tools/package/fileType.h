@@ -30,4 +30,7 @@ struct FileNature {
 
 FileNature natureOf(const std::filesystem::path& path);
 
+// What to do with a file that stands where Intel HEX is wanted, to go behind what it is: "; unpack it first".
+std::string adviceOn(FileType type);
+
 } // namespace package

@@ -180,6 +180,7 @@ void checkInterrupted() {
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
+    const platform::Uninterrupted whole;
     std::error_code ignored;
     fs::remove_all(path_, ignored);
 }

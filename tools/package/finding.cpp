@@ -43,6 +43,10 @@ void Findings::allow(const std::vector<Allowance>& allowances) {
     }
 }
 
+bool Findings::has(const Kind& kind) const {
+    return std::ranges::any_of(findings_, [&](const Finding& each) { return each.kind == &kind; });
+}
+
 std::size_t Findings::errors() const {
     return static_cast<std::size_t>(
         std::count_if(findings_.begin(), findings_.end(),

@@ -57,6 +57,7 @@ public:
 
     const std::vector<Finding>& all() const { return findings_; }
     const std::vector<Allowed>& allowed() const { return allowed_; }
+    bool has(const Kind& kind) const;
     std::size_t errors() const;
     std::size_t warnings() const { return findings_.size() - errors(); }
 

@@ -106,8 +106,7 @@ inline constexpr Kind nameShell{"name-shell", Error, "refuses a kernel of such a
 inline constexpr Kind nameOdd{"name-odd", Warning, "copes with it; sticks and scripts may not",
                               "use letters, digits and ._+-/ only"};
 inline constexpr Kind processorUnknown{"processor-unknown", Error, "(does not read the description)",
-                                       "use pic24, pic24-old, pic32-records, pic32-pages, stm32f0, stm32f3 "
-                                       "or stm32f4"};
+                                       "use one of the kinds that keldra-package --help lists"};
 inline constexpr Kind processorUnsupported{
     "processor-unsupported", Error, "ends the whole update: \"Unsupported processor\"",
     "PIC32 images are for ctrl only; check which item it is meant for"};
@@ -122,6 +121,9 @@ inline constexpr Kind fileMissing{"file-missing", Error,
 inline constexpr Kind fileKind{"file-kind", Error,
                                "fails at this item, with the items before it already installed",
                                "name a regular file, or for updater, gui and drivers a directory"};
+inline constexpr Kind fileSpecial{"file-special", Error,
+                                  "can't copy it, and records the new version all the same",
+                                  "leave out devices, pipes and sockets: they are not packed"};
 inline constexpr Kind fileUnreadable{"file-unreadable", Error, "(never gets it: it can't be packed)",
                                      "give yourself the right to read it: chmod u+rX FILE"};
 inline constexpr Kind fileEmpty{"file-empty", Error, "installs nothing and records the new version",
@@ -244,31 +246,32 @@ inline constexpr Kind hexRefused{"hex-refused", Error,
                                  "write the image again with the linker"};
 
 // All of them, in their order here.
-inline constexpr const Kind* ALL[] = {&digestMissing,    &digestForm,       &digestWrong,
-                                      &digestName,       &packageName,      &archiveBroken,
-                                      &archiveEntry,     &manifestNotLast,  &manifestMissing,
-                                      &manifestBlank,    &jsonSyntax,       &itemUnknown,
-                                      &itemForm,         &itemTwice,        &itemUnvisited,
-                                      &itemNested,       &keyUnknown,       &keyTwice,
-                                      &valueNotText,     &versionsFirst,    &unpaired,
-                                      &versionEmpty,     &versionForm,      &revisionMissing,
-                                      &revisionUnused,   &revisionTooHigh,  &nameShort,
-                                      &nameOutside,      &nameForm,         &nameShell,
-                                      &nameOdd,          &processorUnknown, &processorUnsupported,
-                                      &allowForm,        &fileMissing,      &fileKind,
-                                      &fileUnreadable,   &fileEmpty,        &fileHidden,
-                                      &fileLeftOut,      &linkBroken,       &linkOutside,
-                                      &linkCopied,       &notExecutable,    &updaterName,
-                                      &wrongMachine,     &noProgram,        &scriptForm,
-                                      &kernelForm,       &cardSize,         &archiveBomb,
-                                      &fileUnnamed,      &hexGarbage,       &imageForm,
-                                      &hexFormat,        &hexHuge,          &hexCount,
-                                      &hexTruncated,     &hexChecksum,      &hexForm,
-                                      &hexType,          &hexOrder,         &hexOverlap,
-                                      &hexDuplicate,     &hexNoEnd,         &hexAfterEnd,
-                                      &hexGap,           &hexOutside,       &hexTooLarge,
-                                      &hexEraseRun,      &hexFirstRegion,   &hexAlignment,
-                                      &hexPhantom,       &hexEmpty,         &hexRefused,
-                                      &signatureRefused, &updaterTrusting,  &fileChanged};
+inline constexpr const Kind* ALL[] = {&digestMissing,  &digestForm,       &digestWrong,
+                                      &digestName,     &packageName,      &archiveBroken,
+                                      &archiveEntry,   &manifestNotLast,  &manifestMissing,
+                                      &manifestBlank,  &jsonSyntax,       &itemUnknown,
+                                      &itemForm,       &itemTwice,        &itemUnvisited,
+                                      &itemNested,     &keyUnknown,       &keyTwice,
+                                      &valueNotText,   &versionsFirst,    &unpaired,
+                                      &versionEmpty,   &versionForm,      &revisionMissing,
+                                      &revisionUnused, &revisionTooHigh,  &nameShort,
+                                      &nameOutside,    &nameForm,         &nameShell,
+                                      &nameOdd,        &processorUnknown, &processorUnsupported,
+                                      &allowForm,      &fileMissing,      &fileKind,
+                                      &fileSpecial,    &fileUnreadable,   &fileEmpty,
+                                      &fileHidden,     &fileLeftOut,      &linkBroken,
+                                      &linkOutside,    &linkCopied,       &notExecutable,
+                                      &updaterName,    &wrongMachine,     &noProgram,
+                                      &scriptForm,     &kernelForm,       &cardSize,
+                                      &archiveBomb,    &fileUnnamed,      &hexGarbage,
+                                      &imageForm,      &hexFormat,        &hexHuge,
+                                      &hexCount,       &hexTruncated,     &hexChecksum,
+                                      &hexForm,        &hexType,          &hexOrder,
+                                      &hexOverlap,     &hexDuplicate,     &hexNoEnd,
+                                      &hexAfterEnd,    &hexGap,           &hexOutside,
+                                      &hexTooLarge,    &hexEraseRun,      &hexFirstRegion,
+                                      &hexAlignment,   &hexPhantom,       &hexEmpty,
+                                      &hexRefused,     &signatureRefused, &updaterTrusting,
+                                      &fileChanged};
 
 } // namespace package::kinds

@@ -1,7 +1,6 @@
 #include "flashMap.h"
 
 #include <algorithm>
-#include <map>
 #include <numeric>
 
 namespace package {
@@ -10,36 +9,44 @@ using flashLayouts::LAYOUT;
 
 namespace {
 
-using ByAddress = std::map<std::uint64_t, std::uint8_t>;
+struct Byte {
+    std::uint64_t address;
+    std::uint8_t value;
+};
+using ByAddress = std::vector<Byte>; // a map would take thrice the memory
 
+// In ascending order; of an address that comes twice, the last one.
 ByAddress bytesOf(const HexFile& file) {
     ByAddress bytes;
     for (const HexData& record : file.records()) {
         for (std::size_t i = 0; i < record.bytes.size(); ++i)
-            bytes[record.address + i] = record.bytes[i];
+            bytes.push_back({record.address + i, record.bytes[i]});
     }
+    std::ranges::stable_sort(bytes, {}, &Byte::address);
+    const auto same = [](const Byte& one, const Byte& other) { return one.address == other.address; };
+    bytes.erase(bytes.begin(), std::unique(bytes.rbegin(), bytes.rend(), same).base());
     return bytes;
 }
 
 FlashRegion mapRegion(const HexFile& file, const LAYOUT& layout, const LAYOUT::REGION& region,
-                      ByAddress& bytes) {
+                      const ByAddress& bytes, std::size_t& outside) {
     const flashLayouts::BOUNDS bounds = boundsOf(layout, region);
     const std::uint32_t scale = bytesPerAddress(layout);
     const std::uint64_t size = fileBytesPerPage(layout, region.blockSize);
     const auto gaps = imageCheck::findGaps(file.stretches(), layout, region);
     FlashRegion map{region.start, region.end, region.blockSize, scale, {}, gaps.size()};
-    const auto first = bytes.lower_bound(bounds.start);
-    const auto behind = bytes.lower_bound(bounds.end);
+    const auto first = std::ranges::lower_bound(bytes, bounds.start, {}, &Byte::address);
+    const auto behind = std::ranges::lower_bound(bytes, bounds.end, {}, &Byte::address);
     for (auto at = first; at != behind; ++at) {
-        const std::uint64_t page = (at->first - bounds.start) / size;
+        const std::uint64_t page = (at->address - bounds.start) / size;
         while (map.pages.size() <= page)
             map.pages.push_back({static_cast<std::uint32_t>(region.start + map.pages.size() * size / scale),
                                  layout.eraseEmptyPages ? FlashPage::Use::Erased : FlashPage::Use::Skipped,
                                  {}});
         map.pages[page].use = FlashPage::Use::Used;
-        map.pages[page].data.push_back(at->second);
+        map.pages[page].data.push_back(at->value);
     }
-    bytes.erase(first, behind);
+    outside -= static_cast<std::size_t>(behind - first);
     for (const imageCheck::HOLE& gap : gaps)
         map.pages[(gap.start - bounds.start) / size].use = FlashPage::Use::Gap;
     return map;
@@ -59,11 +66,11 @@ std::size_t FlashRegion::bytes() const {
 
 FlashMap mapOf(const HexFile& file, const Processor& processor, bool serial) {
     const LAYOUT layout = processor.layout(serial);
-    ByAddress bytes = bytesOf(file);
+    const ByAddress bytes = bytesOf(file);
     FlashMap map;
-    for (const LAYOUT::REGION& region : layout.regions)
-        map.regions.push_back(mapRegion(file, layout, region, bytes));
     map.outside = bytes.size();
+    for (const LAYOUT::REGION& region : layout.regions)
+        map.regions.push_back(mapRegion(file, layout, region, bytes, map.outside));
     return map;
 }
 

@@ -14,8 +14,6 @@ using flashLayouts::LAYOUT;
 
 namespace {
 
-constexpr std::uint64_t LARGEST_IMAGE = 8'000'000; // of text: several times what the largest module has
-
 unsigned shown(std::uint64_t address) {
     return static_cast<unsigned>(address);
 }
@@ -190,17 +188,21 @@ const Processor& guessProcessor(const std::vector<HexData>& records) {
     return *findProcessor(others > zeros ? "pic24-old" : "pic24");
 }
 
-void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
-              bool serial, Findings& findings) {
-    const FileNature nature = natureOf(path);
-    if (nature.type != FileType::IntelHex && nature.type != FileType::Empty) {
-        findings.add(kinds::hexFormat, {name}, "it is " + nature.name + ", no Intel HEX");
-        return;
+const Processor* guessProcessor(const std::filesystem::path& path) {
+    if (natureOf(path).type != FileType::IntelHex)
+        return nullptr;
+    try {
+        Findings ignored;
+        return &guessProcessor(HexFile(path, {}, ignored).records());
+    } catch (const HugeImage&) {
+        return nullptr;
     }
-    if (const std::uint64_t size = std::filesystem::file_size(path); size > LARGEST_IMAGE) {
-        findings.add(kinds::hexHuge, {name}, "an image of " + shownSize(size));
-        return;
-    }
+}
+
+namespace {
+
+void checkRecords(const std::filesystem::path& path, const std::string& name, const Processor* processor,
+                  bool serial, Findings& findings) {
     const std::size_t before = findings.all().size();
     const HexFile file(path, name, findings);
     if (file.records().empty()) {
@@ -227,6 +229,31 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
     if (!acceptedByPanel(path, layout, image))
         findings.add(kinds::hexRefused, {name}, "the panel refuses the image");
     check.eraseRuns(image);
+}
+
+} // namespace
+
+void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,
+              bool serial, Findings& findings) {
+    const FileNature nature = natureOf(path);
+    if (nature.type == FileType::Empty) {
+        findings.add(kinds::hexEmpty, {name}, "the file is empty");
+        return;
+    }
+    if (nature.type != FileType::IntelHex) {
+        findings.add(kinds::hexFormat, {name},
+                     "it is " + nature.name + ", no Intel HEX" + adviceOn(nature.type));
+        return;
+    }
+    Findings found;
+    try {
+        checkRecords(path, name, processor, serial, found);
+    } catch (const HugeImage& image) {
+        found = {};
+        found.add(kinds::hexHuge, {name}, image.what());
+    }
+    for (const Finding& each : found.all())
+        findings.add(*each.kind, each.place, each.text);
 }
 
 } // namespace package

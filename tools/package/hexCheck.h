@@ -2,6 +2,7 @@
 // a processor's flash wants them. The panel looks at neither.
 #pragma once
 
+#include "failure.h"
 #include "finding.h"
 #include "processors.h"
 #include "system/actions/imageCheck.h"
@@ -21,10 +22,19 @@ struct HexData {
     std::vector<std::uint8_t> bytes;
 };
 
+// Several times the text that the largest module's image has, and its records.
+inline constexpr std::uint64_t LARGEST_IMAGE = 4'000'000;
+inline constexpr std::size_t MOST_RECORDS = 100'000;
+
+class HugeImage : public Failure {
+public:
+    using Failure::Failure;
+};
+
 class HexFile {
 public:
     // Reads the file and reports what is wrong with its records; `name` is what findings call it. Throws
-    // Failure when it can't be read.
+    // Failure when it can't be read, HugeImage when there is more in it than any module takes.
     HexFile(const std::filesystem::path& path, const std::string& name, Findings& findings);
 
     const std::vector<HexData>& records() const { return records_; }      // data records, in file order
@@ -44,6 +54,9 @@ private:
 // The most likely processor: STM32 and PIC32 have addresses of their own, and images for a PIC24's new
 // bootloader have zeros for every fourth byte.
 const Processor& guessProcessor(const std::vector<HexData>& records);
+
+// Of a file; null when it is no Intel HEX, or too large.
+const Processor* guessProcessor(const std::filesystem::path& path);
 
 // Checks one image for one processor; without one, for the most likely one.
 void checkHex(const std::filesystem::path& path, const std::string& name, const Processor* processor,

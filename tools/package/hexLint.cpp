@@ -91,6 +91,8 @@ void HexFile::State::take(std::uint64_t start, std::uint64_t end) {
 
 HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Findings& findings) {
     State state{name, findings};
+    if (sizeOf(path) > LARGEST_IMAGE)
+        throw HugeImage("an image of " + shownSize(sizeOf(path)) + ": no module has so much flash");
     if (!std::filesystem::is_regular_file(path) ||
         !hexText::forEachLine(path.string(), [&](std::string_view line) { readLine(line, state); }))
         throw Failure(path.string() + ": can't be read");
@@ -186,6 +188,9 @@ void HexFile::addData(const std::vector<std::uint8_t>& bytes, State& state) {
         return;
     const std::uint64_t start = state.upper | static_cast<std::uint64_t>(bytes[1] << 8 | bytes[2]);
     const auto data = bytes.begin() + DATA;
+    if (records_.size() == MOST_RECORDS)
+        throw HugeImage(
+            format("an image of more than %zu records: no module has so much flash", MOST_RECORDS));
     records_.push_back({state.line, start, {data, data + static_cast<std::ptrdiff_t>(size)}});
     imageCheck::addStretch(stretches_, start, {start + size, state.line});
     state.take(start, start + size);

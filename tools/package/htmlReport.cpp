@@ -84,28 +84,45 @@ const char* classOf(Decision decision) {
     return decision == Decision::Update ? "" : decision == Decision::Fails ? "fails" : "none";
 }
 
+std::string textOf(const Step& step, double seconds) {
+    const std::string versions = step.decision == Decision::Update
+                                     ? ", " + (step.from.empty() ? "unknown" : step.from) + " -> " + step.to
+                                     : "";
+    return (seconds > 0 ? format("%.1f s, ", seconds) : "") + nameOf(step.decision) + versions +
+           (step.reason.empty() ? "" : ": " + step.reason);
+}
+
+// From the switch to update mode to the restart of the system.
 Parts stepsOf(const ReportContent& content, const HtmlTemplate& page) {
     Parts rows;
     if (content.plan == nullptr)
         return rows;
-    const double all = std::max(content.plan->bus.seconds(content.baud), 0.001);
+    const Plan& plan = *content.plan;
+    const double all = std::max(plan.bus.seconds(content.baud), 0.001);
     double at = 0;
-    for (const Step& step : content.plan->steps) {
-        const double taken = step.bus.seconds(content.baud);
+    const auto add = [&](const std::string& name, const std::string& kind, double taken,
+                         const std::string& text) {
         HtmlTemplate row = page.part("step");
-        row.set("name", step.stop->shown);
-        row.set("class", classOf(step.decision));
+        row.set("name", name);
+        row.set("class", kind);
         row.set("left", format("%.2f", 100 * at / all));
         row.set("width", format("%.2f", 100 * taken / all));
-        const std::string versions =
-            step.decision == Decision::Update
-                ? ", " + (step.from.empty() ? "unknown" : step.from) + " -> " + step.to
-                : "";
-        row.set("text", (taken > 0 ? format("%.1f s, ", taken) : "") + nameOf(step.decision) + versions +
-                            (step.reason.empty() ? "" : ": " + step.reason));
+        row.set("text", text);
         rows.push_back(row);
         at += taken;
+    };
+    double steps = 0;
+    for (const Step& step : plan.steps)
+        steps += step.bus.seconds(content.baud);
+    const double start = std::max(all - steps, 0.0);
+    add("Start", "mark", start, format("%.1f s, all modules into update mode", start));
+    for (const Step& step : plan.steps) {
+        const double taken = step.bus.seconds(content.baud);
+        add(step.stop->shown, classOf(step.decision), taken, textOf(step, taken));
     }
+    const bool fails =
+        std::ranges::any_of(plan.steps, [](const Step& each) { return each.decision == Decision::Fails; });
+    add("Halt", "mark", 0, format("after %.1f s", all) + (fails ? ", with the failure shown" : ""));
     return rows;
 }
 

@@ -19,7 +19,6 @@ namespace {
 constexpr std::uint64_t ROW = 16;
 constexpr std::uint64_t UPPER = 0x10000; // what a record's own address reaches
 constexpr std::uint64_t ALL = 0x100000000;
-constexpr std::uint64_t LARGEST = 20'000'000; // of text
 constexpr std::uint8_t ERASED = 0xFF;
 
 using Bytes = std::vector<std::uint8_t>;
@@ -137,6 +136,8 @@ void Image::put(std::uint64_t address, const Bytes& bytes, unsigned line) {
     const std::uint64_t end = address + bytes.size();
     if (bytes.empty())
         return;
+    if (pieces_.size() == MOST_RECORDS)
+        throw BadFile(format("an image of more than %zu pieces: no module has so much flash", MOST_RECORDS));
     if (end > ALL)
         throw BadFile("data behind the last address of 32 bits", line);
     const auto next = pieces_.lower_bound(address);
@@ -267,13 +268,17 @@ void Image::toPhysical() {
 
 Image readImage(const std::filesystem::path& path) {
     const FileNature nature = natureOf(path);
-    if (nature.type != FileType::Elf && sizeOf(path) > LARGEST)
+    if (nature.type == FileType::Absent)
+        throw Failure(path.string() + ": no such file");
+    if ((nature.type == FileType::IntelHex || nature.type == FileType::SRecords) &&
+        sizeOf(path) > LARGEST_IMAGE)
         throw BadFile("an image of " + shownSize(sizeOf(path)) + ": no module has so much flash");
     const Image image = nature.type == FileType::Elf        ? readElf(path)
                         : nature.type == FileType::SRecords ? readSRecords(path)
                         : nature.type == FileType::IntelHex
                             ? readHex(path)
-                            : throw BadFile("it is " + nature.name + ", no ELF file, S-records or Intel HEX");
+                            : throw BadFile("it is " + nature.name + ", no ELF file, S-records or Intel HEX" +
+                                            adviceOn(nature.type));
     if (image.empty())
         throw BadFile("it holds nothing to load");
     return image;

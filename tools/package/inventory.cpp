@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <charconv>
 #include <sstream>
+#include <stdexcept>
 
 namespace package {
 
@@ -28,7 +29,7 @@ public:
     }
     const JsonValue& root() const { return root_; }
     [[noreturn]] void fail(const JsonPosition& at, const std::string& text) const {
-        throw Failure(format("%s:%u:%u: %s", name_.c_str(), at.line, at.column, text.c_str()));
+        throw std::invalid_argument(format("%s:%u:%u: %s", name_.c_str(), at.line, at.column, text.c_str()));
     }
 
 private:
@@ -92,12 +93,16 @@ std::string unknownModule(const std::string& name) {
     return "there is no module \"" + name + "\"" + commandLine::suggest(name, names);
 }
 
-std::string unknownField(const std::string& name) {
+std::string meantField(const std::string& name) {
     std::vector<std::string> names;
     for (const auto& [known, setter] : FIELDS)
         names.push_back(known);
+    return commandLine::suggest(name, names);
+}
+
+std::string unknownField(const std::string& name) {
     return "\"" + name + "\" is none of absent, hw, kind, link, lost, version and simulation" +
-           commandLine::suggest(name, names);
+           meantField(name);
 }
 
 using Modules = std::map<std::string, Module>;
@@ -126,7 +131,7 @@ Modules readLines(const std::filesystem::path& path) {
         if (!(words >> name))
             continue;
         const auto fail = [&](const std::string& what) {
-            throw Failure(format("%s:%u: %s", path.string().c_str(), number, what.c_str()));
+            throw std::invalid_argument(format("%s:%u: %s", path.string().c_str(), number, what.c_str()));
         };
         const modules::ROW* row = rowOf(name);
         if (row == nullptr)
@@ -137,8 +142,12 @@ Modules readLines(const std::filesystem::path& path) {
         for (std::string word; words >> word;) {
             const std::size_t equals = word.find('=');
             const auto field = FIELDS.find(word.substr(0, equals));
-            if (field == FIELDS.end())
+            if (field == FIELDS.end()) {
+                const std::string meant = meantField(word.substr(0, equals)); // else the simulation's
+                if (!meant.empty())
+                    fail("there is no \"" + word.substr(0, equals) + "\"" + meant);
                 continue;
+            }
             const bool isFlag = field->first == "lost" || field->first == "absent";
             if (isFlag != (equals == word.npos))
                 fail("\"" + field->first + "\" " + (isFlag ? "has no value" : "needs a value"));

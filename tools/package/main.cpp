@@ -4,6 +4,7 @@
 #include "convert.h"
 #include "examples.h"
 #include "fileType.h"
+#include "findingKinds.h"
 #include "hexCheck.h"
 #include "htmlReport.h"
 #include "lib/format.h"
@@ -60,7 +61,9 @@ Status build(const Options& options) {
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
-        complain("nothing was built (--force builds what only the checks refuse)");
+        complain(findings.has(kinds::fileMissing)
+                     ? "nothing was built; without a file that it names, it would be another package"
+                     : "nothing was built (--force builds what only the checks refuse)");
         return Status::Bad;
     }
     if (options.format == Format::Text)
@@ -75,10 +78,8 @@ Status verdict(const Findings& findings, bool strict) {
 std::string checkImage(const Options& options, Findings& findings) {
     const std::string name = options.path.lexically_normal().string();
     const Processor* processor = options.processor;
-    if (processor == nullptr && natureOf(options.path).type == FileType::IntelHex) {
-        Findings ignored;
-        processor = &guessProcessor(HexFile(options.path, name, ignored).records());
-    }
+    if (processor == nullptr)
+        processor = guessProcessor(options.path);
     const bool serial = options.serial || (processor != nullptr && !processor->onCan);
     checkHex(options.path, name, processor, serial, findings);
     if (processor == nullptr || options.processor != nullptr)
@@ -96,8 +97,11 @@ Status check(const Options& options) {
     } else {
         package = std::make_unique<Package>(options.path, findings);
         checkContents(*package, options.rules, findings);
-        if (!options.keys.empty())
+        if (!options.keys.empty()) {
             checkSignature(options.path, options.keys, findings);
+            if (findings.errors() == 0) // no link leads out of it
+                hasVerifyingUpdater(*package, findings);
+        }
         if (const Inventory inventory = readInventory({}, options.modules); inventory.modules)
             checkModules(*package, *inventory.modules, findings);
         findings.allow(package->allowances());
@@ -175,7 +179,9 @@ Status info(const Options& options) {
     const Package package(options.path, findings);
     const PackageInfo held = inspect(package, options.rules.processors);
     print(options.json ? infoJson(held) : infoText(held));
-    if (findings.errors() != 0)
+    if (held.entries.empty() && !options.json)
+        print(reportFindings(findings, Format::Text, {}, isColoured()));
+    else if (findings.errors() != 0)
         complain(counts(findings) + "; keldra-package check tells more");
     return verdict(findings, false);
 }

@@ -2,6 +2,7 @@
 
 #include "commandLine/suggest.h"
 #include "fileType.h"
+#include "tarball.h"
 #include "version.h"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ constexpr const char* PLAN_EXAMPLE = R"(Example:
       {"ctrl": {"kind": "pic32-pages", "version": "3.0.0"}, "s1": {"kind": "stm32f3", "hw": 1}})";
 constexpr const char* CONVERT_EXAMPLE = R"(Example:
   keldra-package convert build/slave.elf -o release/slave.hex --processor stm32f3 --crop)";
+constexpr const char* KINDS = "ITEM=KIND,... by hardware revision";
 constexpr const char* SHOW_EXAMPLE = R"(Example:
   keldra-package show slave.hex --processor stm32f3)";
 
@@ -44,8 +46,8 @@ bool isImageFile(const std::filesystem::path& path) {
     const std::filesystem::path name = path.filename();
     const bool isPart =
         name == DESCRIPTION || name == MANIFEST || name == ARCHIVE || path.extension() == ".tgz";
-    return !isPart && type != FileType::Absent && type != FileType::Directory && type != FileType::Gzip &&
-           type != FileType::Json;
+    return !isPart && type != FileType::Absent && type != FileType::Directory && type != FileType::Json &&
+           !isArchive(path);
 }
 
 // "KIND" for a single image, "ITEM=KIND,KIND..." by hardware revision for a package.
@@ -93,7 +95,7 @@ void addFormat(CLI::App& command, Options& options) {
     command.add_flag("--strict", options.strict, "warnings count as errors");
 }
 
-void addRules(CLI::App& command, Options& options) {
+void addRules(CLI::App& command, Options& options, const std::string& kinds) {
     std::vector<std::string> machines = machineNames();
     machines.push_back("any");
     command.add_option("--arch", options.machine, "machine that programs must be for (armhf)")
@@ -104,8 +106,7 @@ void addRules(CLI::App& command, Options& options) {
         .add_option("--card-size", options.rules.cardSize, "free space of the panel's card, as 512M or 2G")
         ->transform(CLI::AsSizeValue(true));
     command.add_option("--allow", options.allow, "NAME or NAME=FILE: a finding that is meant");
-    command.add_option("--processor", options.processors,
-                       "KIND of an image, or ITEM=KIND,... by hardware revision; else the most likely one");
+    command.add_option("--processor", options.processors, kinds + "; else the most likely one");
 }
 
 CLI::App& addCommand(CLI::App& app, Options& options, const char* name, Command command, const char* text) {
@@ -121,7 +122,7 @@ void addPackage(CLI::App& command, Options& options) {
 
 // What only the modules of a package need to be judged by.
 void addKinds(CLI::App& command, Options& options) {
-    command.add_option("--processor", options.processors, "ITEM=KIND,... by hardware revision");
+    command.add_option("--processor", options.processors, KINDS);
 }
 
 // What a single image is judged by.
@@ -148,7 +149,7 @@ void addBuild(CLI::App& app, Options& options) {
     build.add_option("--sign", options.key, "secret key of minisign, which asks for its password")
         ->check(CLI::ExistingFile);
     build.add_flag("--force", options.force, "build even what the checks refuse");
-    addRules(build, options);
+    addRules(build, options, KINDS);
     addFormat(build, options);
     build.footer(BUILD_EXAMPLE);
 }
@@ -160,7 +161,7 @@ void addCheck(CLI::App& app, Options& options) {
         .add_option("PATH", options.path,
                     "package, directory with one, unpacked package, description or firmware image")
         ->required();
-    addRules(check, options);
+    addRules(check, options, std::string("KIND of an image, or ") + KINDS);
     check.add_option("--modules", options.modules, "inventory of the modules that must find an image");
     check
         .add_option("--keys", options.keys, "directory of public keys: is the package signed by one of them?")
@@ -174,7 +175,7 @@ void addPlan(CLI::App& app, Options& options) {
     CLI::App& plan = addCommand(app, options, "plan", Command::Plan,
                                 "Tell what the panel would do with a package, and how long on the bus");
     addPackage(plan, options);
-    addRules(plan, options);
+    addRules(plan, options, KINDS);
     addPanel(plan, options);
     plan.add_flag("--force", options.force, "update equal versions, too");
     plan.add_flag("--json", options.json, "for programs");
@@ -224,7 +225,7 @@ void addReport(CLI::App& app, Options& options) {
     addPackage(report, options);
     report.add_option("-o,--output", options.output, "HTML file to write; - for standard output")->required();
     report.add_option("--against", options.old, "package in any form to show the changes of");
-    addRules(report, options);
+    addRules(report, options, KINDS);
     addPanel(report, options);
 }
 
@@ -257,7 +258,9 @@ void addCompletion(CLI::App& app, Options& options) {
 void declare(CLI::App& app, Options& options) {
     app.description(
         "Builds, checks and predicts update packages for the control panel.\n"
-        "Kinds of processors: pic24, pic24-old, pic32-records, pic32-pages, stm32f0, stm32f3, stm32f4.\n"
+        "Kinds of processors: " +
+        CLI::detail::join(processorNames(), ", ") +
+        ".\n"
         "Exit status: 0 fine, 1 a bad package, 2 a wrong command line, 3 the work could not be done.");
     app.require_subcommand(1);
     app.set_version_flag("--version", "keldra-package " KELDRA_VERSION);

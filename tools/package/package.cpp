@@ -29,9 +29,10 @@ bool isArchiveName(const fs::path& name) {
 }
 
 std::string adviceFor(const fs::path& path) {
-    return natureOf(path).type == FileType::Json
-               ? "; a description is named " + DESCRIPTION + ", a manifest " + MANIFEST
-               : "";
+    const FileType type = natureOf(path).type;
+    return type == FileType::Json ? "; a description is named " + DESCRIPTION + ", a manifest " + MANIFEST
+           : type == FileType::Gzip || type == FileType::Utf16 ? adviceOn(type)
+                                                               : "";
 }
 
 } // namespace
@@ -61,8 +62,7 @@ Package::Package(const fs::path& path, Findings& findings) {
         openArchive(path / ARCHIVE, findings);
     else if (isDirectory ? fs::exists(path / MANIFEST) : name == MANIFEST)
         openTree(findings);
-    else if (!isDirectory && fs::is_regular_file(path) && natureOf(path).type != FileType::Gzip &&
-             !isArchiveName(name))
+    else if (!isDirectory && fs::is_regular_file(path) && !isArchive(path) && !isArchiveName(name))
         throw Failure(path.string() + ": it is " + natureOf(path).name + ", no package" + adviceFor(path));
     else if (!isDirectory)
         openArchive(path, findings);
@@ -73,13 +73,18 @@ Package::Package(const fs::path& path, Findings& findings) {
 void Package::openArchive(const fs::path& archive, Findings& findings) {
     requireFile(archive);
     const std::string name = archive.filename().string();
+    archive_ = archive;
+    if (!isArchive(archive)) {
+        findings.add(kinds::archiveBroken, {name},
+                     "it is " + natureOf(archive).name + ", no archive of a package");
+        return;
+    }
     if (name != ARCHIVE)
         findings.add(kinds::packageName, {name}, "the archive's name is " + name);
     checkDigest(archive, name, findings);
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
     const std::size_t before = findings.all().size();
-    archive_ = archive;
     checkOrder(unpack(archive, root_, findings), findings);
     findings.setBase(archive.lexically_normal().string());
     if (fs::exists(root_ / MANIFEST))
@@ -120,14 +125,14 @@ void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
         const Converted made =
             convertImage(source, {findProcessor(entry.processor), kind.serial, entry.fill, entry.crop});
         std::string name = entry.origin + (foreign ? ".hex" : "");
-        if (const auto known = texts_.find(name); known != texts_.end() && known->second != made.text)
-            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
         if (unpacked_ == nullptr)
             unpacked_ = std::make_unique<TemporaryDirectory>();
+        if (const fs::path known = unpacked_->path() / name;
+            fs::exists(known) && readFile(known) != made.text)
+            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
         entry.file = name;
         entry.prepared = unpacked_->path() / name;
         entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
-        texts_[name] = made.text;
         fs::create_directories(entry.prepared.parent_path());
         writeFile(entry.prepared, made.text);
     } catch (const BadFile& error) {

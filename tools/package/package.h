@@ -65,7 +65,6 @@ private:
     void prepare(const ItemKind& kind, Entry& entry, Findings& findings);
 
     std::unique_ptr<TemporaryDirectory> unpacked_; // or what was prepared
-    std::map<std::string, std::string> texts_;     // of what was prepared, by name
     std::filesystem::path root_;
     std::filesystem::path archive_;
     Items items_;

@@ -42,7 +42,7 @@ void addFiles(const fs::path& path, const std::string& name, std::vector<FileInf
 void addFirmware(const fs::path& path, const Item& item, const Entry& entry, const ProcessorChoice& choice,
                  EntryInfo& info) {
     Findings ignored;
-    if (natureOf(path).type != FileType::IntelHex)
+    if (natureOf(path).type != FileType::IntelHex || guessProcessor(path) == nullptr)
         return;
     const HexFile file(path, entry.file, ignored);
     const auto chosen = choice.find(item.kind->name);

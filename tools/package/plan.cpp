@@ -45,6 +45,7 @@ private:
 Step Planner::visit(const Stop& stop) {
     Step step;
     step.stop = &stop;
+    step.offered = !entriesOf(stop).empty();
     if (stop.module == nullptr)
         visitHost(step);
     else
@@ -146,11 +147,12 @@ void Planner::programModule(Step& step, const Module& module, const fs::path& pa
     const Processor* processor = module.processor;
     try {
         if (processor == nullptr) {
-            Findings ignored;
-            processor = &guessProcessor(HexFile(path, step.file, ignored).records());
+            processor = guessProcessor(path);
             step.assumed = processor;
         }
-        if (!module.serial && !processor->onCan)
+        if (processor == nullptr || sizeOf(path) > LARGEST_IMAGE)
+            fail(step, "no Intel HEX, or far too large");
+        else if (!module.serial && !processor->onCan)
             fail(step, std::string("unsupported processor ") + processor->name);
         else
             step.bus += costOfImage(path, *processor, module.serial);
@@ -168,7 +170,7 @@ Plan makePlan(const Package& package, const Inventory& inventory, bool force, co
     bool failed = false;
     for (const Stop& stop : visitingOrder()) {
         if (failed) {
-            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, 0, {}, nullptr});
+            plan.steps.push_back({&stop, Decision::NotReached, {}, {}, {}, {}, 0, false, 0, {}, nullptr});
             continue;
         }
         const Step& step = plan.steps.emplace_back(planner.visit(stop));

@@ -28,6 +28,7 @@ struct Step {
     std::string file;
     std::string reason; // of a failure
     unsigned revision = 0;
+    bool offered = false;    // the package has something for it, of whatever revision
     std::uint64_t bytes = 0; // of the file or tree
     BusCost bus;
     const Processor* assumed = nullptr; // nobody said which the module has

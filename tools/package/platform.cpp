@@ -19,6 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr int REQUESTS[] = {SIGINT, SIGTERM, SIGHUP};
+
 volatile std::sig_atomic_t interrupted = 0;
 
 [[noreturn]] void fail(const fs::path& path) {
@@ -85,12 +87,32 @@ void watchInterrupts() {
     struct sigaction action {};
     action.sa_handler = [](int) { interrupted = 1; };
     action.sa_flags = SA_RESETHAND;
-    for (const int each : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(each, &action, nullptr);
+    for (const int each : REQUESTS) {
+        struct sigaction before {};
+        sigaction(each, nullptr, &before);
+        if (before.sa_handler != SIG_IGN)
+            sigaction(each, &action, nullptr);
+    }
 }
 
 bool isInterrupted() {
     return interrupted != 0;
+}
+
+Uninterrupted::Uninterrupted() {
+    block(SIG_BLOCK);
+}
+
+Uninterrupted::~Uninterrupted() {
+    block(SIG_UNBLOCK);
+}
+
+void Uninterrupted::block(int how) {
+    sigset_t requests;
+    sigemptyset(&requests);
+    for (const int each : REQUESTS)
+        sigaddset(&requests, each);
+    sigprocmask(how, &requests, nullptr);
 }
 
 int run(const std::vector<std::string>& words) {
@@ -98,10 +120,13 @@ int run(const std::vector<std::string>& words) {
     for (const std::string& each : words)
         arguments.push_back(const_cast<char*>(each.c_str())); // execvp() leaves them as they are
     arguments.push_back(nullptr);
-    return childProcess::run([&] {
+    const int status = childProcess::run([&] {
         execvp(arguments[0], arguments.data());
         return NOT_INSTALLED;
     });
+    if (status == childProcess::NOT_DONE)
+        throw Failure(words.front() + ": it could not be started, or a signal has ended it");
+    return status;
 }
 
 Silence::Silence() : kept_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)) {

@@ -58,12 +58,26 @@ std::optional<std::string> readWithin(const std::filesystem::path& tree, const s
 // A new one that is nobody else's. Throws Failure.
 std::filesystem::path makeTemporaryDirectory();
 
-// From then on, a request to end the program is noted; a second one ends it at once.
+// From then on, a request to end the program is noted; a second one ends it at once. What was to be ignored
+// stays so (nohup).
 void watchInterrupts();
 bool isInterrupted();
 
+// No request ends the program while this object lives: what is cleaned up is cleaned up whole.
+class Uninterrupted {
+public:
+    Uninterrupted();
+    ~Uninterrupted();
+    Uninterrupted(const Uninterrupted&) = delete;
+    Uninterrupted& operator=(const Uninterrupted&) = delete;
+
+private:
+    static void block(int how);
+};
+
 constexpr int NOT_INSTALLED = 127;
-// Runs a program with its arguments, on the same terminal. Its exit status, or NOT_INSTALLED.
+// Runs a program with its arguments, on the same terminal. Its exit status, or NOT_INSTALLED. Throws Failure
+// when it has none: it was not started, or a signal ended it.
 int run(const std::vector<std::string>& words);
 
 // Standard output leads nowhere while this object lives.

@@ -35,7 +35,8 @@ std::string explain(const Step& step) {
     case Decision::UpToDate:
         return printable(step.from);
     case Decision::NoImage:
-        return format("for hardware revision %u; the panel says \"up-to-date\"", step.revision);
+        return (step.offered ? format("for hardware revision %u", step.revision) : "in the package") +
+               "; the panel says \"up-to-date\"";
     case Decision::Fails:
         return printable(step.reason);
     default:

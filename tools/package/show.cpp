@@ -52,8 +52,10 @@ std::string drawRegion(const FlashRegion& region, bool colours) {
 std::string drawImage(const std::filesystem::path& path, const Processor* processor, bool serial,
                       bool colours) {
     const FileNature nature = natureOf(path);
+    if (sizeOf(path) > LARGEST_IMAGE)
+        throw Failure(path.string() + ": " + shownSize(sizeOf(path)) + ", and no module has so much flash");
     if (nature.type != FileType::IntelHex)
-        throw Failure(path.string() + ": it is " + nature.name + ", no Intel HEX");
+        throw Failure(path.string() + ": it is " + nature.name + ", no Intel HEX" + adviceOn(nature.type));
     Findings findings;
     const std::string name = path.filename().string();
     const HexFile file(path, name, findings);

@@ -1,5 +1,6 @@
 #include "signing.h"
 
+#include "contents.h"
 #include "files.h"
 #include "findingKinds.h"
 #include "platform.h"
@@ -37,19 +38,15 @@ void sign(const fs::path& archive, const fs::path& key, const fs::path& signatur
 }
 
 bool hasVerifyingUpdater(const Package& package, Findings& findings) {
-    const Item* updater = findItem(package.items(), "updater");
-    if (updater == nullptr)
-        return true;
-    for (const Entry& entry : updater->entries) {
-        fs::path program = package.root() / entry.file;
-        if (fs::is_directory(program))
-            program /= "K+Updater";
-        if (fs::is_regular_file(program) && readFile(program).find(MARK) == std::string::npos) {
-            findings.add(kinds::updaterTrusting, {entry.file}, "an updater that looks at no signature");
-            return false;
-        }
+    bool verifies = true;
+    for (const Member& each : membersOf(package)) {
+        if (fs::path(each.name).filename() != UPDATER_NAME || !fs::is_regular_file(each.source) ||
+            readFile(each.source).find(MARK) != std::string::npos)
+            continue;
+        findings.add(kinds::updaterTrusting, {each.name}, "an updater that looks at no signature");
+        verifies = false;
     }
-    return true;
+    return verifies;
 }
 
 void checkSignature(const fs::path& path, const fs::path& keys, Findings& findings) {

@@ -13,7 +13,8 @@ namespace package {
 void sign(const std::filesystem::path& archive, const std::filesystem::path& key,
           const std::filesystem::path& signature);
 
-// False when the package brings an updater that would not look at signatures; that is a finding.
+// False when the package brings an updater that would not look at signatures, whichever item has it; that is
+// a finding.
 bool hasVerifyingUpdater(const Package& package, Findings& findings);
 
 // Judges the signature beside an archive, or beside the one in a directory, as a panel with these keys does.

@@ -1,5 +1,6 @@
 #include "tarball.h"
 
+#include "fileType.h"
 #include "files.h"
 #include "findingKinds.h"
 #include "progress.h"
@@ -7,6 +8,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -17,6 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t BLOCK = 0x10000;
+constexpr int NO_FORMAT = EILSEQ;       // the library's word for content that it does not know
 constexpr time_t PACKED_AT = 946684800; // 2000-01-01: tar finds the epoch itself implausible
 
 struct Free {
@@ -25,6 +28,13 @@ struct Free {
 };
 using Reader = std::unique_ptr<archive, Free>;
 using EntryPointer = std::unique_ptr<archive_entry, Free>;
+
+Reader archiveReader() {
+    Reader in(archive_read_new());
+    archive_read_support_filter_gzip(in.get());
+    archive_read_support_format_tar(in.get());
+    return in;
+}
 
 // With what the system says of it, which the library leaves out.
 std::string errorOf(archive* archive) {
@@ -38,21 +48,6 @@ std::string errorOf(archive* archive) {
                                     ? ""
                                     : ": " + reason);
 }
-
-// Counts what is unpacked. An archive of zeros is a thousandth of what comes out of it.
-class Bulk {
-public:
-    explicit Bulk(std::uint64_t packed) : packed_(packed) {}
-    void add(std::uint64_t size) { unpacked_ += size; }
-    bool isBomb() const { return unpacked_ > LARGE && unpacked_ / RATIO > packed_; }
-    std::string text() const { return shownSize(packed_) + " become more than " + shownSize(unpacked_); }
-
-private:
-    static constexpr std::uint64_t LARGE = 512'000'000;
-    static constexpr std::uint64_t RATIO = 200;
-    const std::uint64_t packed_;
-    std::uint64_t unpacked_ = 0;
-};
 
 // Names that are not in the locale's encoding have none.
 std::string nameOf(archive_entry* entry) {
@@ -89,7 +84,7 @@ void copyData(archive* from, archive* to, Bulk& bulk, ProgressBar& bar) {
     int status = ARCHIVE_OK;
     while ((status = archive_read_data_block(from, &block, &size, &offset)) == ARCHIVE_OK) {
         checkInterrupted();
-        bulk.add(size);
+        bulk.unpacked += size;
         if (bulk.isBomb())
             throw Failure(bulk.text());
         if (archive_write_data_block(to, block, size, offset) < ARCHIVE_WARN)
@@ -146,7 +141,7 @@ bool describe(const Member& member, archive_entry* entry) {
 
 class Packer {
 public:
-    Packer(SafeFile& file, const Progress& progress) : file_(file), progress_(progress) {
+    Packer(const Sink& sink, const Progress& progress) : sink_(sink), progress_(progress) {
         archive_write_add_filter_gzip(out_.get());
         archive_write_set_format_gnutar(out_.get()); // takes names as bytes, of whatever length
         archive_write_set_options(out_.get(), "gzip:!timestamp,gzip:compression-level=9");
@@ -169,7 +164,7 @@ private:
     static la_ssize_t store(archive*, void* self, const void* data, std::size_t size) {
         Packer& packer = *static_cast<Packer*>(self);
         try {
-            packer.file_.write(data, size);
+            packer.sink_(data, size);
             return static_cast<la_ssize_t>(size);
         } catch (const Failure& failure) { // not to pass through the library
             packer.failure_ = failure.what();
@@ -191,7 +186,7 @@ private:
             throw Failure(failure_.empty() ? "packing: " + errorOf(out_.get()) : failure_);
     }
 
-    SafeFile& file_;
+    const Sink& sink_;
     std::string failure_;
     Reader out_{archive_write_new()}; // ends before what it writes to
     const Progress& progress_;
@@ -200,15 +195,33 @@ private:
 
 } // namespace
 
+bool Bulk::isBomb() const {
+    constexpr std::uint64_t LARGE = 512'000'000;
+    constexpr std::uint64_t RATIO = 200;
+    return unpacked > LARGE && unpacked / RATIO > packed;
+}
+
+std::string Bulk::text() const {
+    return shownSize(packed) + " become more than " + shownSize(unpacked);
+}
+
+bool isArchive(const fs::path& path) {
+    if (natureOf(path).type != FileType::Gzip)
+        return false;
+    const Reader in = archiveReader();
+    archive_entry* entry = nullptr;
+    return archive_read_open_filename(in.get(), path.c_str(), BLOCK) >= ARCHIVE_WARN &&
+           (archive_read_next_header(in.get(), &entry) >= ARCHIVE_WARN ||
+            archive_errno(in.get()) != NO_FORMAT);
+}
+
 std::vector<std::string> unpack(const fs::path& path, const fs::path& directory, Findings& findings) {
-    const Reader in(archive_read_new());
+    const Reader in = archiveReader();
     const Reader disk(archive_write_disk_new());
-    archive_read_support_filter_gzip(in.get());
-    archive_read_support_format_tar(in.get());
     archive_write_disk_set_options(disk.get(), ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
                                                    ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     std::vector<std::string> names;
-    Bulk bulk(fs::file_size(path));
+    Bulk bulk{fs::file_size(path), 0};
     ProgressBar bar("unpacking", fs::file_size(path));
     archive_entry* entry = nullptr;
     int status = archive_read_open_filename(in.get(), path.c_str(), BLOCK);
@@ -246,8 +259,8 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
     return names;
 }
 
-void pack(const std::vector<Member>& members, SafeFile& archive, const Progress& progress) {
-    Packer packer(archive, progress);
+void pack(const std::vector<Member>& members, const Sink& sink, const Progress& progress) {
+    Packer packer(sink, progress);
     for (const Member& member : members)
         packer.add(member);
     packer.close();

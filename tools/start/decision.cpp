@@ -3,6 +3,7 @@
 #include "lib/functs.h"
 #include "lib/sha1.h"
 #include "system/packageRules.h"
+#include "system/programFile.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -13,6 +14,7 @@ using PROGRAM = startRecord::PROGRAM;
 using UNDERWAY = startRecord::UNDERWAY;
 
 const char* const USUAL_NAME = "K+Updater";
+const std::string NOT_WHOLE = "the installed one is not known to be whole; ";
 
 std::vector<std::string> resuming(const startRecord& record) {
     std::vector<std::string> mode = {"auto"};
@@ -44,20 +46,15 @@ Decision giveUp(startRecord record) {
     return decision;
 }
 
-/** A file that nobody has told of: somebody put it there, who may know what he does. */
-bool takeUnknown(const PROGRAM& installed, Decision& decision) {
-    startRecord& record = decision.record;
-    if (record.coming.isKnown()) {
-        return false; // what a loss of power has left of the old one or the new one
+/** Where no record tells of any: somebody put it there, who may know what he does. */
+bool takeUnrecorded(Decision& decision) {
+    const startRecord& record = decision.record;
+    if (record.updater.isKnown() || record.coming.isKnown() ||
+        !programFile::objection(startRecord::INSTALLED).empty()) {
+        return false;
     }
     decision.program = startRecord::INSTALLED;
-    if (!record.updater.isKnown()) {
-        decision.reason = "there is no record of what is installed";
-        return true;
-    }
-    decision.reason = "it is not the one that was installed last";
-    record.updater = installed;
-    putOnTrial(decision);
+    decision.reason = "there is no record of what is installed";
     return true;
 }
 
@@ -69,7 +66,7 @@ bool takeInstalled(const PROGRAM& installed, Decision& decision) {
     }
     const bool isComing = installed.is(record.coming);
     if (!isComing && !installed.is(record.updater)) {
-        return takeUnknown(installed, decision);
+        return takeUnrecorded(decision);
     }
     decision.program = startRecord::INSTALLED;
     decision.reason = isComing ? "it is whole, but for the last step of its installation" : "it is whole";
@@ -88,16 +85,41 @@ bool takePackaged(Decision& decision) {
     startRecord& record = decision.record;
     const std::string path = packageRules::UNPACKED + (record.item.empty() ? USUAL_NAME : record.item);
     const PROGRAM packaged = startRecord::programAt(path);
-    const bool isMeant = !record.coming.isKnown() || packaged.is(record.coming);
+    const bool isMeant =
+        record.coming.isKnown() ? packaged.is(record.coming) : programFile::objection(path).empty();
     if (!packaged.isKnown() || !isMeant || packaged.is(record.refused) || !packageIsComplete()) {
         return false;
     }
     decision.program = path;
-    decision.reason = "the installed one is not whole; the package's puts itself back";
+    decision.reason = NOT_WHOLE + "the package's puts itself back";
     decision.mode = resuming(record);
     record.coming = {packaged.size, packaged.digest, record.coming.version};
     putOnTrial(decision);
     return true;
+}
+
+bool takeFormer(const PROGRAM& kept, Decision& decision) {
+    const startRecord& record = decision.record;
+    const bool isGood = kept.is(record.former) || kept.is(record.updater); // copied before it is noted
+    if (!isGood && (!kept.isKnown() || !programFile::objection(startRecord::FORMER).empty())) {
+        return false;
+    }
+    decision.program = startRecord::FORMER;
+    decision.reason = isGood ? NOT_WHOLE + "the last good one puts itself back"
+                             : NOT_WHOLE + "the copy of another, which no record tells of, takes its place";
+    return true;
+}
+
+/** What is not known to be whole is still better than none. */
+void takeTheOnlyOne(const PROGRAM& installed, Decision& decision) {
+    if (!installed.isKnown()) {
+        decision.reason = "there is no updater, no package and no copy of the last good one";
+        return;
+    }
+    const std::string objection = programFile::objection(startRecord::INSTALLED);
+    decision.program = startRecord::INSTALLED;
+    decision.reason = (objection.empty() ? "it is not the one that was installed last" : objection) +
+                      ", but there is no other";
 }
 
 } // namespace
@@ -119,26 +141,13 @@ bool packageIsComplete() {
 Decision decide(const startRecord& record) {
     const PROGRAM installed = startRecord::programAt(startRecord::INSTALLED);
     const PROGRAM kept = startRecord::programAt(startRecord::FORMER);
-    const bool hasFormer = kept.is(record.former);
-    if (record.trial >= startRecord::TRIES && hasFormer) {
+    if (record.trial >= startRecord::TRIES && kept.is(record.former)) {
         return giveUp(record);
     }
     Decision decision;
     decision.record = record;
-    if (takeInstalled(installed, decision)) {
-        return decision;
-    }
-    if (takePackaged(decision)) {
-        return decision;
-    }
-    if (hasFormer || (kept.isKnown() && !installed.isKnown())) {
-        decision.program = startRecord::FORMER;
-        decision.reason = "the installed one is not whole; the last good one puts itself back";
-    } else if (installed.isKnown()) {
-        decision.program = startRecord::INSTALLED;
-        decision.reason = "it is not whole, but there is no other";
-    } else {
-        decision.reason = "there is no updater, no package and no copy of the last good one";
+    if (!takeInstalled(installed, decision) && !takePackaged(decision) && !takeFormer(kept, decision)) {
+        takeTheOnlyOne(installed, decision);
     }
     return decision;
 }

@@ -2,6 +2,7 @@
 
 #include "sim/line.h"
 #include "sim/messages.h"
+#include "sim/request.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -57,11 +58,38 @@ std::vector<Step> toSteps(const std::vector<Piece>& pieces) {
     return steps;
 }
 
+bool asksFor(const Frame& frame, sim::RequestKind kind) {
+    const auto parsed = sim::parseRequest(frame.message);
+    return parsed.request && parsed.request->kind == kind;
+}
+
+// Leaves out what a panel can't come to, since the recording lacks what was before it.
+std::vector<Step> fromBeginning(std::vector<Step> steps) {
+    for (const auto kind : {sim::RequestKind::UpdateMode, sim::RequestKind::Enter}) {
+        const auto first = std::find_if(steps.begin(), steps.end(),
+                                        [kind](const Step& step) { return asksFor(step.request, kind); });
+        if (first != steps.end()) {
+            steps.erase(steps.begin(), first);
+            return steps;
+        }
+    }
+    throw std::invalid_argument(
+        "no update and no module begins in this recording, so it can't be replayed; with a "
+        "larger recorder_size in vx3.cfg the panel keeps more");
+}
+
 class Replay {
 public:
     Replay(std::ostream& out, std::vector<Step> steps, const std::string& link, std::chrono::seconds patience)
-        : out_(out), steps_(std::move(steps)), line_(link, 0), patience_(patience) {
+        : out_(out),
+          steps_(std::move(steps)),
+          beginsLater_(!asksFor(steps_.front().request, sim::RequestKind::UpdateMode)),
+          line_(link, 0),
+          patience_(patience) {
         out_ << link << " -> " << line_.slaveName() << std::endl;
+        if (beginsLater_)
+            out_ << "the recording begins in the middle; until its first whole module, "
+                 << describe(steps_.front().request) << ", no module is there" << std::endl;
     }
 
     bool run() {
@@ -101,6 +129,8 @@ private:
         } else if (next_ > 0 && (isStatusRequest(frame) || isRepeat(frame, next_ - 1))) {
             ++repeats_;
             answer(now);
+        } else if (next_ == 0 && beginsLater_) {
+            answerBefore(frame, now);
         } else if (next_ == steps_.size()) {
             goesOn_ = true; // behind the recording's end
         } else {
@@ -127,6 +157,12 @@ private:
     void answer(TimePoint now) {
         for (const Answer& answer : steps_[next_ - 1].answers)
             pending_.emplace_back(now + answer.delay, answer.bytes);
+    }
+
+    // The whole system switches, and nobody else is there.
+    void answerBefore(const Frame& frame, TimePoint now) {
+        if (asksFor(frame, sim::RequestKind::UpdateMode))
+            pending_.emplace_back(now, sim::encode(sim::makeReply(sim::id::reply, {}, sim::controlModule)));
     }
 
     void sendFirst(TimePoint now) {
@@ -158,6 +194,7 @@ private:
 
     std::ostream& out_;
     std::vector<Step> steps_;
+    bool beginsLater_; // than the panel
     sim::Line line_;
     TimePoint::duration patience_;
     sim::Decoder decoder_;
@@ -175,7 +212,7 @@ bool replay(std::ostream& out, const Recording& recording, const std::string& li
             std::chrono::seconds patience) {
     if (!recording.timed)
         throw std::invalid_argument("raw bytes can't be replayed: they have no times");
-    return Replay(out, toSteps(cut(recording)), link, patience).run();
+    return Replay(out, fromBeginning(toSteps(cut(recording))), link, patience).run();
 }
 
 } // namespace trace

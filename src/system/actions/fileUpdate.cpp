@@ -16,6 +16,7 @@ namespace {
 
 constexpr mode_t EXECUTABLE = S_IXUSR | S_IXGRP | S_IXOTH;
 constexpr mode_t PERMISSIONS = 07777;
+constexpr std::uint64_t STRETCH = 4 << 20; // bytes of small files that memory may hold back from the card
 
 /**
  * The names in a directory that are not hidden, in the file system's order; false when not all can be read.
@@ -98,8 +99,8 @@ bool fileUpdate::run() {
         return false; // cancelled, a replaced updater would restart and go on by itself
     }
     keepWhatArrived();
-    if (failures != 0 && copies.empty()) {
-        return false; // nothing at all is there
+    if (csys->cancel || (failures != 0 && copies.empty())) {
+        return false; // ended, or nothing at all is there
     }
     csys->notInstalled += failures;
     base->swVersion = entry.version;
@@ -114,24 +115,25 @@ bool fileUpdate::copyFailed(const std::string& destination) {
 
 /** What the new file has to be like before the old one is removed. */
 bool fileUpdate::mayReplace(const std::string& source, const std::string& destination) {
-    if (!packageFile::isSound(*csys, source)) {
-        return false;
-    }
     const auto room = durable::freeBytes(folderOf(destination));
     if (room && runForecast::bytesOf(source) > *room + freedBy(destination)) {
         csys->log->log_item("No room for " + destination, logger::LOG_WARNING);
         return false;
     }
-    return true;
+    return packageFile::isSound(*csys, source);
 }
 
 /** Forces everything onto the card, and removes and reports what does not stand there as it was sent. */
 void fileUpdate::keepWhatArrived() {
+    const auto goOn = [this] { return !csys->cancel; };
     durable::flushAll(configInstallPath); // in one go; whether it worked, each file tells
-    for (auto file = copies.begin(); file != copies.end();) {
-        if (durable::holds(file->first, file->second) && durable::flush(folderOf(file->first))) {
+    for (auto file = copies.begin(); file != copies.end() && goOn();) {
+        if (durable::holds(file->first, file->second, goOn) && durable::flush(folderOf(file->first))) {
             ++file;
             continue;
+        }
+        if (!goOn()) {
+            return;
         }
         csys->log->log_item("Read back otherwise than written: " + file->first, logger::LOG_WARNING);
         copyFailed(file->first);
@@ -146,7 +148,7 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
         return false;
     }
     if (!mayReplace(source, destination)) {
-        return copyFailed(destination);
+        return !csys->cancel && copyFailed(destination);
     }
     if (f.isFile(destination) && !f.removeFile(destination)) {
         ++failures;
@@ -158,7 +160,11 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
         return !csys->cancel && copyFailed(destination);
     }
     copies[destination] = source;
+    const std::uint64_t stretches = copiedBytes / STRETCH;
     copiedBytes += runForecast::bytesOf(source);
+    if (copiedBytes / STRETCH != stretches) {
+        durable::flushAll(configInstallPath); // so that there is little left to wait for in the end
+    }
     csys->progress.reached(copiedBytes, totalBytes);
     return carryExecutableBits(source, destination); // at once: a later loss of power must find it startable
 }
@@ -168,13 +174,14 @@ bool fileUpdate::copyDirectory(std::string source, std::string destination, func
     std::vector<std::string> names;
     const auto here = identityOf(source);
     const bool leadsBack = std::find(walked.begin(), walked.end(), here) != walked.end();
-    if (leadsBack || !listVisible(source, names)) {
+    if (leadsBack || !plainFile::isWithin(source, packageRules::UNPACKED) || !listVisible(source, names)) {
         ++failures;
         csys->log->log_item("Could not open directory: " + source, logger::LOG_ERROR);
         return false;
     }
-    if (!f.isDirectory(destination)) {
-        f.makeDir(destination);
+    if (!f.isDirectory(destination) && !f.makeDir(destination)) {
+        ++failures; // the files go on to say so themselves
+        csys->log->log_item("Could not make directory: " + destination, logger::LOG_WARNING);
     }
     walked.push_back(here);
     for (auto name = names.begin(); name != names.end() && !csys->cancel; ++name) {

@@ -33,8 +33,11 @@ public:
     bool copyOneFile(std::string source, std::string destination, functs& f);
     bool copyDirectory(std::string source, std::string destination, functs& f);
 
-private:
+protected:
+    /** Counts and logs it. */
     bool copyFailed(const std::string& destination);
+
+private:
     bool mayReplace(const std::string& source, const std::string& destination);
     void keepWhatArrived();
     bool carryExecutableBits(const std::string& source, const std::string& destination);

@@ -44,13 +44,6 @@ void noteTorn(bool isTorn) {
     startRecord::change([isTorn](startRecord& record) { record.tornKernel = isTorn; });
 }
 
-bool writeImage(const coreState& core, const std::string& name) {
-    const std::string command = "dd if=" + packageRules::UNPACKED + name + " of=" + PARTITION;
-    std::cout << command << std::endl;
-    noteTorn(true);
-    return core.runsWell(command);
-}
-
 } // namespace
 
 action::STATUS kernelUpdate::needsUpdate(bool force) {
@@ -67,11 +60,12 @@ bool kernelUpdate::run() {
     }
     const std::string path = packageRules::UNPACKED + image.item;
     const std::uint64_t bytes = runForecast::bytesOf(path);
-    csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
-    csys->progress.reading(path);
-    if (!packageRules::isHarmless(image.item) || packageRules::leadsOutside(image.item) ||
-        !packageFile::isSound(*csys, path) || !fits(bytes) || !writeImage(*csys, image.item) ||
-        !hasArrived(path)) {
+    const bool isGood = packageRules::isHarmless(image.item) && !packageRules::leadsOutside(image.item) &&
+                        fits(bytes) && packageFile::isSound(*csys, path);
+    if (!isGood && csys->cancel) {
+        return false;
+    }
+    if (!isGood || !writeImage(image.item) || !hasArrived(path)) {
         csys->log->log_item("DD command failed: " + image.item, logger::LOG_ERROR);
         return false;
     }
@@ -88,6 +82,19 @@ bool kernelUpdate::fits(std::uint64_t bytes) {
         csys->log->log_item("Larger than the boot partition", logger::LOG_WARNING);
     }
     return size && bytes <= *size;
+}
+
+bool kernelUpdate::writeImage(const std::string& name) {
+    const std::string path = packageRules::UNPACKED + name;
+    const std::uint64_t bytes = runForecast::bytesOf(path);
+    const std::string command = "dd if=" + path + " of=" + PARTITION;
+    std::cout << command << std::endl;
+    noteTorn(true);
+    csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
+    csys->progress.reading(path);
+    const bool isWritten = csys->runsWell(command);
+    csys->progress.reached(bytes, bytes); // what reads it next, only compares
+    return isWritten;
 }
 
 bool kernelUpdate::hasArrived(const std::string& path) {

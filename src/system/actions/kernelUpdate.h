@@ -18,5 +18,6 @@ public:
 
 private:
     bool fits(std::uint64_t bytes);
+    bool writeImage(const std::string& name);
     bool hasArrived(const std::string& path);
 };

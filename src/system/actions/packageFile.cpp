@@ -15,8 +15,12 @@ bool packageFile::isSound(coreState& core, const std::string& path, std::uint64_
         return false;
     }
     const auto digest = core.fileDigests.find(path.substr(packageRules::UNPACKED.size()));
-    if (digest == core.fileDigests.end() || fileHash::sha256(file) == digest->second) {
+    const auto goOn = [&core, most] { return most != plainFile::ANY_SIZE || !core.cancel; };
+    if (digest == core.fileDigests.end() || fileHash::sha256(file, goOn) == digest->second) {
         return true;
+    }
+    if (!goOn()) {
+        return false;
     }
     core.log->log_item("Not as it was packed: " + path, logger::LOG_WARNING);
     return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../../lib/plainFile.h"
 #include "../coreState.h"
 #include "../packageRules.h"
 
@@ -17,8 +18,9 @@ std::string ofItem(const coreState::BASE_ITEM& item, std::uint8_t revision);
 
 /**
  * True when `path`, within the unpacked package, is a plain file of it, of at most `most` bytes, and still
- * what was packed, as far as the manifest tells that. Else the log says why not. Reads it to its end.
+ * what was packed, as far as the manifest tells that. Else the log says why not. Reads it
+ * to its end, unless a cancel ends that of a file that may have any size: ask first whether there is room.
  */
-bool isSound(coreState& core, const std::string& path, std::uint64_t most = UINT64_MAX);
+bool isSound(coreState& core, const std::string& path, std::uint64_t most = plainFile::ANY_SIZE);
 
 } // namespace packageFile

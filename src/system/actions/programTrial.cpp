@@ -2,50 +2,18 @@
 
 #include "../../lib/childProcess.h"
 #include "../../lib/functs.h"
+#include "../../lib/plainFile.h"
+#include "../programFile.h"
 
-#include <array>
-#include <cstdint>
-#include <cstring>
-#include <elf.h>
+#include <algorithm>
 #include <fcntl.h>
-#include <fstream>
 #include <link.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr unsigned PATIENCE_S = 10;
-constexpr std::size_t HEADER = 20; // up to and with the machine, at the same place in both classes
 const char* const QUESTION = "--version";
-
-std::array<char, HEADER> headerOf(const std::string& path) {
-    std::array<char, HEADER> header{};
-    std::ifstream(path, std::ios::binary).read(header.data(), HEADER);
-    return header;
-}
-
-/** Class, byte order and machine; the rest may differ between programs for one machine. */
-bool sameMachine(const std::array<char, HEADER>& one, const std::array<char, HEADER>& other) {
-    return std::memcmp(one.data(), other.data(), EI_VERSION) == 0 && one[18] == other[18] &&
-           one[19] == other[19];
-}
-
-/** True when the file ends before what its headers promise. For programs of this machine's own class. */
-bool isCutShort(const std::string& path) {
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    const auto size = static_cast<std::uint64_t>(file.tellg());
-    ElfW(Ehdr) header{};
-    file.seekg(0).read(reinterpret_cast<char*>(&header), sizeof header);
-    bool isWhole = static_cast<bool>(file) &&
-                   header.e_shoff + std::uint64_t{header.e_shnum} * header.e_shentsize <= size;
-    file.seekg(static_cast<std::streamoff>(header.e_phoff));
-    for (unsigned n = 0; isWhole && n < header.e_phnum; ++n) {
-        ElfW(Phdr) segment{};
-        file.read(reinterpret_cast<char*>(&segment), sizeof segment);
-        isWhole = static_cast<bool>(file) && std::uint64_t{segment.p_offset} + segment.p_filesz <= size;
-    }
-    return !isWhole;
-}
 
 /** The loader that has loaded this program: another would look for libraries elsewhere. */
 std::string ownLoader() {
@@ -73,9 +41,14 @@ std::string quoted(const std::string& path) {
 
 /** What the loader misses of a program's libraries; empty when it has all, or the program needs none. */
 std::string missingLibrary(const std::string& path) {
+    const std::string loader = ownLoader();
+    if (access(loader.c_str(), X_OK) != 0) {
+        return ""; // there is nobody to ask
+    }
     std::string list;
     functs f;
-    f.runProcess(ownLoader() + " --list " + quoted(path) + " 2>&1", list);
+    // Its own "--list" ends at the first one without a word that could be told from others.
+    f.runProcess("LD_TRACE_LOADED_OBJECTS=1 " + loader + " " + quoted(path) + " 2>&1", list);
     for (const std::string& line : f.split(list, '\n')) {
         if (line.find("not found") != std::string::npos) {
             std::string text = line;
@@ -83,6 +56,22 @@ std::string missingLibrary(const std::string& path) {
         }
     }
     return "";
+}
+
+/** Whether the file, which may have any size, knows the question. */
+bool isAsked(const std::string& path, const shared<bool>& cancel) {
+    const std::string question = QUESTION;
+    std::string seen;
+    bool found = false;
+    const auto look = [&](std::string_view piece) {
+        seen.append(piece);
+        found = seen.find(question) != std::string::npos;
+        const std::size_t kept = std::min(seen.size(), question.size() - 1); // it may go on in the next piece
+        seen.erase(0, seen.size() - kept);
+        return !found && !cancel;
+    };
+    plainFile(path, "/").read(look);
+    return found;
 }
 
 bool tellsItsVersion(const std::string& path, const shared<bool>& cancel) {
@@ -101,25 +90,12 @@ bool tellsItsVersion(const std::string& path, const shared<bool>& cancel) {
 } // namespace
 
 std::string programTrial::objection(const std::string& path, const shared<bool>& cancel) {
-    const auto header = headerOf(path);
-    if (access(path.c_str(), X_OK) != 0) {
-        return "it may not be executed";
+    std::string found = programFile::objection(path);
+    if (found.empty() && programFile::isMachineCode(path)) {
+        found = missingLibrary(path);
     }
-    if (std::memcmp(header.data(), "#!", 2) != 0) {
-        if (std::memcmp(header.data(), ELFMAG, SELFMAG) != 0) {
-            return "it is no program";
-        }
-        if (!sameMachine(header, headerOf("/proc/self/exe"))) {
-            return "it is for another machine";
-        }
-        if (isCutShort(path)) {
-            return "it is cut short";
-        }
-        const std::string missing = missingLibrary(path);
-        if (!missing.empty()) {
-            return missing;
-        }
+    if (!found.empty()) {
+        return found;
     }
-    const bool isAsked = functs().getFileContents(path).find(QUESTION) != std::string::npos;
-    return isAsked && !tellsItsVersion(path, cancel) ? "it does not tell its version" : "";
+    return isAsked(path, cancel) && !tellsItsVersion(path, cancel) ? "it does not tell its version" : "";
 }

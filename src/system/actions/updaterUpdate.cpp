@@ -3,13 +3,14 @@
 #include "../../lib/durable.h"
 #include "../../lib/plainFile.h"
 #include "../packageRules.h"
+#include "../programFile.h"
 #include "../runForecast.h"
+#include "packageFile.h"
 #include "programTrial.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 
 namespace fs = std::filesystem;
 
@@ -21,9 +22,14 @@ const fs::path PROGRAM_NAME = fs::path(startRecord::INSTALLED).filename();
 constexpr std::uint64_t MARGIN = 64 * 1024; // for what else goes to the card meanwhile
 
 bool hasRoomFor(std::uint64_t bytes, const fs::path& folder) {
-    struct statvfs info {};
-    return statvfs(folder.c_str(), &info) != 0 ||
-           std::uint64_t{info.f_bavail} * info.f_frsize >= bytes + MARGIN;
+    const std::uint64_t room = durable::freeBytes(folder).value_or(UINT64_MAX);
+    return room >= MARGIN && room - MARGIN >= bytes;
+}
+
+/** Reads it only when it is as long as the one that is looked for: it may have any size. */
+bool isThat(const std::string& path, const PROGRAM& known) {
+    return plainFile(path, packageRules::UNPACKED).size() == known.size &&
+           startRecord::contentOf(path).is(known);
 }
 
 } // namespace
@@ -51,7 +57,7 @@ action::STATUS updaterUpdate::needsUpdate(bool force) {
     }
     const std::string name = nameOfProgram();
     const PROGRAM refused = startRecord::load().refused;
-    if (name.empty() || !startRecord::contentOf(packageRules::UNPACKED + name).is(refused)) {
+    if (name.empty() || !isThat(packageRules::UNPACKED + name, refused)) {
         return status;
     }
     csys->log->log_item("This package's updater did not start: it is left out", logger::LOG_WARNING);
@@ -59,27 +65,31 @@ action::STATUS updaterUpdate::needsUpdate(bool force) {
 }
 
 bool updaterUpdate::run() {
-    const std::string name = startRecord::isKept() ? nameOfProgram() : "";
+    const std::string name = nameOfProgram();
     const std::string path = packageRules::UNPACKED + name;
     if (name.empty() || !plainFile(path, packageRules::UNPACKED).isOpen()) {
         return fileUpdate::run(); // which says what is wrong with it, and removes nothing
     }
+    if (!startRecord::isKept()) {
+        return (!programFile::isMachineCode(path) || isFit(path)) && fileUpdate::run();
+    }
     return isFit(path) && prepare(name) && conclude(fileUpdate::run());
 }
 
+/** The costly last: what has no room is not read, and what was changed is not started. */
 bool updaterUpdate::isFit(const std::string& path) {
-    const std::string objection = programTrial::objection(path, csys->cancel);
-    if (csys->cancel) {
-        return false;
-    }
-    if (!objection.empty()) {
-        return fail("The new updater would not run here: " + objection);
-    }
     const std::string item = packageRules::UNPACKED + base->update.items[revision()].item;
     if (!hasRoomFor(runForecast::bytesOf(item), fs::path(startRecord::INSTALLED).parent_path())) {
         return fail("No room for the new updater");
     }
-    return true;
+    if (!packageFile::isSound(*csys, path)) {
+        return !csys->cancel && copyFailed(startRecord::INSTALLED);
+    }
+    const std::string objection = programTrial::objection(path, csys->cancel);
+    if (csys->cancel) {
+        return false;
+    }
+    return objection.empty() || fail("The new updater would not run here: " + objection);
 }
 
 /** Everything that must be on the card before the old one is removed. */
@@ -88,7 +98,10 @@ bool updaterUpdate::prepare(const std::string& name) {
     if (!keepFormer(record)) {
         return fail("Could not keep the former updater");
     }
-    record.coming = startRecord::contentOf(packageRules::UNPACKED + name);
+    record.coming = startRecord::contentOf(packageRules::UNPACKED + name, [this] { return !csys->cancel; });
+    if (csys->cancel) {
+        return false;
+    }
     record.coming.version = base->update.items[revision()].version;
     record.item = name;
     record.trial = startRecord::PROVEN;

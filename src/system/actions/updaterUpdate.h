@@ -6,9 +6,10 @@
 #include <string>
 
 /**
- * Replaces the updater itself, on a panel that keeps a record for its starter (startRecord.h): the new one is
- * tried and there is room for it, a copy of the old one is kept and the record tells what is coming, all
- * before the old one is removed. Where no record is kept it installs as any other file.
+ * Replaces the updater itself. A new one that is a program of a processor is tried and there is room for it
+ * before the old one is removed. On a panel that keeps a record for its starter (startRecord.h) that is so of
+ * any new one, and a copy of the old one is kept and the record tells what is coming, all before the old one
+ * is removed. Elsewhere what is no such program installs as any other file.
  */
 class updaterUpdate : public fileUpdate {
 public:

@@ -9,6 +9,7 @@
 #include <limits>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -138,8 +139,8 @@ TEST_F(fileUpdateTest, FailuresOfASingleFile) {
 
 TEST_F(fileUpdateTest, LooksBeforeItRemoves) {
     shell("mkdir -p " + SOURCE + " && cd " + SOURCE +
-          " && mkfifo pipe && ln -s /etc/passwd outside && echo x >changed && truncate -s 100000 large");
-    core->fileDigests["changed"] = std::string(64, '0');
+          " && mkfifo pipe && ln -s /etc/passwd outside && echo x >changed && truncate -s 4T large");
+    core->fileDigests["changed"] = core->fileDigests["large"] = std::string(64, '0');
     ASSERT_EQ(mount("full", TARGET.c_str(), "tmpfs", 0, "size=32k"), 0);
     for (const std::string name : {"missing", "pipe", "outside", "changed", "large"}) {
         put(TARGET + "/" + name, "old");
@@ -170,6 +171,7 @@ TEST_F(fileUpdateTest, ATreeGoesOnBehindAFailure) {
     EXPECT_EQ(log, (Texts{"[Error]: Could not copy new file " + TARGET + "/a/file",
                           "[Error]: Could not open directory: " + SOURCE + "gui/b"}));
     EXPECT_EQ(contents(TARGET + "/c/file"), "3");
+    EXPECT_EQ(core->notInstalled, 3U);            // the folder that could not be made among them
     for (readableNames = 0; readableNames < 3;) { // "." and ".." among them
         const int names = readableNames;
         EXPECT_FALSE(install("gui/c") || recorded()) << names;
@@ -191,9 +193,11 @@ TEST_F(fileUpdateTest, OddPackagesDoNotHang) {
     fs::create_symlink("/dev/zero", SOURCE + "gui/endless");
     fs::create_symlink(".", SOURCE + "gui/loop");
     fs::create_symlink("..", SOURCE + "gui/up"); // two ways back: walked naively they branch for ever
+    fs::create_symlink("/etc", SOURCE + "gui/outside");
     EXPECT_TRUE(install("gui"));
+    EXPECT_FALSE(fs::exists(TARGET + "/outside"));
     EXPECT_EQ(contents(TARGET + "/file"), "1");
-    EXPECT_FALSE(install("gui/pipe") || install("gui/endless"));
+    EXPECT_FALSE(install("gui/outside") || install("gui/pipe") || install("gui/endless"));
 }
 
 TEST_F(fileUpdateTest, StopsWhenCancelled) {
@@ -201,6 +205,19 @@ TEST_F(fileUpdateTest, StopsWhenCancelled) {
     core->cancel = true;
     EXPECT_FALSE(install("gui") || install("gui/file") || recorded());
     EXPECT_FALSE(fs::exists(TARGET + "/file"));
+
+    core->cancel = false; // and in the middle of a large file
+    unpacked("gui/large", "");
+    fs::resize_file(SOURCE + "gui/large", 300'000'000);
+    std::thread operatorsFinger([this] {
+        for (int n = 0; n < 5000 && !fs::exists(TARGET + "/large"); ++n) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        core->cancel = true;
+    });
+    EXPECT_FALSE(install("gui") || recorded());
+    operatorsFinger.join();
+    EXPECT_FALSE(fs::exists(TARGET + "/large"));
 }
 
 } // namespace

@@ -9,6 +9,12 @@ namespace {
 
 const std::string MACHINE = contents("/proc/self/exe").substr(0, 20);
 
+/** This build's updater, which needs a library that nobody has. */
+std::string withoutLibrary() {
+    std::string program = contents(UPDATER);
+    return program.replace(program.find("libstdc++.so"), 12, "libstdc--.so");
+}
+
 class updaterUpdateTest : public Panel {
 protected:
     updaterUpdateTest() {
@@ -42,6 +48,7 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
                 {"it is no program", ""},
                 {"it is for another machine", MACHINE.substr(0, 18) + "\xb7\x01"},
                 {"it is cut short", contents(UPDATER).substr(0, 100'000)},
+                {"libstdc--.so.6 => not found", withoutLibrary()},
                 {"it does not tell its version", asked + "exit 3\n"},
                 {"it does not tell its version", asked + "exec sleep 1000\n"}};
     for (const auto& row : rows) {
@@ -57,8 +64,23 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
         EXPECT_TRUE(holds({logged().back()}, "Could not copy new file")) << spoil;
         EXPECT_TRUE(hasOldOne()) << spoil;
     }
-    EXPECT_TRUE(install("#!/bin/sh\ntouch /tmp/started\n")); // it knows no such question, and is not started
-    EXPECT_FALSE(std::filesystem::exists("/tmp/started"));
+    const std::string starts = "#!/bin/sh\ntouch /tmp/trial\n";
+    core->fileDigests["K+Updater"] = std::string(64, '0');
+    EXPECT_FALSE(install(starts + "# --version\n"));
+    EXPECT_EQ(logged().back(), "[Error]: Could not copy new file /usr/bin/K+Updater");
+    shell("truncate -s 4T /keldra/tmp/keldra_update/K+Updater");
+    EXPECT_FALSE(installUnpacked());
+    EXPECT_EQ(logged().back(), "[Error]: No room for the new updater");
+    core->fileDigests.clear();
+    EXPECT_TRUE(hasOldOne() && install(starts)); // it knows no such question, and is not started
+    EXPECT_FALSE(std::filesystem::exists("/tmp/trial"));
+
+    shell("rm -r /keldra/start");
+    put(startRecord::INSTALLED, "the old one");
+    core->core.updater.swVersion = std::string("1.0");
+    EXPECT_FALSE(install(withoutLibrary()));
+    EXPECT_TRUE(hasOldOne());
+    EXPECT_TRUE(install("text")); // as any file: what it is for, its package may know
 }
 
 TEST_F(updaterUpdateTest, KeepsTheLastGoodOneAndSettlesTheNewOne) {

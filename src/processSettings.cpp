@@ -1,8 +1,8 @@
-#include "startConditions.h"
+#include "processSettings.h"
 
 #include "lib/ConfigFile.h"
 #include "outputRelay.h"
-#include "stopRequest.h"
+#include "stopSignals.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -28,7 +28,7 @@ void settleSignals() {
     std::signal(SIGCHLD, SIG_DFL);
     std::signal(SIGPIPE, pass);
     std::signal(SIGHUP, pass);
-    stopRequest::installHandlers();
+    stopSignals::installHandlers();
 }
 
 /** One that is missing wants nothing; the core says so. */
@@ -44,7 +44,7 @@ bool wantsTimes(const char* configuration) {
 
 } // namespace
 
-void settleStartConditions(const char* configuration) {
+void settleProcess(const char* configuration) {
     openStandardDescriptors();
     settleSignals();
     outputRelay::begin(wantsTimes(configuration));

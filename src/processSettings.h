@@ -8,6 +8,6 @@
  * - Standard output and error hold nobody up (outputRelay.h), and tell the time of each line when the
  *   configuration has `output_times = 1`.
  * - Children are waited for, and a reader or a terminal that goes away ends nothing.
- * - SIGTERM and SIGINT are events (stopRequest.h).
+ * - SIGTERM and SIGINT are events (stopSignals.h).
  */
-void settleStartConditions(const char* configuration);
+void settleProcess(const char* configuration);

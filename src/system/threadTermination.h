@@ -7,7 +7,7 @@
  * strike inside a destructor, a lock or a half-made change: every worker's run() begins with forbid() and
  * lifts the ban only around its blocking read or its poll sleep.
  */
-class termination : private QThread {
+class threadTermination : private QThread {
 public:
     static void forbid() { setTerminationEnabled(false); }
 

@@ -1,4 +1,4 @@
-#include "stopRequest.h"
+#include "stopSignals.h"
 
 #include "gui/UpdaterWindow.h"
 #include "system/updateCore.h"
@@ -18,24 +18,22 @@ void leaveNote(int) {
 
 } // namespace
 
-void stopRequest::installHandlers() {
+void stopSignals::installHandlers() {
     if (pipe2(notes, O_CLOEXEC | O_NONBLOCK) == 0) {
         std::signal(SIGTERM, leaveNote);
         std::signal(SIGINT, leaveNote);
     }
 }
 
-stopRequest::stopRequest(UpdaterWindow* window, updateCore* core)
+stopSignals::stopSignals(UpdaterWindow* window, updateCore* core)
     : QSocketNotifier(notes[0], Read), closed(window), csys(core) {}
 
-bool stopRequest::event(QEvent* event) {
+bool stopSignals::event(QEvent* event) {
     if (event->type() != QEvent::SockAct) {
         return QSocketNotifier::event(event);
     }
     setEnabled(false); // once is enough
-    if (csys->running) {
-        emit closed->sendCancelUpdate();
-    }
+    closed->endRun();
     csys->saveRecording("stopped");
     emit closed->haltApplication();
     return true;

@@ -1,7 +1,6 @@
-#include "startCare.h"
+#include "startProof.h"
 
 #include "gui/UpdaterWindow.h"
-#include "lib/childProcess.h"
 #include "lib/durable.h"
 #include "system/actions/updaterUpdate.h"
 #include "system/updateCore.h"
@@ -31,11 +30,11 @@ bool runsWhereItBelongs() {
 
 } // namespace
 
-bool startCare::hasStarter() {
+bool startProof::hasStarter() {
     return getppid() == starter();
 }
 
-startCare::startCare(updateCore* core) : csys(core) {
+startProof::startProof(updateCore* core) : csys(core) {
     if (!startRecord::isKept()) {
         return;
     }
@@ -45,14 +44,14 @@ startCare::startCare(updateCore* core) : csys(core) {
     if (settled || (own.is(record.updater) && !record.updater.version.empty())) {
         csys->core.updater.swVersion = record.updater.version; // the last run may not have come to write it
     }
-    connect(&timer, &QTimer::timeout, this, &startCare::prove);
+    connect(&timer, &QTimer::timeout, this, &startProof::prove);
     if (record.trial != startRecord::PROVEN) {
         timer.start(LOOK_MS);
     }
 }
 
 /** Takes the last step of its own installation, should a loss of power or the starter have left it to it. */
-bool startCare::settle(startRecord& record, const PROGRAM& own) {
+bool startProof::settle(startRecord& record, const PROGRAM& own) {
     const PROGRAM coming = record.coming;
     const PROGRAM whole = own.is(coming) ? coming : record.former;
     if (!own.is(whole) || (runsWhereItBelongs() && !coming.isKnown())) {
@@ -61,7 +60,7 @@ bool startCare::settle(startRecord& record, const PROGRAM& own) {
     if (!runsWhereItBelongs()) {
         // Also of the former one: what is there meanwhile must be taken for no other.
         startRecord::change([&whole](startRecord& kept) { kept.coming = whole; });
-        childProcess::shell("mount -o remount rw /");
+        csys->runsWell("mount -o remount rw /"); // else the log has why the next step fails
         if (!updaterUpdate::putBack(SELF)) {
             csys->log->log_item("Could not put the updater back", logger::LOG_ERROR);
             return true;
@@ -80,7 +79,7 @@ bool startCare::settle(startRecord& record, const PROGRAM& own) {
     return true;
 }
 
-void startCare::watchOver(UpdaterWindow* window) {
+void startProof::watchOver(UpdaterWindow* window) {
     window->installEventFilter(this);
     const startRecord record = startRecord::load();
     const auto say = [this, window](const char* text) {
@@ -95,7 +94,7 @@ void startCare::watchOver(UpdaterWindow* window) {
     }
 }
 
-bool startCare::eventFilter(QObject* object, QEvent* event) {
+bool startProof::eventFilter(QObject* object, QEvent* event) {
     if (event->type() == QEvent::Paint && !hasPainted) {
         hasPainted = true;
         if (hasStarter()) {
@@ -105,14 +104,14 @@ bool startCare::eventFilter(QObject* object, QEvent* event) {
     return QObject::eventFilter(object, event);
 }
 
-void startCare::prove() {
+void startProof::prove() {
     if (hasPainted && csys->busAnswered) {
         timer.stop();
         startRecord::change([](startRecord& record) { record.trial = startRecord::PROVEN; });
     }
 }
 
-void startCare::usedToTheEnd() {
+void startProof::usedToTheEnd() {
     startRecord::change([](startRecord& record) {
         record.trial = startRecord::PROVEN;
         record.underway = startRecord::UNDERWAY::NOTHING;
@@ -120,7 +119,7 @@ void startCare::usedToTheEnd() {
     });
 }
 
-void startCare::countRestart() {
+void startProof::countRestart() {
     startRecord::change([](startRecord& record) {
         if (record.trial != startRecord::PROVEN) {
             ++record.trial;

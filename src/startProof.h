@@ -13,10 +13,10 @@ class updateCore;
  * what the starter has decided, and proves itself. Nothing of it where no record is kept (startRecord.h).
  * Main thread.
  */
-class startCare : public QObject {
+class startProof : public QObject {
 public:
     /** Before there is a window: settles which updater is installed. */
-    explicit startCare(updateCore* core);
+    explicit startProof(updateCore* core);
 
     /**
      * Tells the operator what he has to know, and waits for the proof: the window painted, the bus answered.
