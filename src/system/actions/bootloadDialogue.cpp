@@ -214,9 +214,9 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
         return true;
     }
     if (reply.status == OK || !heard.maybe) {
+        heard.overdue = !heard.direct && isOverdue(request) && (!heard.maybe || heard.overdue);
         heard.maybe = reply;
         heard.renamed = whose == WHOSE::RENAMED;
-        heard.overdue = !heard.direct && isOverdue(request);
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
     return request.proof == PROOF::MARK && reply.status == OK;

@@ -75,7 +75,7 @@ private:
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try
-        bool overdue = false;         ///< `maybe` came when its own answer should have
+        bool overdue = false;         ///< nothing like `maybe` came while its own answer was to come
         bool mayBeWell() const { return maybe && maybe->status == OK; }
     };
 
