@@ -52,6 +52,8 @@ void loadPackage(const Arguments& arguments);
  * STARTED updater|bare: seconds from STARTED (since 1970) to the first painted window, and the peak memory.
  */
 void paintWindow(const Arguments& arguments);
+/** FILE: share of a core, in %, that the line of progress costs while this file is copied. */
+void progressLine(const Arguments& arguments);
 /** SIMULATOR PACKAGE: seconds and peak memory of a whole update with the window. */
 void updatePanel(const Arguments& arguments);
 

@@ -23,6 +23,7 @@ constexpr struct {
     {"receive-rate", bench::receiveRate},
     {"load", bench::loadPackage},
     {"window", bench::paintWindow},
+    {"progress-line", bench::progressLine},
     {"update", bench::updatePanel},
 };
 

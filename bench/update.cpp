@@ -9,6 +9,8 @@
 #include <QEvent>
 #include <QTimer>
 #include <chrono>
+#include <ctime>
+#include <fcntl.h>
 #include <functional>
 #include <stdexcept>
 #include <unistd.h>
@@ -104,6 +106,38 @@ void bench::paintWindow(const Arguments& arguments) {
     const PaintWatch watch(&window, painted);
     window.showFullScreen();
     QApplication::exec();
+}
+
+void bench::progressLine(const Arguments& arguments) {
+    constexpr int BEATS = 200;
+    constexpr double SECONDS_OF_BEAT = 0.5;
+    constexpr off_t STEP = 100'000; // so that there is something else to draw each time
+    int count = 1;
+    char name[] = "K+Updater";
+    char* words[] = {name, nullptr};
+    const panel::Terminal line;
+    panel::configure(line.name(), BAUD);
+    updateCore core;
+    QApplication application(count, words);
+    UpdaterWindow window(&application, &core);
+    window.showFullScreen();
+    QCoreApplication::processEvents();
+    const int file = open(arguments.at(0).c_str(), O_RDONLY | O_CLOEXEC);
+    core.running = true;
+    core.progress.start({{"GUI", runProgress::KIND::BYTES, SECONDS_OF_BEAT * BEATS}});
+    core.progress.check("GUI");
+    core.progress.write(runProgress::KIND::BYTES, STEP * BEATS, SECONDS_OF_BEAT * BEATS);
+    core.progress.reading(arguments.at(0));
+    const std::clock_t begun = std::clock();
+    for (int beat = 0; beat < BEATS; ++beat) {
+        lseek(file, beat * STEP, SEEK_SET);
+        const runProgress::STATE state = core.progress.state();
+        window.showProgress(QString::fromStdString(state.text), state.isWriting);
+        QCoreApplication::processEvents();
+    }
+    report(100 * static_cast<double>(std::clock() - begun) / CLOCKS_PER_SEC / (BEATS * SECONDS_OF_BEAT));
+    close(file);
+    _exit(0);
 }
 
 void bench::updatePanel(const Arguments& arguments) {
