@@ -264,10 +264,12 @@ bool busRecorder::writeAll(const char* reason) const {
     return holdsAny && trace.keep(); // an empty one would push out a good one
 }
 
-/** The same, by a process that is left behind when the card has stalled. */
-bool busRecorder::writeAllInTime(const char* reason) const {
+/** The same, by a process that is left behind when the card has stalled; such a card is not tried again. */
+busRecorder::WRITTEN busRecorder::writeAllInTime(const char* reason) const {
     static const shared<bool> never;
-    return childProcess::run([&] { return writeAll(reason) ? 0 : 1; }, &never, TIME_LIMIT_MS) == 0;
+    const auto task = [&] { return static_cast<int>(writeAll(reason) ? WRITTEN::ALL : WRITTEN::NOTHING); };
+    const int result = childProcess::run(task, &never, TIME_LIMIT_MS);
+    return result == childProcess::NOT_DONE ? WRITTEN::STALLED : static_cast<WRITTEN>(result);
 }
 
 busRecorder::SAVED busRecorder::save(const char* reason, bool crashed) {
@@ -275,10 +277,11 @@ busRecorder::SAVED busRecorder::save(const char* reason, bool crashed) {
     if (ring == nullptr || savedTo == sentNow || saving.test_and_set()) {
         return SAVED::NOTHING;
     }
-    const bool kept = crashed ? writeAll(reason) : writeAllInTime(reason);
-    savedTo = kept ? sentNow : savedTo.load();
+    const WRITTEN written =
+        crashed ? (writeAll(reason) ? WRITTEN::ALL : WRITTEN::NOTHING) : writeAllInTime(reason);
+    savedTo = written == WRITTEN::NOTHING ? savedTo.load() : sentNow;
     saving.clear();
-    return kept ? SAVED::DONE : SAVED::FAILED;
+    return written == WRITTEN::ALL ? SAVED::DONE : SAVED::FAILED;
 }
 
 busRecorder::SAVED busRecorder::save(const char* reason) {

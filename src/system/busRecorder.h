@@ -102,7 +102,8 @@ private:
     void write(traceFile& trace, std::uint32_t from, std::uint32_t size) const;
     void writeHead(traceFile& trace, const char* reason) const;
     bool writeAll(const char* reason) const;
-    bool writeAllInTime(const char* reason) const;
+    enum class WRITTEN : std::uint8_t { ALL, NOTHING, STALLED };
+    WRITTEN writeAllInTime(const char* reason) const;
     SAVED save(const char* reason, bool crashed);
 
     std::unique_ptr<SLOT[]> ring;
