@@ -4,7 +4,6 @@
 #include "convert.h"
 #include "examples.h"
 #include "fileType.h"
-#include "findingKinds.h"
 #include "hexCheck.h"
 #include "htmlReport.h"
 #include "lib/format.h"
@@ -61,8 +60,8 @@ Status build(const Options& options) {
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
-        complain(findings.has(kinds::fileMissing)
-                     ? "nothing was built; without a file that it names, it would be another package"
+        complain(findings.leavesOut()
+                     ? "nothing was built; without what could not be read, it would be another package"
                      : "nothing was built (--force builds what only the checks refuse)");
         return Status::Bad;
     }

@@ -35,6 +35,19 @@ std::string adviceFor(const fs::path& path) {
                                                                : "";
 }
 
+// Of what begins too short to tell what is compressed in it, the compression itself knows that it is cut.
+std::string objectionToArchive(const fs::path& path) {
+    const FileNature nature = natureOf(path);
+    try {
+        if (nature.type == FileType::Gzip)
+            checkGzip(path);
+    } catch (const Failure&) {
+        checkInterrupted();
+        return "it ends too soon";
+    }
+    return "it is " + nature.name + ", no archive of a package";
+}
+
 // What linkers write besides the panel's own form.
 bool isForeign(FileType type) {
     return type == FileType::Elf || type == FileType::SRecords;
@@ -80,8 +93,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     const std::string name = archive.filename().string();
     archive_ = archive;
     if (!isArchive(archive)) {
-        findings.add(kinds::archiveBroken, {name},
-                     "it is " + natureOf(archive).name + ", no archive of a package");
+        findings.add(kinds::archiveBroken, {name}, objectionToArchive(archive));
         return;
     }
     if (name != ARCHIVE)
