@@ -185,12 +185,21 @@ Status info(const Options& options) {
     return verdict(findings, false);
 }
 
+// Says what can't be seen of a package that was not read, or not in whole.
+Status wasRead(const Findings& findings, const fs::path& path) {
+    if (findings.errors() != 0)
+        complain(path.string() + ": " + counts(findings) + "; keldra-package check tells more");
+    return verdict(findings, false);
+}
+
 Status diff(const Options& options) {
-    Findings ignored;
-    const Package before(options.old, ignored);
-    const Package after(options.path, ignored);
+    Findings old;
+    Findings found;
+    const Package before(options.old, old);
+    const Package after(options.path, found);
     print(diffText(inspect(before, options.rules.processors), inspect(after, options.rules.processors)));
-    return Status::Fine;
+    const Status status = wasRead(old, options.old);
+    return wasRead(found, options.path) == Status::Fine ? status : Status::Bad;
 }
 
 Status report(const Options& options) {
@@ -206,14 +215,16 @@ Status report(const Options& options) {
                         options.rules.processors);
     const PackageInfo held = inspect(package, options.rules.processors);
     std::optional<PackageInfo> old;
-    if (Findings ignored; !options.old.empty())
-        old = inspect(Package(options.old, ignored), options.rules.processors);
+    Findings against;
+    if (!options.old.empty())
+        old = inspect(Package(options.old, against), options.rules.processors);
     deliver(htmlReport({options.path.filename().empty() ? options.path.parent_path().filename().string()
                                                         : options.path.filename().string(),
                         held, findings, plan ? &*plan : nullptr, options.baud, old ? &*old : nullptr,
                         options.old.string(), "keldra-package " KELDRA_VERSION}),
             options.output);
-    return verdict(findings, false);
+    const Status status = wasRead(against, options.old);
+    return status == Status::Fine ? verdict(findings, false) : status;
 }
 
 Status support(const Options& options) {
