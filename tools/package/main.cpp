@@ -159,12 +159,17 @@ void deliver(const std::string& text, const fs::path& target) {
 }
 
 Status convert(const Options& options) {
+    std::error_code different;
+    if (fs::equivalent(options.path, options.output, different))
+        throw std::invalid_argument(options.output.string() + ": would replace what it is made of");
     try {
-        const Converted made =
-            convertImage(options.path, {options.processor, options.serial, options.fill, options.crop});
+        const Conversion conversion{options.processor, options.serial, options.fill, options.crop};
+        const Converted made = convertImage(options.path, conversion);
         deliver(made.text, options.output);
         if (options.output != "-")
-            print(options.output.string() + ": " + summaryOf(made) + "\n");
+            print(options.output.string() + ": " + summaryOf(made, conversion) + "\n");
+        else
+            complain(summaryOf(made, conversion)); // the image alone goes to standard output
         return Status::Fine;
     } catch (const BadFile& error) {
         const std::string line = error.line() != 0 ? ":" + std::to_string(error.line()) : "";

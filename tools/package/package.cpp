@@ -178,6 +178,8 @@ void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
             unpacked_ = std::make_unique<TemporaryDirectory>();
         entry.file = nameFor(made, entry);
         entry.prepared = unpacked_->path() / entry.file;
+        if (entry.crop && !made.outside.empty())
+            findings.add(kinds::hexCropped, {entry.origin}, "dropped " + spansText(made.outside));
         entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
         fs::create_directories(entry.prepared.parent_path());
         writeFile(entry.prepared, made.text);
