@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace sim {
@@ -130,9 +130,7 @@ void FaultScript::add(const std::string& text) {
 }
 
 void FaultScript::load(const std::string& file) {
-    std::ifstream stream(file);
-    if (!stream)
-        throw std::runtime_error("cannot read the faults " + file);
+    std::istringstream stream(readText(file));
     unsigned number = 0;
     for (std::string line; std::getline(stream, line);) {
         ++number;
@@ -140,7 +138,7 @@ void FaultScript::load(const std::string& file) {
             if (!words(line).empty())
                 add(line);
         } catch (const std::exception& error) {
-            throw std::runtime_error(format("%s:%u: %s", file.c_str(), number, error.what()));
+            throw std::invalid_argument(file + ":" + std::to_string(number) + ": " + error.what());
         }
     }
 }

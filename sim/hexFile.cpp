@@ -5,6 +5,7 @@
 #include <fstream>
 #include <numeric>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 
 namespace sim {
@@ -51,9 +52,7 @@ Bytes withFourthBytes(std::span<const std::uint8_t> cells) {
 } // namespace
 
 void preloadHexFile(const std::string& file, bool packsInstructions, Flash& flash) {
-    std::ifstream stream(file);
-    if (!stream)
-        throw std::runtime_error("cannot read " + file);
+    std::istringstream stream(readText(file));
     std::uint32_t upper = 0;
     for (std::string line; std::getline(stream, line);) {
         if (!line.empty() && line.back() == '\r')

@@ -1,15 +1,16 @@
 #include "inventory.h"
 
+#include "commandLine/suggest.h"
 #include "hexFile.h"
 #include "text.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iterator>
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace sim {
@@ -179,6 +180,14 @@ constexpr Key keys[] = {
     {"identity-hw", [](ModuleConfig& c, const std::string& v) { c.temper.identityHardware = toPair(v); }},
 };
 
+template <typename Row, std::size_t Count>
+std::vector<std::string> namesOf(const Row (&rows)[Count]) {
+    std::vector<std::string> names;
+    for (const Row& row : rows)
+        names.emplace_back(row.name);
+    return names;
+}
+
 // `place` is where the words stand.
 void addModule(std::vector<ModuleConfig>& modules, const std::vector<std::string>& line,
                const std::string& place) {
@@ -188,8 +197,10 @@ void addModule(std::vector<ModuleConfig>& modules, const std::vector<std::string
             if (other.name == config.name)
                 throw std::invalid_argument(config.name + " stands there twice");
         modules.push_back(std::move(config));
-    } catch (const std::exception& error) {
+    } catch (const std::system_error& error) { // of a file that it names
         throw std::runtime_error(place + ": " + error.what());
+    } catch (const std::exception& error) {
+        throw std::invalid_argument(place + ": " + error.what());
     }
 }
 
@@ -200,7 +211,7 @@ std::vector<ModuleConfig> readLines(const std::string& text, const std::string& 
     for (std::string line; std::getline(lines, line);) {
         ++number;
         if (const auto list = words(line); !list.empty())
-            addModule(modules, list, format("%s:%u", file.c_str(), number));
+            addModule(modules, list, file + ":" + std::to_string(number));
     }
     return modules;
 }
@@ -223,7 +234,7 @@ void addWords(std::vector<std::string>& line, const std::string& key, const rapi
 // What only simulated modules have stands in an object of its own, and counts behind the rest.
 void addObject(std::vector<std::string>& line, const rapidjson::Value& module, const std::string& place) {
     if (!module.IsObject())
-        throw std::runtime_error(place + ": no object");
+        throw std::invalid_argument(place + ": no object");
     for (const auto& [key, value] : module.GetObject())
         if (key != "$comment" && key != "simulation")
             addWords(line, key.GetString(), value);
@@ -236,9 +247,8 @@ std::vector<ModuleConfig> readJson(const std::string& text, const std::string& f
     document.Parse(text.data(), text.size());
     if (document.HasParseError()) {
         const auto end = text.begin() + static_cast<std::ptrdiff_t>(document.GetErrorOffset());
-        throw std::runtime_error(format("%s:%u: %s", file.c_str(),
-                                        static_cast<unsigned>(std::count(text.begin(), end, '\n')) + 1,
-                                        rapidjson::GetParseError_En(document.GetParseError())));
+        throw std::invalid_argument(file + ":" + std::to_string(std::count(text.begin(), end, '\n') + 1) +
+                                    ": " + rapidjson::GetParseError_En(document.GetParseError()));
     }
     std::vector<ModuleConfig> modules;
     for (const auto& [name, module] : std::as_const(document).GetObject()) {
@@ -258,7 +268,8 @@ ModuleConfig parseModule(const std::vector<std::string>& line) {
     const auto known = std::find_if(std::begin(knownModules), std::end(knownModules),
                                     [&line](const KnownModule& module) { return module.name == line[0]; });
     if (known == std::end(knownModules))
-        throw std::invalid_argument("unknown module '" + line[0] + "'");
+        throw std::invalid_argument("unknown module '" + line[0] + "'" +
+                                    commandLine::suggest(line[0], namesOf(knownModules)));
     ModuleConfig config;
     config.name = known->name;
     config.address = known->address;
@@ -271,7 +282,8 @@ ModuleConfig parseModule(const std::vector<std::string>& line) {
             return candidate.name == name;
         });
         if (key == std::end(keys))
-            throw std::invalid_argument("unknown key '" + name + "'");
+            throw std::invalid_argument("unknown key '" + name + "'" +
+                                        commandLine::suggest(name, namesOf(keys)));
         key->set(config, value);
     }
     return config;
@@ -280,10 +292,7 @@ ModuleConfig parseModule(const std::vector<std::string>& line) {
 std::vector<ModuleConfig> loadInventory(const std::string& file) {
     if (file.empty())
         return {};
-    std::ifstream stream(file);
-    if (!stream)
-        throw std::runtime_error("cannot read the inventory " + file);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    const std::string text = readText(file);
     const std::size_t start = text.find_first_not_of(" \t\r\n");
     return start != text.npos && text[start] == '{' ? readJson(text, file) : readLines(text, file);
 }

@@ -68,8 +68,8 @@ void Line::placeLink() const {
     }
     const std::string fresh = link_ + ".new";
     ::unlink(fresh.c_str());
-    fs::create_symlink(slaveName_, fresh);
-    fs::rename(fresh, link_);
+    if (::symlink(slaveName_.c_str(), fresh.c_str()) != 0 || ::rename(fresh.c_str(), link_.c_str()) != 0)
+        fail("--link " + link_);
 }
 
 void Line::close() {

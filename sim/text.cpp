@@ -1,11 +1,16 @@
 #include "text.h"
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 namespace sim {
 
@@ -45,6 +50,16 @@ std::uint32_t toNumber(std::string_view text, int base, std::uint32_t max) {
     if (error != std::errc() || end != text.data() + text.size() || value > max)
         throw std::invalid_argument("not a number that fits: '" + std::string(text) + "'");
     return value;
+}
+
+std::string readText(const std::string& file) {
+    std::ifstream stream(file);
+    std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored))
+        throw std::system_error(EISDIR, std::generic_category(), file);
+    if (!stream)
+        throw std::system_error(errno, std::generic_category(), file);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 std::vector<std::string> words(std::string_view line) {

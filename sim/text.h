@@ -27,6 +27,9 @@ Bytes fromHex(std::string_view digits);
 // Throws std::invalid_argument when text is not a whole number of the given base, or above max.
 std::uint32_t toNumber(std::string_view text, int base = 10, std::uint32_t max = 0xFFFFFFFF);
 
+// A whole file. Throws std::system_error, with its name, when it can't be read.
+std::string readText(const std::string& file);
+
 // Words separated by blanks; a # starts a comment.
 std::vector<std::string> words(std::string_view line);
 // "key=value"; a word without = is a key with an empty value.

@@ -2,7 +2,6 @@
 
 #include "contents.h"
 #include "digest.h"
-#include "findingKinds.h"
 #include "lib/sha1.h"
 #include "package.h"
 #include "platform.h"
@@ -43,35 +42,29 @@ private:
     std::vector<fs::path> targets_;
 };
 
-} // namespace
-
-bool buildPackage(const BuildOptions& options, Findings& findings) {
-    const bool isNamed = options.source.filename() == DESCRIPTION && !fs::is_directory(options.source);
-    const fs::path description = isNamed ? options.source : options.source / DESCRIPTION;
-    if (!fs::exists(description))
-        throw Failure(description.string() + ": no such file; keldra-package init makes an example of one");
-    const Package package(options.source, findings);
-    findings.allow(package.allowances());
-    if (findings.errors() != 0)
-        return false; // a description that can't be followed: not even when forced
-    checkContents(package, options.rules, findings);
-    findings.allow(options.rules.allowances);
-    findings.allow(package.allowances());
-    if (options.strict && findings.warnings() != 0)
-        return false;
-    if (findings.errors() != 0 && (!options.force || findings.has(kinds::fileMissing)))
-        return false; // without a file it would be another package
-
-    if (!options.key.empty() && !hasVerifyingUpdater(package, findings))
-        return false;
-
+std::string manifestOf(const Package& package, const std::vector<Member>& members) {
     FileDigests digests;
-    std::vector<Member> members = membersOf(package);
     for (const Member& each : members) {
         if (fs::is_regular_file(each.source))
             digests[each.name] = sha256Of(each.source);
     }
-    const std::string manifest = writeManifest(package.items(), digests);
+    return writeManifest(package.items(), digests);
+}
+
+// Returns the digest.
+std::string writeArchive(const fs::path& path, const std::vector<Member>& members) {
+    SafeFile archive(path);
+    ProgressBar bar("packing", sizeOf(members));
+    pack(
+        members, [&](const void* data, std::size_t size) { archive.write(data, size); },
+        [&](std::uint64_t done) { bar.show(done); });
+    return archive.finish();
+}
+
+// The archive with its digest and signature, and beside it the manifest with its digest.
+void writePackage(const Package& package, const BuildOptions& options) {
+    std::vector<Member> members = membersOf(package);
+    const std::string manifest = manifestOf(package, members);
     const std::string manifestSha = digestText(sha1::ofText(manifest), MANIFEST);
     // The manifest last: where it is, everything is.
     members.push_back({MANIFEST + DIGEST, {}, manifestSha});
@@ -80,15 +73,7 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     fs::create_directories(options.target);
     Replacement files;
     const fs::path archivePath = files.add(options.target / ARCHIVE);
-    std::string digest;
-    {
-        SafeFile archive(archivePath);
-        ProgressBar bar("packing", sizeOf(members));
-        pack(
-            members, [&](const void* data, std::size_t size) { archive.write(data, size); },
-            [&](std::uint64_t done) { bar.show(done); });
-        digest = archive.finish();
-    }
+    const std::string digest = writeArchive(archivePath, members);
     const auto put = [&](const std::string& name, const std::string& text) {
         SafeFile file(files.add(options.target / name));
         file.write(text.data(), text.size());
@@ -104,6 +89,34 @@ bool buildPackage(const BuildOptions& options, Findings& findings) {
     if (options.key.empty())
         fs::remove(signature); // of another archive
     platform::forceDirectory(options.target);
+}
+
+bool isToBuild(const Package& package, const BuildOptions& options, Findings& findings) {
+    findings.allow(package.allowances());
+    if (findings.errors() != 0)
+        return false; // a description that can't be followed: not even when forced
+    checkContents(package, options.rules, findings);
+    findings.allow(options.rules.allowances);
+    findings.allow(package.allowances());
+    if (options.strict && findings.warnings() != 0)
+        return false;
+    if (findings.errors() != 0 && (!options.force || findings.leavesOut()))
+        return false; // without a file it would be another package
+
+    return options.key.empty() || hasVerifyingUpdater(package, findings);
+}
+
+} // namespace
+
+bool buildPackage(const BuildOptions& options, Findings& findings) {
+    const bool isNamed = options.source.filename() == DESCRIPTION && !fs::is_directory(options.source);
+    const fs::path description = isNamed ? options.source : options.source / DESCRIPTION;
+    if (!fs::exists(description))
+        throw Failure(description.string() + ": no such file; keldra-package init makes an example of one");
+    const Package package(options.source, findings);
+    if (!isToBuild(package, options, findings))
+        return false;
+    writePackage(package, options);
     return true;
 }
 

@@ -113,10 +113,10 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
     return fine;
 }
 
-// Whatever is wrong with the name, too.
+// Whatever is wrong with the name, too. A description names no file that it does without.
 bool ContentCheck::isThere(const Item& item, const Entry& entry) {
-    const bool standsForNone =
-        packageRules::standsForNoFile(entry.file) && item.kind->content != Content::Firmware;
+    const bool standsForNone = !package_.isDescribed() && packageRules::standsForNoFile(entry.file) &&
+                               item.kind->content != Content::Firmware;
     std::error_code broken;
     if (standsForNone || packageRules::leadsOutside(entry.file) || fs::exists(package_.pathOf(entry), broken))
         return true;
@@ -216,6 +216,8 @@ void ContentCheck::checkTree(const fs::path& directory) {
     std::sort(entries.begin(), entries.end());
     walked_.push_back(fs::canonical(directory));
     for (const fs::path& path : entries) {
+        if (hasControls(path.filename().string()))
+            findings_.add(kinds::nameShell, {nameOf(path)}, "\"" + nameOf(path) + "\"");
         if (path.filename().string().front() == '.')
             findings_.add(isForTools(path.filename().string()) ? kinds::fileLeftOut : kinds::fileHidden,
                           {nameOf(path)}, "a hidden name");

@@ -38,6 +38,24 @@ bool isProgram(Elf* elf, const GElf_Ehdr& header) {
     return false;
 }
 
+// Whether what is loaded, or the list of the sections, lies behind the end of the file.
+bool isCut(Elf* elf, const GElf_Ehdr& header, std::uint64_t fileSize) {
+    const auto isWithin = [fileSize](std::uint64_t start, std::uint64_t size) {
+        return start <= fileSize && size <= fileSize - start;
+    };
+    std::size_t count = 0;
+    if (!isWithin(header.e_shoff, std::uint64_t{header.e_shnum} * header.e_shentsize) ||
+        elf_getphdrnum(elf, &count) != 0)
+        return true;
+    for (std::size_t i = 0; i < count; ++i) {
+        GElf_Phdr segment;
+        if (gelf_getphdr(elf, static_cast<int>(i), &segment) == nullptr ||
+            (segment.p_type == PT_LOAD && !isWithin(segment.p_offset, segment.p_filesz)))
+            return true;
+    }
+    return false;
+}
+
 using Handle = std::unique_ptr<Elf, End>;
 
 Handle openElf(int file) {
@@ -45,13 +63,17 @@ Handle openElf(int file) {
     return Handle(elf_begin(file, ELF_C_READ, nullptr));
 }
 
-std::optional<ElfFacts> factsOf(int file) {
+std::optional<ElfFacts> factsOf(int file, std::uint64_t fileSize) {
     const Handle elf = openElf(file);
     GElf_Ehdr header;
     if (elf == nullptr || elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr)
         return std::nullopt;
-    return ElfFacts{header.e_machine, header.e_ident[EI_CLASS] == ELFCLASS64 ? 64U : 32U,
-                    header.e_ident[EI_DATA] == ELFDATA2MSB, isProgram(elf.get(), header), header.e_flags};
+    return ElfFacts{header.e_machine,
+                    header.e_ident[EI_CLASS] == ELFCLASS64 ? 64U : 32U,
+                    header.e_ident[EI_DATA] == ELFDATA2MSB,
+                    isProgram(elf.get(), header),
+                    header.e_flags,
+                    isCut(elf.get(), header, fileSize)};
 }
 
 std::vector<GElf_Phdr> segmentsOf(Elf* elf) {
@@ -137,7 +159,7 @@ std::string ElfFacts::machineName() const {
 
 std::optional<ElfFacts> readElfFacts(const std::filesystem::path& path) {
     const platform::Descriptor file(path);
-    return factsOf(file.number());
+    return factsOf(file.number(), std::filesystem::file_size(path));
 }
 
 std::vector<ElfPiece> readElfPieces(const std::filesystem::path& path) {
@@ -145,6 +167,11 @@ std::vector<ElfPiece> readElfPieces(const std::filesystem::path& path) {
     const Handle elf = openElf(file.number());
     if (elf == nullptr || elf_kind(elf.get()) != ELF_K_ELF)
         throw BadFile("a damaged ELF file");
+    GElf_Ehdr header;
+    if (gelf_getehdr(elf.get(), &header) == nullptr)
+        throw BadFile("a damaged ELF file");
+    if (header.e_type != ET_EXEC && header.e_type != ET_DYN)
+        throw BadFile("an ELF file that is not linked yet: it has no addresses");
     return piecesOf(elf.get());
 }
 

@@ -15,6 +15,7 @@ struct ElfFacts {
     bool bigEndian = false;
     bool program = false; // can be started; else a library, object file or kernel module
     std::uint32_t flags = 0;
+    bool cut = false; // the file ends before what its headers announce
 
     std::string machineName() const; // "ARM, 32 bits"
 };

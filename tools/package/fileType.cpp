@@ -110,7 +110,9 @@ FileNature natureOf(const fs::path& path) {
     if (start.starts_with("\x7F"
                           "ELF")) {
         const auto facts = readElfFacts(path);
-        return {FileType::Elf, facts ? "an ELF file for " + facts->machineName() : "a damaged ELF file"};
+        return {FileType::Elf, !facts       ? "a damaged ELF file"
+                               : facts->cut ? "a damaged ELF file: it ends before its content"
+                                            : "an ELF file for " + facts->machineName()};
     }
     if (const Magic* magic = magicOf(start))
         return {magic->type, magic->name};

@@ -16,11 +16,11 @@ std::vector<std::string> kindNames() {
     return names;
 }
 
-std::string objectionToKind(const std::string& name) {
-    const std::vector<std::string> names = kindNames();
-    return std::find(names.begin(), names.end(), name) != names.end()
-               ? ""
-               : "there is no finding \"" + name + "\"" + commandLine::suggest(name, names);
+std::string objectionToAllowing(const std::string& name) {
+    const auto kind = std::ranges::find(kinds::ALL, name, &Kind::id);
+    if (kind == std::end(kinds::ALL))
+        return "there is no finding \"" + name + "\"" + commandLine::suggest(name, kindNames());
+    return (*kind)->allowable ? "" : "\"" + name + "\" can't be allowed: something would be missing";
 }
 
 void Findings::add(const Kind& kind, Place place, std::string text) {
@@ -43,8 +43,8 @@ void Findings::allow(const std::vector<Allowance>& allowances) {
     }
 }
 
-bool Findings::has(const Kind& kind) const {
-    return std::ranges::any_of(findings_, [&](const Finding& each) { return each.kind == &kind; });
+bool Findings::leavesOut() const {
+    return std::ranges::any_of(findings_, [](const Finding& each) { return !each.kind->allowable; });
 }
 
 std::size_t Findings::errors() const {

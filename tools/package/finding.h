@@ -22,11 +22,12 @@ struct Kind {
     Severity severity;
     const char* panel;
     const char* remedy;
+    bool allowable = true; // false: something was not read, and would be missing in what is built
 };
 
 std::vector<std::string> kindNames();
-// What is wrong with the name of a kind; empty when there is one.
-std::string objectionToKind(const std::string& name);
+// What is wrong with the name of a kind to be allowed; empty when nothing is.
+std::string objectionToAllowing(const std::string& name);
 
 struct Finding {
     const Kind* kind;
@@ -57,7 +58,7 @@ public:
 
     const std::vector<Finding>& all() const { return findings_; }
     const std::vector<Allowed>& allowed() const { return allowed_; }
-    bool has(const Kind& kind) const;
+    bool leavesOut() const; // something, whatever is forced: a kind that is not allowable
     std::size_t errors() const;
     std::size_t warnings() const { return findings_.size() - errors(); }
 

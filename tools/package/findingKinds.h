@@ -23,18 +23,18 @@ inline constexpr Kind digestName{"digest-name", Warning, "does not read the name
 inline constexpr Kind packageName{
     "package-name", Warning, "looks for keldra_update.tgz only: \"No updater file or USB not connected\"",
     "name it keldra_update.tgz on the stick, and its digest keldra_update.tgz.sha"};
-inline constexpr Kind archiveBroken{
-    "archive-broken", Error, "does not unpack it: \"Internal Error\"",
-    "write the archive again (tar compressed by gzip) and copy it completely"};
+inline constexpr Kind archiveBroken{"archive-broken", Error, "does not unpack it: \"Internal Error\"",
+                                    "write the archive again (tar compressed by gzip) and copy it completely",
+                                    false};
 inline constexpr Kind archiveEntry{
     "archive-entry", Error, "stops unpacking or unpacks it where nobody looks for it",
-    "pack files, directories and links with relative names without \"..\" only"};
+    "pack files, directories and links with relative names without \"..\" only", false};
 inline constexpr Kind manifestNotLast{
     "manifest-not-last", Warning, "may find a manifest without its files after a loss of power",
     "put update.manifest and update.manifest.sha at the end of the archive"};
 inline constexpr Kind manifestMissing{"manifest-missing", Error,
                                       "refuses the package: \"Updater file corrupted!\"",
-                                      "put update.manifest at the top of the archive"};
+                                      "put update.manifest at the top of the archive", false};
 
 inline constexpr Kind signatureRefused{
     "signature-refused", Error, "refuses the package, with these keys: \"Updater file not trusted!\"",
@@ -48,15 +48,15 @@ inline constexpr Kind fileChanged{"file-changed", Error, "refuses the file when 
 // The manifest and the description.
 inline constexpr Kind manifestBlank{"manifest-blank", Error,
                                     "finds nothing to update, or says \"Internal Error\"",
-                                    "name the items in the manifest"};
+                                    "name the items in the manifest", false};
 inline constexpr Kind jsonSyntax{"json-syntax", Error, "does not read the manifest: \"Internal Error\"",
-                                 "correct the text at this place"};
+                                 "correct the text at this place", false};
 inline constexpr Kind itemUnknown{
     "item-unknown", Error, "ignores the item in silence",
-    "use a name of those that package.md in /usr/share/doc/keldra-package-tools lists"};
-inline constexpr Kind itemForm{
-    "item-form", Error, "takes nothing from it, or puts it into another item",
-    "write the item as package.md in /usr/share/doc/keldra-package-tools shows it"};
+    "use a name of those that package.md in /usr/share/doc/keldra-package-tools lists", false};
+inline constexpr Kind itemForm{"item-form", Error, "takes nothing from it, or puts it into another item",
+                               "write the item as package.md in /usr/share/doc/keldra-package-tools shows it",
+                               false};
 inline constexpr Kind itemTwice{"item-twice", Error,
                                 "appends the second files and gives the first ones the second versions",
                                 "name each item once"};
@@ -65,18 +65,18 @@ inline constexpr Kind itemUnvisited{"item-unvisited", Warning,
                                     "leave the item out"};
 inline constexpr Kind itemNested{
     "item-nested", Error, "takes the inner object's key for an item when it is longer than one character",
-    "write the item as package.md in /usr/share/doc/keldra-package-tools shows it"};
+    "write the item as package.md in /usr/share/doc/keldra-package-tools shows it", false};
 inline constexpr Kind keyUnknown{"key-unknown", Error, "ignores the key in silence",
                                  "remove it, or correct its spelling"};
 inline constexpr Kind keyTwice{"key-twice", Error, "appends files, and overwrites versions from the first on",
-                               "write each key once, with a list of values"};
+                               "write each key once, with a list of values", false};
 inline constexpr Kind valueNotText{"value-not-text", Error, "loses a value that is not a text",
-                                   "put it in quotation marks"};
+                                   "put it in quotation marks", false};
 inline constexpr Kind versionsFirst{"versions-first", Error, "drops the versions in silence",
-                                    "write \"f\" before \"v\""};
+                                    "write \"f\" before \"v\"", false};
 inline constexpr Kind unpaired{
     "unpaired", Error, "gives files without a version the empty one, and drops versions without a file",
-    "give each file exactly one version, in the same order"};
+    "give each file exactly one version, in the same order", false};
 inline constexpr Kind versionEmpty{"version-empty", Error, "updates the item again and again",
                                    "give the version that the item reports once it is installed"};
 inline constexpr Kind versionForm{
@@ -84,7 +84,7 @@ inline constexpr Kind versionForm{
     "never finds it equal to what the module tells, or shows it with control characters",
     "write it as the module tells it: three numbers up to 255 without leading zeros, as 1.3.0"};
 inline constexpr Kind textTooLong{"text-too-long", Error, "refuses the package: \"Internal Error\"",
-                                  "keep names and versions to 4096 bytes"};
+                                  "keep names and versions to 4096 bytes", false};
 inline constexpr Kind revisionMissing{"revision-missing", Error,
                                       "says \"up-to-date\" and leaves the module as it is",
                                       "add the image for that hardware revision"};
@@ -97,10 +97,11 @@ inline constexpr Kind nameShort{"name-short", Error,
                                 "takes a name of two characters or fewer for no file and counts it as done",
                                 "give the file a longer name"};
 inline constexpr Kind nameOutside{"name-outside", Error, "refuses a name that leads out of the package",
-                                  "use names relative to the package, without \"..\""};
+                                  "use names relative to the package, without \"..\"", false};
 inline constexpr Kind nameForm{
     "name-form", Error, "may find the file all the same, but two names then stand for one file",
-    "write names without \"./\", doubled or closing slashes, and leave update.manifest to the package"};
+    "write names without \"./\", doubled or closing slashes, and leave update.manifest to the package",
+    false};
 inline constexpr Kind nameShell{"name-shell", Error, "refuses a kernel of such a name, or cuts the name",
                                 "use letters, digits and ._+-/ only"};
 inline constexpr Kind nameOdd{"name-odd", Warning, "copes with it; sticks and scripts may not",
@@ -112,12 +113,12 @@ inline constexpr Kind processorUnsupported{
     "PIC32 images are for ctrl only; check which item it is meant for"};
 
 // Files.
-inline constexpr Kind allowForm{
-    "allow-form", Error, "(does not read the description)",
-    "write each as {\"finding\": NAME, \"file\": FILE, \"reason\": WHY}; only \"file\" may be missing"};
+inline constexpr Kind allowForm{"allow-form", Error, "(does not read the description)",
+                                "write each as {\"finding\": NAME, \"file\": FILE, \"reason\": WHY, false}; "
+                                "only \"file\" may be missing"};
 inline constexpr Kind fileMissing{"file-missing", Error,
                                   "fails at this item, with the items before it already installed",
-                                  "put the file into the package, or correct its name"};
+                                  "put the file into the package, or correct its name", false};
 inline constexpr Kind fileKind{"file-kind", Error,
                                "fails at this item, with the items before it already installed",
                                "name a regular file, or for updater, gui and drivers a directory"};
@@ -148,6 +149,9 @@ inline constexpr Kind updaterName{
 inline constexpr Kind wrongMachine{"wrong-machine", Error,
                                    "installs it all the same, and can't start it from then on",
                                    "take the build for the panel's processor, or name another with --arch"};
+inline constexpr Kind programDamaged{"program-damaged", Error,
+                                     "installs it all the same, and can't start it from then on",
+                                     "copy the file again, completely"};
 inline constexpr Kind noProgram{"no-program", Error,
                                 "installs it in the place of the only program that could repair the panel",
                                 "name the updater's program"};
@@ -171,7 +175,7 @@ inline constexpr Kind hexGarbage{
     "skips the line; a damaged record it refuses with strict_images = 1, else it warns and reads other bytes",
     "write the image again with the linker; don't edit it"};
 inline constexpr Kind imageForm{"image-form", Error, "(never gets it: it can't be made into Intel HEX)",
-                                "let the linker write the image again, for the module's processor"};
+                                "let the linker write the image again, for the module's processor", false};
 inline constexpr Kind hexFormat{"hex-format", Error,
                                 "finds no record in it: \"Bad HEX file\" with strict_images = 1, else "
                                 "programs nothing and counts it as done",
@@ -220,7 +224,9 @@ inline constexpr Kind hexOutside{
     "hex-outside", Error,
     "drops the bytes with a line in the log (data that runs on from a region it refuses with strict_images = "
     "1), or sends the record to a module without a place for it",
-    "remove them from the image, or choose the right processor"};
+    "leave them out (\"crop\": true in package.json, convert --crop), or choose the right processor"};
+inline constexpr Kind hexCropped{"hex-cropped", Warning, "never gets these bytes",
+                                 "nothing, when they are settings words that the module keeps"};
 inline constexpr Kind hexTooLarge{
     "hex-too-large", Error, "refuses it with strict_images = 1; else warns and cuts the address to 16 bits",
     "link the program below that address (settings words don't belong here)"};
@@ -272,6 +278,7 @@ inline constexpr const Kind* ALL[] = {&digestMissing,  &digestForm,       &diges
                                       &hexTooLarge,    &hexEraseRun,      &hexFirstRegion,
                                       &hexAlignment,   &hexPhantom,       &hexEmpty,
                                       &hexRefused,     &signatureRefused, &updaterTrusting,
-                                      &fileChanged};
+                                      &fileChanged,    &textTooLong,      &programDamaged,
+                                      &hexCropped};
 
 } // namespace package::kinds

@@ -186,6 +186,11 @@ std::string Image::hexText() const {
     return text + hexRecord(1, 0, {});
 }
 
+bool Image::holds(std::uint64_t address) const {
+    const auto behind = pieces_.upper_bound(address);
+    return behind != pieces_.begin() && address - std::prev(behind)->first < std::prev(behind)->second.size();
+}
+
 std::vector<Span> Image::crop(const LAYOUT& layout) {
     std::vector<Span> dropped;
     Pieces kept;

@@ -36,6 +36,7 @@ public:
     // Throws BadFile when there is data already.
     void put(std::uint64_t address, const std::vector<std::uint8_t>& bytes, unsigned line = 0);
 
+    bool holds(std::uint64_t address) const;
     bool empty() const { return pieces_.empty(); }
     std::uint64_t size() const;
     // In ascending order, 16 bytes at most, none across a multiple of 16.

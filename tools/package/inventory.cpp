@@ -124,6 +124,7 @@ Modules readLines(const std::filesystem::path& path) {
     Modules modules;
     std::istringstream text(readFile(path));
     unsigned number = 0;
+    bool named = false;
     for (std::string line; std::getline(text, line);) {
         ++number;
         std::istringstream words(line.substr(0, line.find('#')));
@@ -156,7 +157,10 @@ Modules readLines(const std::filesystem::path& path) {
                 fail(objection);
         }
         addModule(modules, *row, module);
+        named = true;
     }
+    if (!named)
+        throw std::invalid_argument(path.string() + ": names no module");
     return modules;
 }
 
@@ -174,9 +178,16 @@ void setField(const JsonFile& file, const JsonValue& key, const JsonValue& value
         file.fail(value.position, objection);
 }
 
+// Another file in the place of a text: what it is says more than where it stops to be JSON.
+FileType requireText(const std::filesystem::path& path, const char* what) {
+    const FileNature nature = natureOf(path);
+    if (nature.type != FileType::Json && nature.type != FileType::Text && nature.type != FileType::Absent)
+        throw std::invalid_argument(path.string() + ": it is " + nature.name + ", no " + what);
+    return nature.type;
+}
+
 Modules readModules(const std::filesystem::path& path) {
-    const FileType type = natureOf(path).type;
-    if (type == FileType::Text || type == FileType::Empty)
+    if (requireText(path, "inventory of modules") == FileType::Text)
         return readLines(path);
     const JsonFile file(path);
     Modules modules;
@@ -211,11 +222,14 @@ unsigned pickedRevision(const Module& module) {
 Inventory readInventory(const std::filesystem::path& installed, const std::filesystem::path& modules) {
     Inventory inventory;
     if (!installed.empty()) {
+        requireText(installed, "system.manifest");
         const JsonFile file(installed);
         for (const auto& [key, value] : file.root().members) {
             if (value.isText())
                 inventory.installed[key.text] = value.text;
         }
+        if (inventory.installed.empty() && !file.root().members.empty())
+            file.fail(file.root().position, "no version in it, so no system.manifest");
     }
     if (!modules.empty())
         inventory.modules = readModules(modules);

@@ -4,7 +4,6 @@
 #include "convert.h"
 #include "examples.h"
 #include "fileType.h"
-#include "findingKinds.h"
 #include "hexCheck.h"
 #include "htmlReport.h"
 #include "lib/format.h"
@@ -61,8 +60,8 @@ Status build(const Options& options) {
     if (!findings.all().empty() || !findings.allowed().empty() || options.format != Format::Text)
         print(reportFindings(findings, options.format, options.path.string(), isColoured()));
     if (!built) {
-        complain(findings.has(kinds::fileMissing)
-                     ? "nothing was built; without a file that it names, it would be another package"
+        complain(findings.leavesOut()
+                     ? "nothing was built; without what could not be read, it would be another package"
                      : "nothing was built (--force builds what only the checks refuse)");
         return Status::Bad;
     }
@@ -160,12 +159,17 @@ void deliver(const std::string& text, const fs::path& target) {
 }
 
 Status convert(const Options& options) {
+    std::error_code different;
+    if (fs::equivalent(options.path, options.output, different))
+        throw std::invalid_argument(options.output.string() + ": would replace what it is made of");
     try {
-        const Converted made =
-            convertImage(options.path, {options.processor, options.serial, options.fill, options.crop});
+        const Conversion conversion{options.processor, options.serial, options.fill, options.crop};
+        const Converted made = convertImage(options.path, conversion);
         deliver(made.text, options.output);
         if (options.output != "-")
-            print(options.output.string() + ": " + summaryOf(made) + "\n");
+            print(options.output.string() + ": " + summaryOf(made, conversion) + "\n");
+        else
+            complain(summaryOf(made, conversion)); // the image alone goes to standard output
         return Status::Fine;
     } catch (const BadFile& error) {
         const std::string line = error.line() != 0 ? ":" + std::to_string(error.line()) : "";
@@ -186,12 +190,21 @@ Status info(const Options& options) {
     return verdict(findings, false);
 }
 
+// Says what can't be seen of a package that was not read, or not in whole.
+Status wasRead(const Findings& findings, const fs::path& path) {
+    if (findings.errors() != 0)
+        complain(path.string() + ": " + counts(findings) + "; keldra-package check tells more");
+    return verdict(findings, false);
+}
+
 Status diff(const Options& options) {
-    Findings ignored;
-    const Package before(options.old, ignored);
-    const Package after(options.path, ignored);
+    Findings old;
+    Findings found;
+    const Package before(options.old, old);
+    const Package after(options.path, found);
     print(diffText(inspect(before, options.rules.processors), inspect(after, options.rules.processors)));
-    return Status::Fine;
+    const Status status = wasRead(old, options.old);
+    return wasRead(found, options.path) == Status::Fine ? status : Status::Bad;
 }
 
 Status report(const Options& options) {
@@ -207,14 +220,16 @@ Status report(const Options& options) {
                         options.rules.processors);
     const PackageInfo held = inspect(package, options.rules.processors);
     std::optional<PackageInfo> old;
-    if (Findings ignored; !options.old.empty())
-        old = inspect(Package(options.old, ignored), options.rules.processors);
+    Findings against;
+    if (!options.old.empty())
+        old = inspect(Package(options.old, against), options.rules.processors);
     deliver(htmlReport({options.path.filename().empty() ? options.path.parent_path().filename().string()
                                                         : options.path.filename().string(),
                         held, findings, plan ? &*plan : nullptr, options.baud, old ? &*old : nullptr,
                         options.old.string(), "keldra-package " KELDRA_VERSION}),
             options.output);
-    return verdict(findings, false);
+    const Status status = wasRead(against, options.old);
+    return status == Status::Fine ? verdict(findings, false) : status;
 }
 
 Status support(const Options& options) {

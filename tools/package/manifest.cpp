@@ -136,6 +136,12 @@ bool isRemark(const JsonValue& key) {
     return key.text == "$schema" || key.text == "$comment";
 }
 
+// A second value of a key, of which only one can be meant.
+void reportTwice(const JsonValue& object, const JsonValue& key, const JsonValue& value, Reader& reader) {
+    if (object.find(key.text) != &value)
+        reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
+}
+
 void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, Reader& reader) {
     if (!list.isArray())
         reader.report(kinds::allowForm, list, "\"allow\" is no list");
@@ -144,6 +150,7 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
         for (const auto& [key, field] : each.members) {
             if (isRemark(key))
                 continue;
+            reportTwice(each, key, field, reader);
             if (key.text != "finding" && key.text != "file" && key.text != "reason")
                 reader.report(kinds::allowForm, key,
                               "\"" + key.text + "\" is none of \"finding\", \"file\" and \"reason\"");
@@ -151,7 +158,7 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
              : key.text == "file"  ? allowance.file
                                    : allowance.reason) = field.text;
         }
-        if (const std::string objection = objectionToKind(allowance.id); !objection.empty())
+        if (const std::string objection = objectionToAllowing(allowance.id); !objection.empty())
             reader.report(kinds::allowForm, each, objection);
         else if (allowance.reason.empty())
             reader.report(kinds::allowForm, each, "no \"reason\"");
@@ -171,6 +178,7 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
     for (const auto& [key, field] : value.members) {
         if (isRemark(key))
             continue;
+        reportTwice(value, key, field, reader);
         if (key.text == "fill" || key.text == "crop") {
             if (field.isText() || (field.text != "true" && field.text != "false"))
                 reader.report(kinds::itemForm, field, "\"" + key.text + "\" is neither true nor false");
@@ -189,8 +197,6 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                     commandLine::suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
             continue;
         }
-        if (value.find(key.text) != &field)
-            reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
         if (!reader.isTextOf("a \"" + key.text + "\"", field))
             return;
         *target = field.text;
@@ -252,6 +258,7 @@ Items readDescription(const std::string& text, const std::string& name, Findings
         if (isRemark(key))
             continue;
         if (key.text == "allow") {
+            reportTwice(root, key, list, reader);
             readAllowances(list, allowances, reader);
             continue;
         }

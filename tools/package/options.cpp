@@ -75,8 +75,10 @@ void readAllowances(Options& options) {
     for (const std::string& text : options.allow) {
         const std::size_t equals = text.find('=');
         const std::string name = text.substr(0, equals);
-        if (const std::string objection = objectionToKind(name); !objection.empty())
+        if (const std::string objection = objectionToAllowing(name); !objection.empty())
             throw CLI::ValidationError("--allow", objection);
+        if (equals + 1 == text.size())
+            throw CLI::ValidationError("--allow", "\"" + text + "\" names no file");
         options.rules.allowances.push_back(
             {name, equals == text.npos ? "" : text.substr(equals + 1), "allowed on the command line"});
     }

@@ -35,6 +35,24 @@ std::string adviceFor(const fs::path& path) {
                                                                : "";
 }
 
+// Of what begins too short to tell what is compressed in it, the compression itself knows that it is cut.
+std::string objectionToArchive(const fs::path& path) {
+    const FileNature nature = natureOf(path);
+    try {
+        if (nature.type == FileType::Gzip)
+            checkGzip(path);
+    } catch (const Failure&) {
+        checkInterrupted();
+        return "it ends too soon";
+    }
+    return "it is " + nature.name + ", no archive of a package";
+}
+
+// What linkers write besides the panel's own form.
+bool isForeign(FileType type) {
+    return type == FileType::Elf || type == FileType::SRecords;
+}
+
 } // namespace
 
 std::string topOf(const std::string& name) {
@@ -75,8 +93,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     const std::string name = archive.filename().string();
     archive_ = archive;
     if (!isArchive(archive)) {
-        findings.add(kinds::archiveBroken, {name},
-                     "it is " + natureOf(archive).name + ", no archive of a package");
+        findings.add(kinds::archiveBroken, {name}, objectionToArchive(archive));
         return;
     }
     if (name != ARCHIVE)
@@ -105,33 +122,64 @@ void Package::openDescription(Findings& findings) {
     described_ = true;
     requireFile(root_ / DESCRIPTION);
     items_ = readDescription(readFile(root_ / DESCRIPTION), DESCRIPTION, findings, &allowances_);
+    for (const Item& item : items_) {
+        for (const Entry& entry : item.entries) {
+            for (fs::path parent = fs::path(entry.file).parent_path(); parent.has_relative_path();
+                 parent = parent.parent_path())
+                directories_.insert(parent.string());
+            if (!isToPrepare(item, entry))
+                asTheyAre_.insert(entry.file);
+        }
+    }
     for (Item& item : items_) {
         for (Entry& entry : item.entries) {
-            if (item.kind->content == Content::Firmware)
+            if (isToPrepare(item, entry))
                 prepare(*item.kind, entry, findings);
         }
     }
 }
 
+// An image that the panel would not read, or is to get another content.
+bool Package::isToPrepare(const Item& item, const Entry& entry) const {
+    if (item.kind->content != Content::Firmware || !isPlainName(entry.file))
+        return false;
+    const FileType type = natureOf(root_ / entry.file).type;
+    return isForeign(type) || (type == FileType::IntelHex && (entry.fill || entry.crop));
+}
+
+// Whether a text may be packed under a name: nothing else is, whether as it is, prepared, or in a directory.
+bool Package::isFree(const std::string& name, const std::string& text) const {
+    if (asTheyAre_.contains(name) || directories_.contains(name))
+        return false;
+    for (fs::path parent = fs::path(name).parent_path(); !parent.empty(); parent = parent.parent_path()) {
+        if (asTheyAre_.contains(parent.string()) && fs::exists(root_ / name))
+            return false;
+    }
+    const fs::path known = unpacked_->path() / name;
+    return !fs::exists(known) || readFile(known) == text;
+}
+
+// One file may be the origin of several images: for other processors, filled or cropped.
+std::string Package::nameFor(const Converted& made, const Entry& entry) const {
+    std::string name = entry.file + (isForeign(natureOf(root_ / entry.file).type) ? ".hex" : "");
+    for (unsigned number = 1; !isFree(name, made.text); ++number)
+        name = entry.file + "." + made.processor->name + (number == 1 ? "" : "-" + std::to_string(number)) +
+               ".hex";
+    return name;
+}
+
 // Puts the HEX image that is made of an entry's file into a directory of its own.
 void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
-    const fs::path source = root_ / entry.file;
-    const FileType type = isPlainName(entry.file) ? natureOf(source).type : FileType::Absent;
-    const bool foreign = type == FileType::Elf || type == FileType::SRecords;
-    if (!foreign && (type != FileType::IntelHex || (!entry.fill && !entry.crop)))
-        return;
     entry.origin = entry.file;
     try {
-        const Converted made =
-            convertImage(source, {findProcessor(entry.processor), kind.serial, entry.fill, entry.crop});
-        std::string name = entry.origin + (foreign ? ".hex" : "");
+        const Converted made = convertImage(
+            root_ / entry.file, {findProcessor(entry.processor), kind.serial, entry.fill, entry.crop});
         if (unpacked_ == nullptr)
             unpacked_ = std::make_unique<TemporaryDirectory>();
-        if (const fs::path known = unpacked_->path() / name;
-            fs::exists(known) && readFile(known) != made.text)
-            name = entry.origin + "." + made.processor->name + ".hex"; // filled for another processor
-        entry.file = name;
-        entry.prepared = unpacked_->path() / name;
+        entry.file = nameFor(made, entry);
+        entry.prepared = unpacked_->path() / entry.file;
+        if (entry.crop && !made.outside.empty())
+            findings.add(kinds::hexCropped, {entry.origin}, "dropped " + spansText(made.outside));
         entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
         fs::create_directories(entry.prepared.parent_path());
         writeFile(entry.prepared, made.text);

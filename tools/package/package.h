@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,8 @@ struct Rules {
     std::uint64_t cardSize = 0; // bytes that the panel's card has free; 0 when nobody said
 };
 
+struct Converted;
+
 class Package {
 public:
     // Opens an archive, a directory with one in it, an unpacked package or a directory with a description;
@@ -62,12 +65,17 @@ private:
     void openArchive(const std::filesystem::path& archive, Findings& findings);
     void openTree(Findings& findings);
     void openDescription(Findings& findings);
+    bool isToPrepare(const Item& item, const Entry& entry) const;
+    bool isFree(const std::string& name, const std::string& text) const;
+    std::string nameFor(const Converted& made, const Entry& entry) const;
     void prepare(const ItemKind& kind, Entry& entry, Findings& findings);
 
     std::unique_ptr<TemporaryDirectory> unpacked_; // or what was prepared
     std::filesystem::path root_;
     std::filesystem::path archive_;
     Items items_;
+    std::set<std::string> asTheyAre_;   // names of a description whose files are packed unchanged
+    std::set<std::string> directories_; // that lead to its files
     std::vector<Allowance> allowances_;
     bool described_ = false;
 };

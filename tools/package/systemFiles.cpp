@@ -113,10 +113,10 @@ void checkProgramFile(const fs::path& path, const std::string& name, const Machi
     const FileNature nature = natureOf(path);
     if (nature.type == FileType::Elf) {
         const auto facts = readElfFacts(path);
-        if (!facts || (machine != nullptr && !isFor(*machine, *facts)))
-            findings.add(kinds::wrongMachine, {name},
-                         nature.name +
-                             (machine != nullptr ? ", and the panel is " + std::string(machine->name) : ""));
+        if (!facts || facts->cut)
+            findings.add(kinds::programDamaged, {name}, nature.name);
+        else if (machine != nullptr && !isFor(*machine, *facts))
+            findings.add(kinds::wrongMachine, {name}, nature.name + ", and the panel is " + machine->name);
     } else if (nature.type == FileType::Script) {
         if (const std::string objection = objectionToScript(path); !objection.empty())
             findings.add(kinds::scriptForm, {name}, objection);
