@@ -23,8 +23,8 @@ struct HexData {
 };
 
 // Several times the text that the largest module's image has, and its records.
-inline constexpr std::uint64_t LARGEST_IMAGE = 4'000'000;
-inline constexpr std::size_t MOST_RECORDS = 100'000;
+inline constexpr std::uint64_t LARGEST_IMAGE = 3'000'000;
+inline constexpr std::size_t MOST_RECORDS = 70'000;
 
 class HugeImage : public Failure {
 public:
