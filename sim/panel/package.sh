@@ -2,10 +2,10 @@
 # shellcheck disable=SC2154
 # Update packages, for bash scripts to source. Of the script that sources it, it uses: programs (where the build lies).
 
-# package_build CONTENT FOLDER: makes the package that the content's package.json describes, signed by package_key if
+# package_build CONTENT FOLDER [OPTION...]: makes the package that the content's package.json describes, signed by package_key if
 # that is set. Its programs run here, and its kernel nowhere.
 package_build() {
-    "$programs/keldra-package" build "$1" -o "$2" --arch any --kernel any ${package_key:+--sign "$package_key"}
+    "$programs/keldra-package" build "$1" -o "$2" --arch any --kernel any ${package_key:+--sign "$package_key"} "${@:3}"
 }
 
 # package_pack CONTENT FOLDER: packs the content, whose update.manifest must be there, unseen: what must not be in a
