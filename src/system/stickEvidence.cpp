@@ -326,7 +326,8 @@ std::string stickEvidence::stateOfModules() const {
 void stickEvidence::noteModules() const {
     const std::string path = core->rootPath + "/logs/" + SEEN;
     const std::string text = timeText() + "\n" + stateOfModules();
-    childProcess::run([&] { return durable::replaceFile(path, text) ? 0 : 1; }, &core->cancel, NOTE_LIMIT_MS);
+    static const shared<bool> never; // a canceled run has seen modules, too
+    childProcess::run([&] { return durable::replaceFile(path, text) ? 0 : 1; }, &never, NOTE_LIMIT_MS);
 }
 
 void stickEvidence::copy() const {

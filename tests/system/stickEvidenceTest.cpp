@@ -92,8 +92,11 @@ TEST_F(stickEvidenceTest, ACopyHasWhatIsWorthMostAndNothingElse) {
     shell("cd /keldra/logs; echo 1 > update.log.2; ln -s /etc/passwd update.log.3; mkfifo crash.dump");
     put("/keldra/logs/modules.txt", "Motor: lost, serial 5\nPrimary: not reported, serial ../0A1\n");
     put("/tmp/update.log", "time [Notice]: " + std::string(30'000'000, '.') + "\r\n");
-    stickEvidence(core.get()).noteModules(); // of a run that has not heard the module
-    for (int n = 0; n < 3; ++n) {            // within a second, or not
+    core->cancel = true;
+    stickEvidence(core.get()).noteModules(); // of a canceled run that has not heard the module
+    core->cancel = false;
+    EXPECT_TRUE(holds({contents("/keldra/logs/modules.txt")}, "Motor: not reported"));
+    for (int n = 0; n < 3; ++n) { // within a second, or not
         EXPECT_EQ(copy(), "[Notice]: Logs copied to t");
     }
     Texts names;
