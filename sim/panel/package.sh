@@ -2,8 +2,8 @@
 # shellcheck disable=SC2154
 # Update packages, for bash scripts to source. Of the script that sources it, it uses: programs (where the build lies).
 
-# package_build CONTENT FOLDER [OPTION...]: makes the package that the content's package.json describes, signed by package_key if
-# that is set. Its programs run here, and its kernel nowhere.
+# package_build CONTENT FOLDER [OPTION...]: makes the package that the content's package.json describes, signed by
+# package_key if that is set. Its programs run here, and its kernel nowhere.
 package_build() {
     "$programs/keldra-package" build "$1" -o "$2" --arch any --kernel any ${package_key:+--sign "$package_key"} "${@:3}"
 }

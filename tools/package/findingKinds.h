@@ -114,8 +114,9 @@ inline constexpr Kind processorUnsupported{
 
 // Files.
 inline constexpr Kind allowForm{"allow-form", Error, "(does not read the description)",
-                                "write each as {\"finding\": NAME, \"file\": FILE, \"reason\": WHY, false}; "
-                                "only \"file\" may be missing"};
+                                "write each as {\"finding\": NAME, \"file\": FILE, \"reason\": WHY}; "
+                                "only \"file\" may be missing",
+                                false};
 inline constexpr Kind fileMissing{"file-missing", Error,
                                   "fails at this item, with the items before it already installed",
                                   "put the file into the package, or correct its name", false};
