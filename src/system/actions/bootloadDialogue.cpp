@@ -260,21 +260,18 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
 /**
  * Replaces the module's last reply by the one to a row that is out of its order. True when the module did
  * answer it, so that it is not at work any more. From then on it tells by a status request whether the next
- * request was carried out, provided that it repeats its last reply.
+ * request was carried out, provided that it is known what it says when that was not.
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     line.sendMark();
-    milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
+    milliseconds wait =
+        std::max({MARK_WAIT, 2 * session.pace.fastest, session.pace.usual(KIND::ROW) * 5 / 4});
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = line.receiveBefore(limit, wait)) {
         if (openRequests::isMarkReply(*answer)) {
             line.noteMarkReply(*answer);
             line.judge(*answer);
-            session.lastReply = answer->reply;
-            session.repeatsMarks = isRepeated(request.module, wait);
-            if (!session.repeatsMarks) {
-                session.lastReply.reset();
-            }
+            learnStatus(request.module, answer->reply, wait);
             return true;
         }
         if (consider(request, *answer, heard) && heard.own) {
@@ -288,19 +285,34 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     return false;
 }
 
-/** Whether the module repeats its last reply when it is asked for its status: not every one does. */
-bool bootloadDialogue::isRepeated(std::uint8_t module, milliseconds wait) {
+/**
+ * What the module says when it is asked for its status: most repeat the refusal. One that says something
+ * else, and the same behind two marks, tells its state.
+ */
+void bootloadDialogue::learnStatus(std::uint8_t module, const REPLY& refusal, milliseconds wait) {
+    if (!session.tellsState) {
+        session.lastReply = refusal;
+    }
+    const std::optional<REPLY> told = askStatus(module, wait);
+    session.repeatsMarks = told == refusal;
+    session.tellsState = told && !session.repeatsMarks && told == session.told;
+    session.told = told;
+    session.lastReply = session.repeatsMarks || session.tellsState ? told : std::nullopt;
+}
+
+/** None when it is silent: not every module answers that. */
+std::optional<busMessages::REPLY> bootloadDialogue::askStatus(std::uint8_t module, milliseconds wait) {
     for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
         line.sendStatus(module, ABOUT::NOTHING);
-        if (const auto repeated = host.receive(wait)) {
-            line.judge(*repeated);
-            const bool isSame = !repeated->identification && repeated->reply == session.lastReply;
+        if (const auto answer = host.receive(wait)) {
+            line.judge(*answer);
+            const bool isSame = !answer->identification && answer->reply == session.lastReply;
             session.answersStatus = session.answersStatus || isSame;
-            return isSame;
+            return answer->identification ? std::nullopt : std::optional(answer->reply);
         }
     }
     ++session.unrepeated;
-    return false;
+    return std::nullopt;
 }
 
 /** Whether the mark behind a start or row may have become part of what that began. */

@@ -92,7 +92,8 @@ private:
     milliseconds workOf(const REQUEST& request) const;
 
     bool setMark(const REQUEST& request, HEARD& heard);
-    bool isRepeated(std::uint8_t module, milliseconds wait);
+    void learnStatus(std::uint8_t module, const REPLY& refusal, milliseconds wait);
+    std::optional<REPLY> askStatus(std::uint8_t module, milliseconds wait);
     bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 

@@ -11,6 +11,7 @@ using std::chrono::duration_cast;
 void bootloadLine::begin(const REQUEST& request) {
     open.begin(request.kind, request.row);
     kind = request.kind;
+    work = request.work;
     begunAt = host.now();
 }
 
@@ -50,12 +51,14 @@ std::optional<ANSWER> bootloadLine::receiveBefore(clock::time_point limit, milli
 
 /**
  * An answer that comes promptly behind the repeated request answers that one: the tries before it were lost,
- * and teach nothing. Any other may answer the first try as well.
+ * and teach nothing. Any other may answer the first try as well, but no request is at work for longer than it
+ * may be: what is beyond that was lost in tries.
  */
 void bootloadLine::learnTime() {
     const auto now = host.now();
     const auto since = session.pace.isPrompt(now - requestedAt) ? requestedAt : begunAt;
-    session.pace.learn(kind, std::chrono::ceil<milliseconds>(now - since));
+    const auto took = std::chrono::ceil<milliseconds>(now - since);
+    session.pace.learn(kind, work.count() == 0 ? took : std::min(took, work));
 }
 
 // Quiet
@@ -103,6 +106,8 @@ void bootloadLine::noteMarkReply(const ANSWER& answer) {
         session.keepsMarks = true;
     } else if (session.repeatsMarks) {
         session.lastReply = answer.reply;
+    } else if (session.tellsState) {
+        session.lastReply = session.told;
     }
 }
 

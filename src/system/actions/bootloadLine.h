@@ -86,6 +86,7 @@ private:
     SESSION& session;
     openRequests open;
     KIND kind = KIND::COMMAND;       ///< of the request at hand
+    milliseconds work{0};            ///< and how long it may take, if that is limited
     clock::time_point begunAt{};     ///< it was sent for the first time
     clock::time_point requestedAt{}; ///< for the last time
 };

@@ -59,10 +59,12 @@ struct SESSION {
     std::optional<REPLY> lastReply{}; ///< what a status request would repeat, if that is known
     bool answersStatus = false;       ///< it has answered a status request
     unsigned renamed = 0;             ///< status requests and marks that were answered by another name
-    bool repeatsMarks = false; ///< a status request brought the answer to the last mark that was heard out
-    unsigned unrepeated = 0;   ///< marks that no status request brought back
-    bool keepsMarks = false;   ///< it took a mark for a row
-    bool refusesMarks = false; ///< it refused one while a page or record was open
+    bool repeatsMarks = false;   ///< a status request brought the answer to the last mark that was heard out
+    unsigned unrepeated = 0;     ///< marks that no status request brought back
+    std::optional<REPLY> told{}; ///< by the status request behind the last mark, if it was answered
+    bool tellsState = false;     ///< that was no refusal, and the same behind two marks
+    bool keepsMarks = false;     ///< it took a mark for a row
+    bool refusesMarks = false;   ///< it refused one while a page or record was open
     bool answersDirectly[bootloadTiming::KINDS] = {}; ///< it has answered such a request by itself
     PACE pace{};
 
