@@ -48,5 +48,5 @@ private:
     std::uint64_t budget = 0; ///< bytes
     std::uint64_t written = 0;
     std::size_t used = 0;
-    static std::array<char, 64 * 1024> text;
+    static std::array<char, std::size_t{64} * 1024> text;
 };

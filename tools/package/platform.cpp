@@ -86,7 +86,7 @@ fs::path makeTemporaryDirectory() {
 void watchInterrupts() {
     struct sigaction action {};
     action.sa_handler = [](int) { interrupted = 1; };
-    action.sa_flags = SA_RESETHAND;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int each : REQUESTS) {
         struct sigaction before {};
         sigaction(each, nullptr, &before);

@@ -131,8 +131,10 @@ bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const H
     if (!heard.maybe || (request.mustBeOk && !heard.mayBeWell())) {
         return false;
     }
-    const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
-    const bool mayBeIts = request.last && !session.answersDirectly[indexOf(request.kind)];
+    const bool isLastBegin =
+        session.keepsMarks && request.attempt + 1 >= TRIES &&
+        (n + 1 >= TRIES || (request.kind == KIND::WRITE && session.said.type != busProtocol::PIC32_REC));
+    const bool mayBeIts = !session.answersDirectly[indexOf(request.kind)];
     const bool isLastTry = n + 1 >= TRIES && (mayBeIts || heard.renamed);
     const bool isProvedLater = request.proof == PROOF::LATER && heard.mayBeWell();
     return isLastBegin || isLastTry || (isProvedLater && (!heard.overdue || n + 1 >= TRIES));
@@ -271,7 +273,7 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
         if (openRequests::isMarkReply(*answer)) {
             line.noteMarkReply(*answer);
             line.judge(*answer);
-            learnStatus(request.module, answer->reply, wait);
+            learnStatus(request, answer->reply);
             return true;
         }
         if (consider(request, *answer, heard) && heard.own) {
@@ -287,21 +289,22 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
 
 /**
  * What the module says when it is asked for its status: most repeat the refusal. One that says something
- * else, and the same behind two marks, tells its state.
+ * else, and the same behind two marks, tells its state; that helps when the request's own reply differs.
  */
-void bootloadDialogue::learnStatus(std::uint8_t module, const REPLY& refusal, milliseconds wait) {
+void bootloadDialogue::learnStatus(const REQUEST& request, const REPLY& refusal) {
     if (!session.tellsState) {
         session.lastReply = refusal;
     }
-    const std::optional<REPLY> told = askStatus(module, wait);
+    const std::optional<REPLY> told = askStatus(request.module);
     session.repeatsMarks = told == refusal;
-    session.tellsState = told && !session.repeatsMarks && told == session.told;
+    session.tellsState = told && told == session.told && told->row != request.row && !session.repeatsMarks;
     session.told = told;
     session.lastReply = session.repeatsMarks || session.tellsState ? told : std::nullopt;
 }
 
 /** None when it is silent: not every module answers that. */
-std::optional<busMessages::REPLY> bootloadDialogue::askStatus(std::uint8_t module, milliseconds wait) {
+std::optional<REPLY> bootloadDialogue::askStatus(std::uint8_t module) {
+    const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
         line.sendStatus(module, ABOUT::NOTHING);
         if (const auto answer = host.receive(wait)) {

@@ -92,8 +92,8 @@ private:
     milliseconds workOf(const REQUEST& request) const;
 
     bool setMark(const REQUEST& request, HEARD& heard);
-    void learnStatus(std::uint8_t module, const REPLY& refusal, milliseconds wait);
-    std::optional<REPLY> askStatus(std::uint8_t module, milliseconds wait);
+    void learnStatus(const REQUEST& request, const REPLY& refusal);
+    std::optional<REPLY> askStatus(std::uint8_t module);
     bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 

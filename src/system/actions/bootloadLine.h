@@ -33,7 +33,6 @@ public:
         PROOF proof = PROOF::LATER;
         milliseconds work{0};  ///< how long the module may be at work on it
         unsigned attempt = 0;  ///< how often what it is part of was begun before; waits longer
-        bool last = true;      ///< what it is part of is not begun again: what may be its answer is taken
         bool mustBeOk = false; ///< a reply with an error fails the try
         /** Called behind each try that failed, with the reply that did not count. */
         std::function<void(const std::optional<REPLY>&)> failed;

@@ -41,8 +41,8 @@ bootloaderEntry::ENTRY bootloaderEntry::enter() {
 
 /** Try `n`. */
 void bootloaderEntry::ask(unsigned n) {
-    request.last = n + 1 == TRIES;
-    const bool isDoubted = line.isDisturbed() || (request.last && heard != HEARD::SILENCE);
+    lastTry = n + 1 == TRIES;
+    const bool isDoubted = line.isDisturbed() || (lastTry && heard != HEARD::SILENCE);
     if ((n == 0 || isDoubted) && !line.settle(request, true)) {
         return;
     }
@@ -115,7 +115,7 @@ bootloaderEntry::HEARD bootloaderEntry::classify(const IDENTIFICATION& identific
 }
 
 bootloaderEntry::HEARD bootloaderEntry::classify(const REPLY& reply, WHOSE whose) {
-    if (whose == WHOSE::OTHER || (session.isNameBefore(reply.module) && !request.last)) {
+    if (whose == WHOSE::OTHER || (session.isNameBefore(reply.module) && !lastTry)) {
         return HEARD::LIFE;
     }
     session.lastReply = reply;

@@ -61,5 +61,6 @@ private:
     SESSION& session;
     bootloadLine::REQUEST request;
     bool mustName;
+    bool lastTry = false;
     HEARD heard = HEARD::SILENCE; ///< only rises, through all tries
 };

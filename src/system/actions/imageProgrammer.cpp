@@ -138,16 +138,10 @@ int imageProgrammer::sendRows(const BYTES& data, PROOF proofOfOnlyRow) {
 }
 
 bool imageProgrammer::sendPageWrite() {
-    return sendWrite(true);
-}
-
-/** `last`: what may be its answer is taken in the end; else its page is begun again. */
-bool imageProgrammer::sendWrite(bool last) {
     REQUEST write = request(KIND::WRITE, 0);
     write.msg = writePage(module);
     write.proof = PROOF::NOTHING;
     write.mustBeOk = true;
-    write.last = last;
     write.failed = [](const std::optional<REPLY>& reply) {
         if (reply) {
             std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(reply->status),
@@ -289,7 +283,7 @@ imageProgrammer::PAGE_RESULT imageProgrammer::attemptPage(const hexpage::MEMORY_
     if (sent != OK) {
         return retry("Data TX error...retrying...");
     }
-    if (!sendWrite(attempt > 0)) {
+    if (!sendPageWrite()) {
         return retry("Could not write page to internal flash...retrying...");
     }
     log("Page written successfully", logger::LOG_NOTICE);

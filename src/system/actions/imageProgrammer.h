@@ -57,7 +57,6 @@ private:
     std::uint8_t erase(const bootloadDialogue::REQUEST& erasure);
     int sendRow(std::uint32_t row, const BYTES& data, bootloadDialogue::PROOF proof);
     int sendRows(const BYTES& data, bootloadDialogue::PROOF proofOfOnlyRow);
-    bool sendWrite(bool last);
 
     bool eraseEmptyRun(hexpage& image, hexpage::MEMORY_PAGE*& page, std::uint32_t& index, bool strict);
     bool eraseRun(std::uint32_t address, std::uint32_t count, std::uint32_t pageUnits, bool strict);

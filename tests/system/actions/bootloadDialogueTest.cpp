@@ -46,7 +46,6 @@ REQUEST requestOf(const std::string& word) {
     request.proof = kind.proof;
     request.work = kind.work;
     request.mustBeOk = kind.letter == 'W';
-    request.last = word.ends_with('!');
     return request;
 }
 
@@ -118,11 +117,9 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     one row, the write's lost reply | , s r W | W: lost | own ok ok ok | , S R0 W M W ?
     one row, an unheard write | , s r W | W: deaf ok | own ok ok ok | , S R0 W M W
     one row, no write heard | , s r W | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
-    only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
-    the same in the last attempt | , s r W! | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
-    the same, and a refusal | , s r W! | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
+    only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
+    the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
-    the last attempt, no write heard | , s r W! | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
     a refusal by status only | , S | S: =4+lost | own missed | , S ? S ? S ? S ?
     an unheard erase | , E | E: deaf ok | own ok | , E M E
@@ -131,6 +128,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     an erase never heard | , E | E: deaf | own missed | , E M E M E M E ?
     the same behind one with a direct reply | , E E | E: ok deaf | own ok missed | , E E M E M E M E ?
     a status that is always OK | , E | E: deaf; ?: =0 | own missed | , E M E M E M E M
+    a status that tells of a row | , E E | E: ok late60; ?: =0+row4 | own ok ok | , E E ? M ? M E ?
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
     a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
     a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 ? W
