@@ -24,7 +24,7 @@ std::uint32_t cellOf(const Kind& kind, std::uint32_t address) {
 
 std::size_t programmed(const sim::Bytes& cells) {
     return cells.size() -
-           static_cast<std::size_t>(std::count(cells.begin(), cells.end(), sim::Flash::erasedByte));
+           static_cast<std::size_t>(std::count(cells.begin(), cells.end(), sim::Flash::ERASED_BYTE));
 }
 
 } // namespace
@@ -32,7 +32,7 @@ std::size_t programmed(const sim::Bytes& cells) {
 std::vector<sim::Bytes> cellsAfter(const Kind& kind, const Memory& image,
                                    const std::set<std::uint32_t>& ignoredPages) {
     const std::uint32_t first = cellOf(kind, kind.regions.front());
-    sim::Bytes cells(cellOf(kind, kind.regions.front() + OLD_BYTES) - first, sim::Flash::erasedByte);
+    sim::Bytes cells(cellOf(kind, kind.regions.front() + OLD_BYTES) - first, sim::Flash::ERASED_BYTE);
     for (const auto& [address, byte] : flashAfter(kind, image, ignoredPages)) {
         if (!kind.packed || address % 4 != 3) {
             cells[cellOf(kind, address) - first] = byte;
@@ -44,7 +44,7 @@ std::vector<sim::Bytes> cellsAfter(const Kind& kind, const Memory& image,
         // The fourth byte of the last instruction has no place in flash; it may be taken for the first one of
         // a page behind the image, which is without data then.
         std::fill_n(cells.begin() + (cellOf(kind, end) - first), cellOf(kind, kind.pageBytes),
-                    sim::Flash::erasedByte);
+                    sim::Flash::ERASED_BYTE);
         accepted.push_back(cells);
     }
     return accepted;

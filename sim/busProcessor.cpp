@@ -100,7 +100,7 @@ Module* BusProcessor::route(const Request& request) {
 
 void BusProcessor::ask(const Request& request, Module* module, TimePoint now, const Module::Sink& respond) {
     const bool repeat =
-        answeredItself_ && request.kind == RequestKind::Status && request.module == controlModule;
+        answeredItself_ && request.kind == RequestKind::Status && request.module == CONTROL_MODULE;
     const bool own = request.kind == RequestKind::UpdateMode || request.kind == RequestKind::SystemRestart;
     answeredItself_ = own || repeat;
     if (answeredItself_)
@@ -114,7 +114,7 @@ Message BusProcessor::answerItself(const Request& request) {
         updateMode_ = true;
     if (request.kind == RequestKind::SystemRestart)
         restartSystem();
-    return makeReply(id::reply, {}, controlModule);
+    return makeReply(id::REPLY, {}, CONTROL_MODULE);
 }
 
 void BusProcessor::restartSystem() {
@@ -217,11 +217,11 @@ void BusProcessor::tellOfModules(TimePoint now) {
 }
 
 Message BusProcessor::moduleStatus() const {
-    Message message{id::moduleStatus, Bytes(5)};
+    Message message{id::MODULE_STATUS, Bytes(5)};
     // Master, motor and the secondaries, two fields a byte, have the addresses 7 to 12.
     for (std::uint8_t i = 0; i < 6; ++i) {
         const Module* module = find(static_cast<std::uint8_t>(7 + i));
-        const unsigned field = module == nullptr ? Module::absentField : module->statusField();
+        const unsigned field = module == nullptr ? Module::ABSENT_FIELD : module->statusField();
         std::uint8_t& byte = message.payload[2U + i / 2];
         byte = static_cast<std::uint8_t>(byte | field << (i % 2 * 4));
     }

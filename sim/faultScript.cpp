@@ -16,7 +16,7 @@ struct KindName {
     bool damagesRequest = false;
 };
 
-constexpr KindName kindNames[] = {
+constexpr KindName KIND_NAMES[] = {
     {"lost-request", FaultKind::LostRequest},
     {"silent", FaultKind::Silent},
     {"power-cycle", FaultKind::PowerCycle},
@@ -43,9 +43,9 @@ constexpr KindName kindNames[] = {
 };
 
 const KindName& kindNamed(const std::string& name) {
-    const auto entry = std::find_if(std::begin(kindNames), std::end(kindNames),
+    const auto entry = std::find_if(std::begin(KIND_NAMES), std::end(KIND_NAMES),
                                     [&name](const KindName& candidate) { return candidate.name == name; });
-    if (entry == std::end(kindNames))
+    if (entry == std::end(KIND_NAMES))
         throw std::invalid_argument("unknown fault '" + name + "'");
     return *entry;
 }

@@ -6,12 +6,12 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t obsoleteReplySize = 6;
-constexpr std::size_t obsoleteIdentificationSize = 11;
+constexpr std::size_t OBSOLETE_REPLY_SIZE = 6;
+constexpr std::size_t OBSOLETE_IDENTIFICATION_SIZE = 11;
 
 // Where the module number stands in a reply; none in a short one.
 std::optional<std::size_t> moduleOffset(const Message& reply) {
-    const std::size_t offset = reply.id == id::identification ? 5 : 3;
+    const std::size_t offset = reply.id == id::IDENTIFICATION ? 5 : 3;
     return offset < reply.payload.size() ? std::optional(offset) : std::nullopt;
 }
 
@@ -78,7 +78,7 @@ Bytes Fault::noise() {
 
 void Fault::alter(Message& reply) const {
     Bytes& payload = reply.payload;
-    const bool identifies = reply.id == id::identification;
+    const bool identifies = reply.id == id::IDENTIFICATION;
     switch (kind_) {
     case FaultKind::WrongModule:
         if (const auto offset = moduleOffset(reply))
@@ -93,10 +93,10 @@ void Fault::alter(Message& reply) const {
             payload[0] = static_cast<std::uint8_t>(value_.value_or(1));
         break;
     case FaultKind::OldProtocol:
-        payload.resize(identifies ? obsoleteIdentificationSize : obsoleteReplySize);
+        payload.resize(identifies ? OBSOLETE_IDENTIFICATION_SIZE : OBSOLETE_REPLY_SIZE);
         break;
     case FaultKind::Sync:
-        payload.insert(payload.begin() + 1, syncBytes.begin(), syncBytes.end());
+        payload.insert(payload.begin() + 1, SYNC_BYTES.begin(), SYNC_BYTES.end());
         break;
     default:
         break;
@@ -107,7 +107,7 @@ void Fault::alter(Message& reply) const {
 std::size_t Fault::flippedByte(std::size_t frameSize) {
     if (at_)
         return std::min<std::size_t>(*at_, frameSize - 1);
-    return payloadOffset + random(frameSize - payloadOffset - closingBytes.size());
+    return PAYLOAD_OFFSET + random(frameSize - PAYLOAD_OFFSET - CLOSING_BYTES.size());
 }
 
 std::size_t Fault::anyByte(std::size_t frameSize) {
@@ -115,7 +115,7 @@ std::size_t Fault::anyByte(std::size_t frameSize) {
 }
 
 void Fault::corrupt(Bytes& frame) {
-    if (frame.size() < frameOverhead) // another fault has cut it
+    if (frame.size() < FRAME_OVERHEAD) // another fault has cut it
         return;
     if (kind_ == FaultKind::Flip)
         frame[flippedByte(frame.size())] ^= static_cast<std::uint8_t>(1U << (bit_ ? *bit_ : random(8)));

@@ -15,8 +15,8 @@ Flash::Result Flash::program(std::uint32_t first, std::span<const std::uint8_t> 
 
 void Flash::erase(std::uint32_t first, std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i)
-        if (value(first + i) != erasedByte)
-            cell(first + i) = erasedByte;
+        if (value(first + i) != ERASED_BYTE)
+            cell(first + i) = ERASED_BYTE;
 }
 
 void Flash::preload(std::uint32_t first, std::span<const std::uint8_t> bytes) {
@@ -33,20 +33,20 @@ Bytes Flash::read(std::uint32_t first, std::uint32_t count) const {
 
 bool Flash::isErased(std::uint32_t first, std::uint32_t count) const {
     for (std::uint32_t i = 0; i < count; ++i)
-        if (value(first + i) != erasedByte)
+        if (value(first + i) != ERASED_BYTE)
             return false;
     return true;
 }
 
 std::uint8_t& Flash::cell(std::uint32_t index) {
-    Bytes& block = blocks_[index / blockSize];
-    block.resize(blockSize, erasedByte);
-    return block[index % blockSize];
+    Bytes& block = blocks_[index / CELLS_PER_BLOCK];
+    block.resize(CELLS_PER_BLOCK, ERASED_BYTE);
+    return block[index % CELLS_PER_BLOCK];
 }
 
 std::uint8_t Flash::value(std::uint32_t index) const {
-    const auto block = blocks_.find(index / blockSize);
-    return block == blocks_.end() ? erasedByte : block->second[index % blockSize];
+    const auto block = blocks_.find(index / CELLS_PER_BLOCK);
+    return block == blocks_.end() ? ERASED_BYTE : block->second[index % CELLS_PER_BLOCK];
 }
 
 } // namespace sim

@@ -11,9 +11,9 @@ namespace sim {
 
 class Flash {
 public:
-    static constexpr std::uint8_t erasedByte = 0xFF;
+    static constexpr std::uint8_t ERASED_BYTE = 0xFF;
     // Storage is held in blocks: a multiple of 16 and of 12 cells, so that a row of a dump lies within one.
-    static constexpr std::uint32_t blockSize = 0x1800;
+    static constexpr std::uint32_t CELLS_PER_BLOCK = 0x1800;
 
     enum class Result {
         Done,
@@ -32,7 +32,7 @@ public:
     // Makes the next program fail.
     void refuseProgram() { refuseProgram_ = true; }
 
-    // By block number, each of blockSize cells, ascending.
+    // By block number, each of CELLS_PER_BLOCK cells, ascending.
     const std::map<std::uint32_t, Bytes>& blocks() const { return blocks_; }
 
 private:

@@ -12,23 +12,23 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint32_t dumpRow = 16;
-constexpr std::uint8_t dataRecord = 0;
-constexpr std::uint8_t endRecord = 1;
-constexpr std::uint8_t upperAddressRecord = 4;
+constexpr std::uint32_t DUMP_ROW = 16;
+constexpr std::uint8_t DATA_RECORD = 0;
+constexpr std::uint8_t END_RECORD = 1;
+constexpr std::uint8_t UPPER_ADDRESS_RECORD = 4;
 
 // Instructions as a file has them and as packed flash has them.
-constexpr std::uint32_t fileInstruction = 4;
-constexpr std::uint32_t flashInstruction = 3;
+constexpr std::uint32_t FILE_INSTRUCTION = 4;
+constexpr std::uint32_t FLASH_INSTRUCTION = 3;
 
 void preloadByte(std::uint32_t address, std::uint8_t byte, bool packsInstructions, Flash& flash) {
     if (!packsInstructions) {
         flash.preload(address, {&byte, 1});
         return;
     }
-    const std::uint32_t inside = address % fileInstruction;
-    if (inside < flashInstruction)
-        flash.preload(address / fileInstruction * flashInstruction + inside, {&byte, 1});
+    const std::uint32_t inside = address % FILE_INSTRUCTION;
+    if (inside < FLASH_INSTRUCTION)
+        flash.preload(address / FILE_INSTRUCTION * FLASH_INSTRUCTION + inside, {&byte, 1});
 }
 
 std::string record(std::uint8_t type, std::uint16_t address, std::span<const std::uint8_t> data) {
@@ -41,8 +41,8 @@ std::string record(std::uint8_t type, std::uint16_t address, std::span<const std
 
 Bytes withFourthBytes(std::span<const std::uint8_t> cells) {
     Bytes row;
-    for (std::size_t i = 0; i < cells.size(); i += flashInstruction) {
-        const auto instruction = cells.subspan(i, flashInstruction);
+    for (std::size_t i = 0; i < cells.size(); i += FLASH_INSTRUCTION) {
+        const auto instruction = cells.subspan(i, FLASH_INSTRUCTION);
         row.insert(row.end(), instruction.begin(), instruction.end());
         row.push_back(0);
     }
@@ -63,9 +63,9 @@ void preloadHexFile(const std::string& file, bool packsInstructions, Flash& flas
         if (bytes.size() < 5 || bytes.size() != bytes[0] + 5U)
             throw std::runtime_error(format("bad record in %s: %s", file.c_str(), line.c_str()));
         const auto data = std::span(bytes).subspan(4, bytes[0]);
-        if (bytes[3] == upperAddressRecord && data.size() == 2)
+        if (bytes[3] == UPPER_ADDRESS_RECORD && data.size() == 2)
             upper = static_cast<std::uint32_t>(data[0]) << 24 | static_cast<std::uint32_t>(data[1]) << 16;
-        if (bytes[3] != dataRecord)
+        if (bytes[3] != DATA_RECORD)
             continue;
         std::uint32_t address = upper | static_cast<std::uint32_t>(bytes[1] << 8 | bytes[2]);
         for (const std::uint8_t byte : data)
@@ -75,26 +75,27 @@ void preloadHexFile(const std::string& file, bool packsInstructions, Flash& flas
 
 void writeHexFile(const std::string& file, bool packsInstructions, const Flash& flash) {
     std::ofstream stream(file);
-    const std::uint32_t rowCells = packsInstructions ? dumpRow / fileInstruction * flashInstruction : dumpRow;
+    const std::uint32_t rowCells =
+        packsInstructions ? DUMP_ROW / FILE_INSTRUCTION * FLASH_INSTRUCTION : DUMP_ROW;
     std::optional<std::uint32_t> upper;
     for (const auto& [number, block] : flash.blocks()) {
-        for (std::uint32_t offset = 0; offset < Flash::blockSize; offset += rowCells) {
-            const std::uint32_t cell = number * Flash::blockSize + offset;
+        for (std::uint32_t offset = 0; offset < Flash::CELLS_PER_BLOCK; offset += rowCells) {
+            const std::uint32_t cell = number * Flash::CELLS_PER_BLOCK + offset;
             if (flash.isErased(cell, rowCells))
                 continue;
-            const std::uint32_t address = cell / rowCells * dumpRow;
+            const std::uint32_t address = cell / rowCells * DUMP_ROW;
             if (upper != address >> 16) {
                 upper = address >> 16;
                 stream << record(
-                    upperAddressRecord, 0,
+                    UPPER_ADDRESS_RECORD, 0,
                     Bytes{static_cast<std::uint8_t>(*upper >> 8), static_cast<std::uint8_t>(*upper & 0xFF)});
             }
             const auto cells = std::span(block).subspan(offset, rowCells);
-            stream << record(dataRecord, static_cast<std::uint16_t>(address & 0xFFFF),
+            stream << record(DATA_RECORD, static_cast<std::uint16_t>(address & 0xFFFF),
                              packsInstructions ? withFourthBytes(cells) : Bytes(cells.begin(), cells.end()));
         }
     }
-    stream << record(endRecord, 0, {});
+    stream << record(END_RECORD, 0, {});
     if (!stream.flush())
         throw std::runtime_error("cannot write " + file);
 }

@@ -24,8 +24,8 @@ struct KnownModule {
     const char* processor; // unless the inventory says otherwise
 };
 
-constexpr KnownModule knownModules[] = {
-    {"ctrl", controlModule, controlModule, "pic32-pages"},
+constexpr KnownModule KNOWN_MODULES[] = {
+    {"ctrl", CONTROL_MODULE, CONTROL_MODULE, "pic32-pages"},
     {"cy1", 0, 3, "pic24"},
     {"cy2", 0, 4, "pic24"},
     {"cy3", 0, 5, "pic24"},
@@ -112,7 +112,7 @@ struct Key {
     Setter set;
 };
 
-constexpr Key keys[] = {
+constexpr Key KEYS[] = {
     {"kind", [](ModuleConfig& c, const std::string& v) { c.processor = &processorNamed(v); }},
     {"link",
      [](ModuleConfig& c, const std::string& v) {
@@ -170,7 +170,7 @@ constexpr Key keys[] = {
      }},
     {"identifies", [](ModuleConfig& c, const std::string& v) { c.temper.identifiedModule = toByte(v); }},
     {"reply-length",
-     [](ModuleConfig& c, const std::string& v) { c.temper.replyLength = toCount(v, maxPayload); }},
+     [](ModuleConfig& c, const std::string& v) { c.temper.replyLength = toCount(v, MAX_PAYLOAD); }},
     {"enter-row",
      [](ModuleConfig& c,
         const std::string& v) { c.temper.enterRow = static_cast<std::uint16_t>(toNumber(v, 10, 0xFFFF)); }},
@@ -265,25 +265,25 @@ std::vector<ModuleConfig> readJson(const std::string& text, const std::string& f
 } // namespace
 
 ModuleConfig parseModule(const std::vector<std::string>& line) {
-    const auto known = std::find_if(std::begin(knownModules), std::end(knownModules),
+    const auto known = std::find_if(std::begin(KNOWN_MODULES), std::end(KNOWN_MODULES),
                                     [&line](const KnownModule& module) { return module.name == line[0]; });
-    if (known == std::end(knownModules))
+    if (known == std::end(KNOWN_MODULES))
         throw std::invalid_argument("unknown module '" + line[0] + "'" +
-                                    commandLine::suggest(line[0], namesOf(knownModules)));
+                                    commandLine::suggest(line[0], namesOf(KNOWN_MODULES)));
     ModuleConfig config;
     config.name = known->name;
     config.address = known->address;
     config.number = known->number;
     config.processor = &processorNamed(known->processor);
-    config.serialBootloader = known->address == controlModule;
+    config.serialBootloader = known->address == CONTROL_MODULE;
     for (std::size_t i = 1; i < line.size(); ++i) {
         const auto [name, value] = keyValue(line[i]);
-        const auto key = std::find_if(std::begin(keys), std::end(keys), [&name = name](const Key& candidate) {
+        const auto key = std::find_if(std::begin(KEYS), std::end(KEYS), [&name = name](const Key& candidate) {
             return candidate.name == name;
         });
-        if (key == std::end(keys))
+        if (key == std::end(KEYS))
             throw std::invalid_argument("unknown key '" + name + "'" +
-                                        commandLine::suggest(name, namesOf(keys)));
+                                        commandLine::suggest(name, namesOf(KEYS)));
         key->set(config, value);
     }
     return config;

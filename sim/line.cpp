@@ -15,8 +15,8 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint64_t bitsPerByte = 10; // start, 8 data bits, stop
-constexpr mode_t everyone = 0666;
+constexpr std::uint64_t BITS_PER_BYTE = 10; // start, 8 data bits, stop
+constexpr mode_t EVERYONE = 0666;
 
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -56,7 +56,7 @@ void Line::openTerminal() {
     if (::tcgetattr(slave_, &options) != 0)
         fail(slaveName_);
     ::cfmakeraw(&options);
-    if (::tcsetattr(slave_, TCSANOW, &options) != 0 || ::fchmod(slave_, everyone) != 0)
+    if (::tcsetattr(slave_, TCSANOW, &options) != 0 || ::fchmod(slave_, EVERYONE) != 0)
         fail(slaveName_);
 }
 
@@ -83,7 +83,7 @@ TimePoint Line::after(TimePoint start, std::size_t bytes) const {
     if (baud_ == 0)
         return start;
     // Rounded up, so that a byte counted as due has really passed.
-    const std::uint64_t scaled = bytes * bitsPerByte * 1'000'000'000U;
+    const std::uint64_t scaled = bytes * BITS_PER_BYTE * 1'000'000'000U;
     return start + std::chrono::nanoseconds((scaled + baud_ - 1) / baud_);
 }
 

@@ -8,15 +8,15 @@ namespace sim {
 
 namespace {
 
-constexpr const char* statusNames[] = {"OK",       "BADCHECKSUM", "MISSEDPACKET", "WRONGMODULE",
-                                       "WRITEERR", "ERASEERR",    "IGNOREPG"};
+constexpr const char* STATUS_NAMES[] = {"OK",       "BADCHECKSUM", "MISSEDPACKET", "WRONGMODULE",
+                                        "WRITEERR", "ERASEERR",    "IGNOREPG"};
 
 std::string describeRequest(const Message& message) {
     const ParsedRequest parsed = parseRequest(message);
     if (!parsed.request)
         return "unknown";
     const Request& request = *parsed.request;
-    if (message.id == id::systemCommand)
+    if (message.id == id::SYSTEM_COMMAND)
         return format("system-command module=%u arg=%02X", request.module, message.payload[1]);
     switch (request.kind) {
     case RequestKind::StartPage:
@@ -34,7 +34,7 @@ std::string describeRequest(const Message& message) {
 
 std::string describeReply(const Message& message) {
     const Bytes& p = message.payload;
-    const char* name = message.id == id::reply ? "reply" : "serial-reply";
+    const char* name = message.id == id::REPLY ? "reply" : "serial-reply";
     if (p.size() < 2)
         return "unknown";
     if (p.size() == 6)
@@ -56,7 +56,7 @@ std::string describeIdentity(const Message& message) {
     const Bytes& p = message.payload;
     if (p.size() < 11)
         return "unknown";
-    if (p[0] == controlModule)
+    if (p[0] == CONTROL_MODULE)
         return format("module-identity number=2 version=%u.%u.%u", p[3], p[2], p[1]);
     return format("module-identity number=%u serial=%s version=%u.%u.%u hw=%u", p[0],
                   toHex(std::span(p).subspan(1, 6)).c_str(), p[9], p[8], p[7], p.size() > 11 ? p[11] : 0U);
@@ -89,7 +89,7 @@ Version Version::parse(const std::string& text) {
 
 const char* nameOf(Status status) {
     const auto number = static_cast<std::size_t>(status);
-    return number < std::size(statusNames) ? statusNames[number] : "?";
+    return number < std::size(STATUS_NAMES) ? STATUS_NAMES[number] : "?";
 }
 
 Message makeReply(std::uint8_t messageId, Reply reply, std::uint8_t module) {
@@ -99,19 +99,19 @@ Message makeReply(std::uint8_t messageId, Reply reply, std::uint8_t module) {
 }
 
 Message makeIdentification(std::uint8_t hardware, Version version, std::uint8_t kind, std::uint8_t module) {
-    return {id::identification, {hardware, version.third, version.second, version.first, kind, module}};
+    return {id::IDENTIFICATION, {hardware, version.third, version.second, version.first, kind, module}};
 }
 
 std::string describe(const Message& message) {
     switch (message.id) {
-    case id::reply:
-    case id::serialReply:
+    case id::REPLY:
+    case id::SERIAL_REPLY:
         return describeReply(message);
-    case id::identification:
+    case id::IDENTIFICATION:
         return describeIdentification(message);
-    case id::moduleStatus:
+    case id::MODULE_STATUS:
         return describeStatus(message);
-    case id::moduleIdentity:
+    case id::MODULE_IDENTITY:
         return describeIdentity(message);
     default:
         return describeRequest(message);

@@ -7,7 +7,7 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint8_t lostField = 15;
+constexpr std::uint8_t LOST_FIELD = 15;
 
 } // namespace
 
@@ -115,7 +115,7 @@ void Module::finish(const Job& job, TimePoint now) {
         break;
     case RequestKind::Leave:
         startProgram();
-        say(job.respond, replyMessage(id::reply, {}), now);
+        say(job.respond, replyMessage(id::REPLY, {}), now);
         break;
     case RequestKind::Status:
         if (const auto reply = statusReply())
@@ -244,7 +244,7 @@ Message Module::replyMessage(std::uint8_t messageId, Reply reply) const {
 }
 
 std::uint8_t Module::replyId() const {
-    return config_.serialBootloader ? id::serialReply : id::reply;
+    return config_.serialBootloader ? id::SERIAL_REPLY : id::REPLY;
 }
 
 Message Module::enterBootloader() {
@@ -253,11 +253,11 @@ Message Module::enterBootloader() {
     if (config_.processor->identifies)
         return identification();
     lastReply_ = Reply{Status::Ok, temper_.enterRow};
-    return replyMessage(id::reply, *lastReply_);
+    return replyMessage(id::REPLY, *lastReply_);
 }
 
 Message Module::identification() const {
-    const unsigned kind = config_.processor->kind | (config_.serialBootloader ? serialBit : 0U);
+    const unsigned kind = config_.processor->kind | (config_.serialBootloader ? SERIAL_BIT : 0U);
     return makeIdentification(config_.hardware, version_, static_cast<std::uint8_t>(kind),
                               temper_.identifiedModule.value_or(config_.address));
 }
@@ -323,9 +323,9 @@ void Module::awaitIdleness(TimePoint now) {
 
 std::uint8_t Module::statusField() const {
     if (!config_.present)
-        return absentField;
+        return ABSENT_FIELD;
     if (!powered_)
-        return lostField;
+        return LOST_FIELD;
     return static_cast<std::uint8_t>(config_.mode << 1);
 }
 
@@ -336,11 +336,11 @@ std::optional<Message> Module::identity() const {
 }
 
 Message Module::identityMessage(std::uint8_t hardware) const {
-    Message message{id::moduleIdentity, Bytes(config_.shortIdentity ? 11 : 12)};
+    Message message{id::MODULE_IDENTITY, Bytes(config_.shortIdentity ? 11 : 12)};
     Bytes& p = message.payload;
     p[0] = config_.number;
     // The control module's version takes the place of the serial number.
-    const std::size_t versionAt = config_.number == controlModule ? 1 : 7;
+    const std::size_t versionAt = config_.number == CONTROL_MODULE ? 1 : 7;
     if (versionAt != 1)
         std::copy(config_.serialNumber.begin(), config_.serialNumber.end(), p.begin() + 1);
     p[versionAt] = version_.third;

@@ -14,7 +14,7 @@ namespace sim {
 class Module {
 public:
     // The field in message 21 of a module that is not there.
-    static constexpr std::uint8_t absentField = 1;
+    static constexpr std::uint8_t ABSENT_FIELD = 1;
 
     // Takes a message at the time at which it has left the module.
     using Sink = std::function<void(Message message, TimePoint now)>;

@@ -10,38 +10,38 @@ namespace sim {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline constexpr std::array<std::uint8_t, 4> syncBytes{0x4B, 0x2B, 0x4D, 0x42};
-inline constexpr std::array<std::uint8_t, 2> closingBytes{0x0D, 0x0A};
-inline constexpr std::size_t idOffset = 4;
-inline constexpr std::size_t lengthOffset = 5;
-inline constexpr std::size_t payloadOffset = 6;
-inline constexpr std::size_t frameOverhead = 10; // frame size less payload size
-inline constexpr std::size_t maxPayload = 60;
+inline constexpr std::array<std::uint8_t, 4> SYNC_BYTES{0x4B, 0x2B, 0x4D, 0x42};
+inline constexpr std::array<std::uint8_t, 2> CLOSING_BYTES{0x0D, 0x0A};
+inline constexpr std::size_t ID_OFFSET = 4;
+inline constexpr std::size_t LENGTH_OFFSET = 5;
+inline constexpr std::size_t PAYLOAD_OFFSET = 6;
+inline constexpr std::size_t FRAME_OVERHEAD = 10; // frame size less payload size
+inline constexpr std::size_t MAX_PAYLOAD = 60;
 
 namespace id {
-inline constexpr std::uint8_t command = 1;
-inline constexpr std::uint8_t row = 2;
-inline constexpr std::uint8_t reply = 3;
-inline constexpr std::uint8_t highRow = 4; // row numbers from firstHighRow on
-inline constexpr std::uint8_t serialReply = 5;
-inline constexpr std::uint8_t identification = 6;
-inline constexpr std::uint8_t systemCommand = 16;
-inline constexpr std::uint8_t moduleStatus = 21;
-inline constexpr std::uint8_t moduleIdentity = 22;
+inline constexpr std::uint8_t COMMAND = 1;
+inline constexpr std::uint8_t ROW = 2;
+inline constexpr std::uint8_t REPLY = 3;
+inline constexpr std::uint8_t HIGH_ROW = 4; // row numbers from FIRST_HIGH_ROW on
+inline constexpr std::uint8_t SERIAL_REPLY = 5;
+inline constexpr std::uint8_t IDENTIFICATION = 6;
+inline constexpr std::uint8_t SYSTEM_COMMAND = 16;
+inline constexpr std::uint8_t MODULE_STATUS = 21;
+inline constexpr std::uint8_t MODULE_IDENTITY = 22;
 } // namespace id
 
 namespace command {
-inline constexpr std::uint8_t startPage = 1;
-inline constexpr std::uint8_t status = 3;
-inline constexpr std::uint8_t writePage = 4;
-inline constexpr std::uint8_t eraseBlocks = 5;
-inline constexpr std::uint8_t eraseAll = 6;
+inline constexpr std::uint8_t START_PAGE = 1;
+inline constexpr std::uint8_t STATUS = 3;
+inline constexpr std::uint8_t WRITE_PAGE = 4;
+inline constexpr std::uint8_t ERASE_BLOCKS = 5;
+inline constexpr std::uint8_t ERASE_ALL = 6;
 } // namespace command
 
 namespace argument {
-inline constexpr std::uint8_t leave = 0x21; // to the control module: restart of the whole system
-inline constexpr std::uint8_t enter = 0x2C;
-inline constexpr std::uint8_t updateMode = 0x37;
+inline constexpr std::uint8_t LEAVE = 0x21; // to the control module: restart of the whole system
+inline constexpr std::uint8_t ENTER = 0x2C;
+inline constexpr std::uint8_t UPDATE_MODE = 0x37;
 } // namespace argument
 
 enum class Status : std::uint8_t {
@@ -54,11 +54,11 @@ enum class Status : std::uint8_t {
     IgnorePage = 6,
 };
 
-inline constexpr std::uint16_t firstHighRow = 251;
-inline constexpr std::size_t rowData = 7;
-inline constexpr std::size_t highRowData = 6;
-inline constexpr unsigned maxEraseBlocks = 256; // a count of 0 stands for it
-inline constexpr std::uint8_t controlModule = 2;
-inline constexpr std::uint8_t serialBit = 0x80; // of the kind byte of an identification
+inline constexpr std::uint16_t FIRST_HIGH_ROW = 251;
+inline constexpr std::size_t ROW_DATA = 7;
+inline constexpr std::size_t HIGH_ROW_DATA = 6;
+inline constexpr unsigned MAX_ERASE_BLOCKS = 256; // a count of 0 stands for it
+inline constexpr std::uint8_t CONTROL_MODULE = 2;
+inline constexpr std::uint8_t SERIAL_BIT = 0x80; // of the kind byte of an identification
 
 } // namespace sim

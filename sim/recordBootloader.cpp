@@ -8,10 +8,10 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t dataOffset = 4;
-constexpr std::size_t recordOverhead = 5;
-constexpr std::uint8_t dataRecord = 0;
-constexpr std::uint8_t upperAddressRecord = 4;
+constexpr std::size_t DATA_OFFSET = 4;
+constexpr std::size_t RECORD_OVERHEAD = 5;
+constexpr std::uint8_t DATA_RECORD = 0;
+constexpr std::uint8_t UPPER_ADDRESS_RECORD = 4;
 
 class RecordBootloader : public Bootloader {
 public:
@@ -45,14 +45,14 @@ void RecordBootloader::beforeRow(std::uint16_t row) {
 Status RecordBootloader::programRows() {
     const Bytes record = rows_.bytes();
     const unsigned sum = std::accumulate(record.begin(), record.end(), 0U);
-    if (record.size() < recordOverhead || record.size() != record[0] + recordOverhead || sum % 256 != 0) {
+    if (record.size() < RECORD_OVERHEAD || record.size() != record[0] + RECORD_OVERHEAD || sum % 256 != 0) {
         log_.add("bad record " + toHex(record));
         return Status::BadChecksum;
     }
-    const auto data = std::span(record).subspan(dataOffset, record[0]);
-    if (record[3] == upperAddressRecord && data.size() == 2)
+    const auto data = std::span(record).subspan(DATA_OFFSET, record[0]);
+    if (record[3] == UPPER_ADDRESS_RECORD && data.size() == 2)
         upperAddress_ = static_cast<std::uint32_t>(data[0]) << 24 | static_cast<std::uint32_t>(data[1]) << 16;
-    if (record[3] != dataRecord)
+    if (record[3] != DATA_RECORD)
         return Status::Ok;
     return program(upperAddress_ | static_cast<std::uint32_t>(record[1] << 8 | record[2]), data);
 }

@@ -12,7 +12,7 @@ struct KindName {
     const char* name;
 };
 
-constexpr KindName kindNames[] = {
+constexpr KindName KIND_NAMES[] = {
     {RequestKind::UpdateMode, "update-mode"},
     {RequestKind::SystemRestart, "restart"},
     {RequestKind::Enter, "enter"},
@@ -41,12 +41,12 @@ ParsedRequest parseSystemCommand(const Message& message) {
         return refuse("system command of a wrong length", message);
     const std::uint8_t module = message.payload[0];
     switch (message.payload[1]) {
-    case argument::enter:
+    case argument::ENTER:
         return understood(RequestKind::Enter, module);
-    case argument::leave:
-        return understood(module == controlModule ? RequestKind::SystemRestart : RequestKind::Leave, module);
-    case argument::updateMode:
-        if (module == controlModule)
+    case argument::LEAVE:
+        return understood(module == CONTROL_MODULE ? RequestKind::SystemRestart : RequestKind::Leave, module);
+    case argument::UPDATE_MODE:
+        if (module == CONTROL_MODULE)
             return understood(RequestKind::UpdateMode, module);
         break;
     default:
@@ -70,7 +70,7 @@ ParsedRequest parseAddressed(RequestKind kind, const Message& message) {
         request.count = static_cast<unsigned>(p[4] << 8 | p[5]);
         return parsed;
     }
-    request.count = p[4] == 0 ? maxEraseBlocks : p[4];
+    request.count = p[4] == 0 ? MAX_ERASE_BLOCKS : p[4];
     if (p[5] != 0)
         parsed.breach = "erase blocks with byte 5 not zero";
     return parsed;
@@ -78,16 +78,16 @@ ParsedRequest parseAddressed(RequestKind kind, const Message& message) {
 
 ParsedRequest parseCommand(const Message& message) {
     const Bytes& p = message.payload;
-    if (p.size() == 1 && p[0] == controlModule)
-        return understood(RequestKind::SystemRestart, controlModule);
+    if (p.size() == 1 && p[0] == CONTROL_MODULE)
+        return understood(RequestKind::SystemRestart, CONTROL_MODULE);
     if (p.size() < 2)
         return refuse("bootloader command of a wrong length", message);
     switch (p[1]) {
-    case command::startPage:
+    case command::START_PAGE:
         return parseAddressed(RequestKind::StartPage, message);
-    case command::eraseBlocks:
+    case command::ERASE_BLOCKS:
         return parseAddressed(RequestKind::EraseBlocks, message);
-    case command::eraseAll: {
+    case command::ERASE_ALL: {
         if (p.size() != 8)
             return refuse("bootloader command of a wrong length", message);
         ParsedRequest parsed = understood(RequestKind::EraseAll, p[0]);
@@ -95,18 +95,18 @@ ParsedRequest parseCommand(const Message& message) {
             parsed.breach = "erase all with bytes that are not zero";
         return parsed;
     }
-    case command::status:
-    case command::writePage:
+    case command::STATUS:
+    case command::WRITE_PAGE:
         if (p.size() != 2)
             return refuse("bootloader command of a wrong length", message);
-        return understood(p[1] == command::status ? RequestKind::Status : RequestKind::WritePage, p[0]);
+        return understood(p[1] == command::STATUS ? RequestKind::Status : RequestKind::WritePage, p[0]);
     default:
         return refuse("unknown bootloader command", message);
     }
 }
 
 ParsedRequest parseRow(const Message& message) {
-    const bool high = message.id == id::highRow;
+    const bool high = message.id == id::HIGH_ROW;
     const std::size_t numberSize = high ? 2 : 1;
     const Bytes& p = message.payload;
     if (p.size() <= numberSize || p.size() > 8)
@@ -115,7 +115,7 @@ ParsedRequest parseRow(const Message& message) {
     Request& request = *parsed.request;
     request.row = high ? static_cast<std::uint16_t>(p[0] | p[1] << 8) : p[0];
     request.data.assign(p.begin() + static_cast<std::ptrdiff_t>(numberSize), p.end());
-    if (high != (request.row >= firstHighRow))
+    if (high != (request.row >= FIRST_HIGH_ROW))
         parsed.breach = format("row %u sent as message %u", request.row, message.id);
     return parsed;
 }
@@ -123,27 +123,27 @@ ParsedRequest parseRow(const Message& message) {
 } // namespace
 
 const char* nameOf(RequestKind kind) {
-    const auto entry = std::find_if(std::begin(kindNames), std::end(kindNames),
+    const auto entry = std::find_if(std::begin(KIND_NAMES), std::end(KIND_NAMES),
                                     [kind](const KindName& candidate) { return candidate.kind == kind; });
     return entry->name;
 }
 
 RequestKind requestKind(const std::string& name) {
-    const auto entry = std::find_if(std::begin(kindNames), std::end(kindNames),
+    const auto entry = std::find_if(std::begin(KIND_NAMES), std::end(KIND_NAMES),
                                     [&name](const KindName& candidate) { return candidate.name == name; });
-    if (entry == std::end(kindNames))
+    if (entry == std::end(KIND_NAMES))
         throw std::invalid_argument("unknown request '" + name + "'");
     return entry->kind;
 }
 
 ParsedRequest parseRequest(const Message& message) {
     switch (message.id) {
-    case id::command:
+    case id::COMMAND:
         return parseCommand(message);
-    case id::row:
-    case id::highRow:
+    case id::ROW:
+    case id::HIGH_ROW:
         return parseRow(message);
-    case id::systemCommand:
+    case id::SYSTEM_COMMAND:
         return parseSystemCommand(message);
     default:
         return refuse("unknown message", message);

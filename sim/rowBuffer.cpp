@@ -19,7 +19,7 @@ RowBuffer::Result RowBuffer::take(std::uint16_t row, std::span<const std::uint8_
     if (row != nextRow() && !anyOrder_)
         return Result::Missed;
     hadShortRow_ = hadShortRow_ || (lastWasShort_ && !anyOrder_);
-    lastWasShort_ = data.size() < (row < firstHighRow ? rowData : highRowData);
+    lastWasShort_ = data.size() < (row < FIRST_HIGH_ROW ? ROW_DATA : HIGH_ROW_DATA);
     last_ = row;
     rows_[row].assign(data.begin(), data.end());
     return Result::Accepted;

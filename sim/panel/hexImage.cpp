@@ -10,15 +10,15 @@ namespace panel {
 
 namespace {
 
-constexpr std::uint8_t erased = 0xFF;
-constexpr std::uint32_t bank = 0x10000; // reach of a record's 16-bit address
-constexpr std::uint8_t dataRecord = 0;
-constexpr std::uint8_t endRecord = 1;
-constexpr std::uint8_t upperAddressRecord = 4;
+constexpr std::uint8_t ERASED = 0xFF;
+constexpr std::uint32_t BANK = 0x10000; // reach of a record's 16-bit address
+constexpr std::uint8_t DATA_RECORD = 0;
+constexpr std::uint8_t END_RECORD = 1;
+constexpr std::uint8_t UPPER_ADDRESS_RECORD = 4;
 
 std::uint8_t at(const Memory& memory, std::uint32_t address) {
     const auto byte = memory.find(address);
-    return byte == memory.end() ? erased : byte->second;
+    return byte == memory.end() ? ERASED : byte->second;
 }
 
 sim::Bytes bytesOf(const std::string& line, const std::string& path) {
@@ -41,7 +41,7 @@ std::string hexRecord(std::uint8_t type, std::uint16_t address, const std::vecto
 }
 
 std::string hexUpper(std::uint32_t address) {
-    return hexRecord(upperAddressRecord, 0,
+    return hexRecord(UPPER_ADDRESS_RECORD, 0,
                      {static_cast<std::uint8_t>(address >> 24), static_cast<std::uint8_t>(address >> 16)});
 }
 
@@ -53,16 +53,16 @@ std::string hexFile(const Memory& image, const std::function<std::size_t()>& lon
         const std::size_t most = longest();
         std::vector<std::uint8_t> data;
         for (std::uint32_t next = address; byte != image.end() && byte->first == next && data.size() < most &&
-                                           next / bank == address / bank;
+                                           next / BANK == address / BANK;
              ++byte, ++next)
             data.push_back(byte->second);
-        if (address / bank != upper) {
-            upper = address / bank;
+        if (address / BANK != upper) {
+            upper = address / BANK;
             text += hexUpper(address);
         }
-        text += hexRecord(dataRecord, static_cast<std::uint16_t>(address % bank), data);
+        text += hexRecord(DATA_RECORD, static_cast<std::uint16_t>(address % BANK), data);
     }
-    return text + hexRecord(endRecord, 0, {});
+    return text + hexRecord(END_RECORD, 0, {});
 }
 
 Memory readHexFile(const std::string& path) {
@@ -73,10 +73,10 @@ Memory readHexFile(const std::string& path) {
     std::uint32_t upper = 0;
     for (std::string line; std::getline(in, line);) {
         const sim::Bytes bytes = bytesOf(line, path);
-        if (bytes[3] == upperAddressRecord)
+        if (bytes[3] == UPPER_ADDRESS_RECORD)
             upper = static_cast<std::uint32_t>(bytes[4] << 8 | bytes[5]);
-        const std::uint32_t start = upper * bank + static_cast<std::uint32_t>(bytes[1] << 8 | bytes[2]);
-        for (std::uint32_t i = 0; bytes[3] == dataRecord && i < bytes[0]; ++i)
+        const std::uint32_t start = upper * BANK + static_cast<std::uint32_t>(bytes[1] << 8 | bytes[2]);
+        for (std::uint32_t i = 0; bytes[3] == DATA_RECORD && i < bytes[0]; ++i)
             memory[start + i] = bytes[4 + i];
     }
     return memory;

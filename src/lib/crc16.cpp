@@ -30,9 +30,9 @@ constexpr std::uint32_t step(std::uint32_t accum, std::uint32_t byte) {
     return crc_table[((accum >> 8) ^ byte) & 0xFF] ^ ((accum & 0xFF) << 8);
 }
 
-// slices[k][i]: the contribution of byte i when k more bytes follow it. The CRC is linear, so the
+// SHARES[k][i]: the contribution of byte i when k more bytes follow it. The CRC is linear, so the
 // contributions of eight bytes can be looked up side by side instead of one after the other.
-constexpr auto slices = [] {
+constexpr auto SHARES = [] {
     std::array<std::array<std::uint16_t, 256>, SLICES> made{};
     for (std::uint32_t byte = 0; byte < 256; ++byte) {
         std::uint32_t accum = crc_table[byte];
@@ -52,8 +52,8 @@ std::uint32_t crc16::crc16_calculate(const std::uint8_t* source, std::uint32_t l
         const std::uint32_t first = source[0] ^ (accum >> 8);
         const std::uint32_t second = source[1] ^ (accum & 0xFF);
         accum = static_cast<std::uint32_t>(
-            slices[7][first] ^ slices[6][second] ^ slices[5][source[2]] ^ slices[4][source[3]] ^
-            slices[3][source[4]] ^ slices[2][source[5]] ^ slices[1][source[6]] ^ slices[0][source[7]]);
+            SHARES[7][first] ^ SHARES[6][second] ^ SHARES[5][source[2]] ^ SHARES[4][source[3]] ^
+            SHARES[3][source[4]] ^ SHARES[2][source[5]] ^ SHARES[1][source[6]] ^ SHARES[0][source[7]]);
     }
     for (; length > 0; --length) {
         accum = step(accum, *source++);

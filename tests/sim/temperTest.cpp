@@ -73,14 +73,14 @@ private:
         const auto low = static_cast<std::uint8_t>(number);
         const Bytes row{low, 1, 2, 3, 4, 5, 6, 7};
         const std::pair<const char*, Message> known[] = {
-            {"enter", {id::systemCommand, {MODULE, argument::enter}}},
-            {"leave", {id::systemCommand, {MODULE, argument::leave}}},
-            {"start", {id::command, {MODULE, command::startPage, 0, 0, 0, low, 0, 8}}},
-            {"row", {id::row, row}},
-            {"write", {id::command, {MODULE, command::writePage}}},
-            {"status", {id::command, {MODULE, command::status}}},
-            {"erase", {id::command, {MODULE, command::eraseBlocks, 0, 0, low, 0, 0, 8}}},
-            {"erase-all", {id::command, {MODULE, command::eraseAll, 0, 0, 0, 0, 0, 0}}},
+            {"enter", {id::SYSTEM_COMMAND, {MODULE, argument::ENTER}}},
+            {"leave", {id::SYSTEM_COMMAND, {MODULE, argument::LEAVE}}},
+            {"start", {id::COMMAND, {MODULE, command::START_PAGE, 0, 0, 0, low, 0, 8}}},
+            {"row", {id::ROW, row}},
+            {"write", {id::COMMAND, {MODULE, command::WRITE_PAGE}}},
+            {"status", {id::COMMAND, {MODULE, command::STATUS}}},
+            {"erase", {id::COMMAND, {MODULE, command::ERASE_BLOCKS, 0, 0, low, 0, 0, 8}}},
+            {"erase-all", {id::COMMAND, {MODULE, command::ERASE_ALL, 0, 0, 0, 0, 0, 0}}},
         };
         for (const auto& [name, message] : known) {
             if (verb == name) {
@@ -101,10 +101,10 @@ private:
 
     static std::string text(const Message& message) {
         const Bytes& p = message.payload;
-        if (message.id == id::identification) {
+        if (message.id == id::IDENTIFICATION) {
             return format("id/%u", p[5]);
         }
-        if (message.id == id::moduleIdentity) {
+        if (message.id == id::MODULE_IDENTITY) {
             return format("hw/%u", p[11]);
         }
         if (p.size() != 4) {

@@ -26,7 +26,7 @@ Bytes hex(const std::string& text) {
 }
 
 Frame reply(std::uint8_t status, std::uint16_t row, std::uint8_t module) {
-    return sim::makeReply(sim::id::reply, {static_cast<sim::Status>(status), row}, module);
+    return sim::makeReply(sim::id::REPLY, {static_cast<sim::Status>(status), row}, module);
 }
 
 Frame identification(std::uint8_t module, std::uint8_t kind, const std::string& version, std::uint8_t hwRev) {
@@ -87,8 +87,8 @@ void Bus::listen() {
 
 void Bus::takeFrames() {
     const auto left = [this] { return line_.size() - parsed_; };
-    while (left() >= sim::frameOverhead &&
-           left() >= sim::frameOverhead + line_[parsed_ + sim::lengthOffset]) {
+    while (left() >= sim::FRAME_OVERHEAD &&
+           left() >= sim::FRAME_OVERHEAD + line_[parsed_ + sim::LENGTH_OFFSET]) {
         const auto start = line_.begin() + static_cast<std::ptrdiff_t>(parsed_);
         const Frame frame{start[4], Bytes(start + 6, start + 6 + start[5])};
         const Bytes whole = encode(frame);
@@ -106,13 +106,13 @@ void Bus::takeFrames() {
 }
 
 std::vector<Frame> Bus::noModules(const Frame& request) {
-    if (request.id != sim::id::systemCommand) {
+    if (request.id != sim::id::SYSTEM_COMMAND) {
         return {};
     }
     const std::uint8_t module = request.payload[0];
     if (request.payload[1] != ENTER_BOOTLOADER) {
         return {reply(0, 0, module)};
     }
-    const std::uint8_t other = module == sim::controlModule ? 0 : ON_SERIAL_BOOTLOADER;
+    const std::uint8_t other = module == sim::CONTROL_MODULE ? 0 : ON_SERIAL_BOOTLOADER;
     return {identification(module, static_cast<std::uint8_t>(1 + other), "1.0.0")};
 }

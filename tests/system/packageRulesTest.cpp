@@ -58,7 +58,7 @@ Forecast forecast() {
         }
     }
     for (const package::Finding& each : findings.all()) {
-        if (each.kind == &package::kinds::archiveEntry || each.kind == &package::kinds::manifestBlank ||
+        if (each.kind == &package::kinds::ARCHIVE_ENTRY || each.kind == &package::kinds::MANIFEST_BLANK ||
             each.text == "nested too deeply") {
             said.loads.reset();
         }

@@ -78,12 +78,12 @@ private:
 void ContentCheck::checkItem(const Item& item) {
     const Content content = item.kind->content;
     if (content == Content::Recorded)
-        findings_.add(kinds::itemUnvisited, item.place, std::string("\"") + item.kind->name + "\"");
+        findings_.add(kinds::ITEM_UNVISITED, item.place, std::string("\"") + item.kind->name + "\"");
     if (content != Content::Firmware && item.entries.size() > 1)
-        findings_.add(kinds::revisionUnused, item.entries[1].filePlace,
+        findings_.add(kinds::REVISION_UNUSED, item.entries[1].filePlace,
                       std::to_string(item.entries.size()) + " files for \"" + item.kind->name + "\"");
     if (item.entries.size() > REVISIONS)
-        findings_.add(kinds::revisionTooHigh, item.entries[REVISIONS].filePlace,
+        findings_.add(kinds::REVISION_TOO_HIGH, item.entries[REVISIONS].filePlace,
                       std::to_string(item.entries.size()) + " hardware revisions");
     for (std::size_t revision = 0; revision < item.entries.size(); ++revision) {
         const Entry& entry = item.entries[revision];
@@ -99,17 +99,17 @@ bool ContentCheck::checkName(const Item& item, const Entry& entry) {
     const std::string quoted = "\"" + name + "\"";
     const std::size_t before = findings_.all().size();
     if (packageRules::standsForNoFile(name) && item.kind->content != Content::Firmware)
-        findings_.add(kinds::nameShort, entry.filePlace, quoted);
+        findings_.add(kinds::NAME_SHORT, entry.filePlace, quoted);
     else if (packageRules::leadsOutside(name))
-        findings_.add(kinds::nameOutside, entry.filePlace, quoted);
+        findings_.add(kinds::NAME_OUTSIDE, entry.filePlace, quoted);
     else if (!isPlainName(name))
-        findings_.add(kinds::nameForm, entry.filePlace, quoted);
+        findings_.add(kinds::NAME_FORM, entry.filePlace, quoted);
     else if (hasControls(name) || name.starts_with('-') ||
              (item.kind->content == Content::Image && !packageRules::isHarmless(name)))
-        findings_.add(kinds::nameShell, entry.filePlace, quoted);
+        findings_.add(kinds::NAME_SHELL, entry.filePlace, quoted);
     const bool fine = findings_.all().size() == before;
     if (fine && !packageRules::isHarmless(name))
-        findings_.add(kinds::nameOdd, entry.filePlace, quoted);
+        findings_.add(kinds::NAME_ODD, entry.filePlace, quoted);
     return fine;
 }
 
@@ -120,7 +120,7 @@ bool ContentCheck::isThere(const Item& item, const Entry& entry) {
     std::error_code broken;
     if (standsForNone || packageRules::leadsOutside(entry.file) || fs::exists(package_.pathOf(entry), broken))
         return true;
-    findings_.add(kinds::fileMissing, entry.filePlace, "\"" + entry.file + "\" is not in the package");
+    findings_.add(kinds::FILE_MISSING, entry.filePlace, "\"" + entry.file + "\" is not in the package");
     return false;
 }
 
@@ -131,7 +131,7 @@ bool ContentCheck::checkWay(const Entry& entry) {
         path /= component;
         std::error_code broken;
         if (fs::is_symlink(fs::symlink_status(path, broken)) && leavesPackage(path)) {
-            findings_.add(kinds::linkOutside, entry.filePlace,
+            findings_.add(kinds::LINK_OUTSIDE, entry.filePlace,
                           nameOf(path) + " is a symbolic link to " + fs::read_symlink(path).string());
             return false;
         }
@@ -145,9 +145,9 @@ void ContentCheck::checkVersion(const Item& item, const Entry& entry) {
     if (entry.versionPlace.line == 0)
         return; // none at all was reported as not paired
     if (blank)
-        findings_.add(kinds::versionEmpty, entry.versionPlace, "the version of \"" + entry.file + "\"");
+        findings_.add(kinds::VERSION_EMPTY, entry.versionPlace, "the version of \"" + entry.file + "\"");
     else if (hasControls(version) || (item.kind->content == Content::Firmware && !isModuleVersion(version)))
-        findings_.add(kinds::versionForm, entry.versionPlace, "\"" + version + "\"");
+        findings_.add(kinds::VERSION_FORM, entry.versionPlace, "\"" + version + "\"");
 }
 
 // The program must land where the panel starts it.
@@ -156,7 +156,7 @@ void ContentCheck::checkUpdater(const Entry& entry) {
     const bool isTree = fs::is_directory(path);
     std::error_code broken;
     if (isTree ? !fs::is_regular_file(path / UPDATER_NAME, broken) : entry.file != UPDATER_NAME)
-        findings_.add(kinds::updaterName, entry.filePlace,
+        findings_.add(kinds::UPDATER_NAME, entry.filePlace,
                       "\"" + entry.file + "\" " + (isTree ? "holds no " : "is not ") + UPDATER_NAME);
     const std::string program = isTree ? entry.file + "/" + UPDATER_NAME : entry.file;
     if (fs::is_regular_file(package_.root() / program, broken) &&
@@ -168,15 +168,15 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
     const fs::path path = package_.pathOf(entry);
     const bool takesTree = item.kind->content == Content::Files;
     if (!platform::isReadable(path)) {
-        findings_.add(kinds::fileUnreadable, {entry.file}, "it can't be read");
+        findings_.add(kinds::FILE_UNREADABLE, {entry.file}, "it can't be read");
     } else if (fs::is_directory(path) && takesTree) {
         if (fs::is_empty(path))
-            findings_.add(kinds::fileEmpty, {entry.file}, "the directory is empty");
+            findings_.add(kinds::FILE_EMPTY, {entry.file}, "the directory is empty");
         checkTree(path);
     } else if (!fs::is_regular_file(path)) {
-        findings_.add(kinds::fileKind, entry.filePlace, "\"" + entry.file + "\" is " + natureOf(path).name);
+        findings_.add(kinds::FILE_KIND, entry.filePlace, "\"" + entry.file + "\" is " + natureOf(path).name);
     } else if (fs::file_size(path) == 0) {
-        findings_.add(kinds::fileEmpty, {entry.file}, "the file is empty");
+        findings_.add(kinds::FILE_EMPTY, {entry.file}, "the file is empty");
     } else if (takesTree) {
         checkProgram(path);
     } else if (item.kind->content == Content::Firmware) {
@@ -191,7 +191,7 @@ void ContentCheck::checkFile(const Item& item, const Entry& entry, std::size_t r
 void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size_t revision) {
     const Processor* processor = findProcessor(entry.processor);
     if (processor == nullptr && !entry.processor.empty())
-        findings_.add(kinds::processorUnknown, entry.filePlace,
+        findings_.add(kinds::PROCESSOR_UNKNOWN, entry.filePlace,
                       "\"" + entry.processor + "\"" +
                           commandLine::suggest(entry.processor, processorNames()));
     const auto chosen = rules_.processors.find(item.kind->name);
@@ -209,7 +209,7 @@ void ContentCheck::checkFirmware(const Item& item, const Entry& entry, std::size
 
 void ContentCheck::checkTree(const fs::path& directory) {
     if (!platform::isReadable(directory)) {
-        findings_.add(kinds::fileUnreadable, {nameOf(directory)}, "it can't be read");
+        findings_.add(kinds::FILE_UNREADABLE, {nameOf(directory)}, "it can't be read");
         return;
     }
     std::vector<fs::path> entries(fs::directory_iterator(directory), fs::directory_iterator{});
@@ -217,18 +217,18 @@ void ContentCheck::checkTree(const fs::path& directory) {
     walked_.push_back(fs::canonical(directory));
     for (const fs::path& path : entries) {
         if (hasControls(path.filename().string()))
-            findings_.add(kinds::nameShell, {nameOf(path)}, "\"" + nameOf(path) + "\"");
+            findings_.add(kinds::NAME_SHELL, {nameOf(path)}, "\"" + nameOf(path) + "\"");
         if (path.filename().string().front() == '.')
-            findings_.add(isForTools(path.filename().string()) ? kinds::fileLeftOut : kinds::fileHidden,
+            findings_.add(isForTools(path.filename().string()) ? kinds::FILE_LEFT_OUT : kinds::FILE_HIDDEN,
                           {nameOf(path)}, "a hidden name");
         else if (fs::is_symlink(path) && !checkLink(path))
             continue;
         else if (fs::is_directory(path))
             checkTree(path);
         else if (!fs::is_regular_file(path))
-            findings_.add(kinds::fileSpecial, {nameOf(path)}, "no regular file");
+            findings_.add(kinds::FILE_SPECIAL, {nameOf(path)}, "no regular file");
         else if (!platform::isReadable(path))
-            findings_.add(kinds::fileUnreadable, {nameOf(path)}, "it can't be read");
+            findings_.add(kinds::FILE_UNREADABLE, {nameOf(path)}, "it can't be read");
         else
             checkProgram(path);
     }
@@ -247,14 +247,14 @@ bool ContentCheck::leavesPackage(const fs::path& link) const {
 // True when there is something to copy.
 bool ContentCheck::checkLink(const fs::path& link) {
     std::error_code broken;
-    const Kind* kind = &kinds::linkCopied;
+    const Kind* kind = &kinds::LINK_COPIED;
     const fs::path there = fs::canonical(link, broken);
     if (leavesPackage(link))
-        kind = &kinds::linkOutside;
+        kind = &kinds::LINK_OUTSIDE;
     else if (broken || std::find(walked_.begin(), walked_.end(), there) != walked_.end())
-        kind = &kinds::linkBroken;
+        kind = &kinds::LINK_BROKEN;
     findings_.add(*kind, {nameOf(link)}, "a symbolic link to " + fs::read_symlink(link).string());
-    return kind == &kinds::linkCopied;
+    return kind == &kinds::LINK_COPIED;
 }
 
 // Building sets the bits for all when the owner has his.
@@ -264,7 +264,7 @@ void ContentCheck::checkProgram(const fs::path& file) {
     const fs::perms executable = package_.isDescribed() ? fs::perms::owner_exec : all;
     if ((fs::status(file).permissions() & executable) != executable &&
         (file.filename() == UPDATER_NAME || isProgramFile(file)))
-        findings_.add(kinds::notExecutable, {nameOf(file)}, "a program without its executable bits");
+        findings_.add(kinds::NOT_EXECUTABLE, {nameOf(file)}, "a program without its executable bits");
 }
 
 void ContentCheck::unnamed() {
@@ -280,7 +280,7 @@ void ContentCheck::unnamed() {
         names.insert(entry.path().filename().string());
     for (const std::string& name : names) {
         if (!isNamed(name))
-            findings_.add(kinds::fileUnnamed, {name}, "no item names it");
+            findings_.add(kinds::FILE_UNNAMED, {name}, "no item names it");
     }
 }
 
@@ -296,7 +296,7 @@ void ContentCheck::size() {
         checkBulk(package_, findings_);
     const std::uint64_t needed = unpacked + sizeOf(package_.archive());
     if (needed >= (rules_.cardSize != 0 ? rules_.cardSize : LARGE))
-        findings_.add(kinds::cardSize, {},
+        findings_.add(kinds::CARD_SIZE, {},
                       shownSize(needed) + " on the card" +
                           (rules_.cardSize != 0 ? ", which holds " + shownSize(rules_.cardSize) : ""));
 }
@@ -320,7 +320,7 @@ void checkModules(const Package& package, const std::map<std::string, Module>& m
             continue;
         const unsigned revision = pickedRevision(module->second);
         if (revision >= item->entries.size())
-            findings.add(kinds::revisionMissing, item->place,
+            findings.add(kinds::REVISION_MISSING, item->place,
                          format("%s has hardware revision %u, and \"%s\" has %zu files", row.name, revision,
                                 row.item, item->entries.size()));
     }

@@ -93,7 +93,7 @@ void checkBulk(const Package& package, Findings& findings) {
     const auto size = [](const Member& each) {
         return fs::is_regular_file(each.source) ? fs::file_size(each.source) : 0;
     };
-    findings.add(kinds::archiveBomb, {std::ranges::max_element(members, {}, size)->name}, bulk.text());
+    findings.add(kinds::ARCHIVE_BOMB, {std::ranges::max_element(members, {}, size)->name}, bulk.text());
 }
 
 } // namespace package

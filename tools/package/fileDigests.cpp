@@ -21,7 +21,7 @@ void checkFileDigests(const fs::path& root, const std::string& manifest, Finding
         const fs::path file = root / fs::path(name.text).relative_path();
         const bool isThere = isPlainName(name.text) && fs::is_regular_file(file, broken);
         if (isThere && sha256Of(file) != digest.text)
-            findings.add(kinds::fileChanged, {MANIFEST, name.position.line, name.position.column},
+            findings.add(kinds::FILE_CHANGED, {MANIFEST, name.position.line, name.position.column},
                          "the SHA-256 of " + name.text + " is another one");
     }
 }

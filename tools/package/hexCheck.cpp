@@ -60,7 +60,7 @@ void FlashCheck::outside() {
     unsigned line = 0;
     const auto flush = [&] {
         if (start != end)
-            report(kinds::hexOutside, line,
+            report(kinds::HEX_OUTSIDE, line,
                    format("0x%X to 0x%X (%u bytes) lies in no flash region", shown(start), shown(end - 1),
                           shown(end - start)));
         start = end;
@@ -84,7 +84,7 @@ void FlashCheck::outside() {
 void FlashCheck::gaps() {
     for (const LAYOUT::REGION& region : layout_.regions) {
         for (const imageCheck::HOLE& gap : imageCheck::findGaps(file_.stretches(), layout_, region))
-            report(kinds::hexGap, gap.line,
+            report(kinds::HEX_GAP, gap.line,
                    format("no data from 0x%X to 0x%X (%u bytes), but behind it in the same page",
                           shown(gap.start), shown(gap.end - 1), shown(gap.end - gap.start)));
     }
@@ -102,7 +102,7 @@ void FlashCheck::addresses() {
             if (last < bounds.start || last >= bounds.end)
                 continue;
             if (last >= reach) {
-                report(kinds::hexTooLarge, record.line,
+                report(kinds::HEX_TOO_LARGE, record.line,
                        format("0x%X lies behind the last address that the module's requests can name",
                               shown(last)));
                 return;
@@ -117,14 +117,14 @@ void FlashCheck::instructions() {
         return;
     for (const HexData& record : file_.records()) {
         if (record.address % 4 != 0 || record.bytes.size() % 4 != 0) {
-            report(kinds::hexAlignment, record.line,
+            report(kinds::HEX_ALIGNMENT, record.line,
                    format("%u bytes at 0x%X: no whole instructions", shown(record.bytes.size()),
                           shown(record.address)));
             continue;
         }
         for (std::size_t i = 3; i < record.bytes.size(); i += 4) {
             if (record.bytes[i] != 0) {
-                report(kinds::hexPhantom, record.line,
+                report(kinds::HEX_PHANTOM, record.line,
                        format("%02X at 0x%X, where an instruction's fourth byte is 00", record.bytes[i],
                               shown(record.address + i)));
                 break;
@@ -144,11 +144,11 @@ void FlashCheck::firstRegion() {
             other = record.line;
     }
     if (other != 0 && !inFirst)
-        report(kinds::hexFirstRegion, other,
+        report(kinds::HEX_FIRST_REGION, other,
                format("no data from 0x%X to 0x%X, but in the regions behind it", shown(first.start),
                       shown(first.end - 1)));
     if (other == 0 && !inFirst)
-        report(kinds::hexEmpty, file_.records().front().line, "no data for the module's flash");
+        report(kinds::HEX_EMPTY, file_.records().front().line, "no data for the module's flash");
 }
 
 // The number of pages to erase travels in one byte.
@@ -161,7 +161,7 @@ void FlashCheck::eraseRuns(hexpage& image) {
     while (const hexpage::MEMORY_PAGE* page = image.getNextPage()) {
         run = page->data.empty() ? run + 1 : 0;
         if (run == LONGEST + 1)
-            report(kinds::hexEraseRun, lineBehind(page->startAddress),
+            report(kinds::HEX_ERASE_RUN, lineBehind(page->startAddress),
                    format("more than %u empty pages in a row, up to 0x%X", LONGEST, page->startAddress));
     }
 }
@@ -206,13 +206,13 @@ void checkRecords(const std::filesystem::path& path, const std::string& name, co
     const std::size_t before = findings.all().size();
     const HexFile file(path, name, findings);
     if (file.records().empty()) {
-        findings.add(kinds::hexEmpty, {name}, "no data");
+        findings.add(kinds::HEX_EMPTY, {name}, "no data");
         return;
     }
     if (processor == nullptr)
         processor = &guessProcessor(file.records());
     if (!serial && !processor->onCan)
-        findings.add(kinds::processorUnsupported, {name},
+        findings.add(kinds::PROCESSOR_UNSUPPORTED, {name},
                      std::string("an image for ") + processor->name + ", and the module is on CAN");
     const LAYOUT layout = processor->layout(serial);
     FlashCheck check(file, name, layout, findings);
@@ -227,7 +227,7 @@ void checkRecords(const std::filesystem::path& path, const std::string& name, co
         return; // the rest follows from what was found
     hexpage image;
     if (!acceptedByPanel(path, layout, image))
-        findings.add(kinds::hexRefused, {name}, "the panel refuses the image");
+        findings.add(kinds::HEX_REFUSED, {name}, "the panel refuses the image");
     check.eraseRuns(image);
 }
 
@@ -237,11 +237,11 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
               bool serial, Findings& findings) {
     const FileNature nature = natureOf(path);
     if (nature.type == FileType::Empty) {
-        findings.add(kinds::hexEmpty, {name}, "the file is empty");
+        findings.add(kinds::HEX_EMPTY, {name}, "the file is empty");
         return;
     }
     if (nature.type != FileType::IntelHex) {
-        findings.add(kinds::hexFormat, {name},
+        findings.add(kinds::HEX_FORMAT, {name},
                      "it is " + nature.name + ", no Intel HEX" + adviceOn(nature.type));
         return;
     }
@@ -250,7 +250,7 @@ void checkHex(const std::filesystem::path& path, const std::string& name, const 
         checkRecords(path, name, processor, serial, found);
     } catch (const HugeImage& image) {
         found = {};
-        found.add(kinds::hexHuge, {name}, image.what());
+        found.add(kinds::HEX_HUGE, {name}, image.what());
     }
     for (const Finding& each : found.all())
         findings.add(*each.kind, each.place, each.text);

@@ -78,11 +78,11 @@ void HexFile::State::take(std::uint64_t start, std::uint64_t end) {
         const bool above = next != taken.end() && next->first < end;
         const auto address = static_cast<unsigned>(start);
         if (same)
-            report(kinds::hexDuplicate, format("address 0x%X a second time", address));
+            report(kinds::HEX_DUPLICATE, format("address 0x%X a second time", address));
         else if (below || above)
-            report(kinds::hexOverlap, format("0x%X and up overlap an earlier record", address));
+            report(kinds::HEX_OVERLAP, format("0x%X and up overlap an earlier record", address));
         else
-            report(kinds::hexOrder, format("address 0x%X stands behind higher ones", address));
+            report(kinds::HEX_ORDER, format("address 0x%X stands behind higher ones", address));
     }
     std::uint64_t& last = taken[start];
     last = std::max(last, end);
@@ -97,14 +97,14 @@ HexFile::HexFile(const std::filesystem::path& path, const std::string& name, Fin
         !hexText::forEachLine(path.string(), [&](std::string_view line) { readLine(line, state); }))
         throw Failure(path.string() + ": can't be read");
     if (state.oddKind != nullptr && !state.ended) {
-        findings.add(kinds::hexTruncated, {name, state.oddLine}, "the file ends inside a record");
+        findings.add(kinds::HEX_TRUNCATED, {name, state.oddLine}, "the file ends inside a record");
     } else {
         state.release();
         if (!state.ended)
-            findings.add(kinds::hexNoEnd, {name, state.line}, "the file ends without an end record");
+            findings.add(kinds::HEX_NO_END, {name, state.line}, "the file ends without an end record");
     }
     if (state.afterEnd != 0)
-        findings.add(kinds::hexAfterEnd, {name, state.afterEnd}, "something follows the end record");
+        findings.add(kinds::HEX_AFTER_END, {name, state.afterEnd}, "something follows the end record");
 }
 
 void HexFile::readLine(std::string_view line, State& state) {
@@ -123,9 +123,9 @@ void HexFile::readLine(std::string_view line, State& state) {
     const std::vector<std::uint8_t> bytes = bytesOf(line);
     if (bytes.empty()) {
         if (isCutRecord(line))
-            state.hold(kinds::hexGarbage, "half a byte, or nothing, stands at the end of the line");
+            state.hold(kinds::HEX_GARBAGE, "half a byte, or nothing, stands at the end of the line");
         else
-            state.report(kinds::hexGarbage,
+            state.report(kinds::HEX_GARBAGE,
                          line.starts_with("\xEF\xBB\xBF")
                              ? "a byte order mark before the record, which is lost; save it without one"
                              : "no record");
@@ -137,21 +137,21 @@ void HexFile::readLine(std::string_view line, State& state) {
 void HexFile::readRecord(const std::vector<std::uint8_t>& bytes, State& state) {
     const std::size_t announced = bytes[0] + OVERHEAD;
     if (bytes.size() < announced)
-        state.hold(kinds::hexCount,
+        state.hold(kinds::HEX_COUNT,
                    format("the record announces %u data bytes; its line is %u bytes too short", bytes[0],
                           static_cast<unsigned>(announced - bytes.size())));
     else if (bytes.size() > announced)
-        state.report(kinds::hexCount,
+        state.report(kinds::HEX_COUNT,
                      format("the record announces %u data bytes; its line is %u bytes too long", bytes[0],
                             static_cast<unsigned>(bytes.size() - announced)));
     else if (const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0U) % 256; sum != 0)
-        state.report(kinds::hexChecksum, format("the checksum is %02X, but %02X is right", bytes.back(),
-                                                (bytes.back() - sum) % 256));
+        state.report(kinds::HEX_CHECKSUM, format("the checksum is %02X, but %02X is right", bytes.back(),
+                                                 (bytes.back() - sum) % 256));
     if (bytes.size() < DATA)
         return;
     const auto wants = [&](std::uint8_t count) {
         if (bytes[0] != count)
-            state.report(kinds::hexForm,
+            state.report(kinds::HEX_FORM,
                          format("a record of type %02X with %u data bytes", bytes[3], bytes[0]));
         return bytes[0] == count && bytes.size() >= announced;
     };
@@ -173,10 +173,10 @@ void HexFile::readRecord(const std::vector<std::uint8_t>& bytes, State& state) {
     case SegmentStart: // where a program starts does not matter to the panel
         break;
     case SegmentAddress:
-        state.report(kinds::hexType, "a segment address (type 02)");
+        state.report(kinds::HEX_TYPE, "a segment address (type 02)");
         break;
     default:
-        state.report(kinds::hexType, format("a record of the unknown type %02X", bytes[3]));
+        state.report(kinds::HEX_TYPE, format("a record of the unknown type %02X", bytes[3]));
     }
 }
 

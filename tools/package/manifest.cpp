@@ -30,11 +30,12 @@ public:
     bool parse(const std::string& text, JsonValue& root) {
         const JsonError error = parseJson(text, root);
         if (!error.text.empty()) {
-            findings_.add(kinds::jsonSyntax, {name_, error.position.line, error.position.column}, error.text);
+            findings_.add(kinds::JSON_SYNTAX, {name_, error.position.line, error.position.column},
+                          error.text);
             return false;
         }
         if (!root.isObject())
-            report(kinds::itemForm, root, "the text is no object of items");
+            report(kinds::ITEM_FORM, root, "the text is no object of items");
         return root.isObject();
     }
     std::size_t reported() const { return findings_.all().size(); }
@@ -46,9 +47,9 @@ public:
     // Whether a value is a text; one that is too long for the panel is reported.
     bool isTextOf(const std::string& what, const JsonValue& value) {
         if (!value.isText())
-            report(kinds::valueNotText, value, what + " that is not a text");
+            report(kinds::VALUE_NOT_TEXT, value, what + " that is not a text");
         else if (packageRules::isTooLong(value.text))
-            report(kinds::textTooLong, value, what + " of " + std::to_string(value.text.size()) + " bytes");
+            report(kinds::TEXT_TOO_LONG, value, what + " of " + std::to_string(value.text.size()) + " bytes");
         return value.isText();
     }
 
@@ -56,14 +57,14 @@ public:
     Item* openItem(const JsonValue& key, const JsonValue& body, Items& items) {
         const ItemKind* kind = package::findItem(key.text);
         if (kind == nullptr) {
-            report(holdsInner(body) ? kinds::itemNested : kinds::itemUnknown, key,
+            report(holdsInner(body) ? kinds::ITEM_NESTED : kinds::ITEM_UNKNOWN, key,
                    "there is no item \"" + key.text + "\"" + commandLine::suggest(key.text, itemNames()));
             return nullptr;
         }
         const auto known =
             std::find_if(items.begin(), items.end(), [&](const Item& each) { return each.kind == kind; });
         if (known != items.end()) {
-            report(kinds::itemTwice, key, "\"" + key.text + "\" a second time");
+            report(kinds::ITEM_TWICE, key, "\"" + key.text + "\" a second time");
             return &*known;
         }
         return &items.emplace_back(Item{kind, place(key), {}});
@@ -96,7 +97,7 @@ void setVersions(Item& item, const JsonValue& value, bool hadFiles, Reader& read
         item.entries[i].versionPlace = reader.place(*versions[i]);
     }
     if (hadFiles && given != item.entries.size())
-        reader.report(kinds::unpaired, value,
+        reader.report(kinds::UNPAIRED, value,
                       std::to_string(item.entries.size()) + " files, " + std::to_string(given) + " versions");
 }
 
@@ -106,20 +107,20 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
     const std::size_t before = reader.reported();
     for (const auto& [key, value] : body.members) {
         if (holdsObject(value)) {
-            reader.report(kinds::itemNested, key, "an object inside the item");
+            reader.report(kinds::ITEM_NESTED, key, "an object inside the item");
             continue;
         }
         if (key.text != "f" && key.text != "v") {
-            reader.report(kinds::keyUnknown, key, "\"" + key.text + "\" is neither \"f\" nor \"v\"");
+            reader.report(kinds::KEY_UNKNOWN, key, "\"" + key.text + "\" is neither \"f\" nor \"v\"");
             continue;
         }
         bool& seen = key.text == "f" ? files : versions;
         if (seen)
-            reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
+            reader.report(kinds::KEY_TWICE, key, "\"" + key.text + "\" a second time");
         seen = true;
         if (key.text == "v") {
             if (!files)
-                reader.report(kinds::versionsFirst, key, "\"v\" stands before \"f\"");
+                reader.report(kinds::VERSIONS_FIRST, key, "\"v\" stands before \"f\"");
             setVersions(item, value, files, reader);
             continue;
         }
@@ -127,9 +128,9 @@ void readItem(const JsonValue& body, Item& item, Reader& reader) {
             item.entries.push_back({file->text, reader.place(*file), {}, {}, {}, false, false});
     }
     if (files && !versions)
-        reader.report(kinds::unpaired, body, "no \"v\"");
+        reader.report(kinds::UNPAIRED, body, "no \"v\"");
     if (item.entries.empty() && reader.reported() == before)
-        reader.report(kinds::itemForm, body, "the item names no file");
+        reader.report(kinds::ITEM_FORM, body, "the item names no file");
 }
 
 bool isRemark(const JsonValue& key) {
@@ -139,12 +140,12 @@ bool isRemark(const JsonValue& key) {
 // A second value of a key, of which only one can be meant.
 void reportTwice(const JsonValue& object, const JsonValue& key, const JsonValue& value, Reader& reader) {
     if (object.find(key.text) != &value)
-        reader.report(kinds::keyTwice, key, "\"" + key.text + "\" a second time");
+        reader.report(kinds::KEY_TWICE, key, "\"" + key.text + "\" a second time");
 }
 
 void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, Reader& reader) {
     if (!list.isArray())
-        reader.report(kinds::allowForm, list, "\"allow\" is no list");
+        reader.report(kinds::ALLOW_FORM, list, "\"allow\" is no list");
     for (const JsonValue& each : list.elements) {
         Allowance allowance;
         for (const auto& [key, field] : each.members) {
@@ -152,16 +153,16 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
                 continue;
             reportTwice(each, key, field, reader);
             if (key.text != "finding" && key.text != "file" && key.text != "reason")
-                reader.report(kinds::allowForm, key,
+                reader.report(kinds::ALLOW_FORM, key,
                               "\"" + key.text + "\" is none of \"finding\", \"file\" and \"reason\"");
             (key.text == "finding" ? allowance.id
              : key.text == "file"  ? allowance.file
                                    : allowance.reason) = field.text;
         }
         if (const std::string objection = objectionToAllowing(allowance.id); !objection.empty())
-            reader.report(kinds::allowForm, each, objection);
+            reader.report(kinds::ALLOW_FORM, each, objection);
         else if (allowance.reason.empty())
-            reader.report(kinds::allowForm, each, "no \"reason\"");
+            reader.report(kinds::ALLOW_FORM, each, "no \"reason\"");
         else if (allowances != nullptr)
             allowances->push_back(allowance);
     }
@@ -172,7 +173,7 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
     Entry entry;
     entry.filePlace = entry.versionPlace = reader.place(value);
     if (!value.isObject()) {
-        reader.report(kinds::itemForm, value, "no object with \"file\" and \"version\"");
+        reader.report(kinds::ITEM_FORM, value, "no object with \"file\" and \"version\"");
         return;
     }
     for (const auto& [key, field] : value.members) {
@@ -181,7 +182,7 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
         reportTwice(value, key, field, reader);
         if (key.text == "fill" || key.text == "crop") {
             if (field.isText() || (field.text != "true" && field.text != "false"))
-                reader.report(kinds::itemForm, field, "\"" + key.text + "\" is neither true nor false");
+                reader.report(kinds::ITEM_FORM, field, "\"" + key.text + "\" is neither true nor false");
             (key.text == "fill" ? entry.fill : entry.crop) = field.text == "true";
             continue;
         }
@@ -191,7 +192,7 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
                                                         : nullptr;
         if (target == nullptr) {
             reader.report(
-                kinds::keyUnknown, key,
+                kinds::KEY_UNKNOWN, key,
                 "\"" + key.text +
                     "\" is none of \"file\", \"version\", \"processor\", \"fill\" and \"crop\"" +
                     commandLine::suggest(key.text, {"file", "version", "processor", "fill", "crop"}));
@@ -204,7 +205,7 @@ void readEntry(const JsonValue& value, Item& item, Reader& reader) {
     }
     for (const char* key : {"file", "version"}) {
         if (value.find(key) == nullptr) {
-            reader.report(kinds::unpaired, value, std::string("no \"") + key + "\"");
+            reader.report(kinds::UNPAIRED, value, std::string("no \"") + key + "\"");
             return;
         }
     }
@@ -224,13 +225,13 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
     Reader reader(name, findings);
     JsonValue root;
     if (packageRules::isBlank(text)) {
-        findings.add(kinds::manifestBlank, {name}, "the manifest holds nothing");
+        findings.add(kinds::MANIFEST_BLANK, {name}, "the manifest holds nothing");
         return items;
     }
     if (!reader.parse(text, root))
         return items;
     if (root.members.empty())
-        reader.report(kinds::manifestBlank, root, "the manifest names no item");
+        reader.report(kinds::MANIFEST_BLANK, root, "the manifest names no item");
     for (const auto& [key, body] : root.members) {
         if (key.text == packageRules::FILE_DIGESTS)
             continue;
@@ -240,7 +241,7 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
         if (body.isObject())
             readItem(body, *item, reader);
         else
-            reader.report(kinds::itemForm, body, "\"" + key.text + "\" is no object with \"f\" and \"v\"");
+            reader.report(kinds::ITEM_FORM, body, "\"" + key.text + "\" is no object with \"f\" and \"v\"");
     }
     return items;
 }
@@ -253,7 +254,7 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     if (!reader.parse(text, root))
         return items;
     if (root.members.empty())
-        reader.report(kinds::manifestBlank, root, "the description names no item");
+        reader.report(kinds::MANIFEST_BLANK, root, "the description names no item");
     for (const auto& [key, list] : root.members) {
         if (isRemark(key))
             continue;
@@ -266,7 +267,7 @@ Items readDescription(const std::string& text, const std::string& name, Findings
         if (item == nullptr)
             continue;
         if (!list.isArray() || list.elements.empty())
-            reader.report(kinds::itemForm, list, "\"" + key.text + "\" is no list with a file in it");
+            reader.report(kinds::ITEM_FORM, list, "\"" + key.text + "\" is no list with a file in it");
         for (const JsonValue& value : list.elements)
             readEntry(value, *item, reader);
     }

@@ -21,7 +21,7 @@ void checkOrder(const std::vector<std::string>& names, Findings& findings) {
         return each != MANIFEST && each != MANIFEST + DIGEST;
     });
     if (early)
-        findings.add(kinds::manifestNotLast, {MANIFEST}, "files follow the manifest in the archive");
+        findings.add(kinds::MANIFEST_NOT_LAST, {MANIFEST}, "files follow the manifest in the archive");
 }
 
 bool isArchiveName(const fs::path& name) {
@@ -93,11 +93,11 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     const std::string name = archive.filename().string();
     archive_ = archive;
     if (!isArchive(archive)) {
-        findings.add(kinds::archiveBroken, {name}, objectionToArchive(archive));
+        findings.add(kinds::ARCHIVE_BROKEN, {name}, objectionToArchive(archive));
         return;
     }
     if (name != ARCHIVE)
-        findings.add(kinds::packageName, {name}, "the archive's name is " + name);
+        findings.add(kinds::PACKAGE_NAME, {name}, "the archive's name is " + name);
     checkDigest(archive, name, findings);
     unpacked_ = std::make_unique<TemporaryDirectory>();
     root_ = fs::canonical(unpacked_->path());
@@ -107,7 +107,7 @@ void Package::openArchive(const fs::path& archive, Findings& findings) {
     if (fs::exists(root_ / MANIFEST))
         openTree(findings);
     else if (findings.all().size() == before)
-        findings.add(kinds::manifestMissing, {MANIFEST}, "the archive holds no manifest");
+        findings.add(kinds::MANIFEST_MISSING, {MANIFEST}, "the archive holds no manifest");
 }
 
 void Package::openTree(Findings& findings) {
@@ -179,12 +179,12 @@ void Package::prepare(const ItemKind& kind, Entry& entry, Findings& findings) {
         entry.file = nameFor(made, entry);
         entry.prepared = unpacked_->path() / entry.file;
         if (entry.crop && !made.outside.empty())
-            findings.add(kinds::hexCropped, {entry.origin}, "dropped " + spansText(made.outside));
+            findings.add(kinds::HEX_CROPPED, {entry.origin}, "dropped " + spansText(made.outside));
         entry.processor = entry.processor.empty() ? made.processor->name : entry.processor;
         fs::create_directories(entry.prepared.parent_path());
         writeFile(entry.prepared, made.text);
     } catch (const BadFile& error) {
-        findings.add(kinds::imageForm, {entry.origin, error.line()}, error.what());
+        findings.add(kinds::IMAGE_FORM, {entry.origin, error.line()}, error.what());
     }
 }
 

@@ -43,7 +43,7 @@ bool hasVerifyingUpdater(const Package& package, Findings& findings) {
         if (fs::path(each.name).filename() != UPDATER_NAME || !fs::is_regular_file(each.source) ||
             readFile(each.source).find(MARK) != std::string::npos)
             continue;
-        findings.add(kinds::updaterTrusting, {each.name}, "an updater that looks at no signature");
+        findings.add(kinds::UPDATER_TRUSTING, {each.name}, "an updater that looks at no signature");
         verifies = false;
     }
     return verifies;
@@ -54,7 +54,7 @@ void checkSignature(const fs::path& path, const fs::path& keys, Findings& findin
     requireFile(archive);
     const packageTrust::VERDICT verdict = packageTrust::judge(archive.string(), keys.string());
     if (!verdict.whyNot.empty())
-        findings.add(kinds::signatureRefused, {archive.filename().string() + packageRules::SIGNATURE},
+        findings.add(kinds::SIGNATURE_REFUSED, {archive.filename().string() + packageRules::SIGNATURE},
                      verdict.whyNot);
 }
 

@@ -157,7 +157,7 @@ SupportSection bus(const std::string& name, const std::string& text) {
         std::set<std::string> said;
         for (const trace::Piece& piece : trace::cut(recording)) {
             const bool isIdentity = piece.event.empty() && piece.frame.kind == sim::Frame::Kind::Good &&
-                                    piece.frame.message.id == sim::id::identification;
+                                    piece.frame.message.id == sim::id::IDENTIFICATION;
             if (isIdentity || piece.event.starts_with("recording"))
                 said.insert(isIdentity ? sim::describe(piece.frame.message) : piece.event);
         }

@@ -80,7 +80,7 @@ std::string objectionToUImage(const fs::path& path, const Machine* machine, cons
     if (fs::file_size(path) == HEADER + std::uint64_t{size} && crc32(data) != dataSum)
         return "a uImage with damaged data";
     if (machine != nullptr && system != machine->uImage) {
-        kind = &kinds::wrongMachine;
+        kind = &kinds::WRONG_MACHINE;
         return format("a uImage for another machine (number %d in its header)", system);
     }
     return "";
@@ -90,7 +90,7 @@ std::string objectionToZImage(const fs::path& path, const Machine* machine, cons
     const std::string start = startOf(path, 0x30);
     const std::uint64_t size = std::uint64_t{littleEndian(start, 0x2C)} - littleEndian(start, 0x28);
     if (machine != nullptr && machine->bits != 32) {
-        kind = &kinds::wrongMachine;
+        kind = &kinds::WRONG_MACHINE;
         return "a zImage, which is for 32-bit ARM";
     }
     return fs::file_size(path) < size ? format("a zImage of %llu bytes, of which the file holds %llu",
@@ -102,7 +102,7 @@ std::string objectionToZImage(const fs::path& path, const Machine* machine, cons
 std::string objectionToOther(const std::string& nature, const Machine* machine, const Kind*& kind) {
     const std::string own = machine == nullptr ? "" : machine->name;
     const bool x86 = nature.ends_with("x86");
-    kind = &kinds::wrongMachine;
+    kind = &kinds::WRONG_MACHINE;
     return own.empty() || (x86 ? own == "amd64" || own == "i386" : own == "arm64") ? "" : nature;
 }
 
@@ -114,12 +114,12 @@ void checkProgramFile(const fs::path& path, const std::string& name, const Machi
     if (nature.type == FileType::Elf) {
         const auto facts = readElfFacts(path);
         if (!facts || facts->cut)
-            findings.add(kinds::programDamaged, {name}, nature.name);
+            findings.add(kinds::PROGRAM_DAMAGED, {name}, nature.name);
         else if (machine != nullptr && !isFor(*machine, *facts))
-            findings.add(kinds::wrongMachine, {name}, nature.name + ", and the panel is " + machine->name);
+            findings.add(kinds::WRONG_MACHINE, {name}, nature.name + ", and the panel is " + machine->name);
     } else if (nature.type == FileType::Script) {
         if (const std::string objection = objectionToScript(path); !objection.empty())
-            findings.add(kinds::scriptForm, {name}, objection);
+            findings.add(kinds::SCRIPT_FORM, {name}, objection);
     }
 }
 
@@ -132,13 +132,13 @@ bool isProgramFile(const fs::path& path) {
 void checkUpdaterFile(const fs::path& path, const std::string& name, Findings& findings) {
     const FileNature nature = natureOf(path);
     if (nature.type != FileType::Empty && !isProgramFile(path))
-        findings.add(kinds::noProgram, {name}, "it is " + nature.name + ", no program");
+        findings.add(kinds::NO_PROGRAM, {name}, "it is " + nature.name + ", no program");
 }
 
 void checkKernelFile(const fs::path& path, const std::string& name, const Machine* machine,
                      Findings& findings) {
     const FileNature nature = natureOf(path);
-    const Kind* kind = &kinds::kernelForm;
+    const Kind* kind = &kinds::KERNEL_FORM;
     std::string objection;
     if (nature.type != FileType::Kernel)
         objection = "it is " + nature.name + ", no uImage, zImage or Image";

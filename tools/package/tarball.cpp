@@ -231,7 +231,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         names.push_back(name);
         const std::string objected = objection(entry);
         if (!objected.empty()) {
-            findings.add(kinds::archiveEntry, {name}, objected);
+            findings.add(kinds::ARCHIVE_ENTRY, {name}, objected);
             continue;
         }
         try {
@@ -239,7 +239,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         } catch (const Failure&) {
             checkInterrupted();
             if (bulk.isBomb()) {
-                findings.add(kinds::archiveBomb, {name}, bulk.text());
+                findings.add(kinds::ARCHIVE_BOMB, {name}, bulk.text());
                 return names;
             }
             if (archive_errno(in.get()) == 0)
@@ -254,7 +254,7 @@ std::vector<std::string> unpack(const fs::path& path, const fs::path& directory,
         checkGzip(path);
     } catch (const Failure& failure) {
         checkInterrupted();
-        findings.add(kinds::archiveBroken, {path.filename().string()}, failure.what());
+        findings.add(kinds::ARCHIVE_BROKEN, {path.filename().string()}, failure.what());
     }
     return names;
 }

@@ -6,11 +6,11 @@ namespace trace {
 
 namespace {
 
-constexpr std::uint32_t magic = 0xA1B2C3D4; // times with microseconds
-constexpr std::uint32_t longest = 65535;
-constexpr std::uint32_t userLink = 147;
-constexpr std::uint8_t markDirection = 3;
-constexpr std::int64_t second = 1'000'000; // microseconds
+constexpr std::uint32_t MAGIC = 0xA1B2C3D4; // times with microseconds
+constexpr std::uint32_t LONGEST = 65535;
+constexpr std::uint32_t USER_LINK = 147;
+constexpr std::uint8_t MARK_DIRECTION = 3;
+constexpr std::int64_t SECOND = 1'000'000; // microseconds
 
 std::int64_t microseconds(sim::TimePoint when) {
     return std::chrono::duration_cast<std::chrono::microseconds>(when.time_since_epoch()).count();
@@ -24,7 +24,7 @@ std::int64_t startOf(const std::vector<Piece>& pieces) {
         if (piece.event.starts_with(key) &&
             std::from_chars(piece.event.data() + key.size(), piece.event.data() + piece.event.size(), saved)
                     .ec == std::errc{})
-            return saved * second - microseconds(piece.when);
+            return saved * SECOND - microseconds(piece.when);
     }
     return 0;
 }
@@ -37,8 +37,8 @@ void put(std::ostream& out, std::uint32_t value, unsigned bytes = 4) {
 
 void putPacket(std::ostream& out, std::int64_t when, std::uint8_t direction, std::string_view bytes) {
     const auto size = static_cast<std::uint32_t>(bytes.size() + 1);
-    put(out, static_cast<std::uint32_t>(when / second));
-    put(out, static_cast<std::uint32_t>(when % second));
+    put(out, static_cast<std::uint32_t>(when / SECOND));
+    put(out, static_cast<std::uint32_t>(when % SECOND));
     put(out, size);
     put(out, size);
     put(out, direction, 1);
@@ -50,18 +50,18 @@ void putPacket(std::ostream& out, std::int64_t when, std::uint8_t direction, std
 void writeCapture(std::ostream& out, const Recording& recording) {
     const std::vector<Piece> pieces = cut(recording);
     const std::int64_t start = startOf(pieces);
-    put(out, magic);
+    put(out, MAGIC);
     put(out, 2, 2); // version 2.4
     put(out, 4, 2);
     put(out, 0); // the times are UTC
     put(out, 0);
-    put(out, longest);
-    put(out, userLink);
+    put(out, LONGEST);
+    put(out, USER_LINK);
     for (const Piece& piece : pieces) {
         const std::int64_t when = start + microseconds(piece.when);
         const sim::Bytes& raw = piece.frame.raw;
         if (!piece.event.empty())
-            putPacket(out, when, markDirection, piece.event);
+            putPacket(out, when, MARK_DIRECTION, piece.event);
         else
             putPacket(out, when, static_cast<std::uint8_t>(piece.direction),
                       {reinterpret_cast<const char*>(raw.data()), raw.size()});

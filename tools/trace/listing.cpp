@@ -50,8 +50,8 @@ bool isNoise(const Piece& piece) {
 // Messages that the bus sends by itself answer nothing.
 bool isAnswer(const Piece& piece) {
     const std::uint8_t id = piece.frame.message.id;
-    return !isNoise(piece) && piece.direction == Direction::ToPanel && id != sim::id::moduleStatus &&
-           id != sim::id::moduleIdentity;
+    return !isNoise(piece) && piece.direction == Direction::ToPanel && id != sim::id::MODULE_STATUS &&
+           id != sim::id::MODULE_IDENTITY;
 }
 
 class Listing {

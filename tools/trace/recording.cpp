@@ -45,16 +45,16 @@ Direction directionOf(const sim::Frame& frame) {
     if (frame.kind == sim::Frame::Kind::Noise)
         return Direction::Unknown;
     switch (frame.message.id) {
-    case sim::id::command:
-    case sim::id::row:
-    case sim::id::highRow:
-    case sim::id::systemCommand:
+    case sim::id::COMMAND:
+    case sim::id::ROW:
+    case sim::id::HIGH_ROW:
+    case sim::id::SYSTEM_COMMAND:
         return Direction::FromPanel;
-    case sim::id::reply:
-    case sim::id::serialReply:
-    case sim::id::identification:
-    case sim::id::moduleStatus:
-    case sim::id::moduleIdentity:
+    case sim::id::REPLY:
+    case sim::id::SERIAL_REPLY:
+    case sim::id::IDENTIFICATION:
+    case sim::id::MODULE_STATUS:
+    case sim::id::MODULE_IDENTITY:
         return Direction::ToPanel;
     default:
         return Direction::Unknown;
@@ -64,7 +64,7 @@ Direction directionOf(const sim::Frame& frame) {
 // The panel takes a reply whose closing bytes never came.
 std::optional<sim::Frame> withoutClosing(sim::Bytes bytes) {
     const sim::Bytes raw = bytes;
-    bytes.insert(bytes.end(), sim::closingBytes.begin(), sim::closingBytes.end());
+    bytes.insert(bytes.end(), sim::CLOSING_BYTES.begin(), sim::CLOSING_BYTES.end());
     auto frame = sim::decode(bytes);
     if (!frame || frame->raw.size() != bytes.size() || frame->kind != sim::Frame::Kind::Good)
         return {};

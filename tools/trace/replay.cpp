@@ -19,7 +19,7 @@ using sim::Clock;
 using sim::Frame;
 using sim::TimePoint;
 
-constexpr TimePoint::duration lastPatience = std::chrono::seconds(2);
+constexpr TimePoint::duration LAST_PATIENCE = std::chrono::seconds(2);
 
 struct Answer {
     TimePoint::duration delay; // since the request
@@ -33,7 +33,7 @@ struct Step {
 
 bool isStatusRequest(const Frame& frame) {
     const sim::Bytes& payload = frame.message.payload;
-    return frame.message.id == sim::id::command && payload.size() > 1 && payload[1] == sim::command::status;
+    return frame.message.id == sim::id::COMMAND && payload.size() > 1 && payload[1] == sim::command::STATUS;
 }
 
 std::string describe(const Frame& frame) {
@@ -114,7 +114,7 @@ private:
     // The last answers may have to be repeated, too; a port that is closed takes along what was not read yet.
     bool isThrough() const {
         return next_ == steps_.size() && pending_.empty() &&
-               (goesOn_ || Clock::now() - lastHeard_ > std::min(patience_, lastPatience));
+               (goesOn_ || Clock::now() - lastHeard_ > std::min(patience_, LAST_PATIENCE));
     }
 
     void take(const Frame& frame, TimePoint now) {
@@ -162,7 +162,7 @@ private:
     // The whole system switches, and nobody else is there.
     void answerBefore(const Frame& frame, TimePoint now) {
         if (asksFor(frame, sim::RequestKind::UpdateMode))
-            pending_.emplace_back(now, sim::encode(sim::makeReply(sim::id::reply, {}, sim::controlModule)));
+            pending_.emplace_back(now, sim::encode(sim::makeReply(sim::id::REPLY, {}, sim::CONTROL_MODULE)));
     }
 
     void sendFirst(TimePoint now) {
@@ -174,7 +174,7 @@ private:
 
     void wait(TimePoint now) {
         TimePoint until =
-            lastHeard_ + (next_ < steps_.size() ? patience_ : std::min(patience_, lastPatience));
+            lastHeard_ + (next_ < steps_.size() ? patience_ : std::min(patience_, LAST_PATIENCE));
         if (!pending_.empty())
             until = std::min(until, pending_.front().first);
         const auto left = std::max(until - now, TimePoint::duration::zero());

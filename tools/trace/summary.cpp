@@ -13,14 +13,14 @@ namespace {
 using sim::Frame;
 using sim::RequestKind;
 
-constexpr unsigned goneFor = 8;         // requests in a row without an answer
-constexpr double slowReply = 0.050;     // seconds, of every twentieth reply
-constexpr unsigned repeatedShare = 100; // one in so many
-constexpr unsigned fewRepeats = 3;
-constexpr unsigned systemAddress = 0; // stands for commands to the whole system
+constexpr unsigned GONE_FOR = 8;         // requests in a row without an answer
+constexpr double SLOW_REPLY = 0.050;     // seconds, of every twentieth reply
+constexpr unsigned REPEATED_SHARE = 100; // one in so many
+constexpr unsigned FEW_REPEATS = 3;
+constexpr unsigned SYSTEM_ADDRESS = 0; // stands for commands to the whole system
 
-const std::map<unsigned, const char*> names = {
-    {systemAddress, "system"},
+const std::map<unsigned, const char*> NAMES = {
+    {SYSTEM_ADDRESS, "system"},
     {2, "CTRL"},
     {7, "Primary"},
     {8, "Motor"},
@@ -36,7 +36,7 @@ const std::map<unsigned, const char*> names = {
 
 // One visit of the panel to one module.
 struct Visit {
-    unsigned module = systemAddress;
+    unsigned module = SYSTEM_ADDRESS;
     unsigned exchanges = 0; // requests that were answered
     unsigned repeats = 0;
     unsigned silent = 0;
@@ -52,7 +52,8 @@ struct Visit {
 
 bool isAnswer(const Frame& frame) {
     const std::uint8_t id = frame.message.id;
-    return frame.kind != Frame::Kind::BadCrc && id != sim::id::moduleStatus && id != sim::id::moduleIdentity;
+    return frame.kind != Frame::Kind::BadCrc && id != sim::id::MODULE_STATUS &&
+           id != sim::id::MODULE_IDENTITY;
 }
 
 class Summary {
@@ -92,7 +93,7 @@ private:
         turnTo(request);
         Visit& visit = current();
         const bool isStatus = request.kind == RequestKind::Status;
-        visit.repeats += !isStatus && visit.module != systemAddress && piece.frame.raw == last_ ? 1 : 0;
+        visit.repeats += !isStatus && visit.module != SYSTEM_ADDRESS && piece.frame.raw == last_ ? 1 : 0;
         if (!isStatus)
             last_ = piece.frame.raw;
         if (request.kind == RequestKind::StartPage && !(address_ == request.address && !rowsSince_))
@@ -109,9 +110,9 @@ private:
             return;
         const bool isSystem =
             request.kind == RequestKind::UpdateMode || request.kind == RequestKind::SystemRestart;
-        const unsigned module = isSystem ? systemAddress : request.module;
-        const bool asksSystem = request.kind == RequestKind::Status && current().module == systemAddress;
-        if (module == current().module || (asksSystem && request.module == sim::controlModule))
+        const unsigned module = isSystem ? SYSTEM_ADDRESS : request.module;
+        const bool asksSystem = request.kind == RequestKind::Status && current().module == SYSTEM_ADDRESS;
+        if (module == current().module || (asksSystem && request.module == sim::CONTROL_MODULE))
             return;
         visits_.push_back({});
         visits_.back().module = module;
@@ -138,7 +139,7 @@ private:
         ++visit.exchanges;
         visit.silentInARow = 0;
         const sim::Message& message = piece.frame.message;
-        const bool isReply = message.id == sim::id::reply || message.id == sim::id::serialReply;
+        const bool isReply = message.id == sim::id::REPLY || message.id == sim::id::SERIAL_REPLY;
         if (isReply && !message.payload.empty() && message.payload[0] != 0)
             visit.refusal = static_cast<sim::Status>(message.payload[0]);
         visit.times.push_back(std::chrono::duration<double>(piece.when - *asked_).count());
@@ -165,21 +166,21 @@ double share(std::vector<double>& sorted, double part) {
 std::string verdict(const Visit& visit, double slowest) {
     if (visit.exchanges == 0)
         return "silent";
-    if (visit.silentInARow >= goneFor)
+    if (visit.silentInARow >= GONE_FOR)
         return visit.answeredRow
                    ? sim::format("silent behind row %u of page %u", *visit.answeredRow, visit.pages)
                    : sim::format("silent behind page %u", visit.pages);
-    const bool repeatsMuch = visit.repeats >= fewRepeats && visit.repeats * repeatedShare > visit.exchanges;
+    const bool repeatsMuch = visit.repeats >= FEW_REPEATS && visit.repeats * REPEATED_SHARE > visit.exchanges;
     if (visit.damaged != 0 || visit.noise != 0 || (repeatsMuch && !visit.refusal))
         return "noisy line";
     if (visit.refusal)
         return sim::format("answers %s", sim::nameOf(*visit.refusal));
-    return slowest > slowReply ? "slow module" : "clean";
+    return slowest > SLOW_REPLY ? "slow module" : "clean";
 }
 
 std::string nameOf(unsigned module) {
-    const auto found = names.find(module);
-    return found != names.end() ? found->second : sim::format("module %u", module);
+    const auto found = NAMES.find(module);
+    return found != NAMES.end() ? found->second : sim::format("module %u", module);
 }
 
 } // namespace

@@ -12,7 +12,7 @@ constexpr std::size_t SHORTEST_RECORD = 11;
 constexpr std::size_t MAX_DIGITS = 8;   // of 32 bits
 constexpr std::uint8_t NO_DIGIT = 0xFF; // also when combined with a digit by "or"
 
-constexpr auto digitValues = [] {
+constexpr auto DIGIT_VALUES = [] {
     std::array<std::uint8_t, 256> values{};
     values.fill(NO_DIGIT);
     for (std::uint8_t i = 0; i < 10; ++i) {
@@ -25,7 +25,7 @@ constexpr auto digitValues = [] {
 }();
 
 std::uint8_t digitValue(char c) {
-    return digitValues[static_cast<unsigned char>(c)];
+    return DIGIT_VALUES[static_cast<unsigned char>(c)];
 }
 
 std::uint32_t convertByStream(std::string_view text) {

@@ -10,7 +10,7 @@ int main(void);
 
 static char report[80];
 static int limits[] = {12, 340, 5600, 78000};
-static const char greeting[] = "module";
+static const char GREETING[] = "module";
 
 __attribute__((section(".tables"), used)) static const uint16_t curve[700] = {1, 4, 9, 16, [699] = 0xBEEF};
 __attribute__((section(".version"), used)) static const uint8_t version[] = {1, 3, 0, 0xA5};
@@ -37,5 +37,5 @@ static int compare(const void* one, const void* other) {
 
 int main(void) {
     qsort(limits, sizeof limits / sizeof *limits, sizeof *limits, compare);
-    return snprintf(report, sizeof report, "%s %d %f", greeting, limits[0], curve[3] / 3.0);
+    return snprintf(report, sizeof report, "%s %d %f", GREETING, limits[0], curve[3] / 3.0);
 }
