@@ -121,14 +121,14 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
-    a refusal by status only | , S | S: =4+lost | own missed | , S ? S ? S ? S ?
+    a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
     an unheard erase | , E | E: deaf ok | own ok | , E M E
     an erase's lost replies | , E | E: lost | own ok | , E M E ?
     a failed erase's lost replies | , E | E: =5+lost | own 5 | , E M E ?
-    an erase never heard | , E | E: deaf | own missed | , E M E M E M E ?
+    an erase never heard | , E | E: deaf | own 2? | , E M E M E M E ?
     the same behind one with a direct reply | , E E | E: ok deaf | own ok missed | , E E M E M E M E ?
-    a status that is always OK | , E | E: deaf; ?: =0 | own missed | , E M E M E M E M
-    a status that tells of a row | , E E | E: ok late60; ?: =0+row4 | own ok ok | , E E ? M ? M E ?
+    a status that is always OK | , E | E: deaf; ?: =0 | own ok? | , E M E M E M E M
+    a status that tells of a row | , E E | E: ok busy300; ?: =0+row4 | own ok ok | , E E M E ?
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
     a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
     a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 ? W
