@@ -94,7 +94,7 @@ private:
             return isTreeInstalled(source, bytes);
         bytes = fs::file_size(source);
         if (item == "kernel")
-            return contents(places_.panel / "card.img").compare(0, bytes, contents(source)) == 0;
+            return contents(places_.panel / "card.img").starts_with(contents(source));
         const fs::path program = root_ / "usr/bin/K+Updater";
         return isEqual(source, program) && isExecutable(program);
     }

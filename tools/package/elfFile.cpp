@@ -132,10 +132,9 @@ std::vector<ElfPiece> piecesOf(Elf* elf) {
         if (hasSections)
             break;
         requireSize(all += std::min<std::uint64_t>(each.p_filesz, 0x100000000));
-        pieces.push_back(
-            {each.p_paddr, bytesOf(elf_getdata_rawchunk(elf, static_cast<std::int64_t>(each.p_offset),
-                                                        each.p_filesz, ELF_T_BYTE),
-                                   each.p_filesz)});
+        const auto size = static_cast<std::size_t>(each.p_filesz);
+        const auto offset = static_cast<std::int64_t>(each.p_offset);
+        pieces.push_back({each.p_paddr, bytesOf(elf_getdata_rawchunk(elf, offset, size, ELF_T_BYTE), size)});
     }
     return pieces;
 }

@@ -33,12 +33,15 @@ FlashRegion mapRegion(const HexFile& file, const LAYOUT& layout, const LAYOUT::R
     const flashLayouts::BOUNDS bounds = boundsOf(layout, region);
     const std::uint32_t scale = bytesPerAddress(layout);
     const std::uint64_t size = fileBytesPerPage(layout, region.blockSize);
+    const auto pageOf = [&](std::uint64_t address) {
+        return static_cast<std::size_t>((address - bounds.start) / size);
+    };
     const auto gaps = imageCheck::findGaps(file.stretches(), layout, region);
     FlashRegion map{region.start, region.end, region.blockSize, scale, {}, gaps.size()};
     const auto first = std::ranges::lower_bound(bytes, bounds.start, {}, &Byte::address);
     const auto behind = std::ranges::lower_bound(bytes, bounds.end, {}, &Byte::address);
     for (auto at = first; at != behind; ++at) {
-        const std::uint64_t page = (at->address - bounds.start) / size;
+        const std::size_t page = pageOf(at->address);
         while (map.pages.size() <= page)
             map.pages.push_back({static_cast<std::uint32_t>(region.start + map.pages.size() * size / scale),
                                  layout.eraseEmptyPages ? FlashPage::Use::Erased : FlashPage::Use::Skipped,
@@ -48,7 +51,7 @@ FlashRegion mapRegion(const HexFile& file, const LAYOUT& layout, const LAYOUT::R
     }
     outside -= static_cast<std::size_t>(behind - first);
     for (const imageCheck::HOLE& gap : gaps)
-        map.pages[(gap.start - bounds.start) / size].use = FlashPage::Use::Gap;
+        map.pages[pageOf(gap.start)].use = FlashPage::Use::Gap;
     return map;
 }
 
