@@ -56,6 +56,16 @@ std::uint64_t busRecorder::now() const {
     return microseconds(CLOCK_MONOTONIC) - start;
 }
 
+/** False when another thread is at the slot, or was since: all others have been filled meanwhile. */
+bool busRecorder::claim(SLOT& each, std::uint32_t number) {
+    if (number == WRITTEN_NOW ||
+        !each.number.compare_exchange_strong(number, WRITTEN_NOW, std::memory_order_acquire)) {
+        return false;
+    }
+    std::atomic_thread_fence(std::memory_order_release);
+    return true;
+}
+
 /** Takes slots for `room` bytes and fills them with the first `size`; the first one's index. */
 std::uint32_t busRecorder::add(KIND kind, std::uint64_t time, const std::uint8_t* bytes, std::size_t size,
                                std::size_t room) {
@@ -70,8 +80,9 @@ std::uint32_t busRecorder::add(KIND kind, std::uint64_t time, const std::uint8_t
         for (std::size_t i = 0; i < here; ++i) {
             words[i / sizeof(std::uint32_t)] |= static_cast<std::uint32_t>(bytes[from + i]) << shiftOf(i);
         }
-        each.number.store(0, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_release);
+        if (!claim(each, each.number.load(std::memory_order_relaxed))) {
+            continue;
+        }
         each.timeLow.store(static_cast<std::uint32_t>(time), std::memory_order_relaxed);
         each.about.store(static_cast<std::uint32_t>(time >> 32U) << 16U |
                              static_cast<std::uint32_t>(n == 0 ? kind : MORE) << 8U |
@@ -90,12 +101,13 @@ void busRecorder::append(std::uint32_t first, std::size_t size, std::uint8_t byt
     const std::uint32_t index = first + static_cast<std::uint32_t>(size / SLOT_BYTES);
     const std::size_t at = size % SLOT_BYTES;
     SLOT& last = slot(index);
-    if (last.number.load(std::memory_order_relaxed) != index + 1) {
-        return; // others have filled the ring meanwhile
+    if (!claim(last, index + 1)) {
+        return;
     }
     last.words[at / sizeof(std::uint32_t)].fetch_or(static_cast<std::uint32_t>(byte) << shiftOf(at),
                                                     std::memory_order_relaxed);
-    last.about.fetch_add(1, std::memory_order_release);
+    last.about.fetch_add(1, std::memory_order_relaxed);
+    last.number.store(index + 1, std::memory_order_release);
 }
 
 void busRecorder::sent(const std::uint8_t* frame, std::size_t size) {

@@ -66,6 +66,7 @@ public:
 private:
     enum KIND : std::uint8_t { MORE, SENT, RECEIVED, MARK };
     static constexpr std::uint32_t SMALLEST_COUNT = 128; ///< of slots, far more than one entry has
+    static constexpr std::uint32_t WRITTEN_NOW = UINT32_MAX;
     static constexpr std::size_t WORDS = 5;
     static constexpr std::size_t SLOT_BYTES = WORDS * sizeof(std::uint32_t);
     static constexpr std::size_t LONGEST = 200; // bytes of an entry
@@ -73,7 +74,7 @@ private:
 
     /** An entry, or its next bytes. All is atomic, since it may be read while it is written anew. */
     struct SLOT {
-        std::atomic<std::uint32_t> number;  ///< 1 more than its index among all slots; 0 while it is written
+        std::atomic<std::uint32_t> number;  ///< 1 more than its index among all slots, or WRITTEN_NOW
         std::atomic<std::uint32_t> timeLow; ///< microseconds since the recorder began
         std::atomic<std::uint32_t> about;   ///< the time's next 16 bits, KIND, and bytes from here on
         std::array<std::atomic<std::uint32_t>, WORDS> words;
@@ -86,6 +87,7 @@ private:
     };
 
     std::uint64_t now() const;
+    static bool claim(SLOT& each, std::uint32_t number);
     SLOT& slot(std::uint32_t index) const { return ring[index & (count - 1)]; }
     std::uint32_t add(KIND kind, std::uint64_t time, const std::uint8_t* bytes, std::size_t size,
                       std::size_t room);

@@ -4,12 +4,12 @@
 #include "system/updateCore.h"
 
 #include <QApplication>
-#include <QElapsedTimer>
+#include <QThread>
 #include <filesystem>
 
 namespace {
 
-constexpr int DRAWING_MS = 300;
+constexpr int DRAWING_TURNS = 30; // of 10 ms, or as long as a slow machine takes for each
 
 class States {
 public:
@@ -32,9 +32,9 @@ private:
         }
     }
     void keep(const std::string& name) {
-        QElapsedTimer timer;
-        for (timer.start(); !timer.hasExpired(DRAWING_MS);) {
+        for (int turn = 0; turn < DRAWING_TURNS; ++turn) {
             QCoreApplication::processEvents();
+            QThread::msleep(10);
         }
         std::filesystem::copy_file("/dev/fb0", folder_ + "/" + name + ".raw");
     }
