@@ -47,6 +47,7 @@ void bootloaderEntry::ask(unsigned n) {
         return;
     }
     line.send(request);
+    direct = n == 0 && !line.isDisturbed();
     listen();
 }
 
@@ -57,6 +58,7 @@ void bootloaderEntry::ask(unsigned n) {
 void bootloaderEntry::listen() {
     const auto start = host.now();
     for (unsigned pass = 1; !hearWithin(timeoutOf(KIND::ENTER)); ++pass) {
+        direct = false;
         line.sendStatus(request.module, bootloadLine::ABOUT::REQUEST);
         const bool done = hearWithin(STATUS_WAIT + PAUSE);
         const bool mayWork = heard != HEARD::SILENCE && host.now() - start < ENTER_WORK;
@@ -121,7 +123,7 @@ bootloaderEntry::HEARD bootloaderEntry::classify(const REPLY& reply, WHOSE whose
     session.lastReply = reply;
     const bool isOk = reply.status == busProtocol::OK;
     if (whose == WHOSE::OWN) {
-        return isOk ? HEARD::PLAIN : HEARD::DOUBTED;
+        return isOk || direct ? HEARD::PLAIN : HEARD::DOUBTED;
     }
     return isOk ? HEARD::DOUBTED : HEARD::LIFE;
 }

@@ -62,5 +62,6 @@ private:
     bootloadLine::REQUEST request;
     bool mustName;
     bool lastTry = false;
+    bool direct = false;          ///< nothing else was sent, nor did anything disturb the line
     HEARD heard = HEARD::SILENCE; ///< only rises, through all tries
 };

@@ -69,6 +69,11 @@ bool openRequests::couldAnswer(const ENTRY& entry, const ANSWER& answer) const {
     return fits || (entry.type == TYPE::STATUS && couldRepeat(entry, answer));
 }
 
+/** Some modules that are at work say so by an error. */
+bool openRequests::mayBeAtWork(const ANSWER& answer) {
+    return !answer.identification && answer.reply.status != OK && answer.reply.status != IGNOREPG;
+}
+
 /** Whether a status request may be answered so although the request that it is about was not carried out. */
 bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
     return !entry.repeats || // by whatever name
@@ -191,7 +196,8 @@ openRequests::CLAIMS openRequests::claimsOn(const ANSWER& answer) {
             continue;
         }
         // The answer to a status request about the request at hand is as good, unless it may be older.
-        claims.doubted = claims.doubted || entry.number != number || couldRepeat(entry, answer);
+        claims.doubted = claims.doubted || entry.number != number || couldRepeat(entry, answer) ||
+                         (entry.type == TYPE::STATUS && mayBeAtWork(answer));
         const bool isMarks = isMarkReply(answer) && expectsMarkReply(entry);
         if (isMarks || (isFree(claims.other) && entry.type != TYPE::MARK)) {
             claims.other = &entry;

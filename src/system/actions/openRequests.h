@@ -87,6 +87,7 @@ private:
     bool isAtHand(const ENTRY& entry) const;
 
     bool couldAnswer(const ENTRY& entry, const ANSWER& answer) const;
+    static bool mayBeAtWork(const ANSWER& answer);
     static bool couldRepeat(const ENTRY& entry, const ANSWER& answer);
     bool expectsMarkReply(const ENTRY& entry) const;
     bool isSoonBehindMark(const ENTRY& entry) const;

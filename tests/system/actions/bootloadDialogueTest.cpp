@@ -124,11 +124,12 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
     an unheard erase | , E | E: deaf ok | own ok | , E M E
     an erase's lost replies | , E | E: lost | own ok | , E M E ?
-    a failed erase's lost replies | , E | E: =5+lost | own 5 | , E M E ?
+    a failed erase's lost replies | , E | E: =5+lost | own 5? | , E M E M E M E ?
     an erase never heard | , E | E: deaf | own 2? | , E M E M E M E ?
     the same behind one with a direct reply | , E E | E: ok deaf | own ok missed | , E E M E M E M E ?
     a status that is always OK | , E | E: deaf; ?: =0 | own ok? | , E M E M E M E M
     a status that tells of a row | , E E | E: ok busy300; ?: =0+row4 | own ok ok | , E E M E ?
+    at work, and says so by an error | , S R0 R1 W E | W: work800; E: work800; ?: =1 =1 =1 =1 =1 =1 =1 =1 =0 =1 | own ok ok ok ok ok | , S R0 R1 W ? E M E ?
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
     a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
     a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 ? W
@@ -166,7 +167,8 @@ TEST(bootloadDialogueTest, AModuleIsKnownByWhatItAnswersToEnter) {
     an old bootloader | , | ,: plain+by8+row7 | plain | ,
     an old bootloader, short | , | ,: plain+short | plain | ,
     an old bootloader, once lost | , | ,: plain+lost plain | plain | , ? ,
-    an error, then an old bootloader | , | ,: plain+=2 plain | plain | , ? ,
+    an old bootloader with an error | , | ,: plain+=2 | plain | ,
+    the same, late | , | ,: plain+=2+late300 plain | plain | , ? ,
     nothing but its status | , | ,: lost | none | , ? , ? , ? , ?
     the module before, late | ,8 , | ,: deaf deaf deaf id8+late1000 deaf ok; ?: deaf | none own | , ? , ? , ? , ? , ? ,
     a reply of the module before | ,8 ! , | ,: id8 plain+by8; !: deaf; ?: deaf | own no plain | , ! ? ! ? ! ? ! ? , ? , ? , ? ,
