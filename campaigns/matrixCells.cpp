@@ -77,24 +77,15 @@ const Dimension DIMENSIONS[] = {
     {"idle-ms", {"300", "450", "1000"}, always},
 };
 
-std::vector<const Shape*> shapesFor(const Kind& kind) {
-    std::vector<const Shape*> shapes;
-    for (const Shape& shape : SHAPES) {
-        if (shape.suits(kind)) {
-            shapes.push_back(&shape);
+template <class Row, std::size_t COUNT>
+std::vector<const Row*> rowsFor(const Kind& kind, const Row (&table)[COUNT]) {
+    std::vector<const Row*> rows;
+    for (const Row& row : table) {
+        if (row.suits(kind)) {
+            rows.push_back(&row);
         }
     }
-    return shapes;
-}
-
-std::vector<const Dimension*> dimensionsFor(const Kind& kind) {
-    std::vector<const Dimension*> concerned;
-    for (const Dimension& dimension : DIMENSIONS) {
-        if (dimension.concerns(kind)) {
-            concerned.push_back(&dimension);
-        }
-    }
-    return concerned;
+    return rows;
 }
 
 template <class List>
@@ -140,7 +131,7 @@ Memory imageOf(const Kind& kind, const Shape& shape, std::mt19937_64& random) {
 MatrixCells::MatrixCells(std::uint64_t seedOfDrawn, unsigned traitsOfDrawn)
     : seed_(seedOfDrawn), together_(traitsOfDrawn) {
     const auto add = [this](const Kind& kind, std::vector<Cell::Trait> traits) {
-        for (const Shape* shape : shapesFor(kind)) {
+        for (const Shape* shape : rowsFor(kind, SHAPES)) {
             single_.push_back({single_.size(), &kind, shape, traits});
         }
     };
@@ -148,7 +139,7 @@ MatrixCells::MatrixCells(std::uint64_t seedOfDrawn, unsigned traitsOfDrawn)
         add(kind, {});
     }
     for (const Kind& kind : kinds()) {
-        for (const Dimension* dimension : dimensionsFor(kind)) {
+        for (const Dimension* dimension : rowsFor(kind, DIMENSIONS)) {
             for (const char* value : dimension->values) {
                 add(kind, {{dimension, value}});
             }
@@ -163,8 +154,8 @@ Cell MatrixCells::at(std::size_t number) const {
 Cell MatrixCells::drawn(std::size_t number) const {
     std::mt19937_64 random(seed_ * 1'000'000'007 + number);
     const Kind& kind = pick(kinds(), random);
-    Cell cell{number, &kind, pick(shapesFor(kind), random), {}};
-    std::vector<const Dimension*> left = dimensionsFor(kind);
+    Cell cell{number, &kind, pick(rowsFor(kind, SHAPES), random), {}};
+    std::vector<const Dimension*> left = rowsFor(kind, DIMENSIONS);
     while (cell.traits.size() < together_ && !left.empty()) {
         const auto at = left.begin() + static_cast<std::ptrdiff_t>(random() % left.size());
         cell.traits.push_back({*at, pick((*at)->values, random)});

@@ -23,9 +23,9 @@ struct Shape {
  * One thing in which modules behave differently, and the ways in which they do; the usual one is left out.
  */
 struct Dimension {
-    const char* name;                   ///< key in an inventory of the simulator
-    std::vector<const char*> values;    ///< an empty one is for a mere key
-    bool (*concerns)(const Kind& kind); ///< it makes a difference with modules of this kind
+    const char* name;                ///< key in an inventory of the simulator
+    std::vector<const char*> values; ///< an empty one is for a mere key
+    bool (*suits)(const Kind& kind); ///< it makes a difference with modules of this kind
 };
 
 struct Cell {

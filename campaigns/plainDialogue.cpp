@@ -199,8 +199,7 @@ private:
         return true;
     }
 
-    /** Erases the run of pages without data that starts here, in one request, and goes to the page behind it.
-     */
+    /** Erases the run of pages without data that starts here in one request, and goes to the page behind. */
     bool eraseEmptyPages() {
         const std::uint32_t address = page_->startAddress;
         std::uint32_t count = 0;

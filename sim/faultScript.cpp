@@ -1,7 +1,6 @@
 // Reading faults from text.
 #include "faults.h"
 
-#include <algorithm>
 #include <charconv>
 #include <sstream>
 #include <stdexcept>
@@ -43,11 +42,7 @@ constexpr KindName KIND_NAMES[] = {
 };
 
 const KindName& kindNamed(const std::string& name) {
-    const auto entry = std::find_if(std::begin(KIND_NAMES), std::end(KIND_NAMES),
-                                    [&name](const KindName& candidate) { return candidate.name == name; });
-    if (entry == std::end(KIND_NAMES))
-        throw std::invalid_argument("unknown fault '" + name + "'");
-    return *entry;
+    return named(KIND_NAMES, name, "fault");
 }
 
 double toShare(const std::string& text) {

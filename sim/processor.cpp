@@ -1,7 +1,8 @@
 #include "processor.h"
 
+#include "text.h"
+
 #include <algorithm>
-#include <stdexcept>
 
 namespace sim {
 
@@ -38,11 +39,7 @@ bool Processor::isPageStart(std::uint32_t address) const {
 }
 
 const Processor& processorNamed(const std::string& name) {
-    const auto found = std::find_if(std::begin(PROCESSORS), std::end(PROCESSORS),
-                                    [&name](const Processor& processor) { return processor.name == name; });
-    if (found == std::end(PROCESSORS))
-        throw std::invalid_argument("unknown processor '" + name + "'");
-    return *found;
+    return named(PROCESSORS, name, "processor");
 }
 
 } // namespace sim

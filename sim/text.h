@@ -4,8 +4,10 @@
 #include "protocol.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,5 +36,15 @@ std::string readText(const std::string& file);
 std::vector<std::string> words(std::string_view line);
 // "key=value"; a word without = is a key with an empty value.
 std::pair<std::string, std::string> keyValue(const std::string& word);
+
+// The row of that name. Throws std::invalid_argument, which tells what it was to be the name of, when there
+// is none.
+template <class Row, std::size_t COUNT>
+const Row& named(const Row (&table)[COUNT], const std::string& name, const char* what) {
+    for (const Row& row : table)
+        if (row.name == name)
+            return row;
+    throw std::invalid_argument(std::string("unknown ") + what + " '" + name + "'");
+}
 
 } // namespace sim

@@ -1,7 +1,7 @@
 #include "crashReport.h"
 #include "gui/UpdaterWindow.h"
 #include "instanceLock.h"
-#include "panelHalt.h"
+#include "panelEnd.h"
 #include "processSettings.h"
 #include "startProof.h"
 #include "stopSignals.h"
@@ -125,10 +125,10 @@ int main(int argc, char** argv) {
     if (onSignals.wasAsked() && startProof::hasStarter()) {
         core->sendHaltMsg(); // who ends the service goes on from here, and may start it again
     } else if (core->reboot) {
-        panelHalt::restart(*core, lock);
+        panelEnd::restart(*core, lock);
     } else {
         startProof::usedToTheEnd();
-        panelHalt::halt(*core);
+        panelEnd::halt(*core);
     }
     core.reset();
     return exitCode;

@@ -1,6 +1,7 @@
 #include "description.h"
 
 #include "sim/text.h"
+#include "src/system/modules.h"
 
 #include <algorithm>
 #include <fstream>
@@ -9,17 +10,6 @@
 namespace panel {
 
 namespace {
-
-constexpr struct {
-    const char* name;
-    const char* shown;
-    const char* item;
-} KNOWN[] = {
-    {"mf1", "MultiFunction #1", "mf"}, {"mf2", "MultiFunction #2", "mf"}, {"mf3", "MultiFunction #3", "mf"},
-    {"arts", "ARTS Sensor", "arts"},   {"s1", "Secondary #1", "slave"},   {"s2", "Secondary #2", "slave"},
-    {"s3", "Secondary #3", "slave"},   {"s4", "Secondary #4", "slave"},   {"motor", "Motor", "motor"},
-    {"master", "Primary", "master"},   {"ctrl", "CTRL", "ctrl"},
-};
 
 std::pair<std::uint32_t, std::uint32_t> toPiece(const std::string& text) {
     const auto plus = text.find('+');
@@ -55,9 +45,8 @@ void judge(ModuleUpdate& module) {
 ModuleUpdate toModule(const std::vector<std::string>& words) {
     ModuleUpdate module;
     module.name = words.at(1);
-    const auto known = std::find_if(std::begin(KNOWN), std::end(KNOWN),
-                                    [&](const auto& each) { return each.name == module.name; });
-    if (known == std::end(KNOWN))
+    const modules::ROW* known = modules::find(module.name);
+    if (known == nullptr)
         throw std::invalid_argument("no module " + module.name);
     module.shown = known->shown;
     module.item = known->item;

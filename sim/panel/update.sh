@@ -17,14 +17,27 @@ make_package() {
     package_build "$made/content" "$made"
 }
 
+# What the description says of the updater: the version that the panel has, or the one that the package brings.
+updater_version() { # installed|packed
+    local what item installed packed
+    while read -r what item installed packed _; do
+        [[ "$what $item" != "item updater" ]] || echo "${!1}"
+    done <"$description"
+}
+
 # The same build, which calls itself a later one; one that is started by a script differs by a remark,
 # which has the text by which an updater is known to look at signatures.
 make_updater() { # FILE
+    local installed packed
+    installed=$(updater_version installed) packed=$(updater_version packed)
     if [[ $(head -c 2 "$programs/K+Updater") == '#!' ]]; then
-        { cat "$programs/K+Updater" && echo "# release 3.10.1 (Package not trusted: no signature)"; } >"$1"
+        { cat "$programs/K+Updater" && echo "# release $packed (Package not trusted: no signature)"; } >"$1"
     else
         objcopy --strip-all "$programs/K+Updater" "$1"
-        LC_ALL=C sed -i 's/3\.10\.0/3.10.1/' "$1"
+        if ((${#installed} != ${#packed})) || ! LC_ALL=C grep -qF "$installed" "$1"; then
+            fail "the updater is no $installed that can be made a $packed: see the versions in $description"
+        fi
+        LC_ALL=C sed -i "s/${installed//./\\.}/$packed/" "$1"
     fi
     chmod 755 "$1"
 }

@@ -13,13 +13,17 @@ namespace {
 
 constexpr unsigned FIRST_STATUS = 2; // payload byte with the first two modules
 
-PROCBUS_MSG command(std::uint8_t module, COMMAND code) {
+PROCBUS_MSG twoBytes(ID id, std::uint8_t module, std::uint8_t what) {
     PROCBUS_MSG msg;
-    msg.id = BOOTLOADER_COMMAND;
+    msg.id = id;
     msg.length = 2;
     msg.data[0] = module;
-    msg.data[1] = code;
+    msg.data[1] = what;
     return msg;
+}
+
+PROCBUS_MSG command(std::uint8_t module, COMMAND code) {
+    return twoBytes(BOOTLOADER_COMMAND, module, code);
 }
 
 PROCBUS_MSG addressedCommand(std::uint8_t module, COMMAND code, std::uint32_t address, bool wide) {
@@ -75,12 +79,7 @@ std::string serialText(const PROCBUS_MSG& msg) {
 } // namespace
 
 PROCBUS_MSG systemCommand(std::uint8_t module, std::uint8_t arg) {
-    PROCBUS_MSG msg;
-    msg.id = SYSTEM_COMMAND;
-    msg.length = 2;
-    msg.data[0] = module;
-    msg.data[1] = arg;
-    return msg;
+    return twoBytes(SYSTEM_COMMAND, module, arg);
 }
 
 PROCBUS_MSG resetG1() {

@@ -71,8 +71,7 @@ private:
     int fd;
 };
 
-/** The name of a copy, or the next one when that is taken: a panel without a clock starts at one time always.
- */
+/** The name of a copy, or the next when that is taken: a panel without a clock starts at one time always. */
 std::string numbered(const std::string& name, int number) {
     return number == 0 ? name : name + "-" + std::to_string(number + 1);
 }
@@ -199,8 +198,7 @@ bool isSecret(std::string name) {
     return (names("key") && !names("trusted_keys")) || names("secret") || names("pass");
 }
 
-/** The settings, without what might be a secret: none is asked for today. A value may go on in a next line.
- */
+/** The settings without what might be a secret: none is asked for today. A value may go on in a next line. */
 std::string withoutSecrets(const std::string& configuration) {
     std::istringstream lines(configuration);
     std::string kept;

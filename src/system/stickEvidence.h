@@ -22,8 +22,7 @@ public:
     /** Blocks until it is done, for 5 s and what ending it takes; less when the core is canceled. Loader
      * thread. */
     void copy() const;
-    /** Keeps the modules' versions as a run has found them, for a copy behind the next start. Update thread.
-     */
+    /** Keeps the modules' versions as a run found them, for a copy behind the next start. Update thread. */
     void noteModules() const;
 
 private:

@@ -18,8 +18,7 @@ constexpr int NO_PACKAGE = 2;
 /** Copies the package and what lies beside it onto the panel's card, unproven: 0, or NO_PACKAGE. */
 int copyPackage();
 
-/** True when a stick is mounted there: `stick`, a descriptor of PLACE, is no folder of the panel's own card.
- */
+/** True when a stick is mounted: `stick`, a descriptor of PLACE, is no folder of the panel's own card. */
 bool isMounted(int stick);
 
 /** From then on it may be pulled. Not 0 when there was none. */

@@ -179,7 +179,7 @@ TEST_F(UpdaterWindowTest, ACancelledRunGivesOneVerdictAndNoErrors) {
     EXPECT_EQ(log(), "Starting Update...\nSwitching System to Bootload Mode...\nCanceled\nUpdate Failed!");
     EXPECT_FALSE(holds(logged(), "Could not switch system to update mode"));
 
-    QObject::disconnect(window.get(), SIGNAL(sendCancelUpdate()), nullptr, nullptr);
+    QObject::disconnect(window.get(), &UpdaterWindow::sendCancelUpdate, nullptr, nullptr);
     QObject::connect(window.get(), &UpdaterWindow::sendCancelUpdate, core.get(), [this] {
         while (core->isRunning()) { // it fails by itself before the core comes to wait for its end
             QThread::msleep(1);

@@ -27,7 +27,8 @@ class Reader {
 public:
     Reader(const std::string& name, Findings& findings) : name_(name), findings_(findings) {}
 
-    bool parse(const std::string& text, JsonValue& root) {
+    // False when `text` is no object; one that is empty is reported only.
+    bool parse(const std::string& text, JsonValue& root, const std::string& what) {
         const JsonError error = parseJson(text, root);
         if (!error.text.empty()) {
             findings_.add(kinds::JSON_SYNTAX, {name_, error.position.line, error.position.column},
@@ -36,6 +37,8 @@ public:
         }
         if (!root.isObject())
             report(kinds::ITEM_FORM, root, "the text is no object of items");
+        else if (root.members.empty())
+            report(kinds::MANIFEST_BLANK, root, what + " names no item");
         return root.isObject();
     }
     std::size_t reported() const { return findings_.all().size(); }
@@ -228,10 +231,8 @@ Items readManifest(const std::string& text, const std::string& name, Findings& f
         findings.add(kinds::MANIFEST_BLANK, {name}, "the manifest holds nothing");
         return items;
     }
-    if (!reader.parse(text, root))
+    if (!reader.parse(text, root, "the manifest"))
         return items;
-    if (root.members.empty())
-        reader.report(kinds::MANIFEST_BLANK, root, "the manifest names no item");
     for (const auto& [key, body] : root.members) {
         if (key.text == packageRules::FILE_DIGESTS)
             continue;
@@ -251,10 +252,8 @@ Items readDescription(const std::string& text, const std::string& name, Findings
     Items items;
     Reader reader(name, findings);
     JsonValue root;
-    if (!reader.parse(text, root))
+    if (!reader.parse(text, root, "the description"))
         return items;
-    if (root.members.empty())
-        reader.report(kinds::MANIFEST_BLANK, root, "the description names no item");
     for (const auto& [key, list] : root.members) {
         if (isRemark(key))
             continue;

@@ -2,9 +2,9 @@
 
 #include "sim/messages.h"
 #include "sim/request.h"
+#include "src/system/modules.h"
 
 #include <algorithm>
-#include <map>
 
 namespace trace {
 
@@ -18,21 +18,6 @@ constexpr double SLOW_REPLY = 0.050;     // seconds, of every twentieth reply
 constexpr unsigned REPEATED_SHARE = 100; // one in so many
 constexpr unsigned FEW_REPEATS = 3;
 constexpr unsigned SYSTEM_ADDRESS = 0; // stands for commands to the whole system
-
-const std::map<unsigned, const char*> NAMES = {
-    {SYSTEM_ADDRESS, "system"},
-    {2, "CTRL"},
-    {7, "Primary"},
-    {8, "Motor"},
-    {9, "Secondary #1"},
-    {10, "Secondary #2"},
-    {11, "Secondary #3"},
-    {12, "Secondary #4"},
-    {13, "MultiFunction #1"},
-    {14, "MultiFunction #2"},
-    {15, "MultiFunction #3"},
-    {16, "ARTS Sensor"},
-};
 
 // One visit of the panel to one module.
 struct Visit {
@@ -179,8 +164,10 @@ std::string verdict(const Visit& visit, double slowest) {
 }
 
 std::string nameOf(unsigned module) {
-    const auto found = NAMES.find(module);
-    return found != NAMES.end() ? found->second : sim::format("module %u", module);
+    if (module == SYSTEM_ADDRESS)
+        return "system";
+    const auto row = std::ranges::find(modules::VISITED, module, &modules::ROW::address);
+    return row != modules::VISITED.end() ? row->shown : sim::format("module %u", module);
 }
 
 } // namespace

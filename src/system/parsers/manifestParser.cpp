@@ -2,7 +2,7 @@
 
 #include "../coreState.h"
 
-bool manifestParser::value() {
+bool manifestParser::Default() {
     cur.hasKey = false;
     return true;
 }
@@ -19,5 +19,5 @@ bool manifestParser::String(const char* text, unsigned length, bool) {
             entry.item->swVersion = std::string(text, length);
         }
     }
-    return value();
+    return Default();
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <rapidjson/reader.h>
 #include <string>
 
@@ -14,13 +13,7 @@ class manifestParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ma
 public:
     explicit manifestParser(coreState* core) : sys(core) {}
 
-    bool Null() { return value(); }
-    bool Bool(bool) { return value(); }
-    bool Int(int) { return value(); }
-    bool Uint(unsigned) { return value(); }
-    bool Int64(std::int64_t) { return value(); }
-    bool Uint64(std::uint64_t) { return value(); }
-    bool Double(double) { return value(); }
+    bool Default(); ///< whatever is no text
     bool String(const char* text, unsigned length, bool copy);
     bool Key(const char* text, unsigned length, bool copy);
     bool StartObject() { return true; }
@@ -29,8 +22,6 @@ public:
     bool EndArray(unsigned) { return true; }
 
 private:
-    bool value();
-
     struct {
         std::string key;
         bool hasKey = false;

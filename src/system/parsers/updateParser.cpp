@@ -2,7 +2,7 @@
 
 #include "../packageRules.h"
 
-bool updateParser::value() {
+bool updateParser::Default() {
     cur.hasKey = false;
     return true;
 }
@@ -59,7 +59,7 @@ bool updateParser::String(const char* text, unsigned length, bool) {
     } else if (cur.key == "v") {
         setVersion(lists, given);
     }
-    return value();
+    return Default();
 }
 
 /** The version of the file at the same position; one without a file is ignored. */

@@ -16,13 +16,7 @@ class updateParser : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, upda
 public:
     explicit updateParser(coreState* core) : sys(core) {}
 
-    bool Null() { return value(); }
-    bool Bool(bool) { return value(); }
-    bool Int(int) { return value(); }
-    bool Uint(unsigned) { return value(); }
-    bool Int64(std::int64_t) { return value(); }
-    bool Uint64(std::uint64_t) { return value(); }
-    bool Double(double) { return value(); }
+    bool Default(); ///< whatever is no text
     bool String(const char* text, unsigned length, bool copy);
     bool Key(const char* text, unsigned length, bool copy);
     bool StartObject();
@@ -33,7 +27,6 @@ public:
 private:
     using LISTS = std::vector<coreState::BASE_ITEM*>; ///< filled alike
 
-    bool value();
     LISTS listsOfItem() const;
     void setVersion(const LISTS& lists, const std::string& version);
 

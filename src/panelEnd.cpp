@@ -1,4 +1,4 @@
-#include "panelHalt.h"
+#include "panelEnd.h"
 
 #include "instanceLock.h"
 #include "lib/childProcess.h"
@@ -12,7 +12,7 @@
  * `mount` takes its "ro" for the device, which a remount does not look at: the file systems stay writable,
  * and what was written reaches them by the halt.
  */
-void panelHalt::halt(updateCore& core) {
+void panelEnd::halt(updateCore& core) {
     core.sendHaltMsg();
     core.dropUnpackedManifest();
     core.runsWell("mount -o remount ro /"); // the log is saved with the core, behind this
@@ -21,7 +21,7 @@ void panelHalt::halt(updateCore& core) {
     childProcess::shell("halt&");                            // its status is nobody's: it goes on by itself
 }
 
-void panelHalt::restart(const updateCore& core, const instanceLock& lock) {
+void panelEnd::restart(const updateCore& core, const instanceLock& lock) {
     std::string command = "K+Updater auto ";
     if (core.forceUpdate) {
         command += "force ";
