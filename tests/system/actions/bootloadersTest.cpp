@@ -28,6 +28,7 @@ constexpr std::uint8_t STM32F4 = 6;
 constexpr std::uint8_t SERIAL_PIC24 = 0x81;
 constexpr std::uint8_t RECORDS = 0x82;
 constexpr std::uint8_t PAGES = 0x85;
+constexpr std::uint8_t SERIAL_STM32F4 = 0x86;
 
 bool isSerial(std::uint8_t kind) {
     return kind >= ON_SERIAL_BOOTLOADER;
@@ -229,6 +230,8 @@ TEST_F(bootloadersTest, EachProcessorsPagesAreSentAndErased) {
          "09 01 FC 00 04 00; 147 rows, 1024 bytes; "}, // up to the last address
         {PAGES, hexImage({{0x1D000000, 8}, {0x1D07F000, 3}}),
          "02 01 00 00 00 08 00 1D; 00 00 01 02 03 04 05 06; 01 07; 02 01 F0 00 00 03 07 1D; 00 00 01 02; "},
+        {SERIAL_STM32F4, hexImage({{0x08000000, 5}}),
+         "02 06 00 00 00 00 00 00; 02 01 00 00 00 05 00 08; 00 00 01 02 03 04; "},
         {RECORDS, hexUpper(0x1D000000) + ":0400100001020304E2\r\n:00000001FF\n",
          "02 06 00 00 00 00 00 00; 00 02 00 00 04 1D 00 DD; 00 04 00 10 00 01 02 03; 01 04 E2; "
          "00 00 00 00 01 FF; "},
@@ -263,6 +266,14 @@ TEST_F(bootloadersTest, AnImageThatCantArriveWholeIsRefusedWhereStrict) {
          "bytes, line 4"},
         {STM32F3, good + ":0400040001020304F2\n",
          "CAN: Image: damaged record: page 0x8000000, 0x8000004 to 0x8000007, 4 bytes, line 4"},
+        {STM32F3, good + ":020000021000EC\n",
+         "CAN: Image: segment address, which is not applied: page 0x8000000, 0x8000000 to 0x8000001, 2 "
+         "bytes, line 4"},
+        {STM32F3, hexImage({{0x08000010, 4}, {0x08000000, 4}}),
+         "CAN: Image: data out of order or twice, which goes to the page's end: page 0x8000000, 0x8000000 to "
+         "0x8000003, 4 bytes, line 4"},
+        {PIC24, hexImage({{2, 8}}),
+         "CAN: Image: record begins inside an instruction: page 0x0, 0x1 to 0x4, 8 bytes, line 2"},
         {STM32F4, hexImage({{0x09000000, 4}}),
          "CAN: Image: no data for the flash: page 0x8000000, 0x8000000 to 0x803dfff, 0 bytes, line 0"},
         {RECORDS, "\n:0500000001020304F1\n",
@@ -404,13 +415,20 @@ TEST_F(bootloadersTest, ItsRequestsAreTheModules) {
     EXPECT_EQ(onCan.eraseBlock(0x1400, 2), OK);
     EXPECT_EQ(onCan.eraseAll(), OK);
     EXPECT_TRUE(serialBootload(core.get()).sendResetG1()); // for no item
+    EXPECT_TRUE(onSerial.sendReqStat());
+    EXPECT_EQ(onSerial.mem_sendSOH(page), OK);
+    EXPECT_EQ(onSerial.mem_sendData(1, page), OK);
+    EXPECT_TRUE(onSerial.mem_sendPageWrite());
+    EXPECT_EQ(onSerial.mem_eraseBlock(0x1400, 2, 7), OK);
     const std::vector<Frame> sent = bus.sent();
     std::ostringstream text;
     std::for_each(sent.begin() + static_cast<std::ptrdiff_t>(before), sent.end(),
                   [&text](const Frame& frame) { text << frame << "; "; });
     EXPECT_EQ(text.str(),
               "message 1: 09 03; message 1: 09 01 14 00 00 08; message 2: 01 08; message 1: 09 04; "
-              "message 1: 09 05 14 00 02 00; message 1: 09 06 00 00 00 00 00 00; message 1: 02; ");
+              "message 1: 09 05 14 00 02 00; message 1: 09 06 00 00 00 00 00 00; message 1: 02; "
+              "message 1: 02 03; message 1: 02 01 14 00 00 08 00 00; message 2: 01 08; message 1: 02 04; "
+              "message 1: 07 05 14 00 02 00 00 00; ");
 }
 
 TEST_F(bootloadersTest, ACancelledOneEndsAtOnceAndAnotherWorks) {

@@ -27,8 +27,8 @@ protected:
         unpacked("K+Updater", content, mode);
         return installUnpacked();
     }
-    bool installUnpacked() {
-        core->core.updater.update.items = {{"K+Updater", "2.0"}};
+    bool installUnpacked(const char* item = "K+Updater") {
+        core->core.updater.update.items = {{item, "2.0"}};
         updaterUpdate files(core.get());
         files.setInstallPath("/usr/bin/");
         files.setBase(&core->core.updater);
@@ -57,6 +57,10 @@ TEST_F(updaterUpdateTest, TriesTheNewOneBeforeTheOldOneIsRemoved) {
             << logged().back();
         EXPECT_TRUE(hasOldOne() && !startRecord::load().coming.isKnown()) << row.why;
     }
+    shell("mkdir /keldra/tmp/keldra_update/all");
+    unpacked("all/K+Updater", "text", 0755);
+    EXPECT_FALSE(installUnpacked("all"));
+    EXPECT_TRUE(hasOldOne() && holds({logged().back()}, "it is no program"));
     for (const char* spoil : {"mkfifo", "ln -s /bin/true", "true"}) {
         const std::string program = "/keldra/tmp/keldra_update/K+Updater";
         shell("rm -f " + program + "; " + spoil + " " + program);
