@@ -436,8 +436,11 @@ TEST_F(bootloadersTest, ACancelledOneEndsAtOnceAndAnotherWorks) {
     for (const int where : {ENTER, ROW}) {
         ASSERT_EQ(enter(PIC24), action::GOUPDATE);
         bus.autoAnswer([&](const Frame& request) {
-            core->cancel = core->cancel || kindOf(request) == where;
-            return kindOf(request) == where ? Replies() : Replies{reply(0, 0, CAN_MODULE)};
+            if (kindOf(request) != where) {
+                return Replies{reply(0, 0, CAN_MODULE)};
+            }
+            core->cancel = true;
+            return Replies();
         });
         EXPECT_TRUE(where == ENTER ? onCan.needsUpdate(true) == action::UPERROR : !onCan.run());
         core->cancel = false;
