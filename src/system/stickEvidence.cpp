@@ -30,11 +30,10 @@ namespace {
 const char* const FOLDER = "keldra_logs";
 const char* const ENDING = ".new";
 constexpr int TIME_LIMIT_MS = 5000;
-constexpr std::chrono::milliseconds FILLING_LIMIT{
-    3000}; ///< what is not whole on a slow stick by then, is left out
+constexpr std::chrono::milliseconds FILLING_LIMIT{3000}; // what is not whole by then, is left out
 constexpr std::size_t FLUSHED_AT_ONCE = 512 * 1024;
 constexpr off_t LATEST_LIMIT = 1'000'000;
-constexpr int NOTE_LIMIT_MS = 1000; ///< the card may have stalled
+constexpr int NOTE_LIMIT_MS = 1000; // the card may have stalled
 constexpr std::size_t SIZE_LIMIT = 20'000'000;
 constexpr std::size_t LONGEST_NAME = 32;
 constexpr int READ_ALL_MESSAGES = 3; // of klogctl()

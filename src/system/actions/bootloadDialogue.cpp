@@ -125,19 +125,21 @@ bootloadDialogue::RESULT bootloadDialogue::resultOf(const REQUEST& request, unsi
 /**
  * What may be another's answer is taken when the requests behind it will show, and in the end, unless the
  * module is known to answer by itself; a mere name refuses nobody then. No mark can tell with a module that
- * keeps them: there the last begin of a page or record counts like a last try.
+ * keeps them: when it begins a page or record for the last time, its doubtful answers are taken in the end as
+ * well. A page's write is not sent again for that, since some modules answer a second one with an error; a
+ * record's they answer as before.
  */
 bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const {
     if (!heard.maybe || (request.mustBeOk && !heard.mayBeWell())) {
         return false;
     }
-    const bool isLastBegin =
-        session.keepsMarks && request.attempt + 1 >= TRIES &&
-        (n + 1 >= TRIES || (request.kind == KIND::WRITE && session.said.type != busProtocol::PIC32_REC));
-    const bool mayBeIts = !session.answersDirectly[indexOf(request.kind)];
-    const bool isLastTry = n + 1 >= TRIES && (mayBeIts || heard.renamed);
+    const bool isLast = n + 1 >= TRIES;
+    const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
+    const bool isWrittenOnce = request.kind == KIND::WRITE && session.said.type != busProtocol::PIC32_REC;
+    const bool mayBeIts = !session.answersDirectly[indexOf(request.kind)] || heard.renamed || isLastBegin;
     const bool isProvedLater = request.proof == PROOF::LATER && heard.mayBeWell();
-    return isLastBegin || isLastTry || (isProvedLater && (!heard.overdue || n + 1 >= TRIES));
+    return (isLast && mayBeIts) || (isLastBegin && isWrittenOnce) ||
+           (isProvedLater && (!heard.overdue || isLast));
 }
 
 /** What a status request would repeat now, how long this kind takes, and by which name the module goes. */

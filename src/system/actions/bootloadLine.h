@@ -65,8 +65,7 @@ public:
     /** What comes behind a mark shows whether the module takes such a row. */
     void noteMarkReply(const ANSWER& answer);
 
-    /** The answer to a status request looks the same before and behind the request, and nothing else tells.
-     */
+    /** A status request is answered alike before and behind the request, and nothing else tells. */
     bool provesNothing(const REQUEST& request) const;
     /**
      * Lets pass what could be taken for the answer to the request, which is sent `again` or for the first
