@@ -1,6 +1,6 @@
 #include "completion.h"
 
-#include "finding.h"
+#include "findingKinds.h"
 #include "processors.h"
 
 #include <algorithm>
@@ -33,7 +33,7 @@ std::string valuesOf(const CLI::Option& option) {
     else if (option.check_lname("processor"))
         values = option.get_description().starts_with("KIND of ") ? joined(processorNames()) : "";
     else if (option.check_lname("allow"))
-        values = joined(kindNames());
+        values = joined(kinds::names());
     else if (option.check_lname("baud"))
         values = "19200 38400 57600 115200";
     std::replace(values.begin(), values.end(), ',', ' ');

@@ -1,6 +1,7 @@
 #include "elfFile.h"
 
-#include "image.h"
+#include "failure.h"
+#include "files.h"
 #include "platform.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
 namespace package {
 
@@ -9,6 +10,16 @@ namespace package {
 class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+};
+
+// A file that says something wrong, and where (0: the file as a whole).
+class BadFile : public Failure {
+public:
+    BadFile(const std::string& text, unsigned line = 0) : Failure(text), line_(line) {}
+    unsigned line() const { return line_; }
+
+private:
+    unsigned line_;
 };
 
 } // namespace package

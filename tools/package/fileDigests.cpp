@@ -3,7 +3,7 @@
 #include "files.h"
 #include "findingKinds.h"
 #include "json.h"
-#include "package.h"
+#include "packageNames.h"
 
 namespace package {
 

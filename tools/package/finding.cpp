@@ -1,27 +1,10 @@
 #include "finding.h"
 
-#include "commandLine/suggest.h"
-#include "findingKinds.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <utility>
 
 namespace package {
-
-std::vector<std::string> kindNames() {
-    std::vector<std::string> names;
-    for (const Kind* each : kinds::ALL)
-        names.push_back(each->id);
-    return names;
-}
-
-std::string objectionToAllowing(const std::string& name) {
-    const auto kind = std::ranges::find(kinds::ALL, name, &Kind::id);
-    if (kind == std::end(kinds::ALL))
-        return "there is no finding \"" + name + "\"" + commandLine::suggest(name, kindNames());
-    return (*kind)->allowable ? "" : "\"" + name + "\" can't be allowed: something would be missing";
-}
 
 void Findings::add(const Kind& kind, Place place, std::string text) {
     if (!base_.empty())

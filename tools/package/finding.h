@@ -25,10 +25,6 @@ struct Kind {
     bool allowable = true; // false: something was not read, and would be missing in what is built
 };
 
-std::vector<std::string> kindNames();
-// What is wrong with the name of a kind to be allowed; empty when nothing is.
-std::string objectionToAllowing(const std::string& name);
-
 struct Finding {
     const Kind* kind;
     Place place;

@@ -4,6 +4,9 @@
 
 #include "finding.h"
 
+#include <string>
+#include <vector>
+
 namespace package::kinds {
 
 using enum Severity;
@@ -283,5 +286,9 @@ inline constexpr const Kind* ALL[] = {&DIGEST_MISSING,  &DIGEST_FORM,       &DIG
                                       &HEX_REFUSED,     &SIGNATURE_REFUSED, &UPDATER_TRUSTING,
                                       &FILE_CHANGED,    &TEXT_TOO_LONG,     &PROGRAM_DAMAGED,
                                       &HEX_CROPPED};
+
+std::vector<std::string> names();
+// What is wrong with the name of a kind to be allowed; empty when nothing is.
+std::string objectionToAllowing(const std::string& name);
 
 } // namespace package::kinds

@@ -14,16 +14,6 @@
 
 namespace package {
 
-// A file that says something wrong, and where (0: the file as a whole).
-class BadFile : public Failure {
-public:
-    BadFile(const std::string& text, unsigned line = 0) : Failure(text), line_(line) {}
-    unsigned line() const { return line_; }
-
-private:
-    unsigned line_;
-};
-
 // From an address to the one behind the last.
 struct Span {
     std::uint64_t start;

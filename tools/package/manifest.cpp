@@ -162,7 +162,7 @@ void readAllowances(const JsonValue& list, std::vector<Allowance>* allowances, R
              : key.text == "file"  ? allowance.file
                                    : allowance.reason) = field.text;
         }
-        if (const std::string objection = objectionToAllowing(allowance.id); !objection.empty())
+        if (const std::string objection = kinds::objectionToAllowing(allowance.id); !objection.empty())
             reader.report(kinds::ALLOW_FORM, each, objection);
         else if (allowance.reason.empty())
             reader.report(kinds::ALLOW_FORM, each, "no \"reason\"");

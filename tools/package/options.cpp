@@ -2,6 +2,7 @@
 
 #include "commandLine/suggest.h"
 #include "fileType.h"
+#include "findingKinds.h"
 #include "tarball.h"
 #include "version.h"
 
@@ -75,7 +76,7 @@ void readAllowances(Options& options) {
     for (const std::string& text : options.allow) {
         const std::size_t equals = text.find('=');
         const std::string name = text.substr(0, equals);
-        if (const std::string objection = objectionToAllowing(name); !objection.empty())
+        if (const std::string objection = kinds::objectionToAllowing(name); !objection.empty())
             throw CLI::ValidationError("--allow", objection);
         if (equals + 1 == text.size())
             throw CLI::ValidationError("--allow", "\"" + text + "\" names no file");

@@ -55,17 +55,6 @@ bool isForeign(FileType type) {
 
 } // namespace
 
-std::string topOf(const std::string& name) {
-    const fs::path relative = fs::path(name).relative_path();
-    return relative.empty() ? "" : relative.begin()->string();
-}
-
-bool isPlainName(const std::string& name) {
-    const std::string framed = "/" + name + "/";
-    return !packageRules::leadsOutside(name) && framed.find("//") == framed.npos &&
-           framed.find("/./") == framed.npos && topOf(name) != MANIFEST && topOf(name) != MANIFEST + DIGEST;
-}
-
 Package::Package(const fs::path& path, Findings& findings) {
     if (!fs::exists(path))
         throw Failure(path.string() + ": no such file or directory");

@@ -4,8 +4,8 @@
 #include "elfFile.h"
 #include "files.h"
 #include "manifest.h"
+#include "packageNames.h"
 #include "processors.h"
-#include "system/packageRules.h"
 
 #include <filesystem>
 #include <map>
@@ -15,18 +15,6 @@
 #include <vector>
 
 namespace package {
-
-// The fixed names of a package's parts.
-using packageRules::ARCHIVE;
-using packageRules::DIGEST;
-using packageRules::MANIFEST;
-inline const std::string DESCRIPTION = "package.json";
-inline const std::string UPDATER_NAME = "K+Updater"; // the program that the panel starts
-
-// The first component of a name below the package.
-std::string topOf(const std::string& name);
-// Relative, without "." and ".." and needless slashes, and none of the manifest's own names.
-bool isPlainName(const std::string& name);
 
 // Processors by item name and hardware revision.
 using ProcessorChoice = std::map<std::string, std::vector<const Processor*>>;
