@@ -1,6 +1,7 @@
 #include "ProcBusThread.h"
 
 #include "coreState.h"
+#include "frameScanner.h"
 #include "threadTermination.h"
 
 #include <algorithm>
@@ -17,9 +18,6 @@ constexpr std::uint32_t SCAN_ABOVE = 10; // bytes buffered before frames are sea
 constexpr int VMIN_BYTES = 100;
 constexpr int VTIME_TENTHS = 1;
 constexpr unsigned long STOP_WAIT_MS = 200;
-
-// Receive states.
-enum STAGE : std::uint8_t { OUTSIDE = 0, LENGTH = 1, PAYLOAD = 2, CRC_LOW = 3, CRC_HIGH = 4 };
 
 } // namespace
 
@@ -84,60 +82,25 @@ void ProcBusThread::take(const std::uint8_t* bytes, std::uint32_t count) {
 
 /** Dispatches every complete frame in the buffer and keeps what follows the last of them. */
 void ProcBusThread::scanBuffer() {
-    PROCBUS_MSG msg;
-    std::uint32_t consumed = 0;
-    const std::uint8_t* buffer = UARTRXBUF.get();
     const std::uint32_t held = rxPtr;
-    for (std::uint32_t i = 0; i < held; ++i) {
-        const std::uint8_t byte = buffer[i];
-        // A sync sequence starts a frame wherever it stands, inside another frame too.
-        if (i >= SYNC.size() && std::equal(SYNC.begin(), SYNC.end(), buffer + i - SYNC.size())) {
-            msg.stage = LENGTH;
-            msg.id = byte;
-            continue;
-        }
-        switch (msg.stage) {
-        case LENGTH:
-            msg.length = byte;
-            msg.ptr = 0;
-            msg.stage = byte > MAX_RECEIVED ? OUTSIDE : PAYLOAD;
-            break;
-        case PAYLOAD: // stores one byte even for a length of 0, whose CRC then never matches
-            msg.data[msg.ptr++] = byte;
-            if (msg.ptr >= msg.length) {
-                msg.stage = CRC_LOW;
-            }
-            break;
-        case CRC_LOW:
-            msg.checksum = byte;
-            msg.stage = CRC_HIGH;
-            break;
-        case CRC_HIGH:
-            finishFrame(msg, i);
-            consumed = i; // the frame's last byte stays and is scanned again as noise
-            break;
-        default:
-            break;
-        }
-    }
-    std::memmove(UARTRXBUF.get(), buffer + consumed, held - consumed);
-    rxPtr = held - consumed;
+    std::uint8_t* const buffer = UARTRXBUF.get();
+    const frameScanner::SCANNED scanned = frameScanner::scan(
+        buffer, held, [this](const PROCBUS_MSG& msg, std::uint32_t last) { takeFrame(msg, last); });
+    std::memmove(buffer, buffer + scanned.consumed, held - scanned.consumed);
+    rxPtr = held - scanned.consumed;
     // The next read ends with the CRC: a reply is filed while its closing bytes are still on the wire.
-    readSize = msg.stage == CRC_HIGH ? 1 : msg.stage == CRC_LOW ? 2 : READ_AT_ONCE;
+    readSize = scanned.missing > 0 ? static_cast<int>(scanned.missing) : READ_AT_ONCE;
 }
 
 /** Checks the frame whose last CRC byte stands at index `last` of the buffer, and passes it on. */
-void ProcBusThread::finishFrame(PROCBUS_MSG& msg, unsigned last) {
-    const std::uint8_t byte = UARTRXBUF[last];
-    msg.stage = OUTSIDE;
-    msg.checksum |= static_cast<std::uint32_t>(byte) << 8;
+void ProcBusThread::takeFrame(const PROCBUS_MSG& msg, std::uint32_t last) {
     if (checker.crc16_check(msg.data, msg.length, msg.checksum)) {
         receive(msg);
         return;
     }
     sys->quality.damagedFrame();
     std::printf("CRC ERR: %d %d (%x vs %x) %d %d %d - ", msg.id, msg.length, msg.checksum,
-                checker.crc16_calculate(msg.data, msg.length), UARTRXBUF[last - 1], byte,
+                checker.crc16_calculate(msg.data, msg.length), UARTRXBUF[last - 1], UARTRXBUF[last],
                 static_cast<int>(last));
     for (unsigned i = 0; i < msg.length; ++i) {
         std::printf("%d ", msg.data[i]);

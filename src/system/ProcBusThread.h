@@ -76,7 +76,7 @@ private:
 
     bool configurePort();
     void scanBuffer();
-    void finishFrame(PROCBUS_MSG& msg, unsigned last);
+    void takeFrame(const PROCBUS_MSG& msg, std::uint32_t last);
     void fileAnswer(const PROCBUS_MSG& msg);
     void fileStatus(const PROCBUS_MSG& msg);
     void fileIdentity(const PROCBUS_MSG& msg);

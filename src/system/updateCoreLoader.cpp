@@ -13,7 +13,7 @@
 #include "packageTrust.h"
 #include "parsers/jsonText.h"
 #include "parsers/updateParser.h"
-#include "runForecast.h"
+#include "stepDurations.h"
 #include "stickEvidence.h"
 #include "threadTermination.h"
 #include "usbStick.h"
@@ -209,6 +209,6 @@ std::string updateCoreLoad::progressText() {
     }
     char text[80];
     std::snprintf(text, sizeof text, "%s · %.1f of %.1f MB", title, static_cast<double>(position) / 1e6,
-                  static_cast<double>(runForecast::bytesOf(*file)) / 1e6);
+                  static_cast<double>(stepDurations::bytesOf(*file)) / 1e6);
     return text;
 }

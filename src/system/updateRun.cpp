@@ -6,8 +6,8 @@
 #include "actions/kernelUpdate.h"
 #include "actions/serialBootload.h"
 #include "actions/updaterUpdate.h"
-#include "runForecast.h"
 #include "startRecord.h"
+#include "stepDurations.h"
 #include "stickEvidence.h"
 #include "threadTermination.h"
 #include "updateCore.h"
@@ -52,7 +52,7 @@ void updateCore::run() {
 std::vector<runProgress::STEP> updateCore::forecast() {
     std::vector<runProgress::STEP> steps;
     const auto addFiles = [&](const char* name, const BASE_ITEM& item) {
-        steps.push_back({name, runProgress::KIND::BYTES, runForecast::ofHostItem(item, forceUpdate)});
+        steps.push_back({name, runProgress::KIND::BYTES, stepDurations::ofHostItem(item, forceUpdate)});
     };
     const auto addModule = [&](const modules::ROW& row, const BASE_ITEM& item) {
         const auto sharesImages = [&row](const modules::ROW& other) {
@@ -60,7 +60,7 @@ std::vector<runProgress::STEP> updateCore::forecast() {
         };
         const bool isOneOfSeveral = std::ranges::any_of(modules::VISITED, sharesImages);
         steps.push_back({row.shown, runProgress::KIND::PAGES,
-                         runForecast::ofModule(item, isOneOfSeveral, forceUpdate, uartBaud),
+                         stepDurations::ofModule(item, isOneOfSeveral, forceUpdate, uartBaud),
                          isOneOfSeveral && !item.isAccurate ? row.item : ""});
     };
     if (!resumeUpdate) {

@@ -2,7 +2,7 @@
 
 #include "../../lib/durable.h"
 #include "../../lib/plainFile.h"
-#include "../runForecast.h"
+#include "../stepDurations.h"
 #include "packageFile.h"
 
 #include <algorithm>
@@ -82,11 +82,11 @@ bool fileUpdate::run() {
     if (packageRules::leadsOutside(entry.item)) {
         return copyFailed(destination);
     }
-    totalBytes = runForecast::bytesOf(source);
+    totalBytes = stepDurations::bytesOf(source);
     copiedBytes = 0;
     copies.clear();
     failures = 0;
-    csys->progress.write(runProgress::KIND::BYTES, totalBytes, runForecast::secondsOfBytes(totalBytes));
+    csys->progress.write(runProgress::KIND::BYTES, totalBytes, stepDurations::secondsOfBytes(totalBytes));
     bool copied = false;
     if (f.isDirectory(source)) {
         std::cout << "Copy Directory" << std::endl;
@@ -116,7 +116,7 @@ bool fileUpdate::copyFailed(const std::string& destination) {
 /** What the new file has to be like before the old one is removed. */
 bool fileUpdate::mayReplace(const std::string& source, const std::string& destination) {
     const auto room = durable::freeBytes(folderOf(destination));
-    if (room && runForecast::bytesOf(source) > *room + freedBy(destination)) {
+    if (room && stepDurations::bytesOf(source) > *room + freedBy(destination)) {
         csys->log->log_item("No room for " + destination, logger::LOG_WARNING);
         return false;
     }
@@ -161,7 +161,7 @@ bool fileUpdate::copyOneFile(std::string source, std::string destination, functs
     }
     copies[destination] = source;
     const std::uint64_t stretches = copiedBytes / STRETCH;
-    copiedBytes += runForecast::bytesOf(source);
+    copiedBytes += stepDurations::bytesOf(source);
     csys->progress.reached(copiedBytes, totalBytes);
     if (copiedBytes / STRETCH != stretches) {
         durable::flushAll(folderOf(destination)); // so that there is little left to wait for in the end

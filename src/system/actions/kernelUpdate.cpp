@@ -1,8 +1,8 @@
 #include "kernelUpdate.h"
 
 #include "../../lib/durable.h"
-#include "../runForecast.h"
 #include "../startRecord.h"
+#include "../stepDurations.h"
 #include "packageFile.h"
 
 #include <fcntl.h>
@@ -59,7 +59,7 @@ bool kernelUpdate::run() {
         return true;
     }
     const std::string path = packageRules::UNPACKED + image.item;
-    const std::uint64_t bytes = runForecast::bytesOf(path);
+    const std::uint64_t bytes = stepDurations::bytesOf(path);
     const bool isGood = packageRules::isHarmless(image.item) && !packageRules::leadsOutside(image.item) &&
                         fits(bytes) && packageFile::isSound(*csys, path);
     if (!isGood && csys->cancel) {
@@ -86,11 +86,11 @@ bool kernelUpdate::fits(std::uint64_t bytes) {
 
 bool kernelUpdate::writeImage(const std::string& name) {
     const std::string path = packageRules::UNPACKED + name;
-    const std::uint64_t bytes = runForecast::bytesOf(path);
+    const std::uint64_t bytes = stepDurations::bytesOf(path);
     const std::string command = "dd if=" + path + " of=" + PARTITION;
     std::cout << command << std::endl;
     noteTorn(true);
-    csys->progress.write(runProgress::KIND::BYTES, bytes, runForecast::secondsOfBytes(bytes));
+    csys->progress.write(runProgress::KIND::BYTES, bytes, stepDurations::secondsOfBytes(bytes));
     csys->progress.reading(path);
     const bool isWritten = csys->runsWell(command);
     csys->progress.reached(bytes, bytes); // what reads it next, only compares

@@ -4,7 +4,7 @@
 #include "../../lib/plainFile.h"
 #include "../packageRules.h"
 #include "../programFile.h"
-#include "../runForecast.h"
+#include "../stepDurations.h"
 #include "packageFile.h"
 #include "programTrial.h"
 
@@ -79,7 +79,7 @@ bool updaterUpdate::run() {
 /** The costly last: what has no room is not read, and what was changed is not started. */
 bool updaterUpdate::isFit(const std::string& path) {
     const std::string item = packageRules::UNPACKED + base->update.items[revision()].item;
-    if (!hasRoomFor(runForecast::bytesOf(item), fs::path(startRecord::INSTALLED).parent_path())) {
+    if (!hasRoomFor(stepDurations::bytesOf(item), fs::path(startRecord::INSTALLED).parent_path())) {
         return fail("No room for the new updater");
     }
     if (!packageFile::isSound(*csys, path)) {

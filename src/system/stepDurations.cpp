@@ -1,4 +1,4 @@
-#include "runForecast.h"
+#include "stepDurations.h"
 
 #include "../lib/plainFile.h"
 #include "actions/busCost.h"
@@ -47,7 +47,7 @@ double secondsOfImage(const std::string& path, unsigned baud) {
 
 } // namespace
 
-std::uint64_t runForecast::bytesOf(const std::string& path) {
+std::uint64_t stepDurations::bytesOf(const std::string& path) {
     struct stat info {};
     if (stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
         return static_cast<std::uint64_t>(info.st_size);
@@ -65,11 +65,11 @@ std::uint64_t runForecast::bytesOf(const std::string& path) {
     return bytes;
 }
 
-double runForecast::secondsOfBytes(std::uint64_t bytes) {
+double stepDurations::secondsOfBytes(std::uint64_t bytes) {
     return static_cast<double>(bytes) / BYTES_PER_SECOND;
 }
 
-double runForecast::ofHostItem(const coreState::BASE_ITEM& item, bool force) {
+double stepDurations::ofHostItem(const coreState::BASE_ITEM& item, bool force) {
     const std::uint8_t revision = item.hwRev;
     const auto& items = item.update.items;
     if (revision >= items.size() || (!force && items[revision].version == item.swVersion.get())) {
@@ -78,8 +78,8 @@ double runForecast::ofHostItem(const coreState::BASE_ITEM& item, bool force) {
     return secondsOfBytes(bytesOf(packageFile::ofItem(item, revision)));
 }
 
-double runForecast::ofModule(const coreState::BASE_ITEM& item, bool isOneOfSeveral, bool force,
-                             unsigned baud) {
+double stepDurations::ofModule(const coreState::BASE_ITEM& item, bool isOneOfSeveral, bool force,
+                               unsigned baud) {
     const auto& items = item.update.items;
     const std::uint8_t revision = item.isAccurate ? item.hwRev : 0;
     if (revision >= items.size() || baud == 0) {

@@ -6,7 +6,7 @@
 #include <string>
 
 /** How long the steps of a run will take, by what the package has for them. */
-namespace runForecast {
+namespace stepDurations {
 
 /** Of a file, or of all files of a directory; 0 for one that is not there or leads out of the package. */
 std::uint64_t bytesOf(const std::string& path);
@@ -20,4 +20,4 @@ double ofHostItem(const coreState::BASE_ITEM& item, bool force);
  */
 double ofModule(const coreState::BASE_ITEM& item, bool isOneOfSeveral, bool force, unsigned baud);
 
-} // namespace runForecast
+} // namespace stepDurations
