@@ -228,6 +228,7 @@ TEST_F(UpdaterWindowTest, TheLogIsMovedByAFingerAndFollowsAtItsEnd) {
     const int up = bar->value();
     EXPECT_LT(up, bar->maximum());
     EXPECT_GT(up, bar->maximum() - 10);
+    QTest::mouseDClick(text->viewport(), Qt::LeftButton, {}, QPoint(20, 20)); // on a word
     EXPECT_FALSE(text->textCursor().hasSelection());
     EXPECT_EQ(text->contextMenuPolicy(), Qt::NoContextMenu);
     say(5);

@@ -132,6 +132,9 @@ TEST_F(updateRunTest, WithoutAnswerToTheUpdateModeItFails) {
     EXPECT_TRUE(holds(logged(), "[Error]: Could not switch system to update mode"));
     EXPECT_TRUE(holds({contents("/keldra/logs/bus.trace")}, "reason=failed updater="));
     EXPECT_TRUE(holds(logged(), "[Notice]: Bus traffic saved"));
+    shell("rm -r /keldra/logs && touch /keldra/logs"); // no folder
+    update();
+    EXPECT_TRUE(holds(logged(), "[Warning]: Could not save the bus traffic"));
 }
 
 TEST_F(updateRunTest, AFailedCheckAndAnEmptyListUpdateNothing) {

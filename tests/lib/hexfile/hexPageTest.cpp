@@ -78,6 +78,8 @@ TEST(hexpage, PlacesEveryRecord) {
          "[fffffff0-fffffffb  @fffffff0+0;fffffffc-ffffffff 0001 @fffffffc+2;]"},
         {"lines that are none, and a carriage return", false, upper,
          ":020000040001F9\n:0000000000\n:0200100001027F\r\n", "[10010-10017 0102 @10010+2;]"},
+        {"an entry address is no data", false, one, ":040000050000001CDB\n" + record(0x10, counting(2)),
+         "[10-17 0001 @10+2;]"},
         {"PIC24: filled up, without phantom bytes", true, fourWords, record(8, counting(12)),
          "[0-3  @0+0;4-7 000102040506 @4+0;8-b 08090affffff @8+6;]"},
         {"PIC24: nothing but a phantom byte is left over", true, onePage, record(0, counting(8)),
