@@ -1,5 +1,6 @@
 #include "bench.h"
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -11,20 +12,21 @@ namespace {
 
 constexpr struct {
     const char* name;
+    const char* takes;
     void (*measure)(const bench::Arguments& arguments);
 } MEASUREMENTS[] = {
-    {"time", bench::timeCommand},
-    {"hex", bench::parseHex},
-    {"crc", bench::checkCrc},
-    {"copy", bench::copyFile},
-    {"check", bench::checkPackage},
-    {"flash", bench::flash},
-    {"receive-share", bench::receiveShare},
-    {"receive-rate", bench::receiveRate},
-    {"load", bench::loadPackage},
-    {"window", bench::paintWindow},
-    {"progress-line", bench::progressLine},
-    {"update", bench::updatePanel},
+    {"time", "COMMAND...", bench::timeCommand},
+    {"hex", "IMAGE...", bench::parseHex},
+    {"crc", "updater|table|boost", bench::checkCrc},
+    {"copy", "SOURCE DESTINATION", bench::copyFile},
+    {"check", "FILE", bench::checkPackage},
+    {"flash", "SIMULATOR IMAGE KIND MODULES BAUD TRACE", bench::flash},
+    {"receive-share", "updater|unrecorded|bare", bench::receiveShare},
+    {"receive-rate", "updater|unrecorded|bare", bench::receiveRate},
+    {"load", "SIMULATOR PACKAGE", bench::loadPackage},
+    {"window", "STARTED updater|bare", bench::paintWindow},
+    {"progress-line", "FILE", bench::progressLine},
+    {"update", "SIMULATOR PACKAGE", bench::updatePanel},
 };
 
 int results = STDOUT_FILENO;
@@ -58,20 +60,22 @@ double bench::peakMemory() {
 }
 
 int main(int argc, char** argv) {
-    const bench::Arguments arguments(argv + (argc > 1 ? 2 : 1), argv + argc);
+    CLI::App app("One measurement, which bench/run starts often.", "keldra-bench");
+    app.require_subcommand(1);
     for (const auto& measurement : MEASUREMENTS) {
-        if (argc < 2 || measurement.name != std::string(argv[1])) {
-            continue;
-        }
-        muteStandardOutput();
-        try {
-            measurement.measure(arguments);
-            return 0;
-        } catch (const std::exception& failure) {
-            std::fprintf(stderr, "%s: %s\n", measurement.name, failure.what());
-            return 1;
-        }
+        CLI::App* const command = app.add_subcommand(measurement.name, measurement.takes)->prefix_command();
+        command->callback([command, &measurement] {
+            muteStandardOutput();
+            measurement.measure(command->remaining());
+        });
     }
-    std::fprintf(stderr, "usage: keldra-bench MEASUREMENT ARGUMENT...\n");
-    return 2;
+    try {
+        app.parse(argc, argv);
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return 1;
+    }
 }

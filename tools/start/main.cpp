@@ -6,6 +6,7 @@
 
 #include "version.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -21,34 +22,29 @@ constexpr double TOO_SOON_S = 20; // what a new updater has to stay for
 constexpr int MOST_STARTS = 5;    // then whoever started this has to
 constexpr int FAILED = 1;
 
-constexpr const char* USAGE =
-    "usage: keldra-start [--patience SECONDS] [ARGUMENT]...\n"
-    "Starts the panel's updater with these arguments: the installed one when it is whole; else the one of a\n"
-    "package that lies unpacked; else the last good one.\n"
-    "  --status            say what would be started and why; exit status 1 when nothing could be\n"
-    "  --settle            record that the installed updater is the one that is meant to be there\n"
-    "  --patience SECONDS  within which a new updater has to have its window up (60)\n"
-    "  --version\n";
+constexpr const char* ABOUT =
+    "Starts the panel's updater: the installed one when it is whole; else the one of a package that lies\n"
+    "unpacked; else the last good one.";
 
 struct Options {
-    std::string command;
+    bool asksStatus = false;
+    bool settles = false;
     double patience = PATIENCE_S;
     std::vector<std::string> arguments; ///< the updater's
 };
 
-Options read(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        if (word == "--patience" && i + 1 < argc) {
-            options.patience = std::atof(argv[++i]);
-        } else if (word == "--status" || word == "--settle" || word == "--version" || word == "--help") {
-            options.command = word;
-        } else {
-            options.arguments.push_back(word);
-        }
-    }
-    return options;
+void declare(CLI::App& app, Options& options) {
+    app.add_flag("--status", options.asksStatus,
+                 "say what would be started and why; exit status 1 when nothing could be");
+    app.add_flag("--settle", options.settles,
+                 "record that the installed updater is the one that is meant to be there");
+    app.add_option("--patience", options.patience,
+                   "seconds within which a new updater has to have its window up")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
+    app.set_version_flag("--version", "keldra-start " KELDRA_VERSION);
+    app.allow_extras();
+    app.footer("Anything else is handed on to the updater.");
 }
 
 std::string nameOf(const startRecord::PROGRAM& program) {
@@ -169,16 +165,22 @@ int startUntilItStays(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const Options options = read(argc, argv);
-    if (options.command == "--status") {
+    Options options;
+    CLI::App app(ABOUT, "keldra-start");
+    declare(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& stop) {
+        if (const int status = app.exit(stop); status == EXIT_SUCCESS) {
+            return status;
+        } // else the default stays: a panel starts whatever its boot script says
+    }
+    options.arguments = app.remaining();
+    if (options.asksStatus) {
         return showStatus();
     }
-    if (options.command == "--settle") {
+    if (options.settles) {
         return settle();
-    }
-    if (!options.command.empty()) {
-        std::fputs(options.command == "--version" ? "keldra-start " KELDRA_VERSION "\n" : USAGE, stdout);
-        return EXIT_SUCCESS;
     }
     if (!isAlone()) {
         std::fputs("keldra-start: another one is at work\n", stderr);
