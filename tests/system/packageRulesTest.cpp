@@ -7,6 +7,7 @@
 #include "system/actions/fileUpdate.h"
 #include "system/actions/kernelUpdate.h"
 #include "system/actions/packageFile.h"
+#include "system/actions/updaterUpdate.h"
 
 #include <filesystem>
 #include <optional>
@@ -58,8 +59,7 @@ Forecast forecast() {
         }
     }
     for (const package::Finding& each : findings.all()) {
-        if (each.kind == &package::kinds::ARCHIVE_ENTRY || each.kind == &package::kinds::MANIFEST_BLANK ||
-            each.text == "nested too deeply") {
+        if (each.kind == &package::kinds::ARCHIVE_ENTRY || each.text == "nested too deeply") {
             said.loads.reset();
         }
     }
@@ -76,7 +76,7 @@ protected:
     std::string visited(const package::Stop& stop) {
         for (const coreState::HOST_ITEM& each : core->hostItems()) {
             if (each.name == std::string(stop.item)) {
-                return installed(*each.item, each.name == std::string("kernel"));
+                return installed(*each.item, each.name);
             }
         }
         for (const modules::ROW& each : modules::VISITED) {
@@ -87,12 +87,14 @@ protected:
         }
         return "nothing";
     }
-    std::string installed(coreState::BASE_ITEM& item, bool isKernel) {
+    std::string installed(coreState::BASE_ITEM& item, const std::string& name) {
         kernelUpdate kernel(core.get());
+        updaterUpdate updater(core.get());
         fileUpdate files(core.get());
         files.setInstallPath("/tmp/installed");
         fs::create_directories("/tmp/installed");
-        action& act = isKernel ? static_cast<action&>(kernel) : files;
+        updater.setInstallPath("/tmp/installed");
+        action& act = name == "kernel" ? static_cast<action&>(kernel) : name == "updater" ? updater : files;
         act.setBase(&item);
         return act.needsUpdate(true) != action::GOUPDATE ? "nothing" : act.run() ? "taken" : "fails";
     }

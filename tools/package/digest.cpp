@@ -16,6 +16,11 @@ void checkDigest(const fs::path& file, const std::string& name, Findings& findin
         findings.add(kinds::DIGEST_MISSING, place, "there is no digest of " + name);
         return;
     }
+    if (fs::file_size(path) > packageRules::LONGEST_DIGEST) {
+        findings.add(kinds::DIGEST_FORM, place,
+                     "it is longer than " + std::to_string(packageRules::LONGEST_DIGEST) + " bytes");
+        return;
+    }
     functs f;
     const std::string text = f.getFileContents(path.string());
     const std::string expected = packageRules::digestIn(text);

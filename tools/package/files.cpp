@@ -3,6 +3,7 @@
 #include "lib/fileHash.h"
 #include "lib/format.h"
 #include "progress.h"
+#include "system/packageRules.h"
 
 #include <cerrno>
 #include <cryptopp/gzip.h>
@@ -18,7 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::streamsize PIECE = 0x10000;
-constexpr std::uint64_t LARGEST_TEXT = 16'000'000;
 
 [[noreturn]] void fail(const fs::path& path) {
     throw Failure(path.string() + ": " + std::strerror(errno));
@@ -119,7 +119,7 @@ std::string readFile(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in)
         fail(path);
-    if (sizeOf(path) > LARGEST_TEXT)
+    if (sizeOf(path) > packageRules::LONGEST_MANIFEST)
         throw Failure(path.string() + ": " + shownSize(sizeOf(path)) + ", too large for a text");
     std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     if (in.bad())

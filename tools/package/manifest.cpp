@@ -38,7 +38,7 @@ public:
         if (!root.isObject())
             report(kinds::ITEM_FORM, root, "the text is no object of items");
         else if (root.members.empty())
-            report(kinds::MANIFEST_BLANK, root, what + " names no item");
+            report(kinds::MANIFEST_EMPTY, root, what + " names no item");
         return root.isObject();
     }
     std::size_t reported() const { return findings_.all().size(); }
