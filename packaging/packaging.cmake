@@ -83,9 +83,3 @@ else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
 include(CPack)
-
-if(KELDRA_TESTS AND NOT CMAKE_CROSSCOMPILING AND NOT KELDRA_SANITIZE)
-  add_test(NAME packages
-    COMMAND ${CMAKE_CURRENT_LIST_DIR}/installs ${CMAKE_BINARY_DIR} ${staged}/test)
-  set_tests_properties(packages PROPERTIES TIMEOUT 600 RESOURCE_LOCK cpack)
-endif()
