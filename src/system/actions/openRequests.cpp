@@ -221,12 +221,13 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
 
 // What else it tells
 
+/** Only what comes at once behind a status request is surely its: a slow request may be done about then. */
 void openRequests::noteStatusAnswered(const CLAIMS& claims) {
     if (claims.other == nullptr || claims.other->type != TYPE::STATUS) {
         return;
     }
-    const bool isSurely =
-        claims.own == nullptr || (prompt && claims.other->sent == sent && sent - claims.own->sent >= QUIET);
+    const bool isSurely = claims.own == nullptr || (heard - sent <= ECHO && claims.other->sent == sent &&
+                                                    sent - claims.own->sent >= QUIET);
     session.answersStatus = session.answersStatus || isSurely;
 }
 
