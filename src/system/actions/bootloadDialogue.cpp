@@ -136,7 +136,9 @@ bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const H
     const bool isLast = n + 1 >= TRIES;
     const bool isLastBegin = session.keepsMarks && request.attempt + 1 >= TRIES;
     const bool isWrittenOnce = request.kind == KIND::WRITE && session.said.type != busProtocol::PIC32_REC;
-    const bool mayBeIts = !session.answersDirectly[indexOf(request.kind)] || heard.renamed || isLastBegin;
+    const bool isUntold = request.proof == PROOF::MARK && session.isDeafToMarks();
+    const bool mayBeIts =
+        !session.answersDirectly[indexOf(request.kind)] || heard.renamed || isLastBegin || isUntold;
     const bool isProvedLater = request.proof == PROOF::LATER && heard.mayBeWell();
     return (isLast && mayBeIts) || (isLastBegin && isWrittenOnce) ||
            (isProvedLater && (!heard.overdue || isLast));
@@ -267,6 +269,7 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
  * request was carried out, provided that it is known what it says when that was not.
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
+    const std::optional<REPLY> before = session.lastReply;
     line.sendMark();
     milliseconds wait =
         std::max({MARK_WAIT, 2 * session.pace.fastest, session.pace.usual(KIND::ROW) * 5 / 4});
@@ -275,6 +278,7 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
         if (openRequests::isMarkReply(*answer)) {
             line.noteMarkReply(*answer);
             line.judge(*answer);
+            session.answersMarks = true;
             learnStatus(request, answer->reply);
             return true;
         }
@@ -286,7 +290,30 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
             wait = std::max(wait, 2 * line.sinceRequest());
         }
     }
-    return false;
+    return hasHeardMark(request, before);
+}
+
+/**
+ * Asks a module that has not answered a mark for its status: some answer rows only so. It has heard the mark
+ * when that brings the answer to one, and not its reply `before` it.
+ */
+bool bootloadDialogue::hasHeardMark(const REQUEST& request, const std::optional<REPLY>& before) {
+    line.sendStatus(request.module, ABOUT::NOTHING);
+    const auto answer = host.receive(std::max(STATUS_WAIT + PAUSE, 2 * session.pace.fastest));
+    const bool isMarks = answer && openRequests::isMarkReply(*answer) && before && answer->reply != *before;
+    if (isMarks) {
+        line.noteMarkReply(*answer);
+    }
+    if (answer) {
+        line.judge(*answer);
+    }
+    if (!isMarks) {
+        ++session.unansweredMarks;
+        return false;
+    }
+    session.answersMarks = session.answersStatus = session.repeatsMarks = true;
+    session.lastReply = answer->reply;
+    return true;
 }
 
 /**

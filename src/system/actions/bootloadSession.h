@@ -59,8 +59,10 @@ struct SESSION {
     std::optional<REPLY> lastReply{}; ///< what a status request would repeat, if that is known
     bool answersStatus = false;       ///< it has answered a status request
     unsigned renamed = 0;             ///< status requests and marks that were answered by another name
-    bool repeatsMarks = false;   ///< a status request brought the answer to the last mark that was heard out
-    unsigned unrepeated = 0;     ///< marks that no status request brought back
+    bool repeatsMarks = false; ///< a status request brought the answer to the last mark that was heard out
+    unsigned unrepeated = 0;   ///< marks that no status request brought back
+    bool answersMarks = false; ///< it has answered one, by itself or by its status
+    unsigned unansweredMarks = 0;
     std::optional<REPLY> told{}; ///< by the status request behind the last mark, if it was answered
     bool tellsState = false;     ///< that was no refusal, and the same behind two marks
     bool keepsMarks = false;     ///< it took a mark for a row
@@ -73,6 +75,8 @@ struct SESSION {
 
     /** Status requests behind two marks were not answered, though the marks were. */
     bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
+    /** It says nothing to a row that is out of its order: a mark tells nothing then. */
+    bool isDeafToMarks() const { return unansweredMarks >= 2 && !answersMarks; }
     /** A reply by this name is the module's own. */
     bool isOwnName(std::int8_t named) const { return named == static_cast<std::int8_t>(module); }
     /** It is that of the module before, which may still answer. */
