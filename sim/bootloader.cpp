@@ -15,6 +15,8 @@ Reply Bootloader::dataRow(std::uint16_t row, const Bytes& data) {
         return {Status::Ok, row};
     log_.add(rows_.isOpen() ? format("row %u when row %u was to come", row, rows_.nextRow())
                             : format("row %u without an open page", row));
+    if (dropsPage_)
+        rows_.close();
     return {Status::MissedPacket, rows_.lastRow()};
 }
 

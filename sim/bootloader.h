@@ -22,7 +22,8 @@ public:
           flash_(flash),
           log_(log),
           rows_(temper.anyRowOrder),
-          refusesWriteAgain_(temper.refusesWriteAgain) {}
+          refusesWriteAgain_(temper.refusesWriteAgain),
+          dropsPage_(temper.outOfOrder == Temper::OutOfOrder::Drops) {}
     virtual ~Bootloader() = default;
     Bootloader(const Bootloader&) = delete;
     Bootloader& operator=(const Bootloader&) = delete;
@@ -64,6 +65,7 @@ protected:
 
 private:
     const bool refusesWriteAgain_;
+    const bool dropsPage_; // an out-of-order row makes it forget the one that is open
     std::set<std::uint32_t> ignored_;
     std::optional<Status> lastWrite_;
     bool refuseErase_ = false;

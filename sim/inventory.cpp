@@ -70,6 +70,21 @@ Temper::Answers toAnswers(const std::string& value) {
     return choose<Temper::Answers>(value, {{"direct", Directly}, {"status", OnStatus}, {"at-once", AtOnce}});
 }
 
+// Of what is not answered ahead of the work.
+Temper::Answers toLaterAnswers(const std::string& value) {
+    using enum Temper::Answers;
+    return choose<Temper::Answers>(value, {{"direct", Directly}, {"status", OnStatus}});
+}
+
+Temper::OutOfOrder toOutOfOrder(const std::string& value) {
+    using enum Temper::OutOfOrder;
+    return choose<Temper::OutOfOrder>(value, {{"refused", Refused}, {"silent", Silent}, {"drops", Drops}});
+}
+
+bool isSilent(const std::string& value) {
+    return choose<bool>(value, {{"direct", false}, {"silent", true}});
+}
+
 unsigned toCount(const std::string& text, unsigned max) {
     const unsigned count = toNumber(text, 10, max);
     if (count == 0)
@@ -150,6 +165,10 @@ constexpr Key KEYS[] = {
          using enum Temper::Busy;
          c.temper.busy = choose<Temper::Busy>(v, {{"queue", Queue}, {"drop", Drop}, {"answer", Answer}});
      }},
+    {"enter-answer", [](ModuleConfig& c, const std::string& v) { c.temper.silentEnter = isSilent(v); }},
+    {"start-answer", [](ModuleConfig& c, const std::string& v) { c.temper.startAnswer = toLaterAnswers(v); }},
+    {"row-answer", [](ModuleConfig& c, const std::string& v) { c.temper.rowAnswer = toLaterAnswers(v); }},
+    {"out-of-order", [](ModuleConfig& c, const std::string& v) { c.temper.outOfOrder = toOutOfOrder(v); }},
     {"write-answer", [](ModuleConfig& c, const std::string& v) { c.temper.writeAnswer = toAnswers(v); }},
     {"erase-answer", [](ModuleConfig& c, const std::string& v) { c.temper.eraseAnswer = toAnswers(v); }},
     {"on-status",

@@ -111,7 +111,8 @@ void Module::finish(const Job& job, TimePoint now) {
     log_.setTime(now);
     switch (job.request.kind) {
     case RequestKind::Enter:
-        say(job.respond, enterBootloader(), now);
+        if (const auto answer = enterBootloader())
+            say(job.respond, *answer, now);
         break;
     case RequestKind::Leave:
         startProgram();
@@ -130,6 +131,9 @@ void Module::finish(const Job& job, TimePoint now) {
 void Module::finishWork(const Job& job, TimePoint now) {
     const unsigned written = bootloader_->written();
     const Reply result = bootload(job.request);
+    if (job.request.kind == RequestKind::DataRow && result.status == Status::MissedPacket &&
+        temper_.outOfOrder == Temper::OutOfOrder::Silent)
+        return;
     lastReply_ = result;
     if (job.answers == Temper::Answers::Directly)
         say(job.respond, replyMessage(replyId(), result), now);
@@ -188,14 +192,22 @@ Temper::Time Module::workTime(const Request& request) const {
 }
 
 Temper::Answers Module::answersTo(const Request& request) const {
-    const bool erases = request.kind == RequestKind::EraseBlocks || request.kind == RequestKind::EraseAll;
-    if (!erases && request.kind != RequestKind::WritePage)
+    switch (request.kind) {
+    case RequestKind::StartPage:
+        return temper_.startAnswer;
+    case RequestKind::DataRow:
+        return temper_.rowAnswer;
+    case RequestKind::EraseBlocks:
+    case RequestKind::EraseAll:
+        return temper_.eraseAnswer;
+    case RequestKind::WritePage:
+        // Without an open page there is no work that an answer could run ahead of: the last result is known.
+        if (temper_.writeAnswer == Temper::Answers::AtOnce && !bootloader_->isOpen())
+            return Temper::Answers::Directly;
+        return temper_.writeAnswer;
+    default:
         return Temper::Answers::Directly;
-    const Temper::Answers answers = erases ? temper_.eraseAnswer : temper_.writeAnswer;
-    // Without an open page there is no work that an answer could run ahead of: the last result is known.
-    if (answers == Temper::Answers::AtOnce && !erases && !bootloader_->isOpen())
-        return Temper::Answers::Directly;
-    return answers;
+    }
 }
 
 Reply Module::bootload(const Request& request) {
@@ -247,11 +259,13 @@ std::uint8_t Module::replyId() const {
     return config_.serialBootloader ? id::SERIAL_REPLY : id::REPLY;
 }
 
-Message Module::enterBootloader() {
+std::optional<Message> Module::enterBootloader() {
     startProgram();
     inBootloader_ = true;
     if (config_.processor->identifies)
         return identification();
+    if (temper_.silentEnter)
+        return {};
     lastReply_ = Reply{Status::Ok, temper_.enterRow};
     return replyMessage(id::REPLY, *lastReply_);
 }

@@ -79,7 +79,7 @@ private:
     void say(const Sink& sink, Message message, TimePoint now);
     Message replyMessage(std::uint8_t messageId, Reply reply) const;
     std::uint8_t replyId() const;
-    Message enterBootloader();
+    std::optional<Message> enterBootloader();
     Message identification() const;
 
     Message identityMessage(std::uint8_t hardware) const;

@@ -18,11 +18,17 @@ struct Temper {
         Drop,   // never heard
         Answer, // a status request is answered at once, all others are dropped
     };
-    // When an erase or a page write is answered.
+    // When a start of page, a row, a page write or an erase is answered; the first two never at once.
     enum class Answers {
         Directly, // when the work is done
         OnStatus, // not by itself: the status request behind the work gets it
         AtOnce,   // OK before the work, whose failure the status request behind it gets
+    };
+    // What becomes of a row that is not the one to come, or comes while no page is open.
+    enum class OutOfOrder {
+        Refused, // MISSEDPACKET, the page stays as it is
+        Silent,  // it is not answered
+        Drops,   // MISSEDPACKET, and the open page is forgotten
     };
     // What a status request is answered with.
     enum class OnStatus {
@@ -42,15 +48,19 @@ struct Temper {
     Time latency{0}; // of each answer, on its way; the module itself is free meanwhile
 
     Busy busy = Busy::Queue;
+    Answers startAnswer = Answers::Directly;
+    Answers rowAnswer = Answers::Directly;
     Answers writeAnswer = Answers::Directly;
     Answers eraseAnswer = Answers::Directly;
     OnStatus onStatus = OnStatus::LastReply;
+    OutOfOrder outOfOrder = OutOfOrder::Refused;
 
     std::optional<std::uint8_t> namedModule;      // that replies name instead of the module's own address
     std::optional<std::uint8_t> identifiedModule; // the same for the identification
     std::optional<std::uint8_t> renamedModule; // that replies name from the first page or record written on
     unsigned replyLength = 4;                  // bytes of a reply: 2 is the short form, 3 names no module
     std::uint16_t enterRow = 0;                // row in an old bootloader's answer to ","
+    bool silentEnter = false;                  // an old bootloader does not answer ","
     unsigned enterNth = 1;                     // "," is answered from this one on, counted since power came
     bool deafToEnter = false;                  // "," is not heard any more once it was answered
     bool anyRowOrder = false; // a row is kept at the place that it names, whichever was to come

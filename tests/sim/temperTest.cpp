@@ -178,6 +178,17 @@ TEST(temperTest, ResultsComeDirectlyOrOnAStatusRequest) {
     # a failure that nobody asked for is forgotten with the next request
     kind=stm32f4 erase-answer=status on-status=state | erase-error | 0 enter, 10 erase 1, 20 start 7, 30 status | 0 id/13, 20 OK/0, 30 OK/0 | 0
     kind=stm32f4 erase-all-ms=50 erase-answer=at-once | erase-error | 0 enter, 10 erase-all, 20 status | 0 id/13, 10 OK/0, 60 ERASEERR/0 | 0
+    kind=stm32f3 start-answer=status row-answer=status on-status=state |  | 0 enter, 10 start 14, 15 status, 20 row 0, 30 row 1, 35 status, 40 row 3, 45 status, 50 status, 60 write | 0 id/13, 15 OK/0, 35 OK/1, 45 MISSEDPACKET/1, 50 OK/1, 60 OK/0 | 1
+    )");
+}
+
+TEST(temperTest, RowsComeOutOfOrder) {
+    playAll(R"(
+    kind=stm32f3 |  | 0 enter, 10 start 7, 20 row 2, 30 row 0, 40 write, 50 row 1 | 0 id/13, 10 OK/0, 20 MISSEDPACKET/0, 30 OK/0, 40 OK/0, 50 MISSEDPACKET/0 | 1
+    # the status request behind it gets what was answered last
+    kind=stm32f3 out-of-order=silent |  | 0 enter, 10 start 7, 20 row 2, 25 status, 30 row 0, 40 write, 50 row 1, 55 status | 0 id/13, 10 OK/0, 25 OK/0, 30 OK/0, 40 OK/0, 55 OK/0 | 1
+    # a page that was written before speaks for the one that was dropped
+    kind=stm32f3 out-of-order=drops |  | 0 enter, 10 start 7, 20 row 2, 30 row 0, 40 write, 50 start 7, 60 row 0, 70 write, 80 start 7, 90 row 0, 95 row 2, 99 write | 0 id/13, 10 OK/0, 20 MISSEDPACKET/0, 30 MISSEDPACKET/0, 40 MISSEDPACKET/0, 50 OK/0, 60 OK/0, 70 OK/0, 80 OK/0, 90 OK/0, 95 MISSEDPACKET/0, 99 OK/0 | 1
     )");
 }
 
@@ -196,6 +207,7 @@ TEST(temperTest, SessionsBeginAndEnd) {
     playAll(R"(
     kind=pic24-old enter-nth=2 |  | 0 enter, 10 status, 20 enter, 30 status, 40 enter | 20 OK/0, 30 OK/0, 40 OK/0 | 0
     {"simulation": {"enter-nth": 2, "deaf": false, "ignore": ["0"]}, "kind": "pic24-old"} |  | 0 enter, 10 status, 20 enter | 20 OK/0 | 0
+    kind=pic24-old enter-answer=silent enter-row=5 |  | 0 enter, 10 status | 10 MISSEDPACKET/0 | 0
     # the count begins anew with the power
     kind=pic24-old enter-nth=2 | power-cycle on=status ms=5 | 0 enter, 10 enter, 20 status, 30 enter, 40 enter | 10 OK/0, 40 OK/0 | 0
     kind=stm32f3 deaf |  | 0 enter, 10 start 7, 20 enter, 30 row 0, 40 leave, 50 enter | 0 id/13, 10 OK/0, 30 OK/0, 40 OK/0, 50 id/13 | 0
