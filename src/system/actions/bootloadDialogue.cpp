@@ -269,7 +269,6 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
  * request was carried out, provided that it is known what it says when that was not.
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
-    const std::optional<REPLY> before = session.lastReply;
     line.sendMark();
     milliseconds wait =
         std::max({MARK_WAIT, 2 * session.pace.fastest, session.pace.usual(KIND::ROW) * 5 / 4});
@@ -290,30 +289,28 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
             wait = std::max(wait, 2 * line.sinceRequest());
         }
     }
-    return hasHeardMark(request, before);
+    return hasKeptMark(request);
 }
 
 /**
- * Asks a module that has not answered a mark for its status: some answer rows only so. It has heard the mark
- * when that brings the answer to one, and not its reply `before` it.
+ * Asks a module that has not answered a mark for its status, which keeps its session alive. Some answer rows
+ * only so, and tell that they have kept the mark. An error tells nothing: a module that is at work may say
+ * so.
  */
-bool bootloadDialogue::hasHeardMark(const REQUEST& request, const std::optional<REPLY>& before) {
+bool bootloadDialogue::hasKeptMark(const REQUEST& request) {
     line.sendStatus(request.module, ABOUT::NOTHING);
     const auto answer = host.receive(std::max(STATUS_WAIT + PAUSE, 2 * session.pace.fastest));
-    const bool isMarks = answer && openRequests::isMarkReply(*answer) && before && answer->reply != *before;
-    if (isMarks) {
+    const bool isKept = answer && openRequests::isMarkReply(*answer) && answer->reply.status == OK;
+    if (isKept) {
         line.noteMarkReply(*answer);
+        session.answersMarks = true;
+    } else {
+        ++session.unansweredMarks;
     }
     if (answer) {
         line.judge(*answer);
     }
-    if (!isMarks) {
-        ++session.unansweredMarks;
-        return false;
-    }
-    session.answersMarks = session.answersStatus = session.repeatsMarks = true;
-    session.lastReply = answer->reply;
-    return true;
+    return isKept;
 }
 
 /**

@@ -92,7 +92,7 @@ private:
     milliseconds workOf(const REQUEST& request) const;
 
     bool setMark(const REQUEST& request, HEARD& heard);
-    bool hasHeardMark(const REQUEST& request, const std::optional<REPLY>& before);
+    bool hasKeptMark(const REQUEST& request);
     void learnStatus(const REQUEST& request, const REPLY& refusal);
     std::optional<REPLY> askStatus(std::uint8_t module);
     bool mayHoldMark(const REQUEST& request, unsigned n) const;
