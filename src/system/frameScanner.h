@@ -5,8 +5,7 @@
 #include <cstdint>
 #include <functional>
 
-/** Finds the frames in what came from the bus. Pure: the buffer is the caller's. docs/bus-protocol.md has
- * their form. */
+/** Finds the frames in what came from the bus (docs/bus-protocol.md). Pure: the buffer is the caller's. */
 namespace frameScanner {
 
 struct SCANNED {
