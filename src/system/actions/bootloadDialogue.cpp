@@ -75,8 +75,9 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
         if (request.proof != PROOF::LATER && !line.settle(request, n > 0)) {
             continue;
         }
-        if (session.keepsMarks && !hadKept && isOfPage) {
-            break; // the page holds the mark now, and is begun anew
+        const bool isDoubtful = isMarked && n == 0 && request.onlyRow && !outlivesMark(request);
+        if (isDoubtful || (session.keepsMarks && !hadKept && isOfPage)) {
+            break; // the page holds the mark now, or is no more, and is begun anew
         }
         const bool answered = result.answered;
         result = tryOnce(request, n, isMarked);
@@ -290,6 +291,26 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
         }
     }
     return hasKeptMark(request);
+}
+
+/**
+ * Whether a page that was not written yet is open behind a mark: its only row is taken again then. Some
+ * modules forget it, and would answer the write as they did the one before.
+ */
+bool bootloadDialogue::outlivesMark(const REQUEST& write) {
+    REQUEST row = write;
+    row.msg = *write.onlyRow;
+    row.kind = KIND::ROW;
+    row.work = ROW_WORK;
+    row.mustBeOk = false;
+    row.failed = nullptr;
+    line.begin(row);
+    const RESULT result = tryOnce(row, 0, true);
+    line.begin(write);
+    session.lastReply = result.reply;
+    session.keepsMarks = session.keepsMarks || (result.certain && result.reply->status != OK);
+    HEARD unheard;
+    return result.reply && result.reply->status == OK && setMark(write, unheard);
 }
 
 /**

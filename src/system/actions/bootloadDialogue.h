@@ -95,6 +95,7 @@ private:
     bool hasKeptMark(const REQUEST& request);
     void learnStatus(const REQUEST& request, const REPLY& refusal);
     std::optional<REPLY> askStatus(std::uint8_t module);
+    bool outlivesMark(const REQUEST& write);
     bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 

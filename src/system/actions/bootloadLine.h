@@ -34,6 +34,8 @@ public:
         milliseconds work{0};  ///< how long the module may be at work on it
         unsigned attempt = 0;  ///< how often what it is part of was begun before; waits longer
         bool mustBeOk = false; ///< a reply with an error fails the try
+        /** The only row of the page that is written, for a look whether that is open still. */
+        std::optional<busMessages::PROCBUS_MSG> onlyRow{};
         /** Called behind each try that failed, with the reply that did not count. */
         std::function<void(const std::optional<REPLY>&)> failed;
     };

@@ -65,7 +65,7 @@ struct SESSION {
     unsigned unansweredMarks = 0;
     std::optional<REPLY> told{}; ///< by the status request behind the last mark, if it was answered
     bool tellsState = false;     ///< that was no refusal, and the same behind two marks
-    bool keepsMarks = false;     ///< it took a mark for a row
+    bool keepsMarks = false;     ///< it took a mark for a row, or forgot its page at one
     bool refusesMarks = false;   ///< it refused one while a page or record was open
     bool answersDirectly[bootloadTiming::KINDS] = {}; ///< it has answered such a request by itself
     PACE pace{};

@@ -142,6 +142,7 @@ bool imageProgrammer::sendPageWrite() {
     write.msg = writePage(module);
     write.proof = PROOF::NOTHING;
     write.mustBeOk = true;
+    write.onlyRow = onlyRow;
     write.failed = [](const std::optional<REPLY>& reply) {
         if (reply) {
             std::printf("Page Write Error: %d (rec: %x)\n", static_cast<int>(reply->status),
@@ -277,6 +278,7 @@ imageProgrammer::PAGE_RESULT imageProgrammer::attemptPage(const hexpage::MEMORY_
     }
     started = true;
     const int sent = sendRows(page.data, PROOF::NOTHING);
+    onlyRow = rowsOf(page.data.size()) == 1 ? std::optional(dataRow(0, page.data)) : std::nullopt;
     if (sent < 0) {
         return retry("No response from data send...retrying page");
     }

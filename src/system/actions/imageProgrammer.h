@@ -78,6 +78,7 @@ private:
     bool wideAddress = false;
     unsigned attempt = LONE;  ///< how often the page or record at hand was begun before
     bool wasAnswered = false; ///< the last request
+    std::optional<busMessages::PROCBUS_MSG> onlyRow; ///< of the page at hand, once it is sent
     /** Until when an erase may go on that was answered; over at the first answer that is surely another's. */
     bootloadHost::clock::time_point erasingUntil{};
 

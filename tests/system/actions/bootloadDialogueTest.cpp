@@ -33,6 +33,8 @@ REQUEST requestOf(const std::string& word) {
         {'r', rowMsg, KIND::ROW, PROOF::NOTHING, ROW_WORK},
         {'m', rowMsg, KIND::ROW, PROOF::MARK, ROW_WORK},
         {'W', writePage(MODULE), KIND::WRITE, PROOF::NOTHING, WRITE_WORK},
+        {'w', writePage(MODULE), KIND::WRITE, PROOF::NOTHING,
+         WRITE_WORK}, // of a page begun for the third time
         {'E', eraseBlocks(MODULE, 0, 1, true), KIND::ERASE, PROOF::MARK, eraseWork(1)},
         {'A', eraseAll(MODULE), KIND::ERASE, PROOF::MARK, eraseWork(0)},
     };
@@ -45,7 +47,11 @@ REQUEST requestOf(const std::string& word) {
     request.row = row;
     request.proof = kind.proof;
     request.work = kind.work;
-    request.mustBeOk = kind.letter == 'W';
+    request.mustBeOk = kind.kind == KIND::WRITE;
+    if (kind.letter == 'w') {
+        request.attempt = 2;
+        request.onlyRow = rowMsg;
+    }
     return request;
 }
 
@@ -120,6 +126,8 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
     the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
+    one row, behind a mark in time | , s r w | | own ok ok ok | , S R0 M R0 M W
+    the same, but a mark costs the page | , s r w s r w | R: ok =2 ok | own ok ok none ok ok ok | , S R0 M R0 S R0 W
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
     a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
     an unheard erase | , E | E: deaf ok | own ok | , E M E

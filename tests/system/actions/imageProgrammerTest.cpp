@@ -75,7 +75,7 @@ TEST_F(imageProgrammerTest, WhatGoesWrongIsTriedAgainAndLogged) {
         records | R: ok =1 ok       | done   | 1 | [Warning]: Serial: Could not write page to memory | A R0 W R0 R0 R1 R2 W R0 W R0 R1 W R0 W
         records | R: =1             | failed | 1 | [Error]: Serial: Program retry count exceeded...Exiting... | A R0 R0 R0 R0
         records | ,: twice          | done   | 0 | anew | A R0 W R0 R1 R2 W R0 W R0 R1 W R0 W
-        one row | W: deaf           | failed | 0 | X: Page written successfully | S R0 W M W M W M W M S R0 W M W M W M W M S R0 M W M W M W M W M S R0 W M W M W M W ?
+        one row | W: deaf           | failed | 0 | X: Page written successfully | S R0 W M W M W M W M S R0 W M W M W M W M S R0 M R0 M W M W M W M W M S R0 W M W M W M W ?
         records | W: ok&id9         | failed | 1 | [Error]: Serial: The module started its bootloader anew | A R0 W R0 R1 R2 W
         records | W: ok&id8 ok      | done   | 0 | anew | A R0 W R0 R1 R2 W R0 W R0 R1 W R0 W)";
     for (const auto& row : rowsOf(table)) {
