@@ -70,6 +70,7 @@ const Dimension DIMENSIONS[] = {
     {"write-again", {"error"}, rewritesPages},
     {"reply-length", {"2", "3", "5", "8"}, always},
     {"enter-row", {"1", "5", "65535"}, isOld},
+    {"enter-answer", {"silent"}, isOld},
     {"enter-nth", {"2", "3", "4"}, always},
     {"enter-ms", {"300", "900"}, always},
     {"deaf", {""}, always},

@@ -56,9 +56,10 @@ public:
         const DialogueTarget target{module.address, module.serialBootloader, made.path};
         MatrixResult result;
         try {
-            const bool done = dialogue == Dialogue::Plain
-                                  ? flashPlainly(host, target)
-                                  : PanelVisits(host).flash(target) == PanelVisits::Result::Done;
+            const bool done =
+                dialogue == Dialogue::Plain
+                    ? flashPlainly(host, target)
+                    : PanelVisits(host, settings_.lose > 0).flash(target) == PanelVisits::Result::Done;
             result.time = bus.now() - start;
             bus.advance(bus.now() + LAST_WORK);
             const bool right = !wrongAddress(module.flash, kind, made.after);

@@ -12,7 +12,7 @@ bool PanelVisits::begin() {
 }
 
 std::optional<bool> PanelVisits::enter(const DialogueTarget& target) {
-    const auto entry = dialogue_.enter(target.address, !target.serial);
+    const auto entry = dialogue_.enter(target.address, !target.serial, strict_);
     const bool plain = entry == bootloadDialogue::ENTRY::PLAIN;
     const bool identified = entry == bootloadDialogue::ENTRY::IDENTIFIED;
     const bool rightLink = dialogue_.identification().serial == target.serial;

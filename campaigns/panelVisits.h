@@ -12,7 +12,9 @@ public:
         Missing ///< no bootloader answered, or another one than there should be
     };
 
-    explicit PanelVisits(bootloadHost& panel) : host_(panel), dialogue_(panel) {}
+    /** `strict`: as with `strict_bootloaders = 1`. */
+    explicit PanelVisits(bootloadHost& panel, bool strict = true)
+        : host_(panel), dialogue_(panel), strict_(strict) {}
 
     /** Switches the whole system to update mode, once before the first module. */
     bool begin();
@@ -28,4 +30,5 @@ private:
 
     bootloadHost& host_;
     bootloadDialogue dialogue_;
+    bool strict_;
 };

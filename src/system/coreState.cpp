@@ -43,6 +43,9 @@ int coreState::readConfiguration() {
     std::uint32_t strict = 0;
     config.readInto(strict, "strict_images");
     strictImages = strict == 1;
+    strict = 0;
+    config.readInto(strict, "strict_bootloaders");
+    strictBootloaders = strict == 1;
     std::string keys;
     if (config.readInto(keys, "trusted_keys")) {
         trustedKeys = keys;

@@ -114,6 +114,9 @@ public:
     /** Images that can't arrive whole are refused; else the log warns of them. Key `strict_images`. */
     bool strictImages = false;
 
+    /** A module that says nothing but errors is no old bootloader. Key `strict_bootloaders`. */
+    bool strictBootloaders = false;
+
     /**
      * The directory with the public keys of whom packages are taken from; without it, from anybody. Key
      * `trusted_keys`.

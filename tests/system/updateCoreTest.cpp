@@ -16,6 +16,7 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
         bool debug;
         std::size_t limit; ///< of the log, in bytes
         bool strict = false;
+        bool strictBootloaders = false;
     } rows[] = {
         {"", false, 0},
         {"debug = 1\n", true, 1},
@@ -25,12 +26,14 @@ TEST_F(updateCoreTest, DebugAndLogSizeShareOneNumber) {
         {"debug = 0\n", false, 0},
         {"debug = 2\nstrict_images = 1\n", false, 2, true}, // that number is no part of it
         {"strict_images = 2\n", false, 0, false},
+        {"strict_bootloaders = 1\n", false, 0, false, true},
     };
     for (const auto& row : rows) {
         configuration = "ub_mbus = 9600\ndir = /keldra # a comment\n" + std::string(row.keys);
         start();
         EXPECT_EQ(core->debug, row.debug) << row.keys;
         EXPECT_EQ(core->strictImages, row.strict) << row.keys;
+        EXPECT_EQ(core->strictBootloaders, row.strictBootloaders) << row.keys;
         EXPECT_EQ(core->uartBaud, 9600U);
         put("/keldra/logs/limit", std::string(row.limit, 'x'));
         EXPECT_FALSE(core->log->checkSize("limit")) << row.keys;

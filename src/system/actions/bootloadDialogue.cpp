@@ -52,8 +52,8 @@ bool bootloadDialogue::sendSystemCommand(std::uint8_t module, std::uint8_t arg) 
     return false;
 }
 
-bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName) {
-    return bootloaderEntry(host, line, session, module, byName).enter();
+bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName, bool strict) {
+    return bootloaderEntry(host, line, session, module, {byName, strict}).enter();
 }
 
 // Tries

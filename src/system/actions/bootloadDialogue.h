@@ -43,10 +43,13 @@ public:
 
     /**
      * Asks the module into its bootloader, and begins a session with it. With `byName` an identification
-     * counts that names the module, or at last another one; else any.
+     * counts that names the module, or at last another one; else any. `strict`: errors that may be another
+     * request's make no old bootloader, not even in the end.
      */
-    ENTRY enter(std::uint8_t module, bool byName);
+    ENTRY enter(std::uint8_t module, bool byName, bool strict);
     const busMessages::IDENTIFICATION& identification() const { return session.said; }
+    /** What was taken for an old bootloader has said nothing but errors. */
+    bool isPlainByErrors() const { return session.plainByErrors; }
     /** An identification came in mid-session that nobody had asked for: the bootloader has started anew. */
     bool hasRestarted() const { return session.restarted; }
     /** A bootloader that was taken for an old one said behind that what it is. */
@@ -92,10 +95,10 @@ private:
     milliseconds workOf(const REQUEST& request) const;
 
     bool setMark(const REQUEST& request, HEARD& heard);
+    bool outlivesMark(const REQUEST& write);
     bool hasKeptMark(const REQUEST& request);
     void learnStatus(const REQUEST& request, const REPLY& refusal);
     std::optional<REPLY> askStatus(std::uint8_t module);
-    bool outlivesMark(const REQUEST& write);
     bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);
 

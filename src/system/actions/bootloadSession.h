@@ -51,6 +51,7 @@ struct SESSION {
     busMessages::IDENTIFICATION said{};
     bool identifies = false;           ///< the bootloader is one that says what it is
     bool plain = false;                ///< it is taken for an old one
+    bool plainByErrors = false;        ///< though it said nothing but errors
     bool identifiedLate = false;       ///< and said behind that what it is
     bool restarted = false;            ///< it said so once more: it has started anew
     std::optional<std::int8_t> name{}; ///< that its replies gave it so far; NO_MODULE when they keep to none

@@ -15,8 +15,8 @@ const bootloaderEntry::CONSEQUENCE bootloaderEntry::CONSEQUENCES[] = {
 };
 
 bootloaderEntry::bootloaderEntry(bootloadHost& panel, bootloadLine& wire, SESSION& known, std::uint8_t module,
-                                 bool byName)
-    : host(panel), line(wire), session(known), mustName(byName) {
+                                 RULES rules)
+    : host(panel), line(wire), session(known), counts(rules) {
     request.msg = systemCommand(module, busProtocol::ENTER_BOOTLOADER);
     request.module = module;
     request.kind = KIND::ENTER;
@@ -102,9 +102,9 @@ void bootloaderEntry::consider(const ANSWER& answer) {
 
 bootloaderEntry::HEARD bootloaderEntry::classify(const IDENTIFICATION& identification) {
     const bool isBefore = session.isNameBefore(identification.module);
-    const bool counts =
-        mustName ? session.isOwnName(identification.module) : !isBefore || identification.serial;
-    if (counts) {
+    const bool isWanted =
+        counts.byName ? session.isOwnName(identification.module) : !isBefore || identification.serial;
+    if (isWanted) {
         session.said = identification;
         session.identifies = true;
         return HEARD::IDENTIFICATION;
@@ -125,5 +125,14 @@ bootloaderEntry::HEARD bootloaderEntry::classify(const REPLY& reply, WHOSE whose
     if (whose == WHOSE::OWN) {
         return isOk || direct ? HEARD::PLAIN : HEARD::DOUBTED;
     }
+    if (!isOk && lastTry && heard < HEARD::DOUBTED && mayBelieveErrors(reply)) {
+        session.plainByErrors = true;
+        return HEARD::DOUBTED;
+    }
     return isOk ? HEARD::DOUBTED : HEARD::LIFE;
+}
+
+/** On a quiet line nothing speaks against an old bootloader but a message that may have been lost. */
+bool bootloaderEntry::mayBelieveErrors(const REPLY& reply) const {
+    return !counts.strict && !line.isDisturbed() && !session.isNameBefore(reply.module);
 }

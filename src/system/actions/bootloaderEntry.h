@@ -15,12 +15,15 @@ public:
         IDENTIFIED, ///< the same of the module's own
     };
 
-    /**
-     * With `byName` an identification counts that names the module, or at last another one; else any. What is
-     * heard goes into `known`, the session that the line has.
-     */
+    /** What counts. */
+    struct RULES {
+        bool byName; ///< an identification that names the module, or at last another one; else any
+        bool strict; ///< errors that may be another request's make no old bootloader, not even at last
+    };
+
+    /** What is heard goes into `known`, the session that the line has. */
     bootloaderEntry(bootloadHost& panel, bootloadLine& wire, SESSION& known, std::uint8_t module,
-                    bool byName);
+                    RULES rules);
 
     /** Begins a new session and asks up to 4 times. NONE, too, when the run is cancelled. */
     ENTRY enter();
@@ -34,7 +37,7 @@ private:
     /** What has been heard so far, by its worth. */
     enum class HEARD : std::uint8_t {
         SILENCE,
-        LIFE,           ///< something that no old bootloader answers with
+        LIFE,           ///< something that is not known to be an old bootloader's answer
         DOUBTED,        ///< a reply that may be another request's
         PLAIN,          ///< an old bootloader's own reply
         ANOTHER,        ///< an identification that names another module
@@ -55,12 +58,13 @@ private:
     void consider(const ANSWER& answer);
     HEARD classify(const busMessages::IDENTIFICATION& identification);
     HEARD classify(const busMessages::REPLY& reply, WHOSE whose);
+    bool mayBelieveErrors(const busMessages::REPLY& reply) const;
 
     bootloadHost& host;
     bootloadLine& line;
     SESSION& session;
     bootloadLine::REQUEST request;
-    bool mustName;
+    RULES counts;
     bool lastTry = false;
     bool direct = false;          ///< nothing else was sent, nor did anything disturb the line
     HEARD heard = HEARD::SILENCE; ///< only rises, through all tries

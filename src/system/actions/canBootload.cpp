@@ -52,13 +52,16 @@ action::STATUS canBootload::needsUpdate(bool force) {
     pic24NewBL = false;
     csys->comBus->setBuffSize(receiveSize::CAN_BOOTLOADER);
     log("Requested module bootloader", logger::LOG_NOTICE);
-    const auto entry = dialogue.enter(base->id, true);
+    const auto entry = dialogue.enter(base->id, true, csys->strictBootloaders);
     if (csys->cancel) {
         return UPERROR;
     }
     procType = coreState::PIC24;
     switch (entry) {
     case bootloadDialogue::ENTRY::PLAIN:
+        if (dialogue.isPlainByErrors()) {
+            log("Nothing but errors from the module: taken for an old bootloader", logger::LOG_WARNING);
+        }
         return compareRecorded(force);
     case bootloadDialogue::ENTRY::ANOTHER:
     case bootloadDialogue::ENTRY::IDENTIFIED:

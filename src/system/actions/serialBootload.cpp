@@ -61,7 +61,7 @@ action::STATUS serialBootload::needsUpdate(bool force) {
     csys->answers.forgetIdentification();
     log("Serial: Requested module bootloader", logger::LOG_NOTICE);
     csys->comBus->setBuffSize(receiveSize::SYSTEM_COMMAND);
-    const auto entry = dialogue.enter(base->id, false);
+    const auto entry = dialogue.enter(base->id, false, true);
     if (csys->cancel) {
         return UPERROR;
     }

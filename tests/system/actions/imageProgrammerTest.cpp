@@ -26,7 +26,7 @@ protected:
         bootloadDialogue dialogue(host);
         imageProgrammer programmer(host, dialogue, "X: ");
         programmer.setTarget(ScriptedHost::MODULE, true);
-        dialogue.enter(ScriptedHost::MODULE, true);
+        dialogue.enter(ScriptedHost::MODULE, true, true);
         host.sent.clear();
         if (how == "records") {
             hexrecords image(path);
