@@ -64,26 +64,34 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     const bool wantsMark = request.proof == PROOF::MARK || line.provesNothing(request);
     const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
     const bool hadKept = session.keepsMarks;
+    bool wasSent = false;
     for (unsigned n = 0; n < TRIES && !result.reply && !host.cancelled(); ++n) {
         HEARD unheard;
         // Some modules judge a second write anew: once, already the first is sent behind a mark.
         const bool isDoubted = n > 0 || (request.kind == KIND::WRITE && request.attempt + 2 == TRIES);
-        const bool isMarked = isDoubted && wantsMark && !session.keepsMarks && setMark(request, unheard);
+        const bool wantsOne = isDoubted && wantsMark && session.takesMarks(request.kind);
+        bool isMarked = wantsOne && setMark(request, unheard);
         if (wantsMark) {
             line.linger(isDoubted);
         }
         if (request.proof != PROOF::LATER && !line.settle(request, n > 0)) {
             continue;
         }
-        const bool isDoubtful = isMarked && n == 0 && request.onlyRow && !outlivesMark(request);
-        if (isDoubtful || (session.keepsMarks && !hadKept && isOfPage)) {
-            break; // the page holds the mark now, or is no more, and is begun anew
+        if (wantsOne && !wasSent && request.onlyRow && !session.keepsMarks) {
+            if (!outlivesMark(request)) {
+                break; // the page is begun anew
+            }
+            isMarked = isMarked && setMark(request, unheard);
         }
+        if (session.keepsMarks && !hadKept && isOfPage) {
+            break; // it holds the mark now
+        }
+        wasSent = true;
         const bool answered = result.answered;
         result = tryOnce(request, n, isMarked);
         result.answered = result.answered || answered;
     }
-    learn(result);
+    learn(request, result);
     return result;
 }
 
@@ -93,7 +101,7 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     heard.wasAlive = wasAlive;
     line.send(request);
     listen(request, n, heard);
-    if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && !session.keepsMarks) {
+    if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && session.takesMarks(request.kind)) {
         clarify(request, n, heard);
         if (mayHoldMark(request, n)) { // it is begun again
             heard.own.reset();
@@ -119,6 +127,8 @@ bootloadDialogue::RESULT bootloadDialogue::resultOf(const REQUEST& request, unsi
         result.certain = !heard.refused;
     } else if (takesDoubtful(request, n, heard)) {
         result.reply = heard.maybe;
+    } else {
+        result.passedOver = heard.maybe;
     }
     return result;
 }
@@ -146,8 +156,13 @@ bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const H
 }
 
 /** What a status request would repeat now, how long this kind takes, and by which name the module goes. */
-void bootloadDialogue::learn(const RESULT& result) {
+void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
     session.lastReply = result.reply;
+    if (request.kind == KIND::START) {
+        session.isOpen = result.certain && result.reply->status == OK;
+    } else if (request.kind == KIND::ROW) {
+        noteDropped(result);
+    }
     if (!result.reply) {
         return;
     }
@@ -156,6 +171,22 @@ void bootloadDialogue::learn(const RESULT& result) {
         session.name = result.reply->module;
     } else if (session.name && result.reply->module != *session.name) {
         session.name = NO_MODULE; // it keeps to none
+    }
+}
+
+/**
+ * Of a page's row: one that was open for sure, and is not behind a mark, may have been forgotten at the mark.
+ * Once it may be the line's fault.
+ */
+void bootloadDialogue::noteDropped(const RESULT& result) {
+    const std::optional<REPLY> reply = result.reply ? result.reply : result.passedOver;
+    if (!session.isOpen || !session.wasMarked || !reply) {
+        return;
+    }
+    if (reply->status == MISSEDPACKET) {
+        ++session.dropped;
+    } else if (result.certain && !session.dropsPages()) {
+        session.dropped = 0;
     }
 }
 
@@ -294,8 +325,8 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
 }
 
 /**
- * Whether a page that was not written yet is open behind a mark: its only row is taken again then. Some
- * modules forget it, and would answer the write as they did the one before.
+ * Whether a page that was not written yet is open behind a mark for sure: its only row is taken again then.
+ * Some modules forget it, and would answer the write as they did the one before.
  */
 bool bootloadDialogue::outlivesMark(const REQUEST& write) {
     REQUEST row = write;
@@ -307,10 +338,10 @@ bool bootloadDialogue::outlivesMark(const REQUEST& write) {
     line.begin(row);
     const RESULT result = tryOnce(row, 0, true);
     line.begin(write);
-    session.lastReply = result.reply;
-    session.keepsMarks = session.keepsMarks || (result.certain && result.reply->status != OK);
-    HEARD unheard;
-    return result.reply && result.reply->status == OK && setMark(write, unheard);
+    if (result.certain && result.reply->status != OK) {
+        session.dropped = SESSION::SURELY_DROPS;
+    }
+    return result.reply && result.reply->status == OK;
 }
 
 /**

@@ -25,8 +25,10 @@ public:
 
     struct RESULT {
         std::optional<busMessages::REPLY> reply; ///< none when all tries failed
-        bool answered = false;                   ///< something came while it was waited for
-        bool certain = false;                    ///< the reply is nobody else's
+        std::optional<busMessages::REPLY>
+            passedOver;        ///< then, what came in the last try and may be another's
+        bool answered = false; ///< something came while it was waited for
+        bool certain = false;  ///< the reply is nobody else's
     };
 
     explicit bootloadDialogue(bootloadHost& panel) : host(panel) {}
@@ -48,8 +50,8 @@ public:
      */
     ENTRY enter(std::uint8_t module, bool byName, bool strict);
     const busMessages::IDENTIFICATION& identification() const { return session.said; }
-    /** What was taken for an old bootloader has said nothing but errors. */
-    bool isPlainByErrors() const { return session.plainByErrors; }
+    /** What was taken for an old bootloader has said nothing but errors, each perhaps another request's. */
+    bool isPlainByErrors() const { return session.plain && session.plainByErrors; }
     /** An identification came in mid-session that nobody had asked for: the bootloader has started anew. */
     bool hasRestarted() const { return session.restarted; }
     /** A bootloader that was taken for an old one said behind that what it is. */
@@ -85,7 +87,8 @@ private:
     RESULT tryOnce(const REQUEST& request, unsigned n, bool wasAlive);
     RESULT resultOf(const REQUEST& request, unsigned n, const HEARD& heard) const;
     bool takesDoubtful(const REQUEST& request, unsigned n, const HEARD& heard) const;
-    void learn(const RESULT& result);
+    void learn(const REQUEST& request, const RESULT& result);
+    void noteDropped(const RESULT& result);
 
     void listen(const REQUEST& request, unsigned n, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);

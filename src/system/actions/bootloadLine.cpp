@@ -18,6 +18,7 @@ void bootloadLine::begin(const REQUEST& request) {
 void bootloadLine::send(const REQUEST& request) {
     drain();
     requestedAt = host.now();
+    session.wasMarked = session.wasMarked && request.kind != KIND::START;
     open.addRequest(requestedAt);
     host.send(request.msg);
 }
@@ -33,6 +34,7 @@ void bootloadLine::sendMark() {
     open.addMark(host.now());
     host.send(markRow());
     session.lastReply.reset();
+    session.wasMarked = true;
 }
 
 /** What came meanwhile is nobody's but that of requests before. */
@@ -71,10 +73,11 @@ bool bootloadLine::provesNothing(const REQUEST& request) const {
 
 /**
  * The first try of a request that nothing proves does not wait for earlier answers, lest the session end
- * meanwhile: its own is doubted then, and it is asked again behind a mark.
+ * meanwhile: its own is doubted then, and it is asked again behind a mark. But it waits when its page is
+ * begun for the last time.
  */
 bootloadLine::clock::time_point bootloadLine::confusedUntil(const REQUEST& request, bool again) const {
-    const bool waits = again || !provesNothing(request);
+    const bool waits = again || request.attempt + 1 == TRIES || !provesNothing(request);
     return std::max(waits ? open.confusedUntil() : clock::time_point(), open.disturbedUntil());
 }
 
@@ -118,7 +121,7 @@ void bootloadLine::keepAlive(const REQUEST& request, bool again) {
     if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
         sendStatus(request.module, ABOUT::NOTHING);
     } else if (inSession && (request.proof == PROOF::MARK || again) && !open.awaitsMark() &&
-               !session.keepsMarks) {
+               session.takesMarks(request.kind)) {
         sendMark();
     }
     open.skip(host.now());

@@ -51,7 +51,7 @@ struct SESSION {
     busMessages::IDENTIFICATION said{};
     bool identifies = false;           ///< the bootloader is one that says what it is
     bool plain = false;                ///< it is taken for an old one
-    bool plainByErrors = false;        ///< though it said nothing but errors
+    bool plainByErrors = false;        ///< though it said nothing but errors, perhaps another's
     bool identifiedLate = false;       ///< and said behind that what it is
     bool restarted = false;            ///< it said so once more: it has started anew
     std::optional<std::int8_t> name{}; ///< that its replies gave it so far; NO_MODULE when they keep to none
@@ -66,7 +66,10 @@ struct SESSION {
     unsigned unansweredMarks = 0;
     std::optional<REPLY> told{}; ///< by the status request behind the last mark, if it was answered
     bool tellsState = false;     ///< that was no refusal, and the same behind two marks
-    bool keepsMarks = false;     ///< it took a mark for a row, or forgot its page at one
+    bool keepsMarks = false;     ///< it took a mark for a row
+    bool isOpen = false;         ///< it surely took the last start of a page
+    bool wasMarked = false;      ///< a mark was sent behind that
+    unsigned dropped = 0;        ///< rows that it refused then, in turn
     bool refusesMarks = false;   ///< it refused one while a page or record was open
     bool answersDirectly[bootloadTiming::KINDS] = {}; ///< it has answered such a request by itself
     PACE pace{};
@@ -78,6 +81,13 @@ struct SESSION {
     bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
     /** It says nothing to a row that is out of its order: a mark tells nothing then. */
     bool isDeafToMarks() const { return unansweredMarks >= 2 && !answersMarks; }
+    /** It forgets the open page at a mark. */
+    bool dropsPages() const { return dropped >= SURELY_DROPS; }
+    static constexpr unsigned SURELY_DROPS = 2;
+    /** A mark before or behind such a request does no harm. */
+    bool takesMarks(bootloadTiming::KIND kind) const {
+        return !keepsMarks && (!dropsPages() || kind == bootloadTiming::KIND::ERASE);
+    }
     /** A reply by this name is the module's own. */
     bool isOwnName(std::int8_t named) const { return named == static_cast<std::int8_t>(module); }
     /** It is that of the module before, which may still answer. */

@@ -61,7 +61,9 @@ void bootloaderEntry::listen() {
         direct = false;
         line.sendStatus(request.module, bootloadLine::ABOUT::REQUEST);
         const bool done = hearWithin(STATUS_WAIT + PAUSE);
-        const bool mayWork = heard != HEARD::SILENCE && host.now() - start < ENTER_WORK;
+        // What said nothing but errors may still say what it is, as late as that can come.
+        const milliseconds work = session.plainByErrors ? LATEST_ENTRY : ENTER_WORK;
+        const bool mayWork = heard != HEARD::SILENCE && host.now() - start < work;
         if (done || (pass >= PASSES && !mayWork)) {
             return;
         }
@@ -122,6 +124,7 @@ bootloaderEntry::HEARD bootloaderEntry::classify(const REPLY& reply, WHOSE whose
     }
     session.lastReply = reply;
     const bool isOk = reply.status == busProtocol::OK;
+    session.plainByErrors = session.plainByErrors && !isOk;
     if (whose == WHOSE::OWN) {
         return isOk || direct ? HEARD::PLAIN : HEARD::DOUBTED;
     }

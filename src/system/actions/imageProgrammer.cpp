@@ -256,6 +256,7 @@ imageProgrammer::PAGE_RESULT imageProgrammer::programPage(hexpage::MEMORY_PAGE& 
         result = attemptPage(page, started);
     }
     attempt = LONE;
+    onlyRow.reset();
     if (dialogue.hasIdentifiedLate()) { // and has pages of other sizes
         logFailure("The module said late what it is");
         return PAGE_RESULT::RETRY;

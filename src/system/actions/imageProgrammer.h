@@ -82,6 +82,6 @@ private:
     /** Until when an erase may go on that was answered; over at the first answer that is surely another's. */
     bootloadHost::clock::time_point erasingUntil{};
 
-    /** Of a request that is part of no page: it waits like the first, and is the last. */
+    /** Of a request that is part of no page: it waits like the first. */
     static constexpr unsigned LONE = bootloadTiming::TRIES;
 };

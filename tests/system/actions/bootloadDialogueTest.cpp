@@ -14,8 +14,8 @@ using REQUEST = bootloadDialogue::REQUEST;
 
 constexpr std::uint8_t MODULE = ScriptedHost::MODULE;
 
-/** Requests by a letter: S, R and its number, W, E, A; s and r of a page of one row, m a
- * record's only row; with ! it is not begun again. */
+/** Requests by a letter: S, R and its number, W, E, A; s, r and w of a page of one row, w when that is begun
+ * for the third time; m a record's only row. */
 REQUEST requestOf(const std::string& word) {
     const std::uint32_t row = word[0] == 'R' ? static_cast<std::uint32_t>(std::stoi(word.substr(1))) : 0;
     const PROCBUS_MSG start = startPage(MODULE, 0, 100, true);
@@ -33,8 +33,7 @@ REQUEST requestOf(const std::string& word) {
         {'r', rowMsg, KIND::ROW, PROOF::NOTHING, ROW_WORK},
         {'m', rowMsg, KIND::ROW, PROOF::MARK, ROW_WORK},
         {'W', writePage(MODULE), KIND::WRITE, PROOF::NOTHING, WRITE_WORK},
-        {'w', writePage(MODULE), KIND::WRITE, PROOF::NOTHING,
-         WRITE_WORK}, // of a page begun for the third time
+        {'w', writePage(MODULE), KIND::WRITE, PROOF::NOTHING, WRITE_WORK},
         {'E', eraseBlocks(MODULE, 0, 1, true), KIND::ERASE, PROOF::MARK, eraseWork(1)},
         {'A', eraseAll(MODULE), KIND::ERASE, PROOF::MARK, eraseWork(0)},
     };
@@ -59,9 +58,10 @@ REQUEST requestOf(const std::string& word) {
 std::string outcome(bootloadDialogue& dialogue, ScriptedHost& host, const std::string& call) {
     static const char* const ENTRIES[] = {"none", "plain", "another", "own"};
     switch (call[0]) {
-    case ',':
-        return ENTRIES[static_cast<int>(
-            dialogue.enter(call == ",8" ? 8 : MODULE, call != ",any", call != ",lax"))];
+    case ',': {
+        const auto entry = dialogue.enter(call == ",8" ? 8 : MODULE, call != ",any", call != ",lax");
+        return ENTRIES[static_cast<int>(entry)] + std::string(dialogue.isPlainByErrors() ? "-by-errors" : "");
+    }
     case '!':
         return dialogue.sendSystemCommand(MODULE, '!') ? "yes" : "no";
     case '?':
@@ -127,7 +127,10 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
     the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, behind a mark in time | , s r w | | own ok ok ok | , S R0 M R0 M W
-    the same, but a mark costs the page | , s r w s r w | R: ok =2 ok | own ok ok none ok ok ok | , S R0 M R0 S R0 W
+    the same, but a mark costs the page | , s r w s r w E | R: ok =2 ok; E: deaf ok | own ok ok none ok ok ok ok | , S R0 M R0 S R0 W E M E
+    a mark costs the page, twice | , s r W s r s r s r W | S: ok lost; R: ok =2 =2 =2 =2 ok | own ok ok ok ok 2 ok 2 ok ok ok | , S R0 W S M S ? R0 M R0 M S ? R0 M R0 S ? R0 ? R0 W ? W
+    the same, but the mark is kept | , s r w | M: =0+row2 | own ok ok none | , S R0 M
+    the same, but a second mark is not answered | , s r w | M: ok deaf | own ok ok ok | , S R0 M R0 M W
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
     a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
@@ -179,7 +182,9 @@ TEST(bootloadDialogueTest, AModuleIsKnownByWhatItAnswersToEnter) {
     an old bootloader with an error | , | ,: plain+=2 | plain | ,
     the same, late | , | ,: plain+=2+late300 plain | plain | , ? ,
     nothing but its status | , | ,: lost | none | , ? , ? , ? , ?
-    the same, where that is believed | ,lax | ,: lost | plain | , ? , ? , ? , ?
+    the same, where that is believed | ,lax | ,: lost | plain-by-errors | , ? , ? , ? , ?
+    the same, and an OK behind it | ,lax | ,: lost; ?: =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =2 =0 | plain | , ? , ? , ? , ?
+    the same, and what it is, as late as that can come | ,lax | ,: lost lost lost work1900 | own | , ? , ? , ? , ?
     the module before, late | ,8 , | ,: deaf deaf deaf id8+late1000 deaf ok; ?: deaf | none own | , ? , ? , ? , ? , ? ,
     a reply of the module before | ,8 ! , | ,: id8 plain+by8; !: deaf; ?: deaf | own no plain | , ! ? ! ? ! ? ! ? , ? , ? , ? ,
     )");

@@ -36,6 +36,7 @@ bool isSerial(std::uint8_t kind) {
 
 // Requests as a bootloader tells them apart.
 constexpr int START = 1;
+constexpr int STATUS = 3;
 constexpr int ERASE_ALL = 6;
 constexpr int ROW = 100;
 constexpr int ENTER = ENTER_BOOTLOADER;
@@ -207,6 +208,17 @@ TEST_F(bootloadersTest, TheModulesAnswerDecides) {
         const Texts log = newlyLogged();
         EXPECT_EQ(holds(log, "Could not switch to bootload mode"), row.answer.empty()) << row.name;
     }
+}
+
+TEST_F(bootloadersTest, OneThatSaysNothingButErrorsIsAnOldOneWhereThatIsBelieved) {
+    int asked = 0;
+    bus.autoAnswer([&asked](const Frame& request) {
+        asked += kindOf(request) == ENTER ? 1 : 0;
+        const bool answers = asked == 4 && kindOf(request) == STATUS; // before, it would only take longer
+        return answers ? Replies{reply(2, 0, CAN_MODULE)} : Replies();
+    });
+    EXPECT_EQ(onCan.needsUpdate(false), action::GOUPDATE);
+    EXPECT_TRUE(holds(newlyLogged(), "CAN: Nothing but errors from the module: taken for an old bootloader"));
 }
 
 TEST_F(bootloadersTest, EachProcessorsPagesAreSentAndErased) {
