@@ -13,8 +13,8 @@
 namespace {
 
 const char* const PACKAGE = "/keldra/tmp/keldra_update/";
-constexpr unsigned long LONGEST_RUN_MS = 280'000;
-constexpr unsigned BETWEEN_STARTS = 5; // seconds
+constexpr unsigned long LONGEST_RUN_MS = 1'200'000; // a line that loses every seventh row costs 9 minutes
+constexpr unsigned BETWEEN_STARTS = 5;              // seconds
 
 /** What only a module that did not answer, or refused, explains. */
 const char* const REASONS[] = {"Could not erase range", "Page retry count exceeded",
