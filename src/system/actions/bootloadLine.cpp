@@ -83,13 +83,22 @@ bootloadLine::clock::time_point bootloadLine::confusedUntil(const REQUEST& reque
 
 bool bootloadLine::settle(const REQUEST& request, bool again) {
     const auto limit = host.now() + LONGEST_SETTLE + LATEST_ENTRY;
+    const auto heardBefore = open.heardAt();
     drain();
-    for (auto now = host.now(); confusedUntil(request, again) > now; now = host.now()) {
+    while (true) {
+        const bool wasLate = open.heardAt() != heardBefore; // and may come once more
+        const auto lingered = wasLate ? open.heardAt() + LINGER : clock::time_point();
+        const auto until = std::max(confusedUntil(request, again), lingered);
+        const auto now = host.now();
+        if (now >= until) {
+            open.forgetOver(now);
+            return true;
+        }
         if (now >= limit || host.cancelled()) {
             return false;
         }
         const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
-        const auto next = std::min(confusedUntil(request, again), turn);
+        const auto next = std::min(until, turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
             noteMarkReply(*answer);
             judge(*answer);
@@ -97,8 +106,6 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
             keepAlive(request, again);
         }
     }
-    open.forgetOver(host.now());
-    return true;
 }
 
 void bootloadLine::noteMarkReply(const ANSWER& answer) {

@@ -125,6 +125,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     one row, an unheard write | , s r W | W: deaf ok | own ok ok ok | , S R0 W M W
     one row, no write heard | , s r W | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
     only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
+    a late answer comes twice | , ? E | ?: late100+twice ok; E: deaf ok | own no ok | , M E M E
     the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, behind a mark in time | , s r w | | own ok ok ok | , S R0 M R0 M W
     the same, but a mark costs the page | , s r w s r w E | R: ok =2 ok; E: deaf ok | own ok ok none ok ok ok ok | , S R0 M R0 S R0 W E M E
