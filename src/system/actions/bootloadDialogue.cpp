@@ -302,15 +302,11 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     line.sendMark();
-    milliseconds wait =
-        std::max({MARK_WAIT, 2 * session.pace.fastest, session.pace.usual(KIND::ROW) * 5 / 4});
+    milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = line.receiveBefore(limit, wait)) {
         if (openRequests::isMarkReply(*answer)) {
-            line.noteMarkReply(*answer);
-            line.judge(*answer);
-            session.answersMarks = true;
-            learnStatus(request, answer->reply);
+            noteMarkAnswered(request, *answer);
             return true;
         }
         if (consider(request, *answer, heard) && heard.own) {
@@ -321,7 +317,18 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
             wait = std::max(wait, 2 * line.sinceRequest());
         }
     }
-    return hasKeptMark(request);
+    return askOfMark(request);
+}
+
+/** By the module itself, not by its status. */
+void bootloadDialogue::noteMarkAnswered(const REQUEST& request, const ANSWER& answer) {
+    line.noteMarkReply(answer);
+    line.judge(answer);
+    session.tellsMarks = false;
+    if (!session.tellsState) {
+        session.lastReply = answer.reply;
+    }
+    learnStatus(request, answer.reply, askStatus(request.module));
 }
 
 /**
@@ -346,47 +353,74 @@ bool bootloadDialogue::outlivesMark(const REQUEST& write) {
 
 /**
  * Asks a module that has not answered a mark for its status, which keeps its session alive. Some answer rows
- * only so, and tell that they have kept the mark. An error tells nothing: a module that is at work may say
- * so.
+ * only so: true when it tells what became of the mark. A module that is at work may say so by an error, but
+ * not one that said OK before the mark, and the same error for longer than a row takes: once, since from then
+ * on it is known to repeat what the mark got.
  */
-bool bootloadDialogue::hasKeptMark(const REQUEST& request) {
-    line.sendStatus(request.module, ABOUT::NOTHING);
-    const auto answer = host.receive(std::max(STATUS_WAIT + PAUSE, 2 * session.pace.fastest));
-    const bool isKept = answer && openRequests::isMarkReply(*answer) && answer->reply.status == OK;
-    if (isKept) {
-        line.noteMarkReply(*answer);
-        session.answersMarks = true;
-    } else {
-        ++session.unansweredMarks;
+bool bootloadDialogue::askOfMark(const REQUEST& request) {
+    const bool wasIdle = line.saidOk();
+    const auto until = host.now() + ROW_WORK;
+    std::optional<REPLY> refusal;
+    while (!host.cancelled()) {
+        line.sendStatus(request.module, ABOUT::NOTHING);
+        const auto answer = host.receive(std::max(STATUS_WAIT + PAUSE, 2 * session.pace.fastest));
+        const bool isMarks = answer && openRequests::isMarkReply(*answer);
+        if (isMarks && answer->reply.status == OK) {
+            line.noteMarkReply(*answer);
+            line.judge(*answer);
+            return true;
+        }
+        if (!isMarks || !wasIdle || (refusal && refusal != answer->reply)) {
+            ++session.unansweredMarks;
+            if (answer) {
+                line.judge(*answer);
+            }
+            return false;
+        }
+        line.judgeTold(*answer);
+        refusal = answer->reply;
+        if (session.tellsMarks || host.now() >= until) {
+            session.answersMarks = true;
+            session.tellsMarks = true;
+            learnStatus(request, *refusal, refusal);
+            return true;
+        }
+        if (const auto late = host.receive(KEEP_ALIVE)) {
+            if (openRequests::isMarkReply(*late)) {
+                noteMarkAnswered(request, *late);
+                return true;
+            }
+            line.judge(*late);
+        }
     }
-    if (answer) {
-        line.judge(*answer);
-    }
-    return isKept;
+    return false;
 }
 
 /**
- * What the module says when it is asked for its status: most repeat the refusal. One that says something
- * else, and the same behind two marks, tells its state; that helps when the request's own reply differs.
+ * What the module told when it was asked for its status behind a refused mark: most repeat the refusal. One
+ * that says something else, and the same behind two marks, tells its state; that helps when the request's own
+ * reply differs.
  */
-void bootloadDialogue::learnStatus(const REQUEST& request, const REPLY& refusal) {
-    if (!session.tellsState) {
-        session.lastReply = refusal;
-    }
-    const std::optional<REPLY> told = askStatus(request.module);
+void bootloadDialogue::learnStatus(const REQUEST& request, const REPLY& refusal,
+                                   const std::optional<REPLY>& told) {
     session.repeatsMarks = told == refusal;
     session.tellsState = told && told == session.told && told->row != request.row && !session.repeatsMarks;
     session.told = told;
     session.lastReply = session.repeatsMarks || session.tellsState ? told : std::nullopt;
 }
 
-/** None when it is silent: not every module answers that. */
+/** None when it is silent: not every module answers that. What a mark before gets meanwhile is passed over.
+ */
 std::optional<REPLY> bootloadDialogue::askStatus(std::uint8_t module) {
     const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
         line.sendStatus(module, ABOUT::NOTHING);
-        if (const auto answer = host.receive(wait)) {
+        while (const auto answer = host.receive(wait)) {
+            const bool isMarks = line.awaitsMark() && openRequests::isMarkReply(*answer);
             line.judge(*answer);
+            if (isMarks) {
+                continue;
+            }
             const bool isSame = !answer->identification && answer->reply == session.lastReply;
             session.answersStatus = session.answersStatus || isSame;
             return answer->identification ? std::nullopt : std::optional(answer->reply);

@@ -24,11 +24,10 @@ public:
     using ENTRY = bootloaderEntry::ENTRY;
 
     struct RESULT {
-        std::optional<busMessages::REPLY> reply; ///< none when all tries failed
-        std::optional<busMessages::REPLY>
-            passedOver;        ///< then, what came in the last try and may be another's
-        bool answered = false; ///< something came while it was waited for
-        bool certain = false;  ///< the reply is nobody else's
+        std::optional<busMessages::REPLY> reply;      ///< none when all tries failed
+        std::optional<busMessages::REPLY> passedOver; ///< else what the last try heard, perhaps another's
+        bool answered = false;                        ///< something came while it was waited for
+        bool certain = false;                         ///< the reply is nobody else's
     };
 
     explicit bootloadDialogue(bootloadHost& panel) : host(panel) {}
@@ -99,8 +98,9 @@ private:
 
     bool setMark(const REQUEST& request, HEARD& heard);
     bool outlivesMark(const REQUEST& write);
-    bool hasKeptMark(const REQUEST& request);
-    void learnStatus(const REQUEST& request, const REPLY& refusal);
+    void noteMarkAnswered(const REQUEST& request, const ANSWER& answer);
+    bool askOfMark(const REQUEST& request);
+    void learnStatus(const REQUEST& request, const REPLY& refusal, const std::optional<REPLY>& told);
     std::optional<REPLY> askStatus(std::uint8_t module);
     bool mayHoldMark(const REQUEST& request, unsigned n) const;
     void clarify(const REQUEST& request, unsigned n, HEARD& heard);

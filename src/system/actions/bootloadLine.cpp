@@ -100,7 +100,9 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
         const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
         const auto next = std::min(until, turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
-            noteMarkReply(*answer);
+            if (open.awaitsMark() && openRequests::isMarkReply(*answer)) {
+                noteMarkReply(*answer);
+            }
             judge(*answer);
         } else if (host.now() >= turn) {
             keepAlive(request, again);
@@ -109,9 +111,7 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
 }
 
 void bootloadLine::noteMarkReply(const ANSWER& answer) {
-    if (!open.awaitsMark() || !openRequests::isMarkReply(answer)) {
-        return;
-    }
+    session.answersMarks = true;
     if (answer.reply.status == busProtocol::OK) {
         session.keepsMarks = true;
     } else if (session.repeatsMarks) {
@@ -123,15 +123,19 @@ void bootloadLine::noteMarkReply(const ANSWER& answer) {
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
 void bootloadLine::keepAlive(const REQUEST& request, bool again) {
-    const bool isDistinct = session.lastReply && session.lastReply->row != request.row;
+    const auto& reply = session.lastReply;
     const bool inSession = request.kind != KIND::ENTER;
-    if (inSession && request.proof == PROOF::NOTHING && isDistinct) {
+    const bool mayMark = inSession && (request.proof == PROOF::MARK || again);
+    const bool isDistinct =
+        inSession && request.proof == PROOF::NOTHING && reply && reply->row != request.row;
+    const bool isRefused = mayMark && session.tellsMarks && reply && reply->status != busProtocol::OK;
+    if (isDistinct || isRefused) {
         sendStatus(request.module, ABOUT::NOTHING);
-    } else if (inSession && (request.proof == PROOF::MARK || again) && !open.awaitsMark() &&
-               session.takesMarks(request.kind)) {
+    } else if (mayMark && !open.awaitsMark() && session.takesMarks(request.kind)) {
         sendMark();
+    } else {
+        open.skip(host.now());
     }
-    open.skip(host.now());
 }
 
 void bootloadLine::linger(bool doubtful) {

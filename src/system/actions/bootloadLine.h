@@ -58,13 +58,16 @@ public:
     std::optional<ANSWER> receiveBefore(clock::time_point limit, milliseconds wait);
     /** To be asked of every answer once, in the order in which they come. */
     openRequests::WHOSE judge(const ANSWER& answer) { return open.judge(answer, host.now()); }
+    /** Instead, of what a status request told of the mark before it. */
+    void judgeTold(const ANSWER& answer) { open.judgeTold(answer, host.now()); }
     /** The answer that came just now is the one to the request at hand: how long such a one takes. */
     void learnTime();
     milliseconds sinceRequest() const { return std::chrono::ceil<milliseconds>(host.now() - requestedAt); }
     bool awaitsMark() const { return open.awaitsMark(); }
     bool isDisturbed() const { return open.isDisturbed(); }
+    bool saidOk() const { return open.saidOk(); }
 
-    /** What comes behind a mark shows whether the module takes such a row. */
+    /** The answer to a mark shows whether the module takes such a row. */
     void noteMarkReply(const ANSWER& answer);
 
     /** A status request is answered alike before and behind the request, and nothing else tells. */

@@ -63,6 +63,7 @@ struct SESSION {
     bool repeatsMarks = false; ///< a status request brought the answer to the last mark that was heard out
     unsigned unrepeated = 0;   ///< marks that no status request brought back
     bool answersMarks = false; ///< it has answered one, by itself or by its status
+    bool tellsMarks = false;   ///< for long, its status told the refusal of one that it did not answer itself
     unsigned unansweredMarks = 0;
     std::optional<REPLY> told{}; ///< by the status request behind the last mark, if it was answered
     bool tellsState = false;     ///< that was no refusal, and the same behind two marks

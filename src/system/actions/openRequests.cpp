@@ -31,6 +31,7 @@ void openRequests::addRequest(clock::time_point now) {
     const milliseconds late = kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
     add({TYPE::REQUEST, kind, row, number}, now, std::max(late, 2 * session.pace.slowest(kind)));
     sentSince = true;
+    okSince = false;
 }
 
 void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
@@ -44,11 +45,17 @@ void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
 }
 
 void openRequests::addMark(clock::time_point now) {
-    add({TYPE::MARK, KIND::ROW, busProtocol::MARK_ROW, 0}, now, LATEST);
+    add({TYPE::MARK, KIND::ROW, busProtocol::MARK_ROW, 0}, now,
+        std::max(LATEST, session.pace.usual(KIND::ROW) * 5 / 4));
 }
 
 bool openRequests::isAtHand(const ENTRY& entry) const {
     return entry.number == number && entry.type == TYPE::REQUEST;
+}
+
+/** None when it was answered already. */
+const openRequests::ENTRY* openRequests::lastSent() const {
+    return !entries.empty() && entries.back().sent == sent ? &entries.back() : nullptr;
 }
 
 // What could be answered so
@@ -80,6 +87,11 @@ bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
            (entry.repeats->row == answer.reply.row && entry.repeats->status == answer.reply.status);
 }
 
+/** A status request that is about nothing, behind an error. */
+bool openRequests::bringsErrors(const ENTRY& entry) {
+    return entry.type == TYPE::STATUS && entry.number == 0 && entry.repeats && entry.repeats->status != OK;
+}
+
 bool openRequests::isMarkReply(const ANSWER& answer) {
     return !answer.identification && (answer.reply.status != OK || answer.reply.row == busProtocol::MARK_ROW);
 }
@@ -88,7 +100,11 @@ bool openRequests::isMarkReply(const ANSWER& answer) {
 bool openRequests::expectsMarkReply(const ENTRY& entry) const {
     const auto isBehind = [&](const ENTRY& other) { return isAtHand(other) && other.sent > entry.sent; };
     return entry.type == TYPE::MARK &&
-           (isSoonBehindMark(entry) || std::none_of(entries.begin(), entries.end(), isBehind));
+           (entry.answeredByStatus || isSoonBehindMark(entry) || std::none_of(entries.begin(), entries.end(), isBehind));
+}
+
+bool openRequests::isAnsweredMark(const ENTRY& entry) {
+    return entry.type == TYPE::MARK && (entry.claimed || entry.answeredByStatus);
 }
 
 bool openRequests::isSoonBehindMark(const ENTRY& entry) const {
@@ -104,12 +120,10 @@ bool openRequests::mayBeStrangers(const ANSWER& answer) const {
 
 /** It came soon behind a status request or a mark that nothing was sent behind. */
 bool openRequests::answersCheck(const ANSWER& answer) const {
-    if (entries.empty() || entries.back().sent != sent) {
-        return false;
-    }
-    const ENTRY& check = entries.back();
-    return (check.type == TYPE::STATUS && prompt) ||
-           (check.type == TYPE::MARK && isMarkReply(answer) && isSoonBehindMark(check));
+    const ENTRY* const check = lastSent();
+    return check != nullptr &&
+           ((check->type == TYPE::STATUS && prompt) ||
+            (check->type == TYPE::MARK && isMarkReply(answer) && isSoonBehindMark(*check)));
 }
 
 /**
@@ -132,7 +146,9 @@ openRequests::WHOSE openRequests::judge(const ANSWER& answer, clock::time_point 
     const LIKENESS like = hear(answer, now);
     CLAIMS claims = claimsOn(answer);
     const bool isNobodys = claims.own == nullptr && claims.other == nullptr;
-    noteStatusAnswered(claims);
+    if (!like.echo) {
+        noteStatusAnswered(claims, answer);
+    }
     if (!like.same) { // else it may have been doubled on its way
         noteIdentification(answer, isNobodys);
     }
@@ -153,6 +169,20 @@ openRequests::WHOSE openRequests::judge(const ANSWER& answer, clock::time_point 
         return WHOSE::OTHER;
     }
     return claims.doubted ? WHOSE::MAYBE : isStrangers ? WHOSE::RENAMED : WHOSE::OWN;
+}
+
+/** The module has heard the mark, whose own answer may still come. */
+void openRequests::judgeTold(const ANSWER& answer, clock::time_point now) {
+    hear(answer, now);
+    if (lastSent() != nullptr && lastSent()->type == TYPE::STATUS) {
+        entries.pop_back();
+        session.answersStatus = true;
+    }
+    const auto mark = std::find_if(entries.rbegin(), entries.rend(),
+                                   [](const ENTRY& entry) { return entry.type == TYPE::MARK; });
+    if (mark != entries.rend()) {
+        mark->answeredByStatus = true;
+    }
 }
 
 openRequests::LIKENESS openRequests::hear(const ANSWER& answer, clock::time_point now) {
@@ -199,7 +229,10 @@ openRequests::CLAIMS openRequests::claimsOn(const ANSWER& answer) {
         claims.doubted = claims.doubted || entry.number != number || couldRepeat(entry, answer) ||
                          (entry.type == TYPE::STATUS && mayBeAtWork(answer));
         const bool isMarks = isMarkReply(answer) && expectsMarkReply(entry);
-        if (isMarks || (isFree(claims.other) && entry.type != TYPE::MARK)) {
+        // What may bring an OK, too, had better stay in the list.
+        const bool isRather =
+            bringsErrors(entry) && claims.other != nullptr && claims.other->type != TYPE::MARK;
+        if (isMarks || isRather || (isFree(claims.other) && entry.type != TYPE::MARK)) {
             claims.other = &entry;
         }
     }
@@ -222,13 +255,16 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
 // What else it tells
 
 /** Only what comes at once behind a status request is surely its: a slow request may be done about then. */
-void openRequests::noteStatusAnswered(const CLAIMS& claims) {
+void openRequests::noteStatusAnswered(const CLAIMS& claims, const ANSWER& answer) {
     if (claims.other == nullptr || claims.other->type != TYPE::STATUS) {
         return;
     }
     const bool isSurely = claims.own == nullptr || (heard - sent <= ECHO && claims.other->sent == sent &&
                                                     sent - claims.own->sent >= QUIET);
     session.answersStatus = session.answersStatus || isSurely;
+    if (prompt && lastSent() != nullptr && lastSent()->type == TYPE::STATUS && !mayBeStrangers(answer)) {
+        okSince = answer.reply.status == OK;
+    }
 }
 
 void openRequests::noteIdentification(const ANSWER& answer, bool isNobodys) {
@@ -259,8 +295,7 @@ void openRequests::forgetOver(clock::time_point now) {
 
 /** Whether the answer to an earlier request could be taken for the answer to the one at hand. */
 bool openRequests::confuses(const ENTRY& entry) const {
-    const bool isMarkAnswered = entry.type == TYPE::MARK && entry.claimed;
-    if (isAtHand(entry) || isMarkAnswered || (entry.type == TYPE::STATUS && session.ignoresStatus())) {
+    if (isAtHand(entry) || isAnsweredMark(entry) || (entry.type == TYPE::STATUS && session.ignoresStatus())) {
         return false;
     }
     if (kind == KIND::ENTER || entry.kind == KIND::COMMAND || entry.type == TYPE::MARK) {
@@ -269,8 +304,9 @@ bool openRequests::confuses(const ENTRY& entry) const {
     if (entry.kind == KIND::ENTER) {
         return !session.identifies;
     }
+    const bool repeatsError = session.repeatsMarks && bringsErrors(entry); // a failed try at most
     const bool repeatsRow = entry.type == TYPE::STATUS && (!entry.repeats || entry.repeats->row == row);
-    return repeatsRow || entry.row == row;
+    return !repeatsError && (repeatsRow || entry.row == row);
 }
 
 openRequests::clock::time_point openRequests::confusedUntil() const {
@@ -288,6 +324,7 @@ openRequests::clock::time_point openRequests::disturbedUntil() const {
 }
 
 bool openRequests::awaitsMark() const {
-    return std::any_of(entries.begin(), entries.end(),
-                       [](const ENTRY& entry) { return entry.type == TYPE::MARK && !entry.claimed; });
+    return std::any_of(entries.begin(), entries.end(), [](const ENTRY& entry) {
+        return entry.type == TYPE::MARK && !isAnsweredMark(entry);
+    });
 }

@@ -39,6 +39,8 @@ public:
 
     /** Strikes the request that was answered off the list, as far as that is known. */
     WHOSE judge(const ANSWER& answer, clock::time_point now);
+    /** Instead, when the status request that was sent last brought what the mark before it got. */
+    void judgeTold(const ANSWER& answer, clock::time_point now);
     /** Such as no request gets that is in its order. */
     static bool isMarkReply(const ANSWER& answer);
 
@@ -50,6 +52,8 @@ public:
     clock::time_point disturbedUntil() const;
     bool isDisturbed() const { return disturbed; }
     bool awaitsMark() const;
+    /** An OK came soon behind a status request, and nothing was sent behind that but such and marks. */
+    bool saidOk() const { return okSince; }
 
     /** When the last request of whatever kind was sent, and when the last answer came. */
     clock::time_point sentAt() const { return sent; }
@@ -65,8 +69,9 @@ private:
         unsigned number;                             ///< which request of ours it is, or is about; 0: none
         std::optional<busMessages::REPLY> repeats{}; ///< by a status request, when that is known
         clock::time_point sent{};
-        clock::time_point until{}; ///< behind it no answer comes any more
-        bool claimed = false;      ///< an answer by another name may have been its
+        clock::time_point until{};     ///< behind it no answer comes any more
+        bool claimed = false;          ///< an answer by another name may have been its
+        bool answeredByStatus = false; ///< a mark: its own answer may still come
     };
 
     /** What an answer has to do with the one before. */
@@ -85,11 +90,14 @@ private:
 
     void add(ENTRY entry, clock::time_point now, milliseconds lifetime);
     bool isAtHand(const ENTRY& entry) const;
+    const ENTRY* lastSent() const;
 
     bool couldAnswer(const ENTRY& entry, const ANSWER& answer) const;
     static bool mayBeAtWork(const ANSWER& answer);
     static bool couldRepeat(const ENTRY& entry, const ANSWER& answer);
+    static bool bringsErrors(const ENTRY& entry);
     bool expectsMarkReply(const ENTRY& entry) const;
+    static bool isAnsweredMark(const ENTRY& entry);
     bool isSoonBehindMark(const ENTRY& entry) const;
     bool answersCheck(const ANSWER& answer) const;
     bool mayBeStrangers(const ANSWER& answer) const;
@@ -100,7 +108,7 @@ private:
     void passTime(clock::time_point now);
     CLAIMS claimsOn(const ANSWER& answer);
     void strike(const CLAIMS& claims, bool isStrangers);
-    void noteStatusAnswered(const CLAIMS& claims);
+    void noteStatusAnswered(const CLAIMS& claims, const ANSWER& answer);
     void noteIdentification(const ANSWER& answer, bool isNobodys);
     void noteStranger(bool doubled);
 
@@ -115,6 +123,7 @@ private:
     std::optional<ANSWER> last;
     clock::time_point heard{};
     bool prompt = false;    ///< it came soon behind what was sent last
+    bool okSince = false;   ///< an OK came soon behind a status request, and no request was sent since
     bool disturbed = false; ///< something came that nobody had asked for
     clock::time_point strangerAt{};
 };

@@ -125,13 +125,16 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     one row, an unheard write | , s r W | W: deaf ok | own ok ok ok | , S R0 W M W
     one row, no write heard | , s r W | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
     only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
+    and of a refused mark | , s r W | W: lost; M: lost | own ok ok ok | , S R0 W M W ?
+    a mark at work, its status an error | , E | E: deaf deaf ok; M: ok work400 ok; ?: =0 =0 =1 =1 =0 | own ok | , E M E M E
+    the same mark is kept | , A m | R: deaf; M: work350+=0+row2 ok; ?: ok =1 =1 ok | own ok missed | , A R0 M
     a late answer comes twice | , ? E | ?: late100+twice ok; E: deaf ok | own no ok | , M E M E
     the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, behind a mark in time | , s r w | | own ok ok ok | , S R0 M R0 M W
     the same, but a mark costs the page | , s r w s r w E | R: ok =2 ok; E: deaf ok | own ok ok none ok ok ok ok | , S R0 M R0 S R0 W E M E
-    a mark costs the page, twice | , s r W s r s r s r W | S: ok lost; R: ok =2 =2 =2 =2 ok | own ok ok ok ok 2 ok 2 ok ok ok | , S R0 W S M S ? R0 M R0 M S ? R0 M R0 S ? R0 ? R0 W ? W
     the same, but the mark is kept | , s r w | M: =0+row2 | own ok ok none | , S R0 M
     the same, but a second mark is not answered | , s r w | M: ok deaf | own ok ok ok | , S R0 M R0 M W
+    a mark costs the page, twice | , s r W s r s r s r W | S: ok lost; R: ok =2 =2 =2 =2 ok | own ok ok ok ok 2 ok 2 ok ok ok | , S R0 W S M S ? R0 M R0 M S ? R0 M R0 S ? R0 ? R0 W ? W
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
     a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
@@ -145,7 +148,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     at work, and says so by an error | , S R0 R1 W E | W: work800; E: work800; ?: =1 =1 =1 =1 =1 =1 =1 =1 =0 =1 | own ok ok ok ok ok | , S R0 R1 W ? E M E ?
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
     a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
-    a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 ? W
+    a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 W
     no reply to marks | , E | E: deaf ok; M: deaf | own ok | , E M E
     an unheard start of one row | , s | S: deaf deaf ok | own ok | , S M S M S
     an unheard record of one row | , A m W m | R: ok deaf ok | own ok ok ok ok | , A R0 W R0 M R0
