@@ -99,6 +99,7 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
 bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
     HEARD heard;
     heard.wasAlive = wasAlive;
+    session.hasRepeated = session.hasRepeated || n > 0;
     line.send(request);
     listen(request, n, heard);
     if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && session.takesMarks(request.kind)) {

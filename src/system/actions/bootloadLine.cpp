@@ -140,7 +140,8 @@ void bootloadLine::keepAlive(const REQUEST& request, bool again) {
 
 void bootloadLine::linger(bool doubtful) {
     const milliseconds wait = LINGER - duration_cast<milliseconds>(host.now() - open.heardAt());
-    if (wait.count() > 0 && (session.spare >= wait || doubtful || open.isDisturbed())) {
+    const bool mustWait = doubtful || open.isDisturbed() || session.hasRepeated;
+    if (wait.count() > 0 && (session.spare >= wait || mustWait)) {
         session.spare -= wait;
         host.pause(wait);
     }

@@ -72,6 +72,7 @@ struct SESSION {
     bool wasMarked = false;      ///< a mark was sent behind that
     unsigned dropped = 0;        ///< rows that it refused then, in turn
     bool refusesMarks = false;   ///< it refused one while a page or record was open
+    bool hasRepeated = false;    ///< a request was sent again: the line may be a bad one
     bool answersDirectly[bootloadTiming::KINDS] = {}; ///< it has answered such a request by itself
     PACE pace{};
 
