@@ -99,8 +99,8 @@ bool openRequests::isMarkReply(const ANSWER& answer) {
 /** A mark that may have been lost claims no error that the request behind it got. */
 bool openRequests::expectsMarkReply(const ENTRY& entry) const {
     const auto isBehind = [&](const ENTRY& other) { return isAtHand(other) && other.sent > entry.sent; };
-    return entry.type == TYPE::MARK &&
-           (entry.answeredByStatus || isSoonBehindMark(entry) || std::none_of(entries.begin(), entries.end(), isBehind));
+    return entry.type == TYPE::MARK && (entry.answeredByStatus || isSoonBehindMark(entry) ||
+                                        std::none_of(entries.begin(), entries.end(), isBehind));
 }
 
 bool openRequests::isAnsweredMark(const ENTRY& entry) {
@@ -254,15 +254,19 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
 
 // What else it tells
 
-/** Only what comes at once behind a status request is surely its: a slow request may be done about then. */
+/**
+ * Only what comes at once behind a status request is surely its, or that of another before: a slow request
+ * may be done about then.
+ */
 void openRequests::noteStatusAnswered(const CLAIMS& claims, const ANSWER& answer) {
     if (claims.other == nullptr || claims.other->type != TYPE::STATUS) {
         return;
     }
-    const bool isSurely = claims.own == nullptr || (heard - sent <= ECHO && claims.other->sent == sent &&
-                                                    sent - claims.own->sent >= QUIET);
+    const bool isBehindStatus = lastSent() != nullptr && lastSent()->type == TYPE::STATUS;
+    const bool isSurely =
+        claims.own == nullptr || (isBehindStatus && heard - sent <= ECHO && sent - claims.own->sent >= QUIET);
     session.answersStatus = session.answersStatus || isSurely;
-    if (prompt && lastSent() != nullptr && lastSent()->type == TYPE::STATUS && !mayBeStrangers(answer)) {
+    if (isBehindStatus && prompt && !mayBeStrangers(answer)) {
         okSince = answer.reply.status == OK;
     }
 }
@@ -324,7 +328,6 @@ openRequests::clock::time_point openRequests::disturbedUntil() const {
 }
 
 bool openRequests::awaitsMark() const {
-    return std::any_of(entries.begin(), entries.end(), [](const ENTRY& entry) {
-        return entry.type == TYPE::MARK && !isAnsweredMark(entry);
-    });
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const ENTRY& entry) { return entry.type == TYPE::MARK && !isAnsweredMark(entry); });
 }
