@@ -247,11 +247,13 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     }
     if (whose == WHOSE::OWN) {
         // Answers may overtake each other: of an OK and an error, either may be the other request's.
-        const bool contradicted = heard.mayBeWell() && reply.status != OK;
+        const bool contradicted =
+            (heard.mayBeWell() && reply.status != OK) || (heard.erredDirectly && reply.status == OK);
         heard.own = reply;
         heard.refused = contradicted || reply.row != request.row || (request.mustBeOk && reply.status != OK);
         return true;
     }
+    heard.erredDirectly = heard.erredDirectly || (heard.direct && reply.status != OK);
     if (reply.status == OK || !heard.maybe) {
         heard.overdue = !heard.direct && isOverdue(request) && (!heard.maybe || heard.overdue);
         heard.maybe = reply;

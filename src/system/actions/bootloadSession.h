@@ -83,6 +83,10 @@ struct SESSION {
     bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
     /** It says nothing to a row that is out of its order: a mark tells nothing then. */
     bool isDeafToMarks() const { return unansweredMarks >= 2 && !answersMarks; }
+    /** It answers no row by itself. */
+    bool tellsRows() const {
+        return tellsMarks && !answersDirectly[static_cast<std::size_t>(bootloadTiming::KIND::ROW)];
+    }
     /** It forgets the open page at a mark. */
     bool dropsPages() const { return dropped >= SURELY_DROPS; }
     static constexpr unsigned SURELY_DROPS = 2;

@@ -250,6 +250,14 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
         claims.own->until = std::max(claims.own->until, std::min(claims.other->until, heard + LATEST));
     }
     entries.erase(entries.begin() + (answered - entries.data()));
+    if (isOwn && kind == KIND::ROW && session.tellsRows()) { // it was the status request, too
+        const auto status = std::find_if(entries.begin(), entries.end(), [&](const ENTRY& entry) {
+            return entry.type == TYPE::STATUS && entry.number == number;
+        });
+        if (status != entries.end()) {
+            entries.erase(status);
+        }
+    }
 }
 
 // What else it tells
