@@ -65,6 +65,7 @@ struct SESSION {
     bool answersMarks = false; ///< it has answered one, by itself or by its status
     bool tellsMarks = false;   ///< for long, its status told the refusal of one that it did not answer itself
     unsigned unansweredMarks = 0;
+    milliseconds longestMark{0}; ///< that the answer to one took
     std::optional<REPLY> told{}; ///< by the status request behind the last mark, if it was answered
     bool tellsState = false;     ///< that was no refusal, and the same behind two marks
     bool keepsMarks = false;     ///< it took a mark for a row

@@ -46,7 +46,7 @@ void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
 
 void openRequests::addMark(clock::time_point now) {
     add({TYPE::MARK, KIND::ROW, busProtocol::MARK_ROW, 0}, now,
-        std::max(LATEST, session.pace.usual(KIND::ROW) * 5 / 4));
+        std::max(LATEST, std::max(session.longestMark, session.pace.usual(KIND::ROW)) * 5 / 4));
 }
 
 bool openRequests::isAtHand(const ENTRY& entry) const {
@@ -182,6 +182,7 @@ void openRequests::judgeTold(const ANSWER& answer, clock::time_point now) {
                                    [](const ENTRY& entry) { return entry.type == TYPE::MARK; });
     if (mark != entries.rend()) {
         mark->answeredByStatus = true;
+        mark->until = std::max(mark->until, now + LATEST);
     }
 }
 
@@ -248,6 +249,10 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
     }
     if (!isOwn && claims.own != nullptr) { // or it is the other way round
         claims.own->until = std::max(claims.own->until, std::min(claims.other->until, heard + LATEST));
+    }
+    if (answered->type == TYPE::MARK) {
+        session.longestMark =
+            std::max(session.longestMark, std::chrono::ceil<milliseconds>(heard - answered->sent));
     }
     entries.erase(entries.begin() + (answered - entries.data()));
     if (isOwn && kind == KIND::ROW && session.tellsRows()) { // it was the status request, too
