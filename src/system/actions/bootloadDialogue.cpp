@@ -5,14 +5,6 @@
 using namespace bootloadTiming;
 using namespace busMessages;
 
-namespace {
-
-constexpr std::size_t indexOf(KIND kind) {
-    return static_cast<std::size_t>(kind);
-}
-
-} // namespace
-
 // Commands
 
 bool bootloadDialogue::sendReqStat(std::uint8_t module) {
@@ -247,8 +239,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     }
     if (whose == WHOSE::OWN) {
         // Answers may overtake each other: of an OK and an error, either may be the other request's.
-        const bool contradicted =
-            (heard.mayBeWell() && reply.status != OK) || (heard.erredDirectly && reply.status == OK);
+        const bool contradicted = reply.status == OK ? heard.erredDirectly : heard.mayBeWell();
         heard.own = reply;
         heard.refused = contradicted || reply.row != request.row || (request.mustBeOk && reply.status != OK);
         return true;
@@ -412,7 +403,8 @@ void bootloadDialogue::learnStatus(const REQUEST& request, const REPLY& refusal,
     session.lastReply = session.repeatsMarks || session.tellsState ? told : std::nullopt;
 }
 
-/** None when it is silent: not every module answers that. What a mark before gets meanwhile is passed over.
+/**
+ * None when it is silent: not every module answers that. What a mark before gets meanwhile is passed over.
  */
 std::optional<REPLY> bootloadDialogue::askStatus(std::uint8_t module) {
     const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);

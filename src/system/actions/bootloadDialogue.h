@@ -76,7 +76,7 @@ private:
         clock::time_point maybeUntil; ///< how long a better one is waited for
         bool renamed = false;         ///< nothing speaks against `maybe` but its name
         bool direct = true;           ///< no status request was sent
-        bool erredDirectly = false;
+        bool erredDirectly = false;   ///< an error came before one was, perhaps another's
         bool alive = false;           ///< the module answered something
         bool wasAlive = false;        ///< it did so right before
         bool refused = false;         ///< `own` is an error that fails the try

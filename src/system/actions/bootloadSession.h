@@ -16,9 +16,9 @@ struct PACE {
 
     milliseconds fastest{0}; ///< of all answers; 0 before the first
 
-    milliseconds slowest(KIND kind) const { return longest[static_cast<std::size_t>(kind)]; }
+    milliseconds slowest(KIND kind) const { return longest[indexOf(kind)]; }
     /** The slowest lately: an eighth of it is forgotten with each answer. */
-    milliseconds usual(KIND kind) const { return lately[static_cast<std::size_t>(kind)]; }
+    milliseconds usual(KIND kind) const { return lately[indexOf(kind)]; }
 
     /** What comes so long behind a request answers that, unless the module was at work for longer than
      * `work`. */
@@ -27,9 +27,9 @@ struct PACE {
     }
 
     void learn(KIND kind, milliseconds took) {
-        milliseconds& slow = longest[static_cast<std::size_t>(kind)];
+        milliseconds& slow = longest[indexOf(kind)];
         slow = std::max(slow, took);
-        milliseconds& late = lately[static_cast<std::size_t>(kind)];
+        milliseconds& late = lately[indexOf(kind)];
         late = std::max(late * 7 / 8, took);
         fastest = fastest.count() == 0 ? took : std::min(fastest, took);
     }
@@ -73,7 +73,7 @@ struct SESSION {
     bool wasMarked = false;      ///< a mark was sent behind that
     unsigned dropped = 0;        ///< rows that it refused then, in turn
     bool refusesMarks = false;   ///< it refused one while a page or record was open
-    bool hasRepeated = false;    ///< a request was sent again: the line may be a bad one
+    bool hasRepeated = false;    ///< a request was sent to it again: the line may be a bad one
     bool answersDirectly[bootloadTiming::KINDS] = {}; ///< it has answered such a request by itself
     PACE pace{};
 
@@ -84,10 +84,8 @@ struct SESSION {
     bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
     /** It says nothing to a row that is out of its order: a mark tells nothing then. */
     bool isDeafToMarks() const { return unansweredMarks >= 2 && !answersMarks; }
-    /** It answers no row by itself. */
-    bool tellsRows() const {
-        return tellsMarks && !answersDirectly[static_cast<std::size_t>(bootloadTiming::KIND::ROW)];
-    }
+    /** It answers rows only when it is asked for its status. */
+    bool tellsRows() const { return tellsMarks && !answersDirectly[indexOf(bootloadTiming::KIND::ROW)]; }
     /** It forgets the open page at a mark. */
     bool dropsPages() const { return dropped >= SURELY_DROPS; }
     static constexpr unsigned SURELY_DROPS = 2;

@@ -29,6 +29,9 @@ constexpr unsigned WRITE_TIMEOUT = 10;
 /** What the wait depends on. */
 enum class KIND : std::uint8_t { COMMAND, ENTER, START, ROW, WRITE, ERASE };
 constexpr std::size_t KINDS = 6;
+constexpr std::size_t indexOf(KIND kind) {
+    return static_cast<std::size_t>(kind);
+}
 
 constexpr milliseconds timeoutOf(KIND kind) {
     const bool isCommand = kind == KIND::COMMAND || kind == KIND::ENTER;

@@ -255,7 +255,7 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
             std::max(session.longestMark, std::chrono::ceil<milliseconds>(heard - answered->sent));
     }
     entries.erase(entries.begin() + (answered - entries.data()));
-    if (isOwn && kind == KIND::ROW && session.tellsRows()) { // it was the status request, too
+    if (isOwn && kind == KIND::ROW && session.tellsRows()) { // one answer for the row and its status
         const auto status = std::find_if(entries.begin(), entries.end(), [&](const ENTRY& entry) {
             return entry.type == TYPE::STATUS && entry.number == number;
         });
