@@ -379,11 +379,12 @@ bool bootloadDialogue::askOfMark(const REQUEST& request) {
             learnStatus(request, *refusal, refusal);
             return true;
         }
-        if (const auto late = host.receive(KEEP_ALIVE)) {
-            if (openRequests::isMarkReply(*late)) {
-                noteMarkAnswered(request, *late);
-                return true;
-            }
+        if (const auto late = host.receive(KEEP_ALIVE); late == answer) { // doubled on its way
+            line.judgeTold(*late);
+        } else if (late && openRequests::isMarkReply(*late)) {
+            noteMarkAnswered(request, *late);
+            return true;
+        } else if (late) {
             line.judge(*late);
         }
     }
