@@ -314,7 +314,7 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     return askOfMark(request);
 }
 
-/** By the module itself, not by its status. */
+/** The module has answered the mark by itself. */
 void bootloadDialogue::noteMarkAnswered(const REQUEST& request, const ANSWER& answer) {
     line.noteMarkReply(answer);
     line.judge(answer);
@@ -352,7 +352,7 @@ bool bootloadDialogue::outlivesMark(const REQUEST& write) {
  * on it is known to repeat what the mark got.
  */
 bool bootloadDialogue::askOfMark(const REQUEST& request) {
-    const bool wasIdle = line.saidOk();
+    const bool wasIdle = line.isIdle();
     const auto until = host.now() + ROW_WORK;
     std::optional<REPLY> refusal;
     while (!host.cancelled()) {

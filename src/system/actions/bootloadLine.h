@@ -65,7 +65,7 @@ public:
     milliseconds sinceRequest() const { return std::chrono::ceil<milliseconds>(host.now() - requestedAt); }
     bool awaitsMark() const { return open.awaitsMark(); }
     bool isDisturbed() const { return open.isDisturbed(); }
-    bool saidOk() const { return open.saidOk(); }
+    bool isIdle() const { return open.isIdle(); }
 
     /** The answer to a mark shows whether the module takes such a row. */
     void noteMarkReply(const ANSWER& answer);

@@ -84,8 +84,11 @@ struct SESSION {
     bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
     /** It says nothing to a row that is out of its order: a mark tells nothing then. */
     bool isDeafToMarks() const { return unansweredMarks >= 2 && !answersMarks; }
-    /** It answers rows only when it is asked for its status. */
-    bool tellsRows() const { return tellsMarks && !answersDirectly[indexOf(bootloadTiming::KIND::ROW)]; }
+    /** Rows that are in their order, too, since it told of one that is not so, and answered none by itself.
+     */
+    bool answersRowsByStatus() const {
+        return tellsMarks && !answersDirectly[indexOf(bootloadTiming::KIND::ROW)];
+    }
     /** It forgets the open page at a mark. */
     bool dropsPages() const { return dropped >= SURELY_DROPS; }
     static constexpr unsigned SURELY_DROPS = 2;

@@ -31,7 +31,7 @@ void openRequests::addRequest(clock::time_point now) {
     const milliseconds late = kind == KIND::ENTER ? LATEST_ENTRY : LATEST;
     add({TYPE::REQUEST, kind, row, number}, now, std::max(late, 2 * session.pace.slowest(kind)));
     sentSince = true;
-    okSince = false;
+    idle = false;
 }
 
 void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
@@ -255,7 +255,8 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
             std::max(session.longestMark, std::chrono::ceil<milliseconds>(heard - answered->sent));
     }
     entries.erase(entries.begin() + (answered - entries.data()));
-    if (isOwn && kind == KIND::ROW && session.tellsRows()) { // one answer for the row and its status
+    if (isOwn && kind == KIND::ROW &&
+        session.answersRowsByStatus()) { // one answer for the row and its status
         const auto status = std::find_if(entries.begin(), entries.end(), [&](const ENTRY& entry) {
             return entry.type == TYPE::STATUS && entry.number == number;
         });
@@ -280,7 +281,7 @@ void openRequests::noteStatusAnswered(const CLAIMS& claims, const ANSWER& answer
         claims.own == nullptr || (isBehindStatus && heard - sent <= ECHO && sent - claims.own->sent >= QUIET);
     session.answersStatus = session.answersStatus || isSurely;
     if (isBehindStatus && prompt && !mayBeStrangers(answer)) {
-        okSince = answer.reply.status == OK;
+        idle = answer.reply.status == OK;
     }
 }
 

@@ -52,8 +52,9 @@ public:
     clock::time_point disturbedUntil() const;
     bool isDisturbed() const { return disturbed; }
     bool awaitsMark() const;
-    /** An OK came soon behind a status request, and nothing was sent behind that but such and marks. */
-    bool saidOk() const { return okSince; }
+    /** It said OK when it was asked for its status, and was sent nothing since but such requests and marks.
+     */
+    bool isIdle() const { return idle; }
 
     /** When the last request of whatever kind was sent, and when the last answer came. */
     clock::time_point sentAt() const { return sent; }
@@ -123,7 +124,7 @@ private:
     std::optional<ANSWER> last;
     clock::time_point heard{};
     bool prompt = false;    ///< it came soon behind what was sent last
-    bool okSince = false;   ///< an OK came soon behind a status request, and no request was sent since
+    bool idle = false;      ///< an OK came soon behind a status request, and no request was sent since
     bool disturbed = false; ///< something came that nobody had asked for
     clock::time_point strangerAt{};
 };

@@ -125,13 +125,13 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     one row, an unheard write | , s r W | W: deaf ok | own ok ok ok | , S R0 W M W
     one row, no write heard | , s r W | W: deaf | own ok ok missed | , S R0 W M W M W M W ?
     only a status tells of a write | , s r W | W: lost; M: deaf | own ok ok ok? | , S R0 W M W M W M W ?
-    and of a refused mark | , s r W | W: lost; M: lost | own ok ok ok | , S R0 W M W ?
+    the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
+    only a status tells of a write and of a mark | , s r W | W: lost; M: lost | own ok ok ok | , S R0 W M W ?
     a mark at work, its status an error | , E | E: deaf deaf ok; M: ok work400 ok; ?: =0 =0 =1 =1 =0 | own ok | , E M E M E
     the same error comes twice | , E | E: deaf deaf ok; M: ok work400 ok; ?: =0 =0 =1+twice =1 =0 | own ok | , E M E M E
     the same mark is kept | , A m | R: deaf; M: work350+=0+row2 ok; ?: ok =1 =1 ok | own ok missed | , A R0 M
     a bad line, a doubled reply | , E m W m W m W m W m W m W | E: deaf ok; R: ok ok ok ok ok twice; W: ok ok ok ok ok deaf ok | own ok ok ok ok ok ok ok ok ok ok ok ok ok | , E M E M R0 W R0 W R0 W R0 W R0 W R0 W M W
     a late answer comes twice | , ? E | ?: late100+twice ok; E: deaf ok | own no ok | , M E M E
-    the same, and a refusal | , s r W | W: =4+lost; M: deaf | own ok ok missed | , S R0 W M W M W M W ?
     one row, behind a mark in time | , s r w | | own ok ok ok | , S R0 M R0 M W
     the same, but a mark costs the page | , s r w s r w E | R: ok =2 ok; E: deaf ok | own ok ok none ok ok ok ok | , S R0 M R0 S R0 W E M E
     the same, but the mark is kept | , s r w | M: =0+row2 | own ok ok none | , S R0 M
