@@ -339,6 +339,7 @@ bool bootloadDialogue::outlivesMark(const REQUEST& write) {
     line.begin(row);
     const RESULT result = tryOnce(row, 0, true);
     line.begin(write);
+    session.lastReply = result.reply;
     if (result.certain && result.reply->status != OK) {
         session.dropped = SESSION::SURELY_DROPS;
     }
