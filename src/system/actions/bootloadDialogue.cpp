@@ -66,7 +66,7 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
         if (wantsMark) {
             line.linger(isDoubted);
         }
-        if (request.proof != PROOF::LATER && !line.settle(request, n > 0)) {
+        if (request.proof != PROOF::LATER && !line.settle(request, n > 0 || wantsOne)) {
             continue;
         }
         if (wantsOne && !wasSent && request.onlyRow && !session.keepsMarks) {

@@ -128,10 +128,13 @@ void bootloadLine::keepAlive(const REQUEST& request, bool again) {
     const bool mayMark = inSession && (request.proof == PROOF::MARK || again);
     const bool isDistinct =
         inSession && request.proof == PROOF::NOTHING && reply && reply->row != request.row;
-    const bool isRefused = mayMark && session.tellsMarks && reply && reply->status != busProtocol::OK;
-    if (isDistinct || isRefused) {
+    const bool isError = reply && reply->status != busProtocol::OK;
+    const bool isAwaited = open.awaitsMark();
+    const bool takesMarks = session.takesMarks(request.kind);
+    const bool isTold = mayMark && (session.tellsMarks ? isError || isAwaited : isError && !takesMarks);
+    if (isDistinct || isTold) {
         sendStatus(request.module, ABOUT::NOTHING);
-    } else if (mayMark && !open.awaitsMark() && session.takesMarks(request.kind)) {
+    } else if (mayMark && !isAwaited && takesMarks) {
         sendMark();
     } else {
         open.skip(host.now());

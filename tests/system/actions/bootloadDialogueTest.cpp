@@ -136,7 +136,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     the same, but a mark costs the page | , s r w s r w E | R: ok =2 ok; E: deaf ok | own ok ok none ok ok ok ok | , S R0 M R0 S R0 W E M E
     the same, but the mark is kept | , s r w | M: =0+row2 | own ok ok none | , S R0 M
     the same, but a second mark is not answered | , s r w | M: ok deaf | own ok ok ok | , S R0 M R0 M W
-    a mark costs the page, twice | , s r W s r s r s r W | S: ok lost; R: ok =2 =2 =2 =2 ok | own ok ok ok ok 2 ok 2 ok ok ok | , S R0 W S M S ? R0 M R0 M S ? R0 M R0 S ? R0 ? R0 W ? W
+    a mark costs the page, twice | , s r W s r s r s r W | S: ok lost; R: ok =2 =2 =2 =2 ok | own ok ok ok ok 2 ok 2 ok ok ok | , S R0 W S M S ? R0 M R0 M S ? R0 M R0 ? S ? R0 ? R0 W ? W
     one row, its lost reply | , s r W | R: lost ok | own ok ok ok | , S R0 M R0 W M W
     a lost refusal | , s r W | W: =4+lost ok | own ok ok ok | , S R0 W M W
     a refusal by status only | , S | S: =4+lost | own 4? | , S ? S ? S ? S ?
