@@ -189,8 +189,12 @@ void bootloadDialogue::noteDropped(const RESULT& result) {
 void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
     const auto start = host.now();
     const unsigned passes = PASSES * GROWTH[n];
-    milliseconds wait = directWait(request, n);
+    const milliseconds alone = aloneWait(request, n);
+    milliseconds wait = directWait(request);
     for (unsigned pass = 1; !hear(request, wait, heard); ++pass) {
+        if (pass == 1 && !heard.alive && alone > wait && hear(request, alone - wait, heard)) {
+            return;
+        }
         heard.direct = false;
         line.sendStatus(request.module, ABOUT::REQUEST);
         if (hear(request, STATUS_WAIT + PAUSE, heard)) {
@@ -267,13 +271,20 @@ bool bootloadDialogue::isOverdue(const REQUEST& request) const {
 }
 
 /** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
-milliseconds bootloadDialogue::directWait(const REQUEST& request, unsigned n) const {
+milliseconds bootloadDialogue::directWait(const REQUEST& request) const {
+    const milliseconds known = std::max(2 * session.pace.fastest, session.pace.slowest(request.kind) * 5 / 4);
+    return std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
+}
+
+/**
+ * How long a silent module is given to answer by itself, where its answer to a status request would prove
+ * nothing. One that answers rows only so would end its session meanwhile.
+ */
+milliseconds bootloadDialogue::aloneWait(const REQUEST& request, unsigned n) const {
     static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(0), milliseconds(1000),
                                                   WRITE_WORK};
-    const milliseconds known = std::max(2 * session.pace.fastest, session.pace.slowest(request.kind) * 5 / 4);
-    const milliseconds usual = std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
-    // An answer to a status request proves nothing here: the module is given the time to answer by itself.
-    return line.provesNothing(request) && n == 0 ? std::max(usual, ALONE[request.attempt]) : usual;
+    const bool wouldAnswer = request.kind != KIND::ROW || !session.answersRowsByStatus();
+    return n == 0 && line.provesNothing(request) && wouldAnswer ? ALONE[request.attempt] : milliseconds(0);
 }
 
 /**

@@ -94,7 +94,8 @@ private:
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
     bool isOverdue(const REQUEST& request) const;
-    milliseconds directWait(const REQUEST& request, unsigned n) const;
+    milliseconds directWait(const REQUEST& request) const;
+    milliseconds aloneWait(const REQUEST& request, unsigned n) const;
     milliseconds workOf(const REQUEST& request) const;
 
     bool setMark(const REQUEST& request, HEARD& heard);
