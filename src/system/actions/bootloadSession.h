@@ -31,8 +31,10 @@ struct PACE {
         slow = std::max(slow, took);
         milliseconds& late = lately[indexOf(kind)];
         late = std::max(late * 7 / 8, took);
-        fastest = fastest.count() == 0 ? took : std::min(fastest, took);
+        learnFastest(took);
     }
+
+    void learnFastest(milliseconds took) { fastest = fastest.count() == 0 ? took : std::min(fastest, took); }
 
 private:
     milliseconds longest[bootloadTiming::KINDS] = {};

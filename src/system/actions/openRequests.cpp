@@ -251,8 +251,9 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
         claims.own->until = std::max(claims.own->until, std::min(claims.other->until, heard + LATEST));
     }
     if (answered->type == TYPE::MARK) {
-        session.longestMark =
-            std::max(session.longestMark, std::chrono::ceil<milliseconds>(heard - answered->sent));
+        const auto took = std::chrono::ceil<milliseconds>(heard - answered->sent);
+        session.longestMark = std::max(session.longestMark, took);
+        session.pace.learnFastest(took);
     }
     entries.erase(entries.begin() + (answered - entries.data()));
     if (isOwn && kind == KIND::ROW &&
@@ -307,8 +308,16 @@ void openRequests::noteStranger(bool doubled) {
 
 // Quiet
 
+/**
+ * Unless the module is known to leave marks unanswered, one that was sent into a silence may be at work
+ * still: its refusal is not the next request's.
+ */
 void openRequests::forgetOver(clock::time_point now) {
-    std::erase_if(entries, [&](const ENTRY& entry) { return entry.until <= now && !isAtHand(entry); });
+    const bool mayWork = session.unansweredMarks == 0;
+    std::erase_if(entries, [&](const ENTRY& entry) {
+        const bool isLate = mayWork && entry.type == TYPE::MARK && entry.sent > heard;
+        return entry.until <= now && !isLate && !isAtHand(entry);
+    });
 }
 
 /** Whether the answer to an earlier request could be taken for the answer to the one at hand. */
