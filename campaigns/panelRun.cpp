@@ -41,6 +41,11 @@ public:
         for (Target& target : plan_.targets) {
             target.image = makeImage(*target.kind, random, target.smallPages);
             panel::put(PACKAGE + target.name + ".hex", hexFile(*target.kind, target.image, random));
+            if (target.inventory.find("identity-ms") != std::string::npos) {
+                target.secondImage = makeImage(*target.kind, random, target.smallPages);
+                panel::put(PACKAGE + target.name + "-1.hex",
+                           hexFile(*target.kind, target.secondImage, random));
+            }
         }
         std::string inventory;
         for (const std::string& line : inventoryOf(plan_)) {
@@ -88,6 +93,9 @@ private:
         for (const Target& target : plan_.targets) {
             auto& items = core_->module(*modules::find(target.name)).base.update.items;
             items.assign(3, {target.name + ".hex", PACKAGE_VERSION}); // whatever its hardware revision
+            if (!target.secondImage.empty()) {
+                items[1] = {target.name + "-1.hex", SECOND_VERSION};
+            }
         }
         for (const std::string& name : plan_.upToDate) {
             core_->module(*modules::find(name)).base.update.items = {{"none", PACKAGE_VERSION}};
@@ -134,6 +142,15 @@ private:
         return last != shown_.end() && !failedHere;
     }
 
+    /** The image of the version that the panel said it would update to. */
+    const Memory& promisedImage(const Target& target) const {
+        const std::string text = std::string("Updating ") + modules::find(target.name)->shown + ": ";
+        const bool isSecond = std::any_of(shown_.begin(), shown_.end(), [&](const std::string& line) {
+            return line.starts_with(text) && line.ends_with(std::string("-> ") + SECOND_VERSION);
+        });
+        return isSecond ? target.secondImage : target.image;
+    }
+
     std::string flashFault(const Target& target) const {
         std::set<std::uint32_t> ignored = ignoredByFault(target);
         if (!target.ignored.empty()) {
@@ -141,7 +158,8 @@ private:
             ignored.insert(target.kind->packed ? page * 2 : page);
         }
         return panel::difference(panel::readHexFile("/tmp/dump/" + target.name + ".hex"),
-                                 flashAfter(*target.kind, target.image, ignored), target.kind->packed);
+                                 flashAfter(*target.kind, promisedImage(target), ignored),
+                                 target.kind->packed);
     }
 
     /** Pages that a fault, by the simulator's own account, made the bootloader ignore. */

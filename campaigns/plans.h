@@ -18,6 +18,8 @@ struct Target {
     std::string ignored = {};   ///< address of a page that its bootloader ignores
     bool smallPages = false;    ///< the pages of its image have a single row
     Memory image = {};
+    /** Of the package for hardware revision 1, when the module reports now this one, now revision 0. */
+    Memory secondImage = {};
 };
 
 struct Plan {
@@ -31,6 +33,7 @@ struct Plan {
 
 /** The version of all images; modules to update have an older one. */
 constexpr const char* PACKAGE_VERSION = "2.0.0";
+constexpr const char* SECOND_VERSION = "2.0.1"; // of the second images
 /** What the simulator's inventory says of the modules, a line for each. */
 std::vector<std::string> inventoryOf(const Plan& plan);
 
