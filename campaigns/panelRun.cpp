@@ -21,7 +21,7 @@ const char* const REASONS[] = {"Could not erase range", "Page retry count exceed
                                "Mem Erase Tries Exceeded", "Program retry count exceeded",
                                "Could not switch system to update mode"};
 
-/** What the panel may do against the protocol only when it was led to by a fault. */
+/** What the panel may do against the protocol only when it was led to by a fault, or by a slow machine. */
 const char* const CONSEQUENCES[] = {
     "without an open page", "was to come", "write page before any page", "announced with",
     "without being erased", "bad record",  "bytes outside a frame",      "damaged frame"};
@@ -184,16 +184,17 @@ private:
     std::string protocolFault() const {
         std::istringstream report(panel::contents("/tmp/report.txt"));
         std::vector<std::string> faults;
-        bool injected = false;
+        // A status is asked for when a reply is late.
+        bool isLed = panel::contents("/tmp/trace.txt").find(" status module=") != std::string::npos;
         for (std::string line; std::getline(report, line);) {
             if (line.find("  protocol ") == 0) {
                 faults.push_back(line.substr(2));
             }
-            injected =
-                injected || (line.find("injected count=") == 0 && line.find("count=0 ") == std::string::npos);
+            isLed =
+                isLed || (line.find("injected count=") == 0 && line.find("count=0 ") == std::string::npos);
         }
         for (const std::string& fault : faults) {
-            if (!injected || !containsOneOf(fault, CONSEQUENCES)) {
+            if (!isLed || !containsOneOf(fault, CONSEQUENCES)) {
                 return fault;
             }
         }
