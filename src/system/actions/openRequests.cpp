@@ -253,7 +253,10 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
     if (answered->type == TYPE::MARK) {
         const auto took = std::chrono::ceil<milliseconds>(heard - answered->sent);
         session.longestMark = std::max(session.longestMark, took);
-        session.pace.learnFastest(took);
+        const auto isMark = [](const ENTRY& entry) { return entry.type == TYPE::MARK; };
+        if (std::count_if(entries.begin(), entries.end(), isMark) == 1) { // else it may be an earlier one's
+            session.pace.learnFastest(took);
+        }
     }
     entries.erase(entries.begin() + (answered - entries.data()));
     if (isOwn && kind == KIND::ROW &&
