@@ -316,10 +316,9 @@ void openRequests::noteStranger(bool doubled) {
  * still: its refusal is not the next request's.
  */
 void openRequests::forgetOver(clock::time_point now) {
-    const bool mayWork = session.unansweredMarks == 0;
     std::erase_if(entries, [&](const ENTRY& entry) {
-        const bool isLate = mayWork && entry.type == TYPE::MARK && entry.sent > heard;
-        return entry.until <= now && !isLate && !isAtHand(entry);
+        const bool mayWork = entry.type == TYPE::MARK && entry.sent > heard && !session.isDeafToMarks();
+        return entry.until <= now && !mayWork && !isAtHand(entry);
     });
 }
 

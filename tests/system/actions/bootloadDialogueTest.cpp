@@ -131,6 +131,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     the same error comes twice | , E | E: deaf deaf ok; M: ok work400 ok; ?: =0 =0 =1+twice =1 =0 | own ok | , E M E M E
     the same mark is kept | , A m | R: deaf; M: work350+=0+row2 ok; ?: ok =1 =1 ok | own ok missed | , A R0 M
     a mark in a quiet, refused late | , A | ,: deaf ok; ?: deaf deaf deaf ok; M: late580 ok; A: work180 ok | own ok | , ? , M A M A
+    a mark lost, the next in a quiet refused late | , E | ?: ok; E: deaf deaf ok; M: deaf ok late580 ok | own ok | , E M E M E
     a bad line, a doubled reply | , E m W m W m W m W m W m W | E: deaf ok; R: ok ok ok ok ok twice; W: ok ok ok ok ok deaf ok | own ok ok ok ok ok ok ok ok ok ok ok ok ok | , E M E M R0 W R0 W R0 W R0 W R0 W R0 W M W
     a late answer comes twice | , ? E | ?: late100+twice ok; E: deaf ok | own no ok | , M E M E
     one row, behind a mark in time | , s r w | | own ok ok ok | , S R0 M R0 M W
