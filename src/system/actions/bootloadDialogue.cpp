@@ -53,6 +53,7 @@ bootloadDialogue::ENTRY bootloadDialogue::enter(std::uint8_t module, bool byName
 bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     RESULT result;
     line.begin(request);
+    doubtedAfter = milliseconds(0);
     const bool wantsMark = request.proof == PROOF::MARK || line.provesNothing(request);
     const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
     const bool hadKept = session.keepsMarks;
@@ -189,12 +190,12 @@ void bootloadDialogue::noteDropped(const RESULT& result) {
 void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
     const auto start = host.now();
     const unsigned passes = PASSES * GROWTH[n];
-    const milliseconds alone = aloneWait(request, n);
     milliseconds wait = directWait(request);
-    for (unsigned pass = 1; !hear(request, wait, heard); ++pass) {
-        if (pass == 1 && !heard.alive && alone > wait && hear(request, alone - wait, heard)) {
-            return;
-        }
+    bool isSettled = hear(request, wait, heard);
+    if (const milliseconds alone = aloneWait(request, n); !isSettled && !heard.alive && alone > wait) {
+        isSettled = hear(request, alone - wait, heard);
+    }
+    for (unsigned pass = 1; !isSettled; ++pass) {
         heard.direct = false;
         line.sendStatus(request.module, ABOUT::REQUEST);
         if (hear(request, STATUS_WAIT + PAUSE, heard)) {
@@ -207,6 +208,7 @@ void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) 
         }
         // While it is silent it is at work, or gone: either way, one status request says as much as many.
         wait = heard.alive ? timeoutOf(request.kind) : std::min(2 * wait, KEEP_ALIVE);
+        isSettled = hear(request, wait, heard);
     }
 }
 
@@ -249,6 +251,9 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
         return true;
     }
     heard.erredDirectly = heard.erredDirectly || (heard.direct && reply.status != OK);
+    if (reply.status == OK && !heard.mayBeWell()) {
+        doubtedAfter = line.sinceRequest();
+    }
     if (reply.status == OK || !heard.maybe) {
         heard.overdue = !heard.direct && isOverdue(request) && (!heard.maybe || heard.overdue);
         heard.maybe = reply;
@@ -270,21 +275,30 @@ bool bootloadDialogue::isOverdue(const REQUEST& request) const {
            line.sinceRequest() > 2 * usual;
 }
 
-/** The wait of the first pass: a module whose answers take long is not asked for its status all the time. */
+/**
+ * The wait of the first pass: a module whose answers take long is not asked for its status all the time. When
+ * it answers by itself, and the try before heard what may have been that, then no status request comes first.
+ */
 milliseconds bootloadDialogue::directWait(const REQUEST& request) const {
+    const milliseconds usual = timeoutOf(request.kind);
     const milliseconds known = std::max(2 * session.pace.fastest, session.pace.slowest(request.kind) * 5 / 4);
-    return std::max(timeoutOf(request.kind), std::min(known, KEEP_ALIVE));
+    const bool isDirect = session.answersDirectly[indexOf(request.kind)];
+    const milliseconds doubted = isDirect ? std::min(doubtedAfter * 5 / 4, LONGEST_DIRECT) : milliseconds(0);
+    return std::max({usual, std::min(known, KEEP_ALIVE), doubted});
 }
 
 /**
  * How long a silent module is given to answer by itself, where its answer to a status request would prove
- * nothing. One that answers rows only so would end its session meanwhile.
+ * nothing. One that answers rows only so would end its session meanwhile, and so may one that keeps marks:
+ * there, what comes in the end is taken anyway.
  */
 milliseconds bootloadDialogue::aloneWait(const REQUEST& request, unsigned n) const {
     static constexpr milliseconds ALONE[TRIES] = {milliseconds(0), milliseconds(0), milliseconds(1000),
                                                   WRITE_WORK};
     const bool wouldAnswer = request.kind != KIND::ROW || !session.answersRowsByStatus();
-    return n == 0 && line.provesNothing(request) && wouldAnswer ? ALONE[request.attempt] : milliseconds(0);
+    return n == 0 && line.provesNothing(request) && wouldAnswer && !session.keepsMarks
+               ? ALONE[request.attempt]
+               : milliseconds(0);
 }
 
 /**
@@ -307,7 +321,9 @@ milliseconds bootloadDialogue::workOf(const REQUEST& request) const {
  */
 bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
     line.sendMark();
-    milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
+    const bool rowsAreDirect = session.answersDirectly[indexOf(KIND::ROW)];
+    const milliseconds asRow = rowsAreDirect ? session.pace.slowest(KIND::ROW) * 5 / 4 : milliseconds(0);
+    milliseconds wait = std::max({MARK_WAIT, 2 * session.pace.fastest, asRow});
     const auto limit = host.now() + LONGEST_SETTLE;
     while (const auto answer = line.receiveBefore(limit, wait)) {
         if (openRequests::isMarkReply(*answer)) {
@@ -369,7 +385,8 @@ bool bootloadDialogue::askOfMark(const REQUEST& request) {
     std::optional<REPLY> refusal;
     while (!host.cancelled()) {
         line.sendStatus(request.module, ABOUT::NOTHING);
-        const auto answer = host.receive(std::max(STATUS_WAIT + PAUSE, 2 * session.pace.fastest));
+        const auto answer =
+            host.receive(std::clamp(2 * session.pace.fastest, STATUS_WAIT + PAUSE, MARK_WAIT));
         const bool isMarks = answer && openRequests::isMarkReply(*answer);
         if (isMarks && answer->reply.status == OK) {
             line.noteMarkReply(*answer);
@@ -420,10 +437,9 @@ void bootloadDialogue::learnStatus(const REQUEST& request, const REPLY& refusal,
  * None when it is silent: not every module answers that. What a mark before gets meanwhile is passed over.
  */
 std::optional<REPLY> bootloadDialogue::askStatus(std::uint8_t module) {
-    const milliseconds wait = std::max(MARK_WAIT, 2 * session.pace.fastest);
     for (unsigned n = 0; n < 3 && !host.cancelled(); ++n) {
         line.sendStatus(module, ABOUT::NOTHING);
-        while (const auto answer = host.receive(wait)) {
+        while (const auto answer = host.receive(MARK_WAIT)) {
             const bool isMarks = line.awaitsMark() && openRequests::isMarkReply(*answer);
             line.judge(*answer);
             if (isMarks) {

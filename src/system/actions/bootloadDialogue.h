@@ -110,4 +110,5 @@ private:
     bootloadHost& host;
     SESSION session;
     bootloadLine line{host, session};
+    milliseconds doubtedAfter{0}; ///< the request at hand was sent last, came what may be its answer
 };

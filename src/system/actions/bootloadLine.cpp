@@ -123,18 +123,19 @@ void bootloadLine::noteMarkReply(const ANSWER& answer) {
 
 /** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
 void bootloadLine::keepAlive(const REQUEST& request, bool again) {
+    if (request.kind == KIND::ENTER) {
+        open.skip(host.now());
+        return;
+    }
     const auto& reply = session.lastReply;
-    const bool inSession = request.kind != KIND::ENTER;
-    const bool mayMark = inSession && (request.proof == PROOF::MARK || again);
-    const bool isDistinct =
-        inSession && request.proof == PROOF::NOTHING && reply && reply->row != request.row;
+    const bool isDistinct = request.proof == PROOF::NOTHING && reply && reply->row != request.row;
     const bool isError = reply && reply->status != busProtocol::OK;
-    const bool isAwaited = open.awaitsMark();
+    const bool mayMark = request.proof == PROOF::MARK || again || session.refusesMarks;
     const bool takesMarks = session.takesMarks(request.kind);
-    const bool isTold = mayMark && (session.tellsMarks ? isError || isAwaited : isError && !takesMarks);
-    if (isDistinct || isTold) {
+    const bool isTold = session.tellsMarks ? isError || open.awaitsMark() : isError && !takesMarks;
+    if (isDistinct || (mayMark && isTold)) {
         sendStatus(request.module, ABOUT::NOTHING);
-    } else if (mayMark && !isAwaited && takesMarks) {
+    } else if (mayMark && takesMarks && !open.awaitsMark()) {
         sendMark();
     } else {
         open.skip(host.now());

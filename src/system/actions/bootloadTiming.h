@@ -75,7 +75,8 @@ constexpr milliseconds ECHO{20};                // the same answer again within 
 constexpr milliseconds QUIET{100};              // what a disturbed line must be silent for
 constexpr milliseconds LONGEST_SETTLE{2000};    // for a line that never falls quiet
 constexpr milliseconds KEEP_ALIVE{200};         // a session may end when it hears nothing for longer
-constexpr milliseconds MARK_WAIT{250};          // for the answer to a mark, as a row takes it
+constexpr milliseconds LONGEST_DIRECT{400};     // for an answer that came about then before, by itself or not
+constexpr milliseconds MARK_WAIT{250};          // for what a mark gets, or a status request behind it
 constexpr milliseconds LINGER{10};              // for a doubled reply, before a request that it would confirm
 constexpr milliseconds LONGEST_SPARE{100};      // all that a quiet line loses to such pauses in a session
 constexpr milliseconds IDENTIFICATION_WAIT{70}; // behind an old bootloader's plain answer

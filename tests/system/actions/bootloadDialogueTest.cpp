@@ -148,7 +148,8 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     an erase never heard | , E | E: deaf | own 2? | , E M E M E M E ?
     the same behind one with a direct reply | , E E | E: ok deaf | own ok missed | , E E M E M E M E ?
     a status that is always OK | , E | E: deaf; ?: =0 | own ok? | , E M E M E M E M
-    a status that tells of a row | , E E | E: ok busy300; ?: =0+row4 | own ok ok | , E E M E ?
+    an answer as late as before needs no status | , E E | E: ok busy300; ?: =0+row4 | own ok ok | , E E M E
+    a status that tells of a row | , E E | E: ok busy300 busy500; ?: =0+row4 | own ok ok | , E E M E ?
     at work, and says so by an error | , S R0 R1 W E | W: work800; E: work800; ?: =1 =1 =1 =1 =1 =1 =1 =1 =0 =1 | own ok ok ok ok ok | , S R0 R1 W ? E M E ?
     a mark's reply like the erase's | , E | E: deaf ok; M: =0 | own ok | , E M E
     a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
