@@ -121,6 +121,7 @@ bootloadDialogue::RESULT bootloadDialogue::resultOf(const REQUEST& request, unsi
         result.certain = !heard.refused;
     } else if (takesDoubtful(request, n, heard)) {
         result.reply = heard.maybe;
+        result.direct = heard.maybeDirect;
     } else {
         result.passedOver = heard.maybe;
     }
@@ -151,7 +152,8 @@ bool bootloadDialogue::takesDoubtful(const REQUEST& request, unsigned n, const H
 
 /** What a status request would repeat now, how long this kind takes, and by which name the module goes. */
 void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
-    session.lastReply = result.reply;
+    // A doubtful answer that no status request had asked for may have come before the request was heard.
+    session.noteReply(result.reply, !result.reply || result.certain || !result.direct);
     if (request.kind == KIND::START) {
         session.isOpen = result.certain && result.reply->status == OK;
     } else if (request.kind == KIND::ROW) {
@@ -160,7 +162,7 @@ void bootloadDialogue::learn(const REQUEST& request, const RESULT& result) {
     if (!result.reply) {
         return;
     }
-    line.learnTime();
+    line.learnTime(result.certain);
     if (result.certain && !session.name) {
         session.name = result.reply->module;
     } else if (session.name && result.reply->module != *session.name) {
@@ -257,6 +259,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     if (reply.status == OK || !heard.maybe) {
         heard.overdue = !heard.direct && isOverdue(request) && (!heard.maybe || heard.overdue);
         heard.maybe = reply;
+        heard.maybeDirect = heard.direct;
         heard.renamed = whose == WHOSE::RENAMED;
         heard.maybeUntil = host.now() + BETTER_ANSWER[request.attempt];
     }
@@ -269,7 +272,7 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
  * One that takes records does, as the first row opens its record.
  */
 bool bootloadDialogue::isOverdue(const REQUEST& request) const {
-    const milliseconds usual = session.pace.usual(request.kind);
+    const milliseconds usual = session.pace.surelyUsual(request.kind);
     const bool isFirstRow = request.kind == KIND::ROW && request.row == 0;
     return isFirstRow && session.said.type != busProtocol::PIC32_REC && usual.count() > 0 &&
            line.sinceRequest() > 2 * usual;
@@ -347,7 +350,7 @@ void bootloadDialogue::noteMarkAnswered(const REQUEST& request, const ANSWER& an
     line.judge(answer);
     session.tellsMarks = false;
     if (!session.tellsState) {
-        session.lastReply = answer.reply;
+        session.noteReply(answer.reply);
     }
     learnStatus(request, answer.reply, askStatus(request.module));
 }
@@ -366,7 +369,7 @@ bool bootloadDialogue::outlivesMark(const REQUEST& write) {
     line.begin(row);
     const RESULT result = tryOnce(row, 0, true);
     line.begin(write);
-    session.lastReply = result.reply;
+    session.noteReply(result.reply);
     if (result.certain && result.reply->status != OK) {
         session.dropped = SESSION::SURELY_DROPS;
     }
@@ -430,7 +433,7 @@ void bootloadDialogue::learnStatus(const REQUEST& request, const REPLY& refusal,
     session.repeatsMarks = told == refusal;
     session.tellsState = told && told == session.told && told->row != request.row && !session.repeatsMarks;
     session.told = told;
-    session.lastReply = session.repeatsMarks || session.tellsState ? told : std::nullopt;
+    session.noteReply(session.repeatsMarks || session.tellsState ? told : std::nullopt);
 }
 
 /**

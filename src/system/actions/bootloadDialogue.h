@@ -28,6 +28,7 @@ public:
         std::optional<busMessages::REPLY> passedOver; ///< else what the last try heard, perhaps another's
         bool answered = false;                        ///< something came while it was waited for
         bool certain = false;                         ///< the reply is nobody else's
+        bool direct = false;                          ///< it is doubtful, and came before any status request
     };
 
     explicit bootloadDialogue(bootloadHost& panel) : host(panel) {}
@@ -75,6 +76,7 @@ private:
         std::optional<REPLY> maybe;
         clock::time_point maybeUntil; ///< how long a better one is waited for
         bool renamed = false;         ///< nothing speaks against `maybe` but its name
+        bool maybeDirect = false;     ///< it came before a status request was sent
         bool direct = true;           ///< no status request was sent
         bool erredDirectly = false;   ///< an error came before one was, perhaps another's
         bool alive = false;           ///< the module answered something

@@ -33,7 +33,7 @@ void bootloadLine::sendMark() {
     drain();
     open.addMark(host.now());
     host.send(markRow());
-    session.lastReply.reset();
+    session.noteReply(std::nullopt);
     session.wasMarked = true;
 }
 
@@ -56,19 +56,21 @@ std::optional<ANSWER> bootloadLine::receiveBefore(clock::time_point limit, milli
  * and teach nothing. Any other may answer the first try as well, but no request is at work for longer than it
  * may be: what is beyond that was lost in tries.
  */
-void bootloadLine::learnTime() {
+void bootloadLine::learnTime(bool isSure) {
     const auto now = host.now();
     const auto since = session.pace.isPrompt(now - requestedAt) ? requestedAt : begunAt;
     const auto took = std::chrono::ceil<milliseconds>(now - since);
-    session.pace.learn(kind, work.count() == 0 ? took : std::min(took, work));
+    session.pace.learn(kind, work.count() == 0 ? took : std::min(took, work), isSure);
 }
 
 // Quiet
 
 bool bootloadLine::provesNothing(const REQUEST& request) const {
-    const auto& reply = session.lastReply;
+    const auto isLike = [&](const std::optional<REPLY>& reply) {
+        return reply && reply->row == request.row && reply->status == busProtocol::OK;
+    };
     return request.proof == PROOF::NOTHING &&
-           (!reply || (reply->row == request.row && reply->status == busProtocol::OK));
+           (!session.lastReply || isLike(session.lastReply) || isLike(session.replyBefore));
 }
 
 /**
@@ -115,9 +117,9 @@ void bootloadLine::noteMarkReply(const ANSWER& answer) {
     if (answer.reply.status == busProtocol::OK) {
         session.keepsMarks = true;
     } else if (session.repeatsMarks) {
-        session.lastReply = answer.reply;
+        session.noteReply(answer.reply);
     } else if (session.tellsState) {
-        session.lastReply = session.told;
+        session.noteReply(session.told);
     }
 }
 

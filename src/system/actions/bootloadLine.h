@@ -60,8 +60,9 @@ public:
     openRequests::WHOSE judge(const ANSWER& answer) { return open.judge(answer, host.now()); }
     /** Instead, of what a status request told of the mark before it. */
     void judgeTold(const ANSWER& answer) { open.judgeTold(answer, host.now()); }
-    /** The answer that came just now is the one to the request at hand: how long such a one takes. */
-    void learnTime();
+    /** The answer that came just now is taken for the one to the request at hand: how long such a one takes.
+     */
+    void learnTime(bool isSure);
     milliseconds sinceRequest() const { return std::chrono::ceil<milliseconds>(host.now() - requestedAt); }
     bool awaitsMark() const { return open.awaitsMark(); }
     bool isDisturbed() const { return open.isDisturbed(); }

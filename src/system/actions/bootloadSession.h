@@ -19,6 +19,8 @@ struct PACE {
     milliseconds slowest(KIND kind) const { return longest[indexOf(kind)]; }
     /** The slowest lately: an eighth of it is forgotten with each answer. */
     milliseconds usual(KIND kind) const { return lately[indexOf(kind)]; }
+    /** The same of such answers only that were surely the requests' own. */
+    milliseconds surelyUsual(KIND kind) const { return surelyLately[indexOf(kind)]; }
 
     /** What comes so long behind a request answers that, unless the module was at work for longer than
      * `work`. */
@@ -26,19 +28,24 @@ struct PACE {
         return since <= std::max({bootloadTiming::ECHO, 2 * fastest, work});
     }
 
-    void learn(KIND kind, milliseconds took) {
+    void learn(KIND kind, milliseconds took, bool isSure) {
         milliseconds& slow = longest[indexOf(kind)];
         slow = std::max(slow, took);
-        milliseconds& late = lately[indexOf(kind)];
-        late = std::max(late * 7 / 8, took);
+        learnUsual(lately[indexOf(kind)], took);
+        if (isSure) {
+            learnUsual(surelyLately[indexOf(kind)], took);
+        }
         learnFastest(took);
     }
 
     void learnFastest(milliseconds took) { fastest = fastest.count() == 0 ? took : std::min(fastest, took); }
 
 private:
+    static void learnUsual(milliseconds& late, milliseconds took) { late = std::max(late * 7 / 8, took); }
+
     milliseconds longest[bootloadTiming::KINDS] = {};
     milliseconds lately[bootloadTiming::KINDS] = {};
+    milliseconds surelyLately[bootloadTiming::KINDS] = {};
 };
 
 /** The session with one module's bootloader. The next one begins with a new record. */
@@ -59,9 +66,10 @@ struct SESSION {
     std::optional<std::int8_t> name{}; ///< that its replies gave it so far; NO_MODULE when they keep to none
 
     // How it answers.
-    std::optional<REPLY> lastReply{}; ///< what a status request would repeat, if that is known
-    bool answersStatus = false;       ///< it has answered a status request
-    unsigned renamed = 0;             ///< status requests and marks that were answered by another name
+    std::optional<REPLY> lastReply{};   ///< what a status request would repeat, if that is known
+    std::optional<REPLY> replyBefore{}; ///< or this, when it is not sure that the last one was given by then
+    bool answersStatus = false;         ///< it has answered a status request
+    unsigned renamed = 0;               ///< status requests and marks that were answered by another name
     bool repeatsMarks = false; ///< a status request brought the answer to the last mark that was heard out
     unsigned unrepeated = 0;   ///< marks that no status request brought back
     bool answersMarks = false; ///< it has answered one, by itself or by its status
@@ -82,6 +90,11 @@ struct SESSION {
     milliseconds quiet{bootloadTiming::QUIET}; ///< that a disturbed line must keep
     milliseconds spare{0};                     ///< that the session may still take longer without need
 
+    /** A status request would repeat this; unless that is sure, perhaps still what it would have so far. */
+    void noteReply(const std::optional<REPLY>& reply, bool isSure = true) {
+        replyBefore = isSure ? std::nullopt : lastReply;
+        lastReply = reply;
+    }
     /** Status requests behind two marks were not answered, though the marks were. */
     bool ignoresStatus() const { return unrepeated >= 2 && !answersStatus; }
     /** It says nothing to a row that is out of its order: a mark tells nothing then. */

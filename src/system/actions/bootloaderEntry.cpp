@@ -80,7 +80,7 @@ bool bootloaderEntry::hearWithin(milliseconds wait) {
         }
         consider(*answer);
         if (consequence().endsAsking) {
-            line.learnTime();
+            line.learnTime(true);
             return true;
         }
     }
@@ -122,7 +122,7 @@ bootloaderEntry::HEARD bootloaderEntry::classify(const REPLY& reply, WHOSE whose
     if (whose == WHOSE::OTHER || (session.isNameBefore(reply.module) && !lastTry)) {
         return HEARD::LIFE;
     }
-    session.lastReply = reply;
+    session.noteReply(reply);
     const bool isOk = reply.status == busProtocol::OK;
     session.plainByErrors = session.plainByErrors && !isOk;
     if (whose == WHOSE::OWN) {

@@ -35,7 +35,7 @@ void openRequests::addRequest(clock::time_point now) {
 }
 
 void openRequests::addStatus(bool aboutRequest, clock::time_point now) {
-    ENTRY entry{TYPE::STATUS, KIND::ROW, NO_ROW, 0, session.lastReply};
+    ENTRY entry{TYPE::STATUS, KIND::ROW, NO_ROW, 0, session.lastReply, session.replyBefore};
     if (aboutRequest) {
         entry.kind = kind == KIND::ENTER ? KIND::COMMAND : kind; // it asks for no identification
         entry.row = row;
@@ -83,8 +83,10 @@ bool openRequests::mayBeAtWork(const ANSWER& answer) {
 
 /** Whether a status request may be answered so although the request that it is about was not carried out. */
 bool openRequests::couldRepeat(const ENTRY& entry, const ANSWER& answer) {
-    return !entry.repeats || // by whatever name
-           (entry.repeats->row == answer.reply.row && entry.repeats->status == answer.reply.status);
+    const auto isLike = [&](const std::optional<REPLY>& reply) { // by whatever name
+        return reply && reply->row == answer.reply.row && reply->status == answer.reply.status;
+    };
+    return !entry.repeats || isLike(entry.repeats) || isLike(entry.orRepeats);
 }
 
 /** A status request that is about nothing, behind an error. */

@@ -66,9 +66,10 @@ private:
     struct ENTRY {
         TYPE type;
         KIND kind;
-        std::uint32_t row;                           ///< that the reply names
-        unsigned number;                             ///< which request of ours it is, or is about; 0: none
-        std::optional<busMessages::REPLY> repeats{}; ///< by a status request, when that is known
+        std::uint32_t row;                             ///< that the reply names
+        unsigned number;                               ///< which request of ours it is, or is about; 0: none
+        std::optional<busMessages::REPLY> repeats{};   ///< by a status request, when that is known
+        std::optional<busMessages::REPLY> orRepeats{}; ///< when that may be what it repeats still
         clock::time_point sent{};
         clock::time_point until{};     ///< behind it no answer comes any more
         bool claimed = false;          ///< an answer by another name may have been its
