@@ -94,7 +94,7 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
     heard.wasAlive = wasAlive;
     session.hasRepeated = session.hasRepeated || n > 0;
     line.send(request);
-    listen(request, n, heard);
+    listen(request, n, directWait(request), heard);
     if (heard.mayBeWell() && !heard.own && request.proof == PROOF::MARK && session.takesMarks(request.kind)) {
         clarify(request, n, heard);
         if (mayHoldMark(request, n)) { // it is begun again
@@ -189,10 +189,9 @@ void bootloadDialogue::noteDropped(const RESULT& result) {
 // Listening
 
 /** Until something settles the try, or its time is over: passes of a wait and a status request. */
-void bootloadDialogue::listen(const REQUEST& request, unsigned n, HEARD& heard) {
+void bootloadDialogue::listen(const REQUEST& request, unsigned n, milliseconds wait, HEARD& heard) {
     const auto start = host.now();
     const unsigned passes = PASSES * GROWTH[n];
-    milliseconds wait = directWait(request);
     bool isSettled = hear(request, wait, heard);
     if (const milliseconds alone = aloneWait(request, n); !isSettled && !heard.alive && alone > wait) {
         isSettled = hear(request, alone - wait, heard);
@@ -471,6 +470,6 @@ void bootloadDialogue::clarify(const REQUEST& request, unsigned n, HEARD& heard)
     } else if (!heard.own) {
         REQUEST waiting = request;
         waiting.proof = PROOF::NOTHING; // that is, for as long as it may take
-        listen(waiting, n, heard);
+        listen(waiting, n, timeoutOf(request.kind), heard);
     }
 }

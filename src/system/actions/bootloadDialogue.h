@@ -92,7 +92,7 @@ private:
     void learn(const REQUEST& request, const RESULT& result);
     void noteDropped(const RESULT& result);
 
-    void listen(const REQUEST& request, unsigned n, HEARD& heard);
+    void listen(const REQUEST& request, unsigned n, milliseconds wait, HEARD& heard);
     bool hear(const REQUEST& request, milliseconds wait, HEARD& heard);
     bool consider(const REQUEST& request, const ANSWER& answer, HEARD& heard);
     bool isOverdue(const REQUEST& request) const;

@@ -89,8 +89,8 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
     drain();
     while (true) {
         const bool wasLate = open.heardAt() != heardBefore; // and may come once more
-        const auto lingered = wasLate ? open.heardAt() + LINGER : clock::time_point();
-        const auto until = std::max(confusedUntil(request, again), lingered);
+        const auto confused = confusedUntil(request, again);
+        const auto until = wasLate ? std::max(confused, open.heardAt() + LINGER) : confused;
         const auto now = host.now();
         if (now >= until) {
             open.forgetOver(now);
@@ -99,15 +99,15 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
         if (now >= limit || host.cancelled()) {
             return false;
         }
-        const auto turn = std::max(now, open.sentAt() + KEEP_ALIVE);
+        const bool isIdle = now >= open.sentAt() + KEEP_ALIVE;
+        const bool hasSent = isIdle && now < confused && keepAlive(request, again);
+        const auto turn = isIdle && !hasSent ? now + LINGER : open.sentAt() + KEEP_ALIVE;
         const auto next = std::min(until, turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
             if (open.awaitsMark() && openRequests::isMarkReply(*answer)) {
                 noteMarkReply(*answer);
             }
             judge(*answer);
-        } else if (host.now() >= turn) {
-            keepAlive(request, again);
         }
     }
 }
@@ -123,25 +123,30 @@ void bootloadLine::noteMarkReply(const ANSWER& answer) {
     }
 }
 
-/** A module may end a session in which it hears nothing. What it is asked must not add to the confusion. */
-void bootloadLine::keepAlive(const REQUEST& request, bool again) {
+/**
+ * A module may end a session in which it hears nothing. What it is asked must not add to the confusion: false
+ * when all would.
+ */
+bool bootloadLine::keepAlive(const REQUEST& request, bool again) {
     if (request.kind == KIND::ENTER) {
-        open.skip(host.now());
-        return;
+        return false;
     }
     const auto& reply = session.lastReply;
     const bool isDistinct = request.proof == PROOF::NOTHING && reply && reply->row != request.row;
     const bool isError = reply && reply->status != busProtocol::OK;
     const bool mayMark = request.proof == PROOF::MARK || again || session.refusesMarks;
     const bool takesMarks = session.takesMarks(request.kind);
-    const bool isTold = session.tellsMarks ? isError || open.awaitsMark() : isError && !takesMarks;
+    const bool isMarked = open.mayAnswerMark(host.now());
+    const bool isTold = session.tellsMarks ? isError || isMarked : isError && !takesMarks;
     if (isDistinct || (mayMark && isTold)) {
         sendStatus(request.module, ABOUT::NOTHING);
-    } else if (mayMark && takesMarks && !open.awaitsMark()) {
-        sendMark();
-    } else {
-        open.skip(host.now());
+        return true;
     }
+    if (mayMark && takesMarks && !isMarked) {
+        sendMark();
+        return true;
+    }
+    return false;
 }
 
 void bootloadLine::linger(bool doubtful) {

@@ -84,7 +84,7 @@ public:
 private:
     void drain();
     clock::time_point confusedUntil(const REQUEST& request, bool again) const;
-    void keepAlive(const REQUEST& request, bool again);
+    bool keepAlive(const REQUEST& request, bool again);
 
     bootloadHost& host;
     SESSION& session;

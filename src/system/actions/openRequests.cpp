@@ -358,3 +358,10 @@ bool openRequests::awaitsMark() const {
     return std::any_of(entries.begin(), entries.end(),
                        [](const ENTRY& entry) { return entry.type == TYPE::MARK && !isAnsweredMark(entry); });
 }
+
+bool openRequests::mayAnswerMark(clock::time_point now) const {
+    return std::any_of(entries.begin(), entries.end(), [&](const ENTRY& entry) {
+        const bool isOver = entry.until <= now && entry.sent <= heard;
+        return entry.type == TYPE::MARK && !isOver && !isAnsweredMark(entry);
+    });
+}

@@ -34,8 +34,6 @@ public:
     /** A request for the module's status: about the request at hand, or about nothing. */
     void addStatus(bool aboutRequest, clock::time_point now);
     void addMark(clock::time_point now);
-    /** A turn to send was let pass. */
-    void skip(clock::time_point now) { sent = now; }
 
     /** Strikes the request that was answered off the list, as far as that is known. */
     WHOSE judge(const ANSWER& answer, clock::time_point now);
@@ -51,7 +49,10 @@ public:
     /** Until when a line must be silent on which something came that nobody had asked for. */
     clock::time_point disturbedUntil() const;
     bool isDisturbed() const { return disturbed; }
+    /** One was not answered so far. */
     bool awaitsMark() const;
+    /** And still may be: its time is not over, or nothing came since it was sent. */
+    bool mayAnswerMark(clock::time_point now) const;
     /** It said OK when it was asked for its status, and was sent nothing since but such requests and marks.
      */
     bool isIdle() const { return idle; }
