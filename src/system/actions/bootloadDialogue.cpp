@@ -91,7 +91,7 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
 /** Try `n`. `wasAlive`: the module answered something right before. */
 bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsigned n, bool wasAlive) {
     HEARD heard;
-    heard.wasAlive = wasAlive;
+    heard.wasAlive = wasAlive || line.isAnswered();
     session.hasRepeated = session.hasRepeated || n > 0;
     line.send(request);
     listen(request, n, directWait(request), heard);
@@ -336,8 +336,9 @@ bool bootloadDialogue::setMark(const REQUEST& request, HEARD& heard) {
             if (session.refusesMarks) {
                 return false;
             }
-            // What the module makes of marks has to be heard, too; it takes about as long.
-            wait = std::max(wait, 2 * line.sinceRequest());
+            // What the module makes of marks has to be heard, too; like a start or a row it takes about as
+            // long.
+            wait = request.kind == KIND::ERASE ? wait : std::max(wait, 2 * line.sinceRequest());
         }
     }
     return askOfMark(request);

@@ -66,6 +66,8 @@ public:
     milliseconds sinceRequest() const { return std::chrono::ceil<milliseconds>(host.now() - requestedAt); }
     bool awaitsMark() const { return open.awaitsMark(); }
     bool isDisturbed() const { return open.isDisturbed(); }
+    /** Something was heard since anything was sent. */
+    bool isAnswered() const { return open.heardAt() > open.sentAt(); }
     bool isIdle() const { return open.isIdle(); }
 
     /** The answer to a mark shows whether the module takes such a row. */
