@@ -54,6 +54,7 @@ bootloadDialogue::RESULT bootloadDialogue::ask(const REQUEST& request) {
     RESULT result;
     line.begin(request);
     doubtedAfter = milliseconds(0);
+    refusedItself = false;
     const bool wantsMark = request.proof == PROOF::MARK || line.provesNothing(request);
     const bool isOfPage = request.kind == KIND::ROW || request.kind == KIND::WRITE;
     const bool hadKept = session.keepsMarks;
@@ -103,8 +104,9 @@ bootloadDialogue::RESULT bootloadDialogue::tryOnce(const REQUEST& request, unsig
         }
     }
     const RESULT result = resultOf(request, n, heard);
-    if (result.certain && heard.direct) {
+    if (heard.own && heard.direct) {
         session.answersDirectly[indexOf(request.kind)] = true;
+        refusedItself = refusedItself || heard.own->status != OK;
     }
     if (!result.reply && request.failed) {
         request.failed(heard.own ? heard.own : heard.maybe);
@@ -244,7 +246,9 @@ bool bootloadDialogue::consider(const REQUEST& request, const ANSWER& answer, HE
     if (answer.identification || whose == WHOSE::OTHER) {
         return false;
     }
-    if (whose == WHOSE::OWN) {
+    // One that has refused the request by itself may tell its state when asked, not what came of it.
+    const bool mayBeState = refusedItself && !session.repeatsMarks && !heard.direct && reply.status == OK;
+    if (whose == WHOSE::OWN && !mayBeState) {
         // Answers may overtake each other: of an OK and an error, either may be the other request's.
         const bool contradicted = reply.status == OK ? heard.erredDirectly : heard.mayBeWell();
         heard.own = reply;

@@ -113,4 +113,5 @@ private:
     SESSION session;
     bootloadLine line{host, session};
     milliseconds doubtedAfter{0}; ///< the request at hand was sent last, came what may be its answer
+    bool refusedItself = false;   ///< the request at hand, without being asked for its status
 };

@@ -104,7 +104,8 @@ bool bootloadLine::settle(const REQUEST& request, bool again) {
         const auto turn = isIdle && !hasSent ? now + LINGER : open.sentAt() + KEEP_ALIVE;
         const auto next = std::min(until, turn);
         if (const auto answer = host.receive(std::chrono::ceil<milliseconds>(next - now))) {
-            if (open.awaitsMark() && openRequests::isMarkReply(*answer)) {
+            const bool isRepeated = !answer->identification && answer->reply == session.lastReply;
+            if (open.mayAnswerMark(now) && openRequests::isMarkReply(*answer) && !isRepeated) {
                 noteMarkReply(*answer);
             }
             judge(*answer);

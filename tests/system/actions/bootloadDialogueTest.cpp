@@ -155,6 +155,7 @@ TEST(bootloadDialogueTest, WhoseAnAnswerIsDecides) {
     a mark kept as a row of the page | , S R0 R1 W s r W | S: ok work120 ok; M: =0+row2 | own ok ok ok ok ok ok ok | , S R0 R1 W S M S R0 W
     a mark kept as a row of the record, told late | , A m W m m W | R: ok work120 ok; M: work300+=0+row2 | own ok ok ok missed ok ok | , A R0 W R0 M R0 W
     no reply to marks | , E | E: deaf ok; M: deaf | own ok | , E M E
+    an error by itself, the last one lost | , S R0 R1 W | W: =4 =4 =4 lost; ?: =0 | own ok ok ok missed | , S R0 R1 W W W W ?
     an unheard start of one row | , s | S: deaf deaf ok | own ok | , S M S M S
     an unheard record of one row | , A m W m | R: ok deaf ok | own ok ok ok ok | , A R0 W R0 M R0
     a slow write | , S R0 R1 W | W: work2500 | own ok ok ok ok | , S R0 R1 W ?
