@@ -44,8 +44,8 @@ public:
     bool sendSystemCommand(std::uint8_t module, std::uint8_t arg);
 
     /**
-     * Asks the module into its bootloader, and begins a session with it. With `byName` an identification
-     * counts that names the module, or at last another one; else any. `strict`: errors that may be another
+     * Asks the module into its bootloader, and begins a session with it. With `byName` only an
+     * identification counts that names the module; else any. `strict`: errors that may be another
      * request's make no old bootloader, not even in the end.
      */
     ENTRY enter(std::uint8_t module, bool byName, bool strict);

@@ -37,7 +37,8 @@ void bootloadLine::sendMark() {
     session.wasMarked = true;
 }
 
-/** What came meanwhile is nobody's but that of requests before. */
+/** What came since the last look counts for requests before; one's own within that moment is as good as lost.
+ */
 void bootloadLine::drain() {
     while (const auto answer = host.receive(milliseconds(0))) {
         judge(*answer);

@@ -17,7 +17,7 @@ public:
 
     /** What counts. */
     struct RULES {
-        bool byName; ///< an identification that names the module, or at last another one; else any
+        bool byName; ///< only an identification that names the module; else any
         bool strict; ///< errors that may be another request's make no old bootloader, not even at last
     };
 

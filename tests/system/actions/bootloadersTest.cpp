@@ -447,7 +447,7 @@ TEST_F(bootloadersTest, ACancelledOneEndsAtOnceAndAnotherWorks) {
     put(IMAGE, hexImage({{0, 16}}));
     for (const int where : {ENTER, ROW}) {
         ASSERT_EQ(enter(PIC24), action::GOUPDATE);
-        bus.autoAnswer([&](const Frame& request) {
+        bus.autoAnswer([this, where](const Frame& request) { // which outlives the turn
             if (kindOf(request) != where) {
                 return Replies{reply(0, 0, CAN_MODULE)};
             }
