@@ -163,7 +163,7 @@ openRequests::WHOSE openRequests::judge(const ANSWER& answer, clock::time_point 
     }
     const bool hasOtherName = mayBeStrangers(answer);
     const bool isStrangers = hasOtherName && !isRenamed(answer, like);
-    strike(claims, isStrangers);
+    strike(claims, answer, isStrangers);
     if (hasOtherName && !isStrangers) { // so were those before it the module's own
         std::erase_if(entries, [](const ENTRY& entry) { return entry.claimed; });
     }
@@ -242,7 +242,7 @@ openRequests::CLAIMS openRequests::claimsOn(const ANSWER& answer) {
     return claims;
 }
 
-void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
+void openRequests::strike(const CLAIMS& claims, const ANSWER& answer, bool isStrangers) {
     const bool isOwn = claims.own != nullptr && (!claims.doubted || claims.other == nullptr);
     ENTRY* const answered = isOwn ? claims.own : claims.other;
     if (isStrangers) {
@@ -259,6 +259,11 @@ void openRequests::strike(const CLAIMS& claims, bool isStrangers) {
         if (std::count_if(entries.begin(), entries.end(), isMark) == 1) { // else it may be an earlier one's
             session.pace.learnFastest(took);
         }
+    }
+    // A mark that claims no error may have got this one all the same: then the status request has its OK to
+    // come.
+    if (!isOwn && answered->type == TYPE::STATUS && isMarkReply(answer) && awaitsMark()) {
+        return;
     }
     entries.erase(entries.begin() + (answered - entries.data()));
     if (isOwn && kind == KIND::ROW &&

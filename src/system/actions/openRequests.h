@@ -110,7 +110,7 @@ private:
     LIKENESS hear(const ANSWER& answer, clock::time_point now);
     void passTime(clock::time_point now);
     CLAIMS claimsOn(const ANSWER& answer);
-    void strike(const CLAIMS& claims, bool isStrangers);
+    void strike(const CLAIMS& claims, const ANSWER& answer, bool isStrangers);
     void noteStatusAnswered(const CLAIMS& claims, const ANSWER& answer);
     void noteIdentification(const ANSWER& answer, bool isNobodys);
     void noteStranger(bool doubled);
